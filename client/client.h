@@ -1,0 +1,75 @@
+// A connection to the property service.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/deadline.h"
+#include "client/property.h"
+#include "client/result.h"
+#include "client/transport.h"
+
+namespace valmere::client {
+
+struct Incoming;
+
+// Purpose: reads, sets and publishes properties over one connection. The service handles what is
+// sent on a connection in order, so an answer to a get says that all before it has been handled.
+// Owner: the caller. What a client publishes lives as long as its connection.
+// Threads: one at a time, but Interrupt may be called from any, and from a signal handler.
+// Errors: values, see ErrorKind. After kTimeout, kInterrupted or kInvalid the connection can still
+// be used, unless the time-out came while sending.
+class Client {
+ public:
+  explicit Client(std::unique_ptr<Transport> transport) : transport_(std::move(transport)) {}
+  // Over the socket at `path`; DefaultSocketPath tells where the service usually listens.
+  static Result<Client> Connect(const std::string& path, Deadline deadline);
+
+  Result<std::vector<Property>> GetAll(Deadline deadline);
+  // One answer for each address, in order. A property that is not there has the status kNotFound.
+  Result<std::vector<Property>> Get(std::span<const PropertyAddress> addresses, Deadline deadline);
+  // Every property of a group, whoever owns it; one answer of status kNotFound when there is none.
+  Result<std::vector<Property>> GetGroup(std::string_view group_guid, Deadline deadline);
+
+  // Sent, not answered: the owner decides what becomes of it.
+  Result<void> Set(std::span<const SetRequest> requests, Deadline deadline);
+
+  // Makes properties known, or reports new values of those that are.
+  Result<void> Publish(std::span<const Property> properties, Deadline deadline);
+  // Takes published properties back.
+  Result<void> Withdraw(std::span<const Property> properties, Deadline deadline);
+  // Waits for sets of published properties; at least one.
+  Result<std::vector<SetRequest>> ReceiveSets(Deadline deadline);
+
+  // Asks to be told of every property that changes, comes or goes, and returns when the service has
+  // noted it. Notifications look like answers, so a subscribed client can't ask any more: gets give
+  // kInvalid.
+  Result<void> SubscribeAll(Deadline deadline);
+  // Waits for notifications; at least one entry. One that has gone has the status
+  // kNoLongerAvailable.
+  Result<std::vector<Property>> ReceiveChanges(Deadline deadline);
+
+  // Ends the session after everything sent before; nothing can be sent after it.
+  Result<void> Disconnect(Deadline deadline);
+  // Makes the call that waits for the service, or else the next one, return kInterrupted.
+  void Interrupt() noexcept { transport_->Interrupt(); }
+
+ private:
+  Result<void> SendFrame(const Result<std::string>& frame, Deadline deadline);
+  Result<std::vector<Property>> Ask(const Result<std::string>& frame, Deadline deadline);
+  Result<std::vector<Property>> ReceiveAnswer(Deadline deadline);
+  Result<Incoming> ReceiveMessage(Deadline deadline);
+
+  std::unique_ptr<Transport> transport_;
+  std::string text_;                 // of the message received last; kept for its room
+  std::vector<SetRequest> sets_;     // received while an answer was waited for
+  std::size_t awaited_answers_ = 0;  // gets without an answer yet, given-up ones too
+  bool subscribed_ = false;
+  std::vector<Property> changes_;  // received while the subscription was on its way
+};
+
+}  // namespace valmere::client

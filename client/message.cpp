@@ -1,0 +1,164 @@
+// Texts are escaped when a value is made of them, because the writer writes them as they are. An
+// entry that lacks a key reads as empty there, as the service reads it.
+#include "client/message.h"
+
+#include <exception>
+#include <utility>
+
+#include "json/json_escape.h"
+#include "json/json_parser.h"
+#include "json/json_value.h"
+#include "json/json_writer.h"
+#include "protocol/message_frame.h"
+#include "protocol/message_keys.h"
+
+namespace valmere::client {
+namespace {
+
+JsonValue Text(std::string_view text) {
+  return JsonValue(EscapeJson(text));
+}
+
+// The two GUIDs travel as one text, joined by a colon.
+JsonValue AddressEntry(const PropertyAddress& address) {
+  JsonValue entry = JsonValue::Object();
+  entry[keys::kGuid] = Text(address.group_guid + ":" + address.guid);
+  entry[keys::kComponent] = Text(address.component);
+  return entry;
+}
+
+JsonValue PropertyEntry(const Property& property, std::string_view status) {
+  JsonValue entry = AddressEntry(property.address());
+  entry[keys::kComponentString] = Text(property.component_name);
+  entry[keys::kGroupString] = Text(property.group_name);
+  entry[keys::kNameString] = Text(property.name);
+  entry[keys::kStatus] = Text(status);
+  entry[keys::kValue] = Text(property.value);
+  return entry;
+}
+
+Result<std::string> FrameOf(const JsonValue& message) {
+  std::string frame;
+  BeginFrame(frame);
+  WriteJson(message, frame);
+  const std::size_t length = frame.size() - kFrameHeaderBytes;
+  if (length > kMaximumMessageBytes)
+    return Error{ErrorKind::kInvalid, "a request of " + std::to_string(length) +
+                                          " bytes is longer than the service takes (" +
+                                          std::to_string(kMaximumMessageBytes) + ")"};
+  EndFrame(frame);
+  return frame;
+}
+
+Result<std::string> FrameOf(std::string_view key, JsonValue value) {
+  JsonValue message = JsonValue::Object();
+  message[key] = std::move(value);
+  return FrameOf(message);
+}
+
+std::string TakeText(JsonValue& entry, std::string_view key) {
+  JsonValue* member = entry.Find(key);
+  return member != nullptr ? member->TakeText() : std::string();
+}
+
+PropertyAddress TakeAddress(JsonValue& entry) {
+  PropertyAddress address;
+  address.component = TakeText(entry, keys::kComponent);
+  address.group_guid = TakeText(entry, keys::kGuid);
+  const std::size_t colon = address.group_guid.find(':');
+  if (colon == std::string::npos) {
+    address.guid = address.group_guid;
+  } else {
+    address.guid = address.group_guid.substr(colon + 1);
+    address.group_guid.resize(colon);
+  }
+  return address;
+}
+
+Property TakeProperty(JsonValue& entry) {
+  PropertyAddress address = TakeAddress(entry);
+  Property property;
+  property.group_guid = std::move(address.group_guid);
+  property.group_name = TakeText(entry, keys::kGroupString);
+  property.guid = std::move(address.guid);
+  property.name = TakeText(entry, keys::kNameString);
+  property.value = TakeText(entry, keys::kValue);
+  property.status = TakeText(entry, keys::kStatus);
+  property.component = std::move(address.component);
+  property.component_name = TakeText(entry, keys::kComponentString);
+  return property;
+}
+
+Incoming TakeContent(JsonValue& message) {
+  Incoming incoming;
+  if (JsonValue* sets = message.Find(keys::kSetRequests)) {
+    for (std::size_t i = 0; i < sets->size(); ++i) {
+      JsonValue& entry = sets->At(i);
+      incoming.sets.push_back({TakeAddress(entry), TakeText(entry, keys::kValue)});
+    }
+  }
+  if (JsonValue* responses = message.Find(keys::kGetResponses)) {
+    incoming.properties.emplace().reserve(responses->size());
+    for (std::size_t i = 0; i < responses->size(); ++i) {
+      incoming.properties->push_back(TakeProperty(responses->At(i)));
+    }
+  }
+  return incoming;
+}
+
+}  // namespace
+
+Result<std::string> GetAllFrame() {
+  return FrameOf(keys::kGetAll, JsonValue(true));
+}
+
+Result<std::string> GetFrame(std::span<const PropertyAddress> addresses) {
+  JsonValue entries = JsonValue::Array();
+  for (const PropertyAddress& address : addresses) {
+    entries.Append(AddressEntry(address));
+  }
+  return FrameOf(keys::kGetRequests, std::move(entries));
+}
+
+Result<std::string> SetFrame(std::span<const SetRequest> requests) {
+  JsonValue entries = JsonValue::Array();
+  for (const SetRequest& request : requests) {
+    JsonValue entry = AddressEntry(request.address);
+    entry[keys::kValue] = Text(request.value);
+    entries.Append(std::move(entry));
+  }
+  return FrameOf(keys::kSetRequests, std::move(entries));
+}
+
+Result<std::string> PublishFrame(std::span<const Property> properties, std::string_view status) {
+  JsonValue entries = JsonValue::Array();
+  for (const Property& property : properties) {
+    entries.Append(PropertyEntry(property, status));
+  }
+  return FrameOf(keys::kGetResponses, std::move(entries));
+}
+
+Result<std::string> DisconnectFrame() {
+  return FrameOf(keys::kDisconnect, JsonValue(true));
+}
+
+Result<std::string> SubscribeAllFrame() {
+  JsonValue unknown = JsonValue::Array();
+  unknown.Append(AddressEntry({"none", "none", "none"}));
+  JsonValue message = JsonValue::Object();
+  message[keys::kSubscribeAll] = JsonValue(true);
+  message[keys::kGetRequests] = std::move(unknown);
+  return FrameOf(message);
+}
+
+Result<Incoming> ReadMessage(std::string& text) {
+  try {
+    JsonValue message = ParseJsonInPlace(text);
+    if (message.kind() == JsonKind::kObject) return TakeContent(message);
+    return Error{ErrorKind::kProtocol, "the service sent a message that is no JSON object"};
+  } catch (const std::exception& error) {
+    return Error{ErrorKind::kProtocol, std::string("unreadable message: ") + error.what()};
+  }
+}
+
+}  // namespace valmere::client

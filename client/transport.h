@@ -1,0 +1,37 @@
+// The way that frames travel between a client and the service.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "client/deadline.h"
+#include "client/result.h"
+
+namespace valmere::client {
+
+// Purpose: carries whole frames both ways.
+// Owner: a Client.
+// Threads: one at a time, but Interrupt may be called from any, and from a signal handler.
+// Errors: kTimeout, kConnectionLost, kInterrupted, kProtocol. After a Send that failed, nobody
+// knows how much of the frame has gone out: the transport is closed.
+class Transport {
+ public:
+  virtual ~Transport() = default;
+  Transport(const Transport&) = delete;
+  Transport& operator=(const Transport&) = delete;
+
+  // `frame` is a whole frame, its header included.
+  virtual Result<void> Send(std::string_view frame, Deadline deadline) = 0;
+  // The next frame's text, without the header. A deadline that has passed still gives what is
+  // there already; bytes of a frame that is not complete in time are kept for the next call.
+  virtual Result<void> Receive(std::string& text, Deadline deadline) = 0;
+  // Makes the Receive that waits, or else the next one, return kInterrupted.
+  virtual void Interrupt() noexcept = 0;
+  // Ends the connection; every later call fails with kConnectionLost.
+  virtual void Close() = 0;
+
+ protected:
+  Transport() = default;
+};
+
+}  // namespace valmere::client

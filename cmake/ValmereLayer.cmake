@@ -1,0 +1,41 @@
+# One layer of the system: an object library, compiled once and linked into the driver library, the
+# tests and the benches alike.
+#
+#   valmere_layer(NAME SOURCES a.cpp b.cpp USES lower_layer ...)
+#
+# makes the object library `valmere_NAME` and the interface target `valmere::NAME`, which brings the
+# objects of this layer and of all layers below it.
+add_library(valmere_options INTERFACE)
+target_include_directories(valmere_options INTERFACE ${PROJECT_SOURCE_DIR})
+# Unique symbols would keep the library loaded after dlclose.
+target_compile_options(valmere_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+if(VALMERE_WARNINGS_AS_ERRORS)
+  target_compile_options(valmere_options INTERFACE -Werror)
+endif()
+target_compile_options(valmere_options INTERFACE -Wall -Wextra -Wshadow -Wnon-virtual-dtor
+                                                 -Wcast-align -Wunused -Woverloaded-virtual)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(valmere_options INTERFACE -Wthread-safety)
+endif()
+if(VALMERE_SANITIZE)
+  target_compile_options(valmere_options INTERFACE -fsanitize=${VALMERE_SANITIZE}
+                                                   -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(valmere_options INTERFACE -fsanitize=${VALMERE_SANITIZE})
+endif()
+if(VALMERE_COVERAGE)
+  target_compile_options(valmere_options INTERFACE --coverage)
+  target_link_options(valmere_options INTERFACE --coverage)
+endif()
+
+function(valmere_layer name)
+  cmake_parse_arguments(LAYER "" "" "SOURCES;USES" ${ARGN})
+  add_library(valmere_${name} OBJECT ${LAYER_SOURCES})
+  target_link_libraries(valmere_${name} PUBLIC valmere_options)
+  add_library(valmere_${name}_all INTERFACE)
+  target_link_libraries(valmere_${name}_all INTERFACE valmere_options Threads::Threads)
+  target_sources(valmere_${name}_all INTERFACE $<TARGET_OBJECTS:valmere_${name}>)
+  foreach(lower IN LISTS LAYER_USES)
+    target_link_libraries(valmere_${name}_all INTERFACE valmere::${lower})
+  endforeach()
+  add_library(valmere::${name} ALIAS valmere_${name}_all)
+endfunction()

@@ -1,0 +1,131 @@
+// A socket file outlives the process that made it, so its being there says nothing; a connect does:
+// a dead one refuses it. Between that test and the bind another service might do the same, so both
+// happen under a lock on the folder, which needs no lock file and ends with the process.
+#include "host/listening_socket.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace valmere::host {
+namespace {
+
+constexpr int kBacklog = 1024;
+
+std::runtime_error Failure(const std::string& path, const std::string& what, int error) {
+  return std::runtime_error(path + ": " + what + ": " +
+                            std::error_code(error, std::generic_category()).message());
+}
+
+sockaddr_un AddressOf(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof(address.sun_path))
+    throw std::runtime_error(path + ": a socket path has 1 to " +
+                             std::to_string(sizeof(address.sun_path) - 1) + " bytes");
+  std::memcpy(address.sun_path, path.data(), path.size());
+  return address;
+}
+
+const sockaddr* Generic(const sockaddr_un& address) {
+  return reinterpret_cast<const sockaddr*>(&address);
+}
+
+// Keeps other services out of the folder while it lives.
+class FolderLock {
+ public:
+  explicit FolderLock(const std::string& folder)
+      : descriptor_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (descriptor_ < 0) throw Failure(folder, "cannot open the folder", errno);
+    while (flock(descriptor_, LOCK_EX) != 0 && errno == EINTR) {
+    }
+  }
+  ~FolderLock() { close(descriptor_); }
+  FolderLock(const FolderLock&) = delete;
+  FolderLock& operator=(const FolderLock&) = delete;
+
+ private:
+  const int descriptor_;
+};
+
+std::string FolderOf(const std::string& path) {
+  const std::filesystem::path parent = std::filesystem::path(path).parent_path();
+  if (parent.empty()) return ".";
+  std::error_code error;
+  std::filesystem::create_directories(parent, error);
+  if (error) throw Failure(parent.string(), "cannot make the folder", error.value());
+  return parent.string();
+}
+
+bool SomebodyAnswers(const std::string& path, const sockaddr_un& address) {
+  const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (probe < 0) throw Failure(path, "cannot make a socket", errno);
+  const int result = connect(probe, Generic(address), sizeof(address));
+  const int error = result == 0 ? 0 : errno;
+  close(probe);
+  // A full queue refuses for now only: somebody is there.
+  if (error == 0 || error == EAGAIN) return true;
+  if (error == ECONNREFUSED || error == ENOENT) return false;
+  throw Failure(path, "cannot tell whether a service runs there", error);
+}
+
+void RemoveStaleFile(const std::string& path, const sockaddr_un& address) {
+  struct stat file {};
+  if (lstat(path.c_str(), &file) != 0) return;
+  if (!S_ISSOCK(file.st_mode)) throw std::runtime_error(path + ": is there and is no socket");
+  if (SomebodyAnswers(path, address)) throw SocketInUse(path + ": a service already answers there");
+  if (unlink(path.c_str()) != 0) throw Failure(path, "cannot remove the stale socket", errno);
+}
+
+}  // namespace
+
+ListeningSocket::ListeningSocket(std::string path) : path_(std::move(path)) {
+  try {
+    Bind();
+  } catch (const std::exception&) {
+    StopListening();
+    throw;
+  }
+}
+
+ListeningSocket::~ListeningSocket() {
+  StopListening();
+  struct stat file {};
+  if (lstat(path_.c_str(), &file) == 0 && file.st_dev == device_ && file.st_ino == inode_)
+    unlink(path_.c_str());
+}
+
+void ListeningSocket::StopListening() {
+  if (descriptor_ >= 0) close(descriptor_);
+  descriptor_ = -1;
+}
+
+void ListeningSocket::Bind() {
+  const sockaddr_un address = AddressOf(path_);
+  const FolderLock lock(FolderOf(path_));
+  RemoveStaleFile(path_, address);
+  descriptor_ = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (descriptor_ < 0) throw Failure(path_, "cannot make a socket", errno);
+  // The mask, not a later chmod: nobody else may connect in between.
+  const mode_t mask = umask(0117);
+  const int bound = bind(descriptor_, Generic(address), sizeof(address));
+  const int error = errno;
+  umask(mask);
+  if (bound != 0) throw Failure(path_, "cannot bind", error);
+  struct stat file {};
+  if (lstat(path_.c_str(), &file) != 0) throw Failure(path_, "cannot look at the socket", errno);
+  device_ = file.st_dev;
+  inode_ = file.st_ino;
+  if (listen(descriptor_, kBacklog) != 0) throw Failure(path_, "cannot listen", errno);
+}
+
+}  // namespace valmere::host

@@ -1,0 +1,65 @@
+// The event loop: accepts clients, serves their bytes, ends on a signal.
+#pragma once
+
+#include <uv.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+#include "host/connection.h"
+#include "host/driver_library.h"
+#include "host/listening_socket.h"
+
+namespace valmere::host {
+
+// Purpose: serves a listening socket from one thread until SIGTERM or SIGINT.
+// Owner: the program. Socket and driver must outlive it.
+// Threads: the one that calls Run; signals count from the constructor on.
+// Errors: the constructor throws std::runtime_error; a client that can't be served is turned away
+// with a message on standard error.
+class Server {
+ public:
+  Server(ListeningSocket& listener, const DriverLibrary& driver);
+  ~Server();
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  // Begins to accept clients. False when a signal has come already.
+  bool Start();
+  // Serves until a signal ends it. On return no client, no handle and no thread is left.
+  void Run();
+
+ private:
+  using Id = std::uint64_t;
+
+  void Watch(int result) const;
+  void StartAccepting();
+  void AcceptOne();
+  void Adopt(int socket);
+  void PauseAccepting();
+  void PumpEnded(Id id);  // on a pump's thread
+  void HandleEndedPumps();
+  void Stop();
+
+  ListeningSocket& listener_;
+  const DriverLibrary& driver_;
+  uv_loop_t loop_{};
+  uv_poll_t accept_{};
+  uv_timer_t accept_again_{};
+  uv_signal_t terminate_{};
+  uv_signal_t interrupt_{};
+  uv_async_t pumps_ended_{};
+  std::vector<unsigned char> scratch_;
+  std::unordered_map<Id, std::unique_ptr<Connection>> connections_;
+  Id last_id_ = 0;
+  bool stopping_ = false;
+
+  std::mutex ended_lock_;
+  std::vector<Id> ended_;  // guarded by ended_lock_
+};
+
+}  // namespace valmere::host

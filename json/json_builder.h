@@ -1,0 +1,65 @@
+// The values of a text that is being parsed.
+#pragma once
+
+#include <cstddef>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "json/json_value.h"
+
+namespace valmere {
+
+// Purpose: keeps the finished values and texts of a parse until a container or the caller takes
+//   them; the grammar's own stack holds only numbers and marks.
+// Owner: the call of ParseJson, for its length.
+// Threads: one.
+// Errors: each step returns false when it failed; RethrowFailure then throws what stopped it. An
+//   exception must not pass through the generated parser, which would lose its stack.
+class JsonBuilder {
+ public:
+  // Where the values of an open container begin.
+  using Mark = std::size_t;
+
+  JsonBuilder();
+
+  Mark AfterLast() const { return values_.size(); }
+  Mark AtLast() const { return values_.size() - 1; }
+
+  // Keeps the content of a string token, with its quotes cut and its escapes resolved.
+  bool PushText(std::string_view token);
+  // Makes the last text a value.
+  bool PushString();
+  bool PushNull();
+  template <class Scalar>
+  bool Push(Scalar scalar) {
+    return Try([&] { values_.emplace_back(scalar); });
+  }
+  // Makes the values since `first`, with as many texts as keys, one value.
+  bool CloseObject(Mark first);
+  // Makes the values since `first` one value.
+  bool CloseArray(Mark first);
+
+  JsonValue TakeResult() { return std::move(values_.back()); }
+  void RethrowFailure();
+
+ private:
+  template <class Step>
+  bool Try(Step step) {
+    try {
+      step();
+      return true;
+    } catch (const std::exception&) {
+      failure_ = std::current_exception();
+      return false;
+    }
+  }
+
+  std::vector<JsonValue> values_;
+  std::vector<std::string> texts_;
+  std::exception_ptr failure_;
+};
+
+}  // namespace valmere

@@ -1,0 +1,104 @@
+// Nearly no text needs escaping, so eight bytes at a time are looked over first and such a text is
+// copied as a whole; the others are counted, and their room is taken in one step.
+#include "json/json_escape.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace valmere {
+
+namespace {
+
+constexpr std::uint64_t kEachByte = 0x0101010101010101;
+constexpr char kHexDigits[] = "0123456789abcdef";
+
+constexpr std::uint64_t AnyBelow(std::uint64_t word, std::uint64_t limit) {
+  return (word - kEachByte * limit) & ~word & (kEachByte * 0x80);
+}
+
+constexpr std::uint64_t AnyEqual(std::uint64_t word, std::uint64_t byte) {
+  return AnyBelow(word ^ (kEachByte * byte), 1);
+}
+
+constexpr bool NeedsEscape(unsigned char byte) {
+  return byte < 0x20 || byte == '"' || byte == '\\';
+}
+
+bool NeedsEscape(std::string_view text) {
+  std::size_t at = 0;
+  for (; text.size() - at >= sizeof(std::uint64_t); at += sizeof(std::uint64_t)) {
+    std::uint64_t word;
+    std::memcpy(&word, text.data() + at, sizeof word);
+    if ((AnyBelow(word, 0x20) | AnyEqual(word, '"') | AnyEqual(word, '\\')) != 0) return true;
+  }
+  for (; at < text.size(); ++at)
+    if (NeedsEscape(static_cast<unsigned char>(text[at]))) return true;
+  return false;
+}
+
+// The letter that stands after the backslash; 0 when the byte has no letter of its own.
+constexpr char EscapeLetter(char byte) {
+  switch (byte) {
+    case '\b':
+      return 'b';
+    case '\t':
+      return 't';
+    case '\n':
+      return 'n';
+    case '\f':
+      return 'f';
+    case '\r':
+      return 'r';
+    case '"':
+    case '\\':
+      return byte;
+    default:
+      return 0;
+  }
+}
+
+std::size_t EscapedSize(std::string_view text) {
+  std::size_t size = text.size();
+  for (const char byte : text)
+    if (NeedsEscape(static_cast<unsigned char>(byte))) size += EscapeLetter(byte) != 0 ? 1 : 5;
+  return size;
+}
+
+char* PutEscaped(char byte, char* to) {
+  *to++ = '\\';
+  if (const char letter = EscapeLetter(byte); letter != 0) {
+    *to++ = letter;
+    return to;
+  }
+  const auto value = static_cast<unsigned char>(byte);
+  for (const char digit : {'u', '0', '0', kHexDigits[value >> 4], kHexDigits[value & 15]})
+    *to++ = digit;
+  return to;
+}
+
+}  // namespace
+
+void AppendEscaped(std::string_view text, std::string& out) {
+  if (!NeedsEscape(text)) {
+    out.append(text);
+    return;
+  }
+  const std::size_t before = out.size();
+  out.resize(before + EscapedSize(text));
+  char* to = out.data() + before;
+  for (const char byte : text) {
+    if (NeedsEscape(static_cast<unsigned char>(byte)))
+      to = PutEscaped(byte, to);
+    else
+      *to++ = byte;
+  }
+}
+
+std::string EscapeJson(std::string_view text) {
+  std::string escaped;
+  AppendEscaped(text, escaped);
+  return escaped;
+}
+
+}  // namespace valmere

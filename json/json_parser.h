@@ -1,0 +1,24 @@
+// The text of a message as a value.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "json/json_value.h"
+
+namespace valmere {
+
+// Parses `text`, which ends at its first NUL and is shorter than 2 GiB. A text that is not one
+// value gives null and one line on standard error. Bytes that begin no token are passed over; docs
+// of the accepted language are json_scanner.l and json_grammar.y.
+//
+// Throws std::invalid_argument for a \u in single quotes without a hexadecimal number, and
+// std::bad_alloc; nothing is left behind. Should the scanner itself find no memory, it ends the
+// process. Any number of threads may parse at once; the stack that a parse needs does not grow with
+// the nesting of its text.
+JsonValue ParseJson(std::string_view text);
+
+// The same without a copy of the text, which is overwritten. Two bytes are appended to it.
+JsonValue ParseJsonInPlace(std::string& text);
+
+}  // namespace valmere

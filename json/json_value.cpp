@@ -1,0 +1,166 @@
+// Most values of a message are short texts, so a value is a text, a number and one pointer; members
+// and elements live behind the pointer and are made only for the values that have some. The blocks
+// behind the pointers are chained when a tree is destroyed: a message nested ten thousand deep must
+// not overflow the small stack of the thread that read it.
+#include "json/json_value.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace valmere {
+
+namespace {
+
+// Up to this many members an insertion sort is quicker than asking for a merge buffer.
+constexpr std::size_t kFewMembers = 16;
+
+bool KeyLess(const JsonMember& left, const JsonMember& right) {
+  return left.key < right.key;
+}
+
+bool InOrder(const std::vector<JsonMember>& members) {
+  return std::adjacent_find(members.begin(), members.end(),
+                            [](const JsonMember& left, const JsonMember& right) {
+                              return !KeyLess(left, right);
+                            }) == members.end();
+}
+
+// Keeps members with equal keys in the order in which they came.
+void SortByKey(std::vector<JsonMember>& members) {
+  if (members.size() > kFewMembers) {
+    std::stable_sort(members.begin(), members.end(), KeyLess);
+    return;
+  }
+  for (auto next = members.begin(); next != members.end(); ++next)
+    std::rotate(std::upper_bound(members.begin(), next, *next, KeyLess), next, next + 1);
+}
+
+template <class Elements>
+auto& CheckedAt(Elements& elements, std::size_t index) {
+  if (index >= elements.size()) throw std::out_of_range("invalid vector<T> subscript");
+  return elements[index];
+}
+
+}  // namespace
+
+constinit const JsonValue::Children JsonValue::kNoChildren;
+
+JsonValue::JsonValue(JsonMembers members) : kind_(JsonKind::kObject) {
+  if (!members.empty()) OwnChildren().members = std::move(members);
+}
+
+JsonValue::JsonValue(std::vector<JsonValue> elements) : kind_(JsonKind::kArray) {
+  if (!elements.empty()) OwnChildren().elements = std::move(elements);
+}
+
+JsonValue JsonValue::Object() {
+  return JsonValue(JsonMembers());
+}
+
+JsonValue JsonValue::Array() {
+  return JsonValue(std::vector<JsonValue>());
+}
+
+JsonValue::JsonValue(const JsonValue& other)
+    : scalar_(other.scalar_),
+      text_(other.text_),
+      kind_(other.kind_),
+      children_(other.children_ ? new Children(*other.children_) : nullptr) {}
+
+// Takes the blocks below each block out of their values before it deletes it, so that no destructor
+// meets another block.
+void JsonValue::ChildrenDeleter::operator()(Children* children) const noexcept {
+  while (children != nullptr) {
+    Children* const doomed = children;
+    children = doomed->next_to_delete;
+    const auto defer = [&children](JsonValue& value) {
+      if (!value.children_) return;
+      value.children_->next_to_delete = children;
+      children = value.children_.release();
+    };
+    for (JsonMember& member : doomed->members.members_)
+      defer(member.value);
+    for (JsonValue& element : doomed->elements)
+      defer(element);
+    delete doomed;
+  }
+}
+
+JsonValue::Children& JsonValue::OwnChildren() {
+  if (!children_) children_.reset(new Children);
+  return *children_;
+}
+
+JsonValue& JsonValue::operator[](std::string_view key) {
+  return OwnChildren().members[key];
+}
+
+const JsonValue* JsonValue::Find(std::string_view key) const {
+  return members().Find(key);
+}
+
+JsonValue* JsonValue::Find(std::string_view key) {
+  return children_ ? children_->members.Find(key) : nullptr;
+}
+
+void JsonValue::ReplaceMembers(JsonMembers members) {
+  OwnChildren().members = std::move(members);
+}
+
+const JsonValue& JsonValue::At(std::size_t index) const {
+  return CheckedAt(elements(), index);
+}
+
+JsonValue& JsonValue::At(std::size_t index) {
+  return CheckedAt(OwnChildren().elements, index);
+}
+
+void JsonValue::Append(JsonValue element) {
+  OwnChildren().elements.push_back(std::move(element));
+}
+
+JsonMembers JsonValue::TakeMembers() {
+  return children_ ? std::exchange(children_->members, {}) : JsonMembers();
+}
+
+JsonMembers::JsonMembers(std::vector<JsonMember> members) : members_(std::move(members)) {
+  if (InOrder(members_)) return;
+  SortByKey(members_);
+  const auto same_key = [](const JsonMember& left, const JsonMember& right) {
+    return left.key == right.key;
+  };
+  members_.erase(std::unique(members_.begin(), members_.end(), same_key), members_.end());
+}
+
+JsonValue& JsonMembers::operator[](std::string_view key) {
+  const auto key_less = [](const JsonMember& member, std::string_view wanted) {
+    return member.key < wanted;
+  };
+  auto place = std::lower_bound(members_.begin(), members_.end(), key, key_less);
+  if (place == members_.end() || place->key != key)
+    place = members_.emplace(place, std::string(key), JsonValue());
+  return place->value;
+}
+
+const JsonValue* JsonMembers::Find(std::string_view key) const {
+  for (const JsonMember& member : members_)
+    if (member.key == key) return &member.value;
+  return nullptr;
+}
+
+JsonValue* JsonMembers::Find(std::string_view key) {
+  return const_cast<JsonValue*>(std::as_const(*this).Find(key));
+}
+
+bool operator==(const JsonValue& left, const JsonValue& right) {
+  const auto same_member = [](const JsonMember& a, const JsonMember& b) {
+    return a.key == b.key && a.value == b.value;
+  };
+  return left.kind() == right.kind() && left.integer() == right.integer() &&
+         left.real() == right.real() && left.boolean() == right.boolean() &&
+         left.text() == right.text() && left.elements() == right.elements() &&
+         std::equal(left.members().begin(), left.members().end(), right.members().begin(),
+                    right.members().end(), same_member);
+}
+
+}  // namespace valmere

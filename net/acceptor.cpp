@@ -1,0 +1,62 @@
+// One thread that sleeps in Accept. An accept that yields nothing is told apart by the closing
+// flag, which Close raises before it touches the listener: with the flag up the loop ends, without
+// it the accept has failed and is tried again.
+#include "net/acceptor.h"
+
+#include <exception>
+#include <utility>
+
+namespace valmere {
+namespace {
+
+constexpr std::uint32_t kClosing = 1;
+
+// After a failed accept. What makes it fail with the listener still open passes by itself: a peer
+// that gave up before it was accepted, or a process that is out of descriptors or memory. Giving up
+// would leave the port deaf until the next restart. Trying again at once would spin, since a
+// waiting peer keeps accept from blocking while there is no descriptor to give it.
+constexpr std::uint32_t kRetryMilliseconds = 100;
+
+}  // namespace
+
+Acceptor::Acceptor(std::shared_ptr<Listener> listener, std::shared_ptr<StreamSink> sink,
+                   int priority)
+    : listener_(std::move(listener)), sink_(std::move(sink)) {
+  // The first wait on event flags takes memory. Take it here, so that the loop can still pause when
+  // memory is what accepting fails for.
+  closing_.WaitFor(kClosing, 0);
+  if (listener_->Open() != 0) return;
+  thread_.emplace([this] { Run(); }, priority);
+  // Peers must not queue up at a port where nobody will accept them.
+  if (!thread_->Start()) listener_->Close();
+}
+
+Acceptor::~Acceptor() {
+  Close();
+}
+
+void Acceptor::Close() {
+  closing_.Set(kClosing);
+  listener_->Close();
+}
+
+void Acceptor::Run() {
+  while (!closing_.Poll(kClosing)) {
+    if (!AcceptOne()) closing_.WaitFor(kClosing, kRetryMilliseconds);
+  }
+}
+
+// False when there is no connection, or when the sink could not take it; it is dropped then, which
+// tells the peer.
+bool Acceptor::AcceptOne() {
+  try {
+    std::shared_ptr<Connection> connection = listener_->Accept();
+    if (!connection) return false;
+    sink_->AddStream(std::move(connection));
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+}  // namespace valmere

@@ -1,0 +1,50 @@
+// The byte-stream connection: what a TCP connection, a file and a driver session look like to the
+// message layer.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "driver/sync/event_flags.h"
+
+namespace valmere {
+
+// Purpose: one ordered stream of bytes each way.
+// Owner: shared; whoever holds it last ends it.
+// Threads: one reader, any writers one at a time (ClientConnection sees to that); Close from any.
+// Errors: negative counts, the kGone, kFailed and kDrained below; callers treat each as the end.
+class Connection {
+ public:
+  static constexpr int kGone = -1;     // the peer or the link is gone
+  static constexpr int kFailed = -2;   // any other error
+  static constexpr int kDrained = -3;  // a closed pipe with nothing left in it
+
+  Connection() : instance_number_(next_instance_number_.fetch_add(1)) {}
+  virtual ~Connection() = default;
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  // Reads up to `length` bytes, waiting for the first; the count, or an error.
+  virtual int Read(void* buffer, int length) = 0;
+  // Writes `length` bytes; the count taken, or an error.
+  virtual int Write(const void* buffer, int length) = 0;
+  // The same; whom the bytes wake is put into `wake` where that is known, to be woken when it goes,
+  // so that nobody is woken under a lock that the caller holds. The connection must outlive it.
+  virtual int WriteDeferringWake(const void* buffer, int length,
+                                 EventFlags::PendingWake& /*wake*/) {
+    return Write(buffer, length);
+  }
+  // Ends the stream both ways; blocked calls return. Any number of times.
+  virtual void Close() = 0;
+  // False once either side has closed it, as far as that can be known without a transfer.
+  virtual bool IsOpen() const = 0;
+
+  // Counts the streams of this process, from 0.
+  std::uint32_t instance_number() const { return instance_number_; }
+
+ private:
+  static inline std::atomic<std::uint32_t> next_instance_number_{0};
+  const std::uint32_t instance_number_;
+};
+
+}  // namespace valmere

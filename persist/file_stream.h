@@ -1,0 +1,49 @@
+// A file or a device as a byte stream.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "net/connection.h"
+#include "platform/files.h"
+
+namespace valmere {
+
+// Purpose: the connection over a file; the bytes are moved as they stand.
+// Owner: whoever opened it. The file is given back when the object dies, not by Close, so that no
+//   transfer is left standing on a file that is gone.
+// Threads: transfers by one thread at a time; Close and IsOpen by any.
+// Errors: a file that can't be opened gives a stream that transfers nothing: counts of 0.
+class FileStream final : public Connection {
+ public:
+  // Larger files are not read whole.
+  static constexpr std::uint64_t kLargestWhole = std::uint64_t{1} << 30;
+
+  FileStream(platform::FileSystem& files, platform::WidePathView path, platform::OpenFlags flags);
+
+  // The count; 0 at the end, on an error and once closed.
+  int Read(void* buffer, int length) override;
+  int Write(const void* buffer, int length) override;
+  void Close() override;
+  bool IsOpen() const override;
+
+  // The file's size in bytes; 0 when it isn't open.
+  std::uint64_t Size();
+  // All of the file: its size is taken first, then that many bytes are read. Nothing when it isn't
+  // open, when fewer bytes come, or when it is too large for the memory.
+  std::optional<std::string> ReadWhole();
+  // True when all `length` bytes were transferred.
+  bool ReadAll(void* buffer, std::size_t length);
+  bool WriteAll(std::string_view bytes);
+
+ private:
+  const std::unique_ptr<platform::File> file_;
+  std::atomic<bool> closed_{false};
+};
+
+}  // namespace valmere

@@ -1,0 +1,55 @@
+// Lines on their way to property files.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string_view>
+#include <utility>
+
+#include "driver/sync/event_flags.h"
+#include "driver/sync/shared_lock.h"
+#include "driver/sync/worker_thread.h"
+#include "persist/property_file_writer.h"
+#include "platform/files.h"
+
+namespace valmere {
+
+// Purpose: takes write requests and applies them one by one, in order, on a background thread.
+// Owner: the persistence component.
+// Threads: any thread pushes, under a short lock; nobody waits for a file.
+// Errors: a rewrite that fails is told to the reporter, once for each file and cause. What is still
+// queued at destruction is discarded.
+class LineQueue {
+ public:
+  using Reporter = std::function<void(const platform::WidePath& path, RewriteResult cause)>;
+
+  LineQueue(std::shared_ptr<platform::FileSystem> files, Reporter report);
+  ~LineQueue();
+  LineQueue(const LineQueue&) = delete;
+  LineQueue& operator=(const LineQueue&) = delete;
+
+  // Lines queue up until the worker is started.
+  void Start(int priority);
+  void Push(WriteRequest request) EXCLUDES(lock_);
+  // Applies requests until none is left, or until one could not be read or finished: the others
+  // then wait for the next push. True once at least one was written completely.
+  bool Drain() EXCLUDES(lock_);
+
+ private:
+  void Run();
+  std::optional<WriteRequest> TakeFirst() EXCLUDES(lock_);
+  void Report(const platform::WidePath& path, RewriteResult result);
+
+  const std::shared_ptr<platform::FileSystem> files_;
+  const Reporter report_;
+  Lock lock_;
+  std::deque<WriteRequest> requests_ GUARDED_BY(lock_);
+  std::set<std::pair<platform::WidePath, RewriteResult>> reported_;  // the draining thread's own
+  EventFlags signal_{EventFlags::AutoClear::kNo};
+  std::optional<WorkerThread> thread_;  // the last member: it ends before what it uses goes
+};
+
+}  // namespace valmere

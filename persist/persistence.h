@@ -1,0 +1,121 @@
+// The service's own properties and the files that keep their values.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "driver/sync/shared_lock.h"
+#include "persist/debug_switches.h"
+#include "persist/line_queue.h"
+#include "persist/log_sink.h"
+#include "persist/override_merge.h"
+#include "persist/property_file.h"
+#include "platform/files.h"
+#include "store/bool_property.h"
+#include "store/property.h"
+#include "store/string_property.h"
+#include "store/trigger_property.h"
+
+namespace valmere {
+
+// Where registered properties are published: the property engine.
+class PropertySink {
+ public:
+  virtual ~PropertySink() = default;
+  // Takes one of the service's own properties; false when there is one of that key.
+  virtual bool AddProperty(std::shared_ptr<Property> property) = 0;
+};
+
+// Purpose: restores registered properties from the property file and writes their changes to it;
+// merges the override file, once.
+// Owner: shared by the service and those who register.
+// Threads: any. A change queues its line and never waits for a file; a load reads on its caller's
+// thread.
+// Errors: a load that fails sets "Property Loading Error" and is logged with its cause.
+class Persistence : public std::enable_shared_from_this<Persistence> {
+ public:
+  // Loads the files.
+  static std::shared_ptr<Persistence> Make(std::shared_ptr<platform::FileSystem> files,
+                                           platform::WidePathView main_path,
+                                           platform::WidePathView override_path);
+  Persistence(const Persistence&) = delete;
+  Persistence& operator=(const Persistence&) = delete;
+
+  // Keeps the property's value from here on: it takes the value that was loaded for it, if it is of
+  // the kind that is restored, and is published.
+  void RegisterProperty(const std::shared_ptr<Property>& property) EXCLUDES(load_lock_);
+  // Publishes what has been registered so far, in that order, and everything to come.
+  void AttachEngine(const std::shared_ptr<PropertySink>& engine) EXCLUDES(publish_lock_);
+  // What has happened so far is logged at once.
+  void AttachLog(const std::shared_ptr<LogSink>& log) EXCLUDES(log_lock_);
+  // Starts the thread that writes lines.
+  void StartWorker(int priority) { lines_.Start(priority); }
+
+  // Reads the files anew and gives their values to the registered properties, which announce them.
+  bool Load() EXCLUDES(load_lock_);
+  // Queues a line for every registered property, in the order of registration.
+  void StoreAll() EXCLUDES(store_lock_);
+
+ private:
+  Persistence(std::shared_ptr<platform::FileSystem> files, platform::WidePathView main_path,
+              platform::WidePathView override_path);
+
+  void PublishOwn();
+  void Publish(const std::shared_ptr<Property>& property) EXCLUDES(publish_lock_);
+  LoadOutcome LoadFiles() REQUIRES(load_lock_);
+  void LogLoad(const LoadOutcome& outcome, platform::WidePathView main_path,
+               platform::WidePathView override_path);
+  // The text that was loaded for the property, or null.
+  const std::string* LoadedValue(const Property& property) const REQUIRES(load_lock_);
+  void RestoreSilently(Property& property) REQUIRES(load_lock_);
+  void RestoreAnnounced(Property& property, const std::string& text);
+  void LogUnfit(const Property& property, std::string_view text);
+  bool IsRestoring(const Property& property) const;
+  void LogChange(const Property& property);
+  void LogChangesOf(Property& property);
+  void StoreOne(const Property& property) EXCLUDES(store_lock_);
+  void QueueLine(const Property& property) REQUIRES(store_lock_);
+  // Logs what `message` returns, now or when there is a log.
+  template <class Message>
+  void LogIn(DebugZone zone, Message message) {
+    if (IsOn(zone)) LogLine(message());
+  }
+  void LogLine(std::string message) EXCLUDES(log_lock_);
+
+  const std::shared_ptr<platform::FileSystem> files_;
+  const std::shared_ptr<StringProperty> main_path_;
+  const std::shared_ptr<StringProperty> override_path_;
+  const std::shared_ptr<BoolProperty> loading_error_;
+  const std::shared_ptr<TriggerProperty> load_command_;
+  const std::shared_ptr<TriggerProperty> store_command_;
+
+  Lock load_lock_;  // held around every load
+  PropertyMap loaded_ GUARDED_BY(load_lock_);
+
+  mutable Lock store_lock_;  // held while lines are built and queued
+  std::deque<std::shared_ptr<Property>> registered_ GUARDED_BY(store_lock_);
+
+  Lock publish_lock_;
+  std::weak_ptr<PropertySink> engine_ GUARDED_BY(publish_lock_);
+  bool attached_ GUARDED_BY(publish_lock_) = false;
+  std::vector<std::shared_ptr<Property>> pending_ GUARDED_BY(publish_lock_);
+
+  Lock log_lock_;
+  std::weak_ptr<LogSink> log_ GUARDED_BY(log_lock_);
+  bool logging_ GUARDED_BY(log_lock_) = false;
+  std::vector<std::string> early_messages_ GUARDED_BY(log_lock_);
+
+  // The property that a load is giving its value to, and on which thread: its announcement must not
+  // write the same line back.
+  std::atomic<const Property*> restoring_{nullptr};
+  std::atomic<std::uint32_t> restoring_thread_{0};
+
+  LineQueue lines_;  // the last member: its thread uses the others
+};
+
+}  // namespace valmere

@@ -1,0 +1,45 @@
+// Writing a property file: one line is replaced or added, everything else stays.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/files.h"
+
+namespace valmere {
+
+// One line to be written.
+struct WriteRequest {
+  std::string prefix;       // the left side; the first line that begins with it is replaced
+  std::string line;         // left side, "=", value; without "\n"
+  platform::WidePath path;  // the file
+
+  friend bool operator==(const WriteRequest&, const WriteRequest&) = default;
+};
+
+WriteRequest MakeWriteRequest(std::string_view left_side, std::string_view value,
+                              platform::WidePathView path);
+
+// How a rewrite ended. Whatever it was, the request is spent: it isn't tried again.
+enum class RewriteResult {
+  kWritten,
+  kShortRead,    // the old body didn't come whole; the file is as it was
+  kNotOpened,    // it is there but can't be opened, or not for writing; the file is as it was
+  kBodyTorn,     // the lines didn't all reach the file, which now has no valid checksum
+  kTrailerTorn,  // the checksum didn't all reach the file
+};
+
+// True when the requests that still wait should be left for another time: what kept this one from
+// being read, or from being finished, is likely to meet them too.
+bool StopsDraining(RewriteResult result) noexcept;
+
+// The result as the end of a sentence for the log: "it can't be opened".
+std::string_view Describe(RewriteResult result) noexcept;
+
+// Rewrites the file with the request's line in place of the first one that begins with its prefix,
+// or with the line at the end if none does. The old checksum isn't looked at: a file with a wrong
+// one is mended. A last line without its "\n" is given one. The new checksum is written last, so a
+// rewrite that was cut off anywhere leaves a file that is refused whole.
+RewriteResult RewriteLine(platform::FileSystem& files, const WriteRequest& request);
+
+}  // namespace valmere

@@ -1,0 +1,61 @@
+// Files and devices by wide path. Everything above takes a FileSystem at construction, so that
+// tests can hand in one that reads short, refuses to open or tears a write.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "platform/wide_path.h"
+
+namespace valmere::platform {
+
+// How a file is opened; combined with |. Always binary: no byte is translated. What neither reads
+// nor writes can't be opened, nor can what is to be truncated but not written.
+enum class OpenFlags : std::uint32_t {
+  kRead = 1,
+  kWrite = 2,     // creates the file when it is missing (unless only kRead is given with it)
+  kAppend = 4,    // writes, and every write goes to the end
+  kTruncate = 8,  // the file starts empty
+  kAtEnd = 16,    // the first position is the end
+};
+constexpr OpenFlags operator|(OpenFlags a, OpenFlags b) {
+  return static_cast<OpenFlags>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
+}
+constexpr bool Has(OpenFlags set, OpenFlags flag) {
+  return (static_cast<std::uint32_t>(set) & static_cast<std::uint32_t>(flag)) != 0;
+}
+
+// An open file or device, owned by its opener, used by one thread at a time; closed by destruction.
+class File {
+ public:
+  virtual ~File() = default;
+  // Reads `length` bytes from the current position; the count, smaller only at the end or on an
+  // error.
+  virtual std::size_t Read(void* buffer, std::size_t length) = 0;
+  // The number of bytes that reached the file; fewer than `length` on an error.
+  virtual std::size_t Write(const void* buffer, std::size_t length) = 0;
+  // The file's size in bytes; 0 for what has none.
+  virtual std::uint64_t Size() = 0;
+};
+
+// Where paths lead. Any thread may call; each File that it gives stands alone.
+class FileSystem {
+ public:
+  virtual ~FileSystem() = default;
+  // Null when the file can't be opened; a folder can't. A name that ends in ":" ("PRN1:") is a
+  // device, which this never creates. Folders are not created either.
+  virtual std::unique_ptr<File> Open(WidePathView path, OpenFlags flags) = 0;
+  // True for a file and for a folder.
+  virtual bool Exists(WidePathView path) = 0;
+  // True when the file is gone because of this call; folders stay.
+  virtual bool Remove(WidePathView path) = 0;
+};
+
+// The device's files. Where the operating system has no such tree of its own they lie under one
+// folder, the device root: the environment variable VALMERE_ROOT as it stands at this call, else
+// /var/lib/valmere. No path leads out of the root: ".." stops there, and symbolic links below it
+// are not followed.
+std::shared_ptr<FileSystem> MakeDeviceFileSystem();
+
+}  // namespace valmere::platform

@@ -1,0 +1,11 @@
+// The wall clock in the device's time zone.
+#pragma once
+
+#include <ctime>
+
+namespace valmere::platform {
+
+// The present local time; all fields 0 if the system can't tell it. Any thread may call.
+std::tm LocalNow() noexcept;
+
+}  // namespace valmere::platform

@@ -1,0 +1,61 @@
+// TCP over IPv4 by blocking calls. Error codes are those of Winsock on every backend.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace valmere::platform {
+
+inline constexpr int kConnectionAborted = 10053;
+inline constexpr int kConnectionReset = 10054;
+inline constexpr int kNoBufferSpace = 10055;
+inline constexpr int kTimedOut = 10060;
+inline constexpr int kOtherSocketError = 10000;
+
+// Starts the socket library (version 2.2) and, when that went well, cleans it up at the end.
+bool StartSockets() noexcept;
+void CleanUpSockets() noexcept;
+
+// What a transfer gave: a count of 0 or more and the thread's last error code, or -1 and its error.
+struct Transfer {
+  int count;
+  int error;
+};
+
+// A connected socket. One thread may receive while others send; Close comes from any thread, any
+// number of times, and makes blocked calls return. The operating system's handle is given back when
+// the object dies, so that its number can't be reused under a running call.
+class StreamSocket {
+ public:
+  virtual ~StreamSocket() = default;
+  virtual Transfer Receive(void* buffer, int length) = 0;
+  // Blocks until all is sent. A peer that takes nothing for 5 s makes it fail with kTimedOut; a
+  // broken peer never raises a signal.
+  virtual Transfer Send(const void* buffer, int length) = 0;
+  virtual void Close() = 0;
+};
+
+struct Accepted {
+  std::unique_ptr<StreamSocket> socket;  // null when accepting failed or the listener was closed
+  std::uint32_t address = 0;             // IPv4, network byte order
+  std::uint32_t port = 0;                // 16-bit value in network byte order
+};
+
+// A listening socket. Accept blocks; Close from another thread ends it.
+class ListenSocket {
+ public:
+  virtual ~ListenSocket() = default;
+  // 0, or -1 when binding or listening failed. Port in host order; 0 lets the system choose.
+  virtual int Listen(std::uint16_t port, int backlog) = 0;
+  virtual Accepted Accept() = 0;
+  virtual void Close() = 0;
+  // The port that is listened on, host order; 0 before Listen.
+  virtual std::uint16_t BoundPort() const = 0;
+};
+
+std::unique_ptr<ListenSocket> MakeListenSocket();
+// A connection to `port` on this machine's loopback address; null when nobody answers.
+std::unique_ptr<StreamSocket> ConnectLoopback(std::uint16_t port);
+
+}  // namespace valmere::platform

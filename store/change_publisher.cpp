@@ -1,0 +1,131 @@
+// The publishing thread. Changes are collected every 250 ms, so that the stacks stay short, and
+// delivered at the end of a period, so that clients are woken once for many of them.
+#include "store/change_publisher.h"
+
+#include <cstddef>
+#include <exception>
+
+#include "store/property_record.h"
+
+namespace valmere {
+namespace {
+
+constexpr std::uint32_t kStop = 1;
+constexpr std::size_t kKeptFrameBytes = std::size_t{64} * 1024;
+
+}  // namespace
+
+ChangePublisher::ChangePublisher(std::shared_ptr<Property> own_component,
+                                 std::shared_ptr<UIntProperty> period, SubscriberList& subscribers,
+                                 std::function<void()> on_subscribe_all)
+    : own_component_(std::move(own_component)),
+      period_(std::move(period)),
+      subscribers_(subscribers),
+      on_subscribe_all_(std::move(on_subscribe_all)),
+      ticks_left_(TicksOfPeriod()) {}
+
+ChangePublisher::~ChangePublisher() {
+  stop_.Set(kStop);
+}
+
+void ChangePublisher::Start(int priority) {
+  thread_.emplace([this] { Run(); }, priority);
+  thread_->Start();
+}
+
+void ChangePublisher::Run() {
+  ticks_left_ = TicksOfPeriod();
+  while (stop_.WaitFor(kStop, kPassMilliseconds) == 0) {
+    try {
+      Pass();
+    } catch (const std::exception&) {
+      // No memory to make the subscriptions to all complete: properties that were there before a
+      // subscriber's last key went may stay unheard of.
+    }
+  }
+}
+
+void ChangePublisher::Pass() {
+  CollectAll();
+  // Decremented before it is tested: a period below one pass wraps here and never ends in practice.
+  if (--ticks_left_ == 0) EndPeriod();
+}
+
+// What nobody would get is let go without being rendered.
+void ChangePublisher::Append(const Property& property, std::string_view status) {
+  if (!subscribers_.Any()) return;
+  try {
+    entries_.Append(RecordOf(property, property.GetValueString(), status, *own_component_));
+  } catch (const std::exception&) {
+    // No memory for this one: the others, and the period's end, must not be lost with it.
+  }
+}
+
+// Never more than a full stack: threads that change properties as fast as they are taken must not
+// keep the pass from ending.
+void ChangePublisher::Collect(ChangeStack& changes) {
+  for (std::uint32_t taken = 0; taken < ChangeStack::kSlots; ++taken) {
+    const auto changed = changes.Pop();
+    if (!changed) return;
+    Append(*changed, kStatusSuccessful);
+  }
+}
+
+void ChangePublisher::CollectAll() {
+  Collect(changes_);
+  Collect(component_changes_);
+  Announcements::Taken taken;
+  try {
+    taken = announcements_.Take();
+  } catch (const std::exception&) {
+    // They wait for a pass with more memory.
+  }
+  for (const auto& property : taken.added)
+    Append(*property, kStatusSuccessful);
+  for (const auto& property : taken.vanished)
+    Append(*property, kStatusNoLongerAvailable);
+}
+
+void ChangePublisher::EndPeriod() {
+  bool subscribed_all = false;
+  try {
+    for (const auto& property : periodic_.Copy())
+      Append(*property, kStatusSuccessful);
+    subscribed_all = !entries_.empty() && Deliver();
+  } catch (const std::exception&) {
+    // No memory: this period's entries are lost, the next period is not.
+  }
+  entries_.Clear();
+  if (frame_.capacity() > kKeptFrameBytes) std::string().swap(frame_);
+  ticks_left_ = TicksOfPeriod();
+  if (subscribed_all) on_subscribe_all_();
+}
+
+bool ChangePublisher::Deliver() {
+  bool subscribed_all = false;
+  SubscriberList::Entries dropped;  // let go after the lock
+  const ScopedLock hold(subscribers_.lock);
+  dropped = subscribers_.KeepIf([&](Subscriber& subscriber) {
+    const bool had_keys = !subscriber.keys.empty();
+    if (!DeliverTo(subscriber)) return false;
+    if (had_keys && subscriber.keys.empty()) subscribed_all = true;
+    return true;
+  });
+  return subscribed_all;
+}
+
+// False when the subscriber's connection took less than the frame.
+bool ChangePublisher::DeliverTo(Subscriber& subscriber) {
+  const std::string* const frame = FrameFor(subscriber);
+  if (frame == nullptr) return true;
+  const ScopedLock hold(subscriber.write_lock);
+  const int length = static_cast<int>(frame->size());
+  return subscriber.connection->Write(frame->data(), length) == length;
+}
+
+const std::string* ChangePublisher::FrameFor(Subscriber& subscriber) {
+  if (subscriber.keys.empty()) return &entries_.WholeFrame();
+  return entries_.FrameFor(subscriber.keys, frame_) ? &frame_ : nullptr;
+}
+
+}  // namespace valmere

@@ -1,0 +1,145 @@
+// The handling of one message: its keys in their fixed order, each independent of the others.
+#include "store/property_engine.h"
+
+#include <utility>
+
+#include "persist/debug_switches.h"
+#include "persist/log_line.h"
+#include "protocol/message_keys.h"
+#include "store/general_group.h"
+
+namespace valmere {
+namespace {
+
+constexpr std::uint32_t kInitialPeriodMilliseconds = 500;
+
+// A session keeps a reply buffer of at most this size between messages.
+constexpr std::size_t kKeptReplyBytes = std::size_t{16} * 1024;
+
+bool WriteWhole(ClientConnection& client, const std::string& frame, EventFlags::PendingWake& wake) {
+  const int length = static_cast<int>(frame.size());
+  return client.WriteDeferringWake(frame.data(), length, wake) == length;
+}
+
+std::string ClientText(const ClientConnection& client) {
+  return "Client " + std::to_string(client.instance_number());
+}
+
+}  // namespace
+
+std::shared_ptr<PropertyEngine> PropertyEngine::Make(
+    Persistence& persistence, std::shared_ptr<LogSink> log,
+    std::shared_ptr<StringProperty> own_component) {
+  auto period =
+      UIntProperty::Make(kInitialPeriodMilliseconds, "DA821DC5-948D-4659-9B52-177E4C102129",
+                         "Property Publishing Period in ms", kGeneralGroupGuid, kGeneralGroup);
+  persistence.RegisterProperty(period);
+  return std::shared_ptr<PropertyEngine>(
+      new PropertyEngine(std::move(log), std::move(own_component), std::move(period)));
+}
+
+PropertyEngine::PropertyEngine(std::shared_ptr<LogSink> log,
+                               std::shared_ptr<StringProperty> own_component,
+                               std::shared_ptr<UIntProperty> period)
+    : log_(std::move(log)),
+      own_component_(std::move(own_component)),
+      publisher_(own_component_, std::move(period), subscribers_, [this] { ObserveAll(); }) {}
+
+bool PropertyEngine::AddProperty(std::shared_ptr<Property> property) {
+  if (!local_.Add(property)) return false;
+  LogChangesOf(*property);
+  Appeared(property);
+  return true;
+}
+
+void PropertyEngine::LogChangesOf(Property& property) const {
+  property.AddListener(
+      [log = std::weak_ptr<LogSink>(log_)](const std::shared_ptr<Property>& changed) {
+        if (!IsOn(DebugZone::kProperty)) return;
+        LogIn(DebugZone::kProperty, log.lock(), [&] {
+          return "Property " + QuoteForLog(changed->name()) + " changes to " +
+                 QuoteForLog(changed->GetValueString());
+        });
+      });
+}
+
+bool PropertyEngine::HandleMessage(const PropertyMessage& message,
+                                   const std::shared_ptr<ClientConnection>& sender,
+                                   ReplyBuffer& reply) {
+  if (message.Has(keys::kSetRequests)) HandleSetRequests(message.ParseSetRequests());
+  const bool answer = message.Has(keys::kGetRequests) || message.Has(keys::kGetAll);
+  if (answer) BuildReply(message, reply);
+  if (message.Has(keys::kSubscribeRequests) || message.Has(keys::kSubscribeAll))
+    Subscribe(message, sender);
+  if (message.Has(keys::kGetResponses)) ApplyComponentEntries(message.ParseGetResponses(), sender);
+  if (message.Has(keys::kDisconnect)) {
+    Unsubscribe(*sender);
+    return false;
+  }
+  if (!answer) return true;
+  const bool sent = SendReply(*sender, reply);
+  if (reply.capacity() > kKeptReplyBytes) ReplyBuffer().swap(reply);
+  return sent;
+}
+
+void PropertyEngine::BuildReply(const PropertyMessage& message, ReplyBuffer& reply) const {
+  ResponseFrame frame(reply);
+  if (message.Has(keys::kGetAll)) {
+    const ScopedLock hold(ParserLock());
+    HandleGetAll(frame);
+  } else {
+    const std::vector<PropertyAddress> requests = message.ParseGetRequests();
+    const ScopedLock hold(ParserLock());
+    HandleGetRequests(requests, frame);
+  }
+  frame.Finish();
+}
+
+void PropertyEngine::Subscribe(const PropertyMessage& message,
+                               const std::shared_ptr<ClientConnection>& sender) {
+  const std::vector<PropertyAddress> addresses = message.ParseSubscribeRequests();
+  bool to_all = false;
+  {
+    const ScopedLock hold(subscribers_.lock);
+    to_all = subscribers_.Add(sender, addresses).keys.empty();
+  }
+  // Properties that come from here on find the subscription; these are the ones that were there.
+  if (to_all) {
+    ObserveAll();
+  } else {
+    ObserveNamed(addresses);
+  }
+  LogIn(DebugZone::kInfo, log_, [&] {
+    return ClientText(*sender) + " subscribes to " +
+           (to_all ? std::string("all properties") : std::to_string(addresses.size()) + " more");
+  });
+}
+
+bool PropertyEngine::Unsubscribe(const ClientConnection& client) {
+  std::unique_ptr<Subscriber> removed;
+  {
+    const ScopedLock hold(subscribers_.lock);
+    removed = subscribers_.Remove(client);
+  }
+  if (!removed) return false;
+  LogIn(DebugZone::kInfo, log_, [&] { return ClientText(client) + " is no subscriber any more"; });
+  return true;
+}
+
+// A reply and a notification to the same client must not meet on its stream, so a reply goes out
+// under the same locks. The client is woken when they are free.
+bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& reply) {
+  EventFlags::PendingWake wake;
+  const ScopedLock hold(subscribers_.lock);
+  Subscriber* subscriber = subscribers_.Find(sender);
+  if (subscriber == nullptr) return WriteWhole(sender, reply, wake);
+  const ScopedLock hold_own(subscriber->write_lock);
+  return WriteWhole(sender, reply, wake);
+}
+
+void PropertyEngine::ConnectionEnded(const ClientConnection& client) {
+  Unsubscribe(client);
+  WithdrawAllOf(client);
+}
+
+}  // namespace valmere

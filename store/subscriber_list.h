@@ -1,0 +1,76 @@
+// The clients that asked to be told of changes.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <set>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "driver/sync/shared_lock.h"
+#include "protocol/client_connection.h"
+#include "protocol/property_records.h"
+
+namespace valmere {
+
+// Purpose: one client's subscription: the keys (component ":" group GUID ":" GUID) that it named.
+// With no key at all it is one to every property.
+// Owner: the SubscriberList.
+// Threads: under the list's lock; write_lock keeps replies and notifications of this client apart
+// and is taken after the list's.
+struct Subscriber {
+  explicit Subscriber(std::shared_ptr<ClientConnection> client) : connection(std::move(client)) {}
+
+  const std::shared_ptr<ClientConnection> connection;
+  std::set<std::string, std::less<>> keys;
+  Lock write_lock;
+};
+
+// Purpose: the subscribers in the order in which they registered.
+// Owner: the property engine.
+// Threads: any, holding `lock` over the calls and for as long as what they return is used.
+// Errors: std::bad_alloc.
+class SubscriberList {
+ public:
+  using Entries = std::vector<std::unique_ptr<Subscriber>>;
+
+  Lock lock;
+
+  // Null when the client has no entry.
+  Subscriber* Find(const ClientConnection& client) REQUIRES(lock);
+  // Registers the client, or adds to what it registered; addresses that it named before stay once.
+  Subscriber& Add(const std::shared_ptr<ClientConnection>& client,
+                  std::span<const PropertyAddress> addresses) REQUIRES(lock);
+  // The entry that was removed, or empty.
+  std::unique_ptr<Subscriber> Remove(const ClientConnection& client) REQUIRES(lock);
+  std::size_t size() const REQUIRES(lock) { return subscribers_.size(); }
+  // True when a subscriber gets what happens to the property of this key.
+  bool Wants(std::string_view key) const REQUIRES(lock);
+  // Visits every subscriber in order; those for whom `keep` returns false are removed and returned,
+  // to be let go without the lock. When `keep` throws, nobody is removed.
+  template <class Keep>
+  [[nodiscard]] Entries KeepIf(Keep keep) REQUIRES(lock);
+  // Whether there is any, without the lock; what is changing meanwhile may go either way.
+  bool Any() const { return count_.load(std::memory_order_relaxed) != 0; }
+
+ private:
+  Entries RemoveFrom(Entries::iterator first) REQUIRES(lock);
+
+  Entries subscribers_ GUARDED_BY(lock);
+  std::unordered_map<const ClientConnection*, Subscriber*> by_client_ GUARDED_BY(lock);
+  std::atomic<std::size_t> count_{0};
+};
+
+template <class Keep>
+SubscriberList::Entries SubscriberList::KeepIf(Keep keep) {
+  // Swapped, not moved: at no time is there an entry without a subscriber.
+  auto kept = subscribers_.begin();
+  for (auto& subscriber : subscribers_) {
+    if (keep(*subscriber)) (kept++)->swap(subscriber);
+  }
+  return RemoveFrom(kept);
+}
+
+}  // namespace valmere

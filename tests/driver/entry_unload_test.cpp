@@ -1,0 +1,175 @@
+// The end of the service, and what is left of it. POSIX with /proc.
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "platform/kernel.h"
+#include "tests/driver/entry_fixture.h"
+#include "tests/driver/process_state.h"
+#include "tests/support/test_thread.h"
+
+namespace valmere::testing {
+namespace {
+
+constexpr platform::Ticks kGrace = 3000 * platform::kTicksPerMillisecond;
+
+// A thread that waits in PRN_Read.
+class BlockedReader {
+ public:
+  explicit BlockedReader(std::uint32_t handle)
+      : thread_([this, handle] {
+          id_ = platform::CurrentThreadId();
+          char byte = 'x';
+          EXPECT_EQ(PRN_Read(handle, &byte, 1), 1u);
+          EXPECT_EQ(byte, 'x');
+        }) {
+    // Asleep several times over: not in some lock that it passes on its way.
+    for (int i = 0; i < 5; ++i)
+      EXPECT_TRUE(Eventually([&] { return id_ != 0 && Sleeps(id_); }));
+    // Takes the lock that the reader's look-up took. The start and the end of a service are called
+    // alone, so they take nothing that would order them after that look-up.
+    PRN_Close(0);
+  }
+
+ private:
+  std::atomic<std::uint32_t> id_{0};
+  TestThread thread_;
+};
+
+std::vector<std::unique_ptr<Client>> OpenClients(int count) {
+  std::vector<std::unique_ptr<Client>> clients;
+  for (int i = 0; i < count; ++i)
+    clients.push_back(std::make_unique<Client>());
+  return clients;
+}
+
+// Leaves sessions in every state behind.
+void UseService(std::vector<std::unique_ptr<Client>>& clients) {
+  clients.at(9)->Close();
+  for (int i = 0; i < 100; ++i)
+    clients[1]->Send(PublishedText({"C", "G:" + std::to_string(i)}, "value"));
+  EXPECT_EQ(clients[1]->Ask(GetText({"C", "G:99"})), PublishedText({"C", "G:99"}, "value"));
+  clients[2]->Send(R"({"SubscribeAllCurrentAndNewProperties": true})");
+  clients[2]->Send(SetText({"C", "G:1"}, "never read"));
+  EXPECT_EQ(clients[2]->Ask(GetText(kOwnComponent)), OwnComponentText());
+  clients[3]->SendBytes(IdentifierBytes() + LengthBytes(1000) + "x");
+  clients[4]->SendBytes("no identifier");
+  clients[5]->SendBytes(FrameOf(GetText(kOwnComponent)).substr(0, 16));
+  for (int i = 0; i < 100; ++i)
+    clients[6]->Send(GetText(kOwnComponent));
+  EXPECT_EQ(clients[7]->Ask(R"({"Disconnect": true})"), std::nullopt);
+}
+
+TEST(UnloadTest, IsCleanWithSessionsInEveryState) {
+  const DeviceRoot device;
+  ASSERT_EQ(PRN_Init(0), 1u);
+  auto clients = OpenClients(14);
+  UseService(clients);
+  EXPECT_EQ(clients[10]->Ask(GetText(kOwnComponent)), OwnComponentText());
+  {
+    const BlockedReader never_written(clients[11]->handle());
+    const BlockedReader second_reader(clients[11]->handle());
+    const BlockedReader answered_before(clients[10]->handle());
+    const platform::Ticks start = platform::MonotonicNow();
+    EXPECT_EQ(PRN_Deinit(1), 1u);
+    EXPECT_GE(platform::MonotonicNow() - start, kGrace);
+  }
+  EXPECT_EQ(Marker(device), kMarkerBytes);
+  EXPECT_FALSE(clients[1]->Close());
+  EXPECT_FALSE(clients[2]->Send(GetText(kOwnComponent)));
+  EXPECT_EQ(PRN_Open(1, 0, 0), 0u);
+  char byte = 'x';
+  EXPECT_EQ(PRN_Read(1, &byte, 1), 1u);
+
+  ASSERT_EQ(PRN_Init(0), 1u);
+  EXPECT_EQ(PRN_Open(1, 0, 0), 1u);
+  EXPECT_EQ(PRN_Deinit(1), 1u);
+  EXPECT_EQ(Marker(device), kMarkerBytes + kMarkerBytes);
+}
+
+TEST(UnloadTest, WritesItsMarkerIntoTheRootOfThatInit) {
+  DeviceRoot device;
+  device.MakeFolder("other");
+  ASSERT_EQ(PRN_Init(0), 1u);
+  device.Use("other");
+  EXPECT_EQ(PRN_Deinit(1), 1u);
+  EXPECT_EQ(Marker(device), kMarkerBytes);
+  EXPECT_EQ(Marker(device, "other"), "");
+}
+
+TEST(LeftoverTest, NoThreadDescriptorOrMemoryIsLeft) {
+  const DeviceRoot device;
+  TestThread([] {}).Join();  // a sanitizer's own thread comes with the first other one
+  const std::size_t threads = ThreadCount();
+  const std::size_t descriptors = DescriptorCount();
+  std::size_t memory[2] = {};
+  for (std::size_t& in_use : memory) {
+    ASSERT_EQ(PRN_Init(0), 1u);
+    {
+      auto clients = OpenClients(100);
+      UseService(clients);
+      for (auto& client : clients)
+        client->Send(R"({"GetAllProperties": true})");
+      EXPECT_GT(ThreadCount(), threads);
+      EXPECT_EQ(PRN_Deinit(1), 1u);
+    }
+    EXPECT_EQ(ThreadCount(), threads);
+    EXPECT_EQ(DescriptorCount(), descriptors);
+    in_use = mallinfo2().uordblks;
+  }
+  // What a first run leaves for good, such as buffers of the C library, a second one does not add
+  // to.
+  EXPECT_LT(memory[1], memory[0] + 16 * 1024);
+  EXPECT_EQ(Marker(device), kMarkerBytes + kMarkerBytes);
+}
+
+class ReplacedServiceTest : public EntryTest {};
+
+TEST_F(ReplacedServiceTest, ReleasesItsReaders) {
+  Client written;
+  EXPECT_EQ(written.Ask(GetText(kOwnComponent)), OwnComponentText());
+  Client never_written;
+  {
+    const BlockedReader first(written.handle());
+    const BlockedReader second(never_written.handle());
+    EXPECT_EQ(PRN_Init(0), 1u);
+  }
+  EXPECT_EQ(PRN_Open(1, 0, 0), 1u);
+}
+
+TEST_F(ReplacedServiceTest, TakesItsThreadsAlong) {
+  const std::size_t threads = ThreadCount();
+  for (int i = 0; i < 5; ++i) {
+    auto clients = OpenClients(10);
+    UseService(clients);
+    ASSERT_EQ(PRN_Init(0), 1u);
+  }
+  // The thread that serves the service's own device ends by itself soon after a start, and may have
+  // been counted in either number.
+  EXPECT_TRUE(Eventually([&] { return ThreadCount() <= threads; })) << ThreadCount();
+}
+
+TEST_F(ReplacedServiceTest, ListensOnNoPort) {
+  Client client;
+  EXPECT_EQ(client.Ask(GetText(kOwnComponent)), OwnComponentText());
+  EXPECT_EQ(ListeningSockets().size(), 0u);
+}
+
+// What a session is sent after it has ended must not be kept.
+TEST_F(ReplacedServiceTest, DropsWhatIsWrittenToAnEndedSession) {
+  Client client;
+  ASSERT_TRUE(client.SendBytes(FrameOf("nonsense")));
+  ASSERT_EQ(client.Receive(), std::nullopt);
+  const std::string bytes(1 << 20, 'b');
+  ASSERT_TRUE(client.SendBytes(bytes));
+  const std::size_t before = ResidentBytes();
+  for (int i = 0; i < 100; ++i)
+    ASSERT_TRUE(client.SendBytes(bytes));
+  EXPECT_LT(ResidentBytes(), before + (50u << 20));
+}
+
+}  // namespace
+}  // namespace valmere::testing

@@ -1,0 +1,144 @@
+// A driver library that is not ours to trust: it answers what the test asks it to, and writes each
+// call to the file named by FAKE_DRIVER_LOG, if any, one line a call.
+//
+// A frame's text says what becomes of it:
+//   {"Disconnect": true}   the session ends
+//   end                    the session ends
+//   refuse                 PRN_Write fails
+//   silent                 nothing comes back
+//   bytes N                a frame of N bytes of text comes back
+//   anything else          the frame itself comes back
+// Bytes that are no frame end the session once there are 16 of them. With FAKE_DRIVER_SIGNAL in the
+// environment, PRN_Init takes so long that SIGTERM comes meanwhile.
+#include <algorithm>
+#include <condition_variable>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "driver/prn.h"
+#include "protocol/message_frame.h"
+
+namespace {
+
+struct Session {
+  std::string replies;
+  bool ended = false;
+};
+
+std::mutex lock;
+std::condition_variable changed;
+std::map<uint32_t, std::shared_ptr<Session>> sessions;
+uint32_t last_handle = 0;
+
+void Log(const std::string& line) {
+  static const char* path = std::getenv("FAKE_DRIVER_LOG");
+  static std::FILE* file = path != nullptr ? std::fopen(path, "a") : nullptr;
+  if (file == nullptr) return;
+  std::fprintf(file, "%s\n", line.c_str());
+  std::fflush(file);
+}
+
+std::shared_ptr<Session> Find(uint32_t handle) {
+  const auto found = sessions.find(handle);
+  return found == sessions.end() ? nullptr : found->second;
+}
+
+std::string Frame(const std::string& text) {
+  std::string frame;
+  valmere::BeginFrame(frame);
+  frame += text;
+  valmere::EndFrame(frame);
+  return frame;
+}
+
+bool IsFrame(const std::string& bytes) {
+  return bytes.size() >= valmere::kFrameHeaderBytes &&
+         bytes.compare(0, valmere::kFrameHeaderBytes,
+                       Frame(bytes.substr(valmere::kFrameHeaderBytes)), 0,
+                       valmere::kFrameHeaderBytes) == 0;
+}
+
+void Answer(Session& session, const std::string& frame) {
+  const std::string text = frame.substr(valmere::kFrameHeaderBytes);
+  if (text == R"({"Disconnect": true})" || text == "end")
+    session.ended = true;
+  else if (text.starts_with("bytes "))
+    session.replies += Frame(std::string(std::stoul(text.substr(6)), 'x'));
+  else if (text != "silent")
+    session.replies += frame;
+}
+
+}  // namespace
+
+#define FAKE_ENTRY extern "C" __attribute__((visibility("default")))
+
+FAKE_ENTRY uint32_t PRN_Init(uint32_t) {
+  Log("init " + std::string(std::getenv("VALMERE_ROOT")));
+  if (std::getenv("FAKE_DRIVER_SIGNAL") != nullptr) std::raise(SIGTERM);
+  return 1;
+}
+
+FAKE_ENTRY uint32_t PRN_Deinit(uint32_t context) {
+  const std::lock_guard hold(lock);
+  Log("deinit " + std::to_string(context) + " open " + std::to_string(sessions.size()));
+  return 1;
+}
+
+FAKE_ENTRY uint32_t PRN_Open(uint32_t, uint32_t, uint32_t) {
+  const std::lock_guard hold(lock);
+  sessions[++last_handle] = std::make_shared<Session>();
+  Log("open " + std::to_string(last_handle));
+  return last_handle;
+}
+
+FAKE_ENTRY uint32_t PRN_Close(uint32_t handle) {
+  const std::lock_guard hold(lock);
+  const auto session = Find(handle);
+  Log("close " + std::to_string(handle));
+  if (session == nullptr) return 0;
+  session->ended = true;
+  sessions.erase(handle);
+  changed.notify_all();
+  return 1;
+}
+
+FAKE_ENTRY uint32_t PRN_Read(uint32_t handle, void* buffer, uint32_t count) {
+  std::unique_lock hold(lock);
+  const auto session = Find(handle);
+  if (session == nullptr) return count;
+  changed.wait(hold, [&] { return session->ended || !session->replies.empty(); });
+  const std::size_t copied = std::min<std::size_t>(count, session->replies.size());
+  std::memcpy(buffer, session->replies.data(), copied);
+  session->replies.erase(0, copied);
+  return count;
+}
+
+FAKE_ENTRY int32_t PRN_Write(uint32_t handle, const void* buffer, uint32_t count) {
+  const std::string bytes(static_cast<const char*>(buffer), count);
+  const std::lock_guard hold(lock);
+  const auto session = Find(handle);
+  const bool frame = IsFrame(bytes);
+  const std::string shown = frame && count < 64 ? " " + bytes.substr(20) : "";
+  Log("write " + std::to_string(handle) + " " + std::to_string(count) +
+      (frame ? " frame" : " bytes") + shown);
+  if (session == nullptr || (frame && bytes.substr(20) == "refuse")) return -1;
+  if (session->ended) return static_cast<int32_t>(count);
+  if (frame)
+    Answer(*session, bytes);
+  else if (count >= 16)
+    session->ended = true;
+  changed.notify_all();
+  return static_cast<int32_t>(count);
+}
+
+#ifndef FAKE_DRIVER_INCOMPLETE
+FAKE_ENTRY uint32_t PRN_IOControl(uint32_t, uint32_t, void*, uint32_t, void*, uint32_t, uint32_t*) {
+  return 0;
+}
+#endif

@@ -1,0 +1,131 @@
+// The calls come through a named pipe, so that a test can wait for one of them.
+#include "tests/host/valmered_fixture.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <stdexcept>
+
+#include "protocol/message_frame.h"
+
+namespace valmere::test {
+
+std::string FrameOf(const std::string& text) {
+  std::string frame;
+  BeginFrame(frame);
+  frame += text;
+  EndFrame(frame);
+  return frame;
+}
+
+RawClient::RawClient(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STREAM, 0)) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+  timeval patience{};
+  patience.tv_sec = static_cast<decltype(patience.tv_sec)>(kPatience.count());
+  setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+  setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
+  if (connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
+    throw std::runtime_error("cannot connect to " + path);
+}
+
+RawClient::~RawClient() {
+  close(socket_);
+}
+
+void RawClient::Send(const std::string& bytes) const {
+  std::size_t sent = 0;
+  while (sent < bytes.size()) {
+    const ssize_t count = send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+    ASSERT_GT(count, 0) << "cannot send";
+    sent += static_cast<std::size_t>(count);
+  }
+}
+
+std::string RawClient::ReceiveExactly(std::size_t count) const {
+  std::string bytes(count, '\0');
+  const ssize_t received = count == 0 ? 0 : recv(socket_, bytes.data(), count, MSG_WAITALL);
+  EXPECT_EQ(received, static_cast<ssize_t>(count)) << "the stream ended early";
+  return bytes;
+}
+
+std::string RawClient::ReceiveFrame() const {
+  const std::string header = ReceiveExactly(kFrameHeaderBytes);
+  const auto* length =
+      reinterpret_cast<const unsigned char*>(header.data()) + kStreamFormatIdentifier.size();
+  return ReceiveExactly(DecodeLength(length));
+}
+
+std::string RawClient::ReceiveToEnd() const {
+  std::string bytes;
+  char buffer[65536];
+  ssize_t count = 0;
+  while ((count = recv(socket_, buffer, sizeof(buffer), 0)) > 0) {
+    bytes.append(buffer, static_cast<std::size_t>(count));
+  }
+  return count == 0 ? bytes : bytes + "lost";
+}
+
+void RawClient::FinishSending() const {
+  shutdown(socket_, SHUT_WR);
+}
+
+CallLog::CallLog(const std::string& path) {
+  mkfifo(path.c_str(), 0600);
+  pipe_ = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+}
+
+CallLog::~CallLog() {
+  close(pipe_);
+}
+
+std::string CallLog::Next() {
+  std::size_t end = 0;
+  while ((end = text_.find('\n')) == std::string::npos) {
+    pollfd wanted{pipe_, POLLIN, 0};
+    if (poll(&wanted, 1, static_cast<int>(kPatience.count()) * 1000) <= 0) {
+      ADD_FAILURE() << "the driver is not called";
+      return "";
+    }
+    char buffer[4096];
+    const ssize_t count = read(pipe_, buffer, sizeof(buffer));
+    if (count > 0) text_.append(buffer, static_cast<std::size_t>(count));
+  }
+  const std::string line = text_.substr(0, end);
+  text_.erase(0, end + 1);
+  return line;
+}
+
+std::vector<std::string> CallLog::Until(const std::string& last) {
+  std::vector<std::string> lines;
+  do {
+    lines.push_back(Next());
+  } while (lines.back() != last && !lines.back().empty());
+  return lines;
+}
+
+std::vector<std::string> ValmeredTest::Command() const {
+  return {VALMERED, "--root", root_, "--socket", socket_, "--library", FAKE_DRIVER};
+}
+
+void ValmeredTest::Start() {
+  valmered_ = std::make_unique<Subprocess>(Command(), environment_);
+  ASSERT_EQ(valmered_->ReadLine(), "valmered: ready on " + socket_);
+  ASSERT_EQ(log_.Next(), "init " + root_);
+}
+
+void ValmeredTest::Stop(int signal) {
+  valmered_->Signal(signal);
+  EXPECT_EQ(log_.Until("deinit 1 open 0").back(), "deinit 1 open 0");
+  EXPECT_EQ(valmered_->Wait(), 0);
+  EXPECT_EQ(valmered_->errors(), "");
+}
+
+}  // namespace valmere::test

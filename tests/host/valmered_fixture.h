@@ -1,0 +1,78 @@
+// valmered with the fake driver library, and clients that speak to it in raw bytes.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/host/subprocess.h"
+
+namespace valmere::test {
+
+std::string FrameOf(const std::string& text);
+
+// Purpose: one raw connection to a Unix socket.
+// Owner: a test.
+// Threads: one.
+// Errors: what takes longer than kPatience, or ends early, fails the test.
+class RawClient {
+ public:
+  explicit RawClient(const std::string& path);
+  ~RawClient();
+  RawClient(const RawClient&) = delete;
+  RawClient& operator=(const RawClient&) = delete;
+
+  void Send(const std::string& bytes) const;
+  // The text of the next frame.
+  std::string ReceiveFrame() const;
+  // Everything up to the end of the stream; "lost" stands for a connection that broke.
+  std::string ReceiveToEnd() const;
+  void FinishSending() const;
+
+ private:
+  std::string ReceiveExactly(std::size_t count) const;
+
+  int socket_;
+};
+
+// Purpose: the calls that the fake driver got, one line each, as they happen.
+// Owner: the fixture.
+// Threads: one.
+// Errors: a line that does not come within kPatience fails the test.
+class CallLog {
+ public:
+  explicit CallLog(const std::string& path);
+  ~CallLog();
+  CallLog(const CallLog&) = delete;
+  CallLog& operator=(const CallLog&) = delete;
+
+  std::string Next();
+  // All lines up to and including `last`.
+  std::vector<std::string> Until(const std::string& last);
+
+ private:
+  int pipe_;
+  std::string text_;
+};
+
+class ValmeredTest : public ::testing::Test {
+ protected:
+  ValmeredTest() : log_(folder_.Path("calls")) {}
+
+  std::vector<std::string> Command() const;
+  // Starts valmered and waits until it is ready.
+  void Start();
+  // Ends it by a signal; expects a clean end.
+  void Stop(int signal);
+
+  TemporaryFolder folder_;
+  const std::string root_ = folder_.Path("root");
+  const std::string socket_ = folder_.Path("run/PRN1");
+  const std::vector<std::string> environment_{"FAKE_DRIVER_LOG=" + folder_.Path("calls")};
+  CallLog log_;
+  std::unique_ptr<Subprocess> valmered_;
+};
+
+}  // namespace valmere::test

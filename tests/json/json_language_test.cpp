@@ -1,0 +1,169 @@
+// The generated parser beside a second, plain reading of the same rules, and texts made to be slow.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "json/json_parser.h"
+#include "json/json_value.h"
+#include "json/json_writer.h"
+#include "tests/json/reference_parser.h"
+
+namespace valmere {
+namespace {
+
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::GetCapturedStderr;
+using ::valmere::testing::ReferenceParse;
+
+constexpr std::size_t kLargestMessage = 4'194'304;
+
+struct Outcome {
+  JsonValue value;
+  bool failed = false;
+  std::string thrown;
+};
+
+Outcome Reference(const std::string& text) {
+  Outcome outcome;
+  try {
+    std::optional<JsonValue> value = ReferenceParse(text);
+    outcome.failed = !value;
+    if (value) outcome.value = *std::move(value);
+  } catch (const std::invalid_argument& error) {
+    outcome.thrown = error.what();
+  }
+  return outcome;
+}
+
+Outcome Parsed(const std::string& text) {
+  Outcome outcome;
+  try {
+    outcome.value = ParseJson(text);
+  } catch (const std::invalid_argument& error) {
+    outcome.thrown = error.what();
+  }
+  return outcome;
+}
+
+std::string Written(const JsonValue& value) {
+  std::string text;
+  WriteJson(value, text);
+  return text;
+}
+
+// Compares on `count` texts of up to `longest` random pieces; the number of texts that are values.
+template <std::size_t kPieces>
+int Compare(const std::array<std::string_view, kPieces>& pieces, int count, unsigned longest,
+            std::uint32_t seed) {
+  std::mt19937 random(seed);
+  int values = 0;
+  std::string expected_errors;
+  CaptureStderr();
+  for (int i = 0; i < count && !::testing::Test::HasFailure(); ++i) {
+    std::string text;
+    for (unsigned left = random() % longest + 1; left > 0; --left)
+      text += pieces[random() % kPieces];
+    const Outcome reference = Reference(text);
+    const Outcome parsed = Parsed(text);
+    EXPECT_EQ(parsed.thrown, reference.thrown) << text;
+    EXPECT_EQ(parsed.value, reference.value) << text;
+    EXPECT_EQ(Written(parsed.value), Written(reference.value)) << text;
+    if (reference.failed) expected_errors += "error: syntax error\n";
+    if (!reference.failed && reference.thrown.empty()) ++values;
+  }
+  EXPECT_TRUE(GetCapturedStderr() == expected_errors);
+  return values;
+}
+
+TEST(JsonLanguage, IsThatOfTheRulesForHostileBytes) {
+  using namespace std::string_view_literals;
+  constexpr std::array kBytes = {"\""sv, "\""sv, "\\"sv, "\\"sv,  "q"sv, "u"sv, "0"sv,
+                                 "'"sv,  "1"sv,  "7"sv,  "+"sv,   "-"sv, "."sv, "e"sv,
+                                 "E"sv,  "["sv,  "]"sv,  "{"sv,   "}"sv, ","sv, ":"sv,
+                                 " "sv,  "\n"sv, "\0"sv, "\xe9"sv};
+  EXPECT_GT(Compare(kBytes, 200'000, 14, 1), 10'000);
+}
+
+TEST(JsonLanguage, IsThatOfTheRulesForBrokenStrings) {
+  using namespace std::string_view_literals;
+  constexpr std::array kPieces = {"\""sv, "\\\""sv, "\\"sv,      "\\q"sv,  "'"sv, "\\u"sv,
+                                  "0"sv,  "a"sv,    "\\u00e9"sv, "\\\\"sv, "["sv, "]"sv};
+  EXPECT_GT(Compare(kPieces, 100'000, 14, 2), 5'000);
+}
+
+TEST(JsonLanguage, IsThatOfTheRulesForWords) {
+  using namespace std::string_view_literals;
+  constexpr std::array kPieces = {"t"sv,     "true"sv, "r"sv,    "u"sv, "e"sv, "fals"sv,
+                                  "false"sv, "nul"sv,  "null"sv, "l"sv, "T"sv, "5"sv,
+                                  "["sv,     "]"sv,    ","sv,    "+"sv};
+  EXPECT_GT(Compare(kPieces, 50'000, 6, 3), 5'000);
+}
+
+TEST(JsonLanguage, IsThatOfTheRulesForNestedLists) {
+  using namespace std::string_view_literals;
+  constexpr std::array kPieces = {"{"sv,     "}"sv,     "["sv,    "]"sv,      "]"sv,
+                                  "}"sv,     ","sv,     ","sv,    "\"a\":"sv, "'b': "sv,
+                                  "1"sv,     "\"c\""sv, "null"sv, "[]"sv,     "{}"sv,
+                                  "'\\u'"sv, "1.5"sv,   "[,"sv,   "{'a':"sv,  "\"\\n\""sv};
+  EXPECT_GT(Compare(kPieces, 100'000, 9, 4), 4'000);
+}
+
+// A text of the largest size; that its parse ends at all is the point of these tests.
+std::string Filled(const std::string& begin, const std::string& piece, const std::string& end) {
+  std::string text = begin;
+  text.reserve(kLargestMessage + piece.size());
+  while (text.size() + piece.size() + end.size() <= kLargestMessage)
+    text += piece;
+  return text + end;
+}
+
+TEST(JsonLanguage, IsReadInLinearTimeWhateverTheText) {
+  CaptureStderr();
+  for (const std::string& text :
+       {Filled("\"", "\\\"", "\\q"), Filled("\"", "\\\"", ""), Filled("", "\"\\q", ""),
+        Filled("\"", "\\\"'", "\\q"), Filled("", "\"\\u12", "\""), Filled("'", "\"", ""),
+        Filled("\"", "\\u0022", "\\u12"), Filled("", "\\\"", ""), Filled("", "x", ""),
+        Filled("\"", "\\\" 'a' ", "\\q"), Filled("\"", "a", "")})
+    EXPECT_EQ(ParseJson(text).kind(), JsonKind::kNull) << text.substr(0, 20);
+  GetCapturedStderr();
+}
+
+TEST(JsonLanguage, ReadsTheLongestNumbersAndStrings) {
+  EXPECT_EQ(ParseJson(Filled("", "9", "")), JsonValue(2147483647));
+  EXPECT_EQ(ParseJson(Filled("1", "0", ".5")).kind(), JsonKind::kFloat);
+  EXPECT_EQ(ParseJson(Filled("1e", "9", "")).kind(), JsonKind::kFloat);
+  EXPECT_EQ(ParseJson(Filled("1.", "3", "")), JsonValue(4.0 / 3));
+  EXPECT_EQ(ParseJson(Filled("\"", "\\u00e9", "\"")).text().size() % 2, 0U);
+  EXPECT_EQ(ParseJson(Filled("\"", "\\\"", "\"")).text().size(), (kLargestMessage - 2) / 2);
+}
+
+TEST(JsonLanguage, ReadsAnObjectOfManyMembersInAnyOrder) {
+  constexpr int kMembers = 300'000;
+  std::string descending = "{";
+  for (int i = kMembers; i > 0; --i)
+    descending +=
+        (i < kMembers ? ",\"" : "\"") + std::to_string(1'000'000 + i) + "\":" + std::to_string(i);
+  descending += ",\"1000007\":0}";
+  const JsonValue object = ParseJson(descending);
+  EXPECT_EQ(object.members().size(), static_cast<std::size_t>(kMembers));
+  EXPECT_EQ(object.Find("1000007")->integer(), 7);
+  EXPECT_TRUE(
+      std::is_sorted(object.members().begin(), object.members().end(),
+                     [](const JsonMember& a, const JsonMember& b) { return a.key < b.key; }));
+  EXPECT_EQ(ParseJson(Filled("{'a':1", ",'a':1", "}")).members().size(), 1U);
+}
+
+TEST(JsonLanguage, ReadsAnArrayOfManyElements) {
+  EXPECT_EQ(ParseJson(Filled("[0", ",1", "]")).size(), (kLargestMessage - 3) / 2 + 1);
+}
+
+}  // namespace
+}  // namespace valmere

@@ -1,0 +1,137 @@
+#include "persist/log_facility.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include "persist/debug_switches.h"
+#include "platform/kernel.h"
+#include "tests/support/memory_file_system.h"
+
+namespace valmere::testing {
+namespace {
+
+constexpr platform::WidePathView kNameFile = u"/Store/LogFileName.txt";
+constexpr platform::WidePathView kLog = u"/Store/Log.txt";
+constexpr platform::WidePathView kDefaultLog = u"/Store/ValmereLog.txt";
+
+class LogFacilityTest : public ::testing::Test {
+ protected:
+  platform::WidePath NameFor(std::string_view content) {
+    files_.Put(kNameFile, content);
+    return ReadLogFileName(files_, kNameFile);
+  }
+  // Logs with a facility of its own, which has written all when this returns.
+  void LogOne(std::string_view message, bool disabled = false) {
+    LogFacility log;
+    log.AddFile(files_, kLog, 253);
+    log.set_disabled(disabled);
+    log.Log(message);
+  }
+
+  MemoryFileSystem files_;
+};
+
+TEST_F(LogFacilityTest, TheFirstLineOfTheNameFileNamesTheLog) {
+  EXPECT_EQ(NameFor("/Store/A.txt"), u"/Store/A.txt");
+  EXPECT_EQ(NameFor("/Store/A.txt\n/Store/B.txt\n"), u"/Store/A.txt");
+  EXPECT_EQ(NameFor("/Store/A log.txt  \r\n"), u"/Store/A log.txt");
+  EXPECT_EQ(NameFor(" /Store/A.txt\t \r\r\n"), u" /Store/A.txt");
+  EXPECT_EQ(NameFor("/Store/\xc3\xa4.txt"), u"/Store/\u00e4.txt");
+}
+
+TEST_F(LogFacilityTest, WithoutANameTheLogHasItsDefault) {
+  EXPECT_EQ(ReadLogFileName(files_, kNameFile), kDefaultLog);
+  EXPECT_EQ(NameFor(""), kDefaultLog);
+  EXPECT_EQ(NameFor(" \t\r\n/Store/B.txt"), kDefaultLog);
+  EXPECT_EQ(NameFor("\n/Store/B.txt"), kDefaultLog);
+  files_.PutDirectory(kNameFile);
+  EXPECT_EQ(ReadLogFileName(files_, kNameFile), kDefaultLog);
+  files_.PutUnopenable(kNameFile);
+  EXPECT_EQ(ReadLogFileName(files_, kNameFile), kDefaultLog);
+  files_.Put(kNameFile, "/Store/A.txt");
+  files_.ShortenRead(1, 3);
+  EXPECT_EQ(ReadLogFileName(files_, kNameFile), kDefaultLog);
+}
+
+TEST_F(LogFacilityTest, ALineHasTheTimeAndTheMessage) {
+  LogOne("message");
+  const std::string line = files_.Get(kLog).value_or("");
+  ASSERT_EQ(line.size(), 24u + 1 + 7 + 2);
+  EXPECT_EQ(line.substr(24), ",message\r\n");
+  EXPECT_EQ(std::count(line.begin(), line.end(), ':'), 2);
+  EXPECT_EQ(line[3], ' ');
+  EXPECT_EQ(line[19], ' ');
+}
+
+TEST_F(LogFacilityTest, KeepsWhatTheFileHolds) {
+  files_.Put(kLog, "older\r\n");
+  LogOne("newer");
+  const std::string text = files_.Get(kLog).value_or("");
+  EXPECT_TRUE(text.starts_with("older\r\n"));
+  EXPECT_TRUE(text.ends_with(",newer\r\n"));
+}
+
+TEST_F(LogFacilityTest, TakesAMessageByteForByte) {
+  const std::string message("a\0\n\xff,%s", 7);
+  LogOne(message);
+  EXPECT_TRUE(files_.Get(kLog).value_or("").ends_with("," + message + "\r\n"));
+}
+
+TEST_F(LogFacilityTest, WritesNothingWhileDisabled) {
+  LogOne("message", true);
+  EXPECT_EQ(files_.Get(kLog), "");
+}
+
+TEST_F(LogFacilityTest, GoesOnWhenEnabledAgain) {
+  {
+    LogFacility log;
+    log.AddFile(files_, kLog, 253);
+    log.set_disabled(true);
+    log.Log("dropped");
+    log.set_disabled(false);
+    log.Log("kept");
+  }
+  const std::string text = files_.Get(kLog).value_or("");
+  EXPECT_EQ(text.find("dropped"), std::string::npos);
+  EXPECT_TRUE(text.ends_with(",kept\r\n"));
+}
+
+TEST_F(LogFacilityTest, AFileThatCantBeOpenedTakesNoLines) {
+  files_.PutUnopenable(kLog);
+  LogOne("nowhere");
+  files_.PutDirectory(kLog);
+  LogOne("nowhere");
+  LogFacility none;
+  none.Log("nowhere");
+}
+
+TEST_F(LogFacilityTest, EveryFileGetsEveryLine) {
+  {
+    LogFacility log;
+    log.AddFile(files_, kLog, 253);
+    log.AddFile(files_, u"/Store/Second.txt", 253);
+    log.Log("message");
+  }
+  EXPECT_NE(files_.Get(kLog), "");
+  EXPECT_EQ(files_.Get(kLog), files_.Get(u"/Store/Second.txt"));
+}
+
+TEST_F(LogFacilityTest, SaysWhichThreadLoggedWhileThatZoneIsOn) {
+  SwitchOf(DebugZone::kThreadIds) = true;
+  LogOne("message");
+  SwitchOf(DebugZone::kThreadIds) = false;
+  const std::string id = std::to_string(platform::CurrentThreadId());
+  EXPECT_TRUE(files_.Get(kLog).value_or("").ends_with(",thread " + id + ": message\r\n"));
+}
+
+TEST_F(LogFacilityTest, AFullDiskHoldsNobodyUp) {
+  files_.FillDiskAfter(10);
+  LogOne("message");
+  EXPECT_EQ(files_.Get(kLog).value_or("").size(), 10u);
+}
+
+}  // namespace
+}  // namespace valmere::testing

@@ -1,0 +1,82 @@
+#include "persist/log_line.h"
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <string>
+
+namespace valmere {
+namespace {
+
+std::tm MakeTime(int year, int month, int day, int weekday, int hour, int minute, int second) {
+  std::tm time{};
+  time.tm_year = year - 1900;
+  time.tm_mon = month - 1;
+  time.tm_mday = day;
+  time.tm_wday = weekday;
+  time.tm_hour = hour;
+  time.tm_min = minute;
+  time.tm_sec = second;
+  return time;
+}
+
+TEST(LogLine, JoinsTheTimeACommaTheMessageAndCrLf) {
+  EXPECT_EQ(FormatLogLine(MakeTime(2026, 11, 16, 1, 9, 30, 0), "message text"),
+            "Mon Nov 16 09:30:00 2026,message text\r\n");
+}
+
+TEST(LogLine, TakesTheMessageByteForByte) {
+  const std::string message("a\0\x80\xFF\n,b\"", 8);
+  EXPECT_EQ(FormatLogLine(MakeTime(2026, 11, 16, 1, 9, 30, 0), message),
+            "Mon Nov 16 09:30:00 2026," + message + "\r\n");
+  EXPECT_EQ(FormatLogLine(MakeTime(2026, 11, 16, 1, 9, 30, 0), ""),
+            "Mon Nov 16 09:30:00 2026,\r\n");
+}
+
+TEST(LogLine, HasTheTimeThatAsctimeGives) {
+  for (int day = 1; day <= 31; ++day) {
+    const std::tm time =
+        MakeTime(1999 + 3 * day, 1 + day % 12, day, day % 7, day % 24, 2 * day - 2, day + 29);
+    std::string expected = std::asctime(&time);
+    expected.pop_back();
+    EXPECT_EQ(FormatLogLine(time, ""), expected + ",\r\n");
+  }
+}
+
+TEST(LogLine, StandsATimeThatIsNone) {
+  EXPECT_EQ(FormatLogLine(std::tm{}, "m"), "Sun Jan  0 00:00:00 1900,m\r\n");
+  EXPECT_EQ(FormatLogLine(MakeTime(2026, 13, 1, 7, 0, 0, 0), "m"),
+            "??? ???  1 00:00:00 2026,m\r\n");
+  EXPECT_EQ(FormatLogLine(MakeTime(2026, 0, 1, -1, 0, 0, 0), "m"),
+            "??? ???  1 00:00:00 2026,m\r\n");
+}
+
+TEST(LogQuote, LeavesPrintableTextAsItIs) {
+  EXPECT_EQ(QuoteForLog(""), "\"\"");
+  EXPECT_EQ(QuoteForLog("Name, value = 1 ~"), "\"Name, value = 1 ~\"");
+}
+
+TEST(LogQuote, EscapesWhatCouldForgeALineOrEndTheQuote) {
+  EXPECT_EQ(QuoteForLog("x\r\nMon Nov 16 09:30:00 2026,forged"),
+            "\"x\\r\\nMon Nov 16 09:30:00 2026,forged\"");
+  EXPECT_EQ(QuoteForLog("a\"b\\c\td"), "\"a\\\"b\\\\c\\td\"");
+  EXPECT_EQ(QuoteForLog(std::string_view("\0\x1B\x7F\x80\xFF", 5)),
+            "\"\\x00\\x1B\\x7F\\x80\\xFF\"");
+}
+
+TEST(LogQuote, LeavesNoByteUnescapedThatIsNotPrintable) {
+  for (int byte = 0; byte < 256; ++byte) {
+    const std::string quote = QuoteForLog(std::string(1, static_cast<char>(byte)));
+    for (const char character : quote)
+      EXPECT_TRUE(character >= 0x20 && character < 0x7F) << byte;
+  }
+}
+
+TEST(LogQuote, CutsALongText) {
+  const std::string longest(kLongestLogQuote, 'a');
+  EXPECT_EQ(QuoteForLog(longest), "\"" + longest + "\"");
+  EXPECT_EQ(QuoteForLog(longest + "b"), "\"" + longest + "\"...");
+}
+
+}  // namespace
+}  // namespace valmere

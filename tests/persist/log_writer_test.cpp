@@ -1,0 +1,129 @@
+#include "persist/log_writer.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/test_thread.h"
+
+namespace valmere::testing {
+namespace {
+
+// What was written, kept beyond the stream; each write can be held up.
+struct Written {
+  platform::Lock lock;
+  std::vector<std::string> lines;
+  std::atomic<bool> held{false};
+  int result = 0;
+  platform::Semaphore begun;
+  platform::Semaphore go;
+
+  std::vector<std::string> Lines() {
+    const platform::ScopedLock hold(lock);
+    return lines;
+  }
+};
+
+class LogStream final : public Connection {
+ public:
+  explicit LogStream(Written& written) : written_(written) {}
+  int Read(void*, int) override { return 0; }
+  int Write(const void* buffer, int length) override {
+    if (written_.held) {
+      written_.begun.Release();
+      written_.go.Wait();
+    }
+    const platform::ScopedLock hold(written_.lock);
+    written_.lines.emplace_back(static_cast<const char*>(buffer), static_cast<std::size_t>(length));
+    return written_.result;
+  }
+  void Close() override {}
+  bool IsOpen() const override { return true; }
+
+ private:
+  Written& written_;
+};
+
+std::unique_ptr<LogWriter> MakeWriter(Written& written) {
+  return std::make_unique<LogWriter>(std::make_unique<LogStream>(written), 253);
+}
+
+TEST(LogWriter, WritesEachLineAsItStandsInOrder) {
+  Written written;
+  const auto writer = MakeWriter(written);
+  EXPECT_TRUE(writer->running());
+  writer->Write("one\r\n");
+  writer->Write(std::string("t\0o", 3));
+  EXPECT_TRUE(Eventually([&] { return written.Lines().size() == 2; }));
+  EXPECT_EQ(written.Lines(), (std::vector<std::string>{"one\r\n", std::string("t\0o", 3)}));
+}
+
+TEST(LogWriter, LosesNoLineWrittenBeforeItsEnd) {
+  for (int round = 0; round < 50; ++round) {
+    Written written;
+    auto writer = MakeWriter(written);
+    writer->Write("last");
+    writer.reset();
+    ASSERT_EQ(written.Lines(), std::vector<std::string>{"last"}) << round;
+  }
+}
+
+TEST(LogWriter, LosesNoLineOfABurstBeforeItsEnd) {
+  Written written;
+  auto writer = MakeWriter(written);
+  for (std::size_t i = 0; i < LogWriter::kMostLines / 2; ++i)
+    writer->Write("line");
+  writer.reset();
+  EXPECT_EQ(written.Lines().size(), LogWriter::kMostLines / 2);
+}
+
+TEST(LogWriter, LosesNoLineOfManyThreads) {
+  Written written;
+  auto writer = MakeWriter(written);
+  {
+    std::vector<TestThread> threads;
+    for (int t = 0; t < 4; ++t)
+      threads.emplace_back([&] {
+        for (int i = 0; i < 500; ++i)
+          writer->Write("line");
+      });
+  }
+  writer.reset();
+  EXPECT_EQ(written.Lines().size(), 2000u);
+}
+
+TEST(LogWriter, AWriteThatFailsDropsItsLineOnly) {
+  Written written;
+  written.result = -1;
+  auto writer = MakeWriter(written);
+  writer->Write("one");
+  writer->Write("two");
+  writer.reset();
+  EXPECT_EQ(written.Lines(), (std::vector<std::string>{"one", "two"}));
+}
+
+TEST(LogWriter, NobodyWaitsForTheStreamAndTooManyLinesAreCounted) {
+  Written written;
+  written.held = true;
+  auto writer = MakeWriter(written);
+  writer->Write("held up");
+  written.begun.Wait();
+  for (std::size_t i = 0; i < LogWriter::kMostLines + 3; ++i)
+    writer->Write("waits");
+  written.held = false;
+  written.go.Release();
+  EXPECT_TRUE(Eventually([&] { return written.Lines().size() == LogWriter::kMostLines + 1; }));
+  writer->Write("after");
+  writer.reset();
+  const auto lines = written.Lines();
+  ASSERT_EQ(lines.size(), LogWriter::kMostLines + 3);
+  EXPECT_NE(lines[LogWriter::kMostLines + 1].find(",3 lines came too fast for the log\r\n"),
+            std::string::npos);
+  EXPECT_EQ(lines.back(), "after");
+}
+
+}  // namespace
+}  // namespace valmere::testing

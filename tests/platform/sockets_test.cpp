@@ -1,0 +1,345 @@
+// Sockets on the loopback address, always on ports that the system chose.
+#include "platform/sockets.h"
+
+#include <array>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/kernel.h"
+#include "tests/support/test_thread.h"
+
+namespace valmere::platform {
+namespace {
+
+using ::valmere::testing::TestThread;
+
+// More than the socket buffers of both ends hold together.
+constexpr int kMoreThanBuffersHold = 64 * 1024 * 1024;
+
+std::unique_ptr<ListenSocket> Listening(std::uint16_t port = 0) {
+  auto listener = MakeListenSocket();
+  EXPECT_EQ(0, listener->Listen(port, 10));
+  return listener;
+}
+
+struct Pair {
+  std::unique_ptr<StreamSocket> client;
+  std::unique_ptr<StreamSocket> server;
+};
+
+Pair Connected(ListenSocket& listener) {
+  Pair pair;
+  pair.client = ConnectLoopback(listener.BoundPort());
+  EXPECT_NE(nullptr, pair.client);
+  pair.server = listener.Accept().socket;
+  EXPECT_NE(nullptr, pair.server);
+  return pair;
+}
+
+Pair Connected() {
+  return Connected(*Listening());
+}
+
+// Receives exactly `length` bytes, fewer only at the end of the stream.
+std::vector<char> ReceiveAll(StreamSocket& socket, int length) {
+  std::vector<char> bytes(static_cast<std::size_t>(length));
+  int have = 0;
+  while (have < length) {
+    const Transfer got = socket.Receive(bytes.data() + have, length - have);
+    if (got.count <= 0) break;
+    have += got.count;
+  }
+  bytes.resize(static_cast<std::size_t>(have));
+  return bytes;
+}
+
+std::vector<char> Pattern(int length, int seed) {
+  std::vector<char> bytes(static_cast<std::size_t>(length));
+  unsigned state = static_cast<unsigned>(seed);
+  for (char& byte : bytes) {
+    state = state * 1664525U + 1013904223U;
+    byte = static_cast<char>(state >> 24);
+  }
+  return bytes;
+}
+
+// Makes `pair.client`'s stream end by a reset: its peer goes with a byte unread.
+void ResetByServer(Pair& pair) {
+  ASSERT_EQ(2, pair.client->Send("ab", 2).count);
+  char byte = 0;
+  ASSERT_EQ(1, pair.server->Receive(&byte, 1).count);
+  pair.server.reset();
+}
+
+// Lets time pass. Where a call should be blocked first, the outcome is the same if it is not yet.
+void Pause(std::uint32_t milliseconds) {
+  Semaphore never;
+  never.WaitUntil(MonotonicNow() + milliseconds * kTicksPerMillisecond);
+}
+
+TEST(ListenSocket, NamesThePortThatTheSystemChose) {
+  auto listener = MakeListenSocket();
+  EXPECT_EQ(0, listener->BoundPort());
+  ASSERT_EQ(0, listener->Listen(0, 10));
+  EXPECT_NE(0, listener->BoundPort());
+}
+
+TEST(ListenSocket, TellsWhoConnectedInNetworkByteOrder) {
+  auto listener = Listening();
+  auto client = ConnectLoopback(listener->BoundPort());
+  const Accepted accepted = listener->Accept();
+  ASSERT_NE(nullptr, accepted.socket);
+  std::array<unsigned char, 4> address{};
+  std::memcpy(address.data(), &accepted.address, address.size());
+  EXPECT_EQ((std::array<unsigned char, 4>{127, 0, 0, 1}), address);
+  EXPECT_NE(0U, accepted.port);
+  EXPECT_LE(accepted.port, 0xffffU);
+}
+
+TEST(ListenSocket, RefusesAPortThatAnotherListensOn) {
+  auto first = Listening();
+  auto second = MakeListenSocket();
+  EXPECT_EQ(-1, second->Listen(first->BoundPort(), 10));
+  EXPECT_EQ(0, second->BoundPort());
+}
+
+TEST(ListenSocket, ListensAfterARefusalOnceThePortIsFree) {
+  auto first = Listening();
+  const std::uint16_t port = first->BoundPort();
+  auto second = MakeListenSocket();
+  ASSERT_EQ(-1, second->Listen(port, 10));
+  first.reset();
+  EXPECT_EQ(0, second->Listen(port, 10));
+  EXPECT_EQ(port, second->BoundPort());
+}
+
+TEST(ListenSocket, KeepsItsPortWhenAskedToListenAgain) {
+  auto listener = Listening();
+  const std::uint16_t port = listener->BoundPort();
+  EXPECT_EQ(-1, listener->Listen(0, 10));
+  EXPECT_EQ(port, listener->BoundPort());
+  EXPECT_NE(nullptr, ConnectLoopback(port));
+}
+
+TEST(ListenSocket, GetsItsPortBackWhileAnOldConnectionLingers) {
+  auto listener = Listening();
+  const std::uint16_t port = listener->BoundPort();
+  Pair pair = Connected(*listener);
+  // Whoever closes first is the one whose address lingers.
+  pair.server.reset();
+  char byte = 0;
+  EXPECT_EQ(0, pair.client->Receive(&byte, 1).count);
+  pair.client.reset();
+  listener.reset();
+  EXPECT_EQ(0, MakeListenSocket()->Listen(port, 10));
+}
+
+TEST(ListenSocket, AcceptsNothingOnceClosed) {
+  auto listener = Listening();
+  auto waiting = ConnectLoopback(listener->BoundPort());
+  listener->Close();
+  EXPECT_EQ(nullptr, listener->Accept().socket);
+  EXPECT_EQ(nullptr, listener->Accept().socket);
+  EXPECT_EQ(nullptr, ConnectLoopback(listener->BoundPort()));
+}
+
+TEST(ListenSocket, AcceptsNothingBeforeItListens) {
+  EXPECT_EQ(nullptr, MakeListenSocket()->Accept().socket);
+}
+
+TEST(ListenSocket, CloseEndsABlockedAccept) {
+  auto listener = Listening();
+  Semaphore accepting;
+  bool empty = false;
+  TestThread accepter([&] {
+    // The first accept shows that the thread runs; it then blocks in the second.
+    listener->Accept();
+    accepting.Release();
+    empty = listener->Accept().socket == nullptr;
+  });
+  auto client = ConnectLoopback(listener->BoundPort());
+  accepting.Wait();
+  Pause(20);
+  listener->Close();
+  accepter.Join();
+  EXPECT_TRUE(empty);
+}
+
+TEST(ListenSocket, ClosingAgainLeavesALaterSocketAlone) {
+  auto first = Listening();
+  first->Close();
+  auto second = Listening();
+  first->Close();
+  first.reset();
+  Pair pair = Connected(*second);
+  EXPECT_EQ(1, pair.client->Send("x", 1).count);
+}
+
+TEST(ConnectLoopback, GivesNothingWhenNobodyListens) {
+  const std::uint16_t port = Listening()->BoundPort();
+  EXPECT_EQ(nullptr, ConnectLoopback(port));
+}
+
+TEST(StreamSocket, CarriesBytesBothWays) {
+  Pair pair = Connected();
+  EXPECT_EQ(5, pair.client->Send("there", 5).count);
+  EXPECT_EQ(4, pair.server->Send("back", 4).count);
+  const std::vector<char> there = ReceiveAll(*pair.server, 5);
+  const std::vector<char> back = ReceiveAll(*pair.client, 4);
+  EXPECT_EQ("there", std::string(there.begin(), there.end()));
+  EXPECT_EQ("back", std::string(back.begin(), back.end()));
+}
+
+TEST(StreamSocket, ReceivesWhatIsThereWithoutWaitingForMore) {
+  Pair pair = Connected();
+  ASSERT_EQ(3, pair.client->Send("abc", 3).count);
+  std::array<char, 100> buffer{};
+  const Transfer got = pair.server->Receive(buffer.data(), static_cast<int>(buffer.size()));
+  EXPECT_GT(got.count, 0);
+  EXPECT_LE(got.count, 3);
+}
+
+TEST(StreamSocket, SendsAllOfWhatTheBuffersCannotHoldBothWaysAtOnce) {
+  Pair pair = Connected();
+  const std::vector<char> there = Pattern(kMoreThanBuffersHold, 1);
+  const std::vector<char> back = Pattern(kMoreThanBuffersHold, 2);
+  Transfer sent_there{};
+  Transfer sent_back{};
+  std::vector<char> got_back;
+  TestThread client_sender(
+      [&] { sent_there = pair.client->Send(there.data(), kMoreThanBuffersHold); });
+  TestThread server_sender(
+      [&] { sent_back = pair.server->Send(back.data(), kMoreThanBuffersHold); });
+  TestThread client_receiver([&] { got_back = ReceiveAll(*pair.client, kMoreThanBuffersHold); });
+  const std::vector<char> got_there = ReceiveAll(*pair.server, kMoreThanBuffersHold);
+  client_sender.Join();
+  server_sender.Join();
+  client_receiver.Join();
+  EXPECT_EQ(kMoreThanBuffersHold, sent_there.count);
+  EXPECT_EQ(kMoreThanBuffersHold, sent_back.count);
+  EXPECT_TRUE(there == got_there);
+  EXPECT_TRUE(back == got_back);
+}
+
+TEST(StreamSocket, SendsNothingForNoBytes) {
+  Pair pair = Connected();
+  EXPECT_EQ(0, pair.client->Send("", 0).count);
+}
+
+TEST(StreamSocket, OrderlyCloseOfThePeerIsZeroWithoutAnError) {
+  Pair pair = Connected();
+  ASSERT_EQ(1, pair.server->Send("x", 1).count);
+  pair.server.reset();
+  char byte = 0;
+  EXPECT_EQ(1, pair.client->Receive(&byte, 1).count);
+  const Transfer end = pair.client->Receive(&byte, 1);
+  EXPECT_EQ(0, end.count);
+  EXPECT_EQ(0, end.error);
+}
+
+TEST(StreamSocket, ReceiveTellsOfAReset) {
+  Pair pair = Connected();
+  ResetByServer(pair);
+  char byte = 0;
+  const Transfer got = pair.client->Receive(&byte, 1);
+  EXPECT_EQ(-1, got.count);
+  EXPECT_EQ(kConnectionReset, got.error);
+}
+
+TEST(StreamSocket, SendToABrokenPeerFailsWithoutASignal) {
+  Pair pair = Connected();
+  ResetByServer(pair);
+  const Transfer first = pair.client->Send("x", 1);
+  EXPECT_EQ(-1, first.count);
+  EXPECT_EQ(kConnectionReset, first.error);
+  // The kernel tells of the reset once and then of a broken pipe.
+  const Transfer second = pair.client->Send("x", 1);
+  EXPECT_EQ(-1, second.count);
+  EXPECT_EQ(kConnectionReset, second.error);
+}
+
+TEST(StreamSocket, CloseEndsABlockedReceive) {
+  Pair pair = Connected();
+  Semaphore receiving;
+  Transfer end{1, 1};
+  TestThread receiver([&] {
+    char byte = 0;
+    pair.server->Receive(&byte, 1);
+    receiving.Release();
+    end = pair.server->Receive(&byte, 1);
+  });
+  ASSERT_EQ(1, pair.client->Send("x", 1).count);
+  receiving.Wait();
+  Pause(20);
+  pair.server->Close();
+  receiver.Join();
+  EXPECT_LE(end.count, 0);
+}
+
+TEST(StreamSocket, CloseEndsABlockedSend) {
+  Pair pair = Connected();
+  const std::vector<char> bytes(kMoreThanBuffersHold);
+  Transfer sent{};
+  TestThread sender([&] { sent = pair.server->Send(bytes.data(), kMoreThanBuffersHold); });
+  char byte = 0;
+  ASSERT_EQ(1, pair.client->Receive(&byte, 1).count);
+  Pause(20);
+  pair.server->Close();
+  sender.Join();
+  EXPECT_EQ(-1, sent.count);
+  EXPECT_NE(kTimedOut, sent.error);
+}
+
+TEST(StreamSocket, CloseEndsTheStreamForThePeerToo) {
+  Pair pair = Connected();
+  pair.server->Close();
+  pair.server->Close();
+  char byte = 0;
+  EXPECT_EQ(0, pair.client->Receive(&byte, 1).count);
+}
+
+TEST(StreamSocket, ClosingAgainLeavesALaterSocketAlone) {
+  auto listener = Listening();
+  Pair first = Connected(*listener);
+  first.client->Close();
+  first.server->Close();
+  Pair second = Connected(*listener);
+  first.client->Close();
+  first.server->Close();
+  first = Pair{};
+  EXPECT_EQ(1, second.client->Send("x", 1).count);
+  char byte = 0;
+  EXPECT_EQ(1, second.server->Receive(&byte, 1).count);
+}
+
+// The peer takes a little after two seconds and nothing from then on. What it takes is far less
+// than makes the kernel announce room for more, and must count all the same.
+TEST(StreamSocket, FailsASendFiveSecondsAfterThePeerLastTookAnything) {
+  Pair pair = Connected();
+  const std::vector<char> bytes(kMoreThanBuffersHold);
+  Transfer sent{};
+  Ticks failed_at = 0;
+  TestThread sender([&] {
+    sent = pair.server->Send(bytes.data(), kMoreThanBuffersHold);
+    failed_at = MonotonicNow();
+  });
+  Pause(2000);
+  const Ticks taken_at = MonotonicNow();
+  EXPECT_EQ(256U * 1024U, ReceiveAll(*pair.client, 256 * 1024).size());
+  sender.Join();
+  EXPECT_EQ(-1, sent.count);
+  EXPECT_EQ(kTimedOut, sent.error);
+  EXPECT_GE(failed_at - taken_at, 5000 * kTicksPerMillisecond);
+}
+
+TEST(SocketLibrary, StartsAndIsCleanedUp) {
+  ASSERT_TRUE(StartSockets());
+  CleanUpSockets();
+}
+
+}  // namespace
+}  // namespace valmere::platform

@@ -1,0 +1,418 @@
+// Passes, periods and delivery, pass by pass.
+#include "store/change_publisher.h"
+
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "driver/sync/live_counters.h"
+#include "store/component_property.h"
+#include "store/string_property.h"
+#include "tests/store/engine_fixture.h"
+#include "tests/support/test_thread.h"
+
+namespace valmere {
+namespace {
+
+using testing::Client;
+using testing::EntryText;
+using testing::Responses;
+
+using Texts = std::vector<std::string>;
+
+constexpr std::string_view kGone = kStatusNoLongerAvailable;
+
+class Publishing : public ::testing::Test {
+ protected:
+  void Subscribe(const Client& subscriber, std::vector<PropertyAddress> addresses = {}) {
+    const ScopedLock hold(subscribers.lock);
+    subscribers.Add(subscriber.connection, addresses);
+  }
+  std::size_t CountSubscribers() {
+    const ScopedLock hold(subscribers.lock);
+    return subscribers.size();
+  }
+  UpdateEntries::Keys KeysOf(const Client& subscriber) {
+    const ScopedLock hold(subscribers.lock);
+    return subscribers.Find(*subscriber.connection)->keys;
+  }
+  // Runs to the end of a 500 ms period that has just begun.
+  void EndPeriod() {
+    publisher.Pass();
+    publisher.Pass();
+  }
+  static std::shared_ptr<Property> Own(std::string_view guid, std::string_view value = "V") {
+    return StringProperty::Make(value, guid, "Name", "G", "Group");
+  }
+  static std::shared_ptr<Property> Published(std::string_view guid, std::string_view value = "V") {
+    return ComponentProperty::Make(value, guid, "Name", "G", "Group", "C", "Client", nullptr);
+  }
+  static EntryText OwnEntry(std::string_view guid, std::string_view value = "V") {
+    return {.component = "OWN", .component_string = "Valmere", .guid = guid, .value = value};
+  }
+  // How many passes it takes until the client is written to; at most `most`.
+  int PassesUntilWritten(Client& receiver, int most) {
+    for (int pass = 1; pass <= most; ++pass) {
+      publisher.PushChange(property);
+      publisher.Pass();
+      if (!receiver.TakeTexts().empty()) return pass;
+    }
+    return 0;
+  }
+
+  const std::shared_ptr<Property> own =
+      StringProperty::Make("Valmere", "OWN", "Valmere", "COMPONENTS", "Components");
+  const std::shared_ptr<UIntProperty> period =
+      UIntProperty::Make(500, "PERIOD", "Period", "General", "General");
+  SubscriberList subscribers;
+  int subscribed_all = 0;
+  ChangePublisher publisher{own, period, subscribers, [this] { ++subscribed_all; }};
+  const std::shared_ptr<Property> property = Own("P");
+  Client client;
+};
+
+TEST_F(Publishing, TellsTheWholePeriodAtItsEndOnly) {
+  Subscribe(client);
+  publisher.PushChange(Own("1"));
+  publisher.Pass();
+  EXPECT_TRUE(client.TakeTexts().empty());
+  publisher.PushChange(Own("2"));
+  publisher.Pass();
+  EXPECT_EQ((Texts{Responses({OwnEntry("1"), OwnEntry("2")})}), client.TakeTexts());
+  EndPeriod();
+  EXPECT_TRUE(client.TakeTexts().empty()) << "it is told once";
+}
+
+TEST_F(Publishing, TellsTheNewestOfAPassFirst) {
+  Subscribe(client);
+  for (const char* guid : {"1", "2", "3"})
+    publisher.PushChange(Own(guid));
+  publisher.Pass();
+  for (const char* guid : {"4", "5"})
+    publisher.PushChange(Own(guid));
+  publisher.Pass();
+  EXPECT_EQ((Texts{Responses(
+                {OwnEntry("3"), OwnEntry("2"), OwnEntry("1"), OwnEntry("5"), OwnEntry("4")})}),
+            client.TakeTexts());
+}
+
+TEST_F(Publishing, DoesNotMergeTheChangesOfAProperty) {
+  Subscribe(client);
+  for (int i = 0; i < 3; ++i)
+    publisher.PushChange(property);
+  property->SetFromString("last");
+  EndPeriod();
+  EXPECT_EQ(
+      (Texts{Responses({OwnEntry("P", "last"), OwnEntry("P", "last"), OwnEntry("P", "last")})}),
+      client.TakeTexts());
+}
+
+TEST_F(Publishing, TellsOwnChangesThenComponentsThenNewThenVanished) {
+  Subscribe(client);
+  publisher.AnnounceVanished(Published("1"));
+  publisher.AnnounceVanished(Published("2"));
+  publisher.AnnounceNew(Published("3"));
+  publisher.AnnounceNew(Own("4"));
+  publisher.PushComponentChange(Published("5"));
+  publisher.PushComponentChange(Published("6"));
+  publisher.PushChange(Own("7"));
+  publisher.PushChange(Own("8"));
+  publisher.PublishPeriodically(Own("9"));
+  EndPeriod();
+  EXPECT_EQ((Texts{Responses({OwnEntry("8"),
+                              OwnEntry("7"),
+                              {.guid = "6"},
+                              {.guid = "5"},
+                              {.guid = "3"},
+                              OwnEntry("4"),
+                              {.guid = "1", .status = kGone},
+                              {.guid = "2", .status = kGone},
+                              OwnEntry("9")})}),
+            client.TakeTexts());
+}
+
+TEST_F(Publishing, TakesChangesAgainAfterThePassThatEmptiedTheStack) {
+  Subscribe(client);
+  EXPECT_FALSE(publisher.HasChanges());
+  for (int i = 0; i < 499; ++i) {
+    EXPECT_TRUE(publisher.PushChange(property));
+    EXPECT_TRUE(publisher.PushComponentChange(property));
+  }
+  EXPECT_FALSE(publisher.PushChange(property));
+  EXPECT_FALSE(publisher.PushComponentChange(property));
+  EXPECT_TRUE(publisher.HasChanges());
+  publisher.Pass();
+  EXPECT_FALSE(publisher.HasChanges());
+  EXPECT_TRUE(publisher.PushChange(property));
+  EXPECT_TRUE(publisher.PushComponentChange(property));
+}
+
+TEST_F(Publishing, PublishesEverySecondPassAtFirst) {
+  Subscribe(client);
+  EXPECT_EQ(2, PassesUntilWritten(client, 10));
+  EXPECT_EQ(2, PassesUntilWritten(client, 10));
+}
+
+TEST_F(Publishing, RoundsThePeriodDownToWholePasses) {
+  Subscribe(client);
+  period->SetValue(999);
+  PassesUntilWritten(client, 10);
+  EXPECT_EQ(3, PassesUntilWritten(client, 10));
+  period->SetValue(250);
+  PassesUntilWritten(client, 10);
+  EXPECT_EQ(1, PassesUntilWritten(client, 10));
+}
+
+TEST_F(Publishing, ReadsThePeriodOnlyAtAPeriodsEnd) {
+  Subscribe(client);
+  publisher.PushChange(property);
+  publisher.Pass();
+  period->SetValue(1000);
+  EXPECT_EQ(1, PassesUntilWritten(client, 10)) << "the running period ends when it was to end";
+  EXPECT_EQ(4, PassesUntilWritten(client, 10));
+  period->SetValue(0);
+  period->SetValue(500);
+  EXPECT_EQ(4, PassesUntilWritten(client, 10));
+  EXPECT_EQ(2, PassesUntilWritten(client, 10));
+}
+
+TEST_F(Publishing, NeverEndsAPeriodOfLessThanOnePass) {
+  Subscribe(client);
+  for (const std::uint32_t milliseconds : {0u, 1u, 249u}) {
+    const auto short_period = UIntProperty::Make(milliseconds, "S", "S", "General", "General");
+    ChangePublisher never(own, short_period, subscribers, [] {});
+    for (int pass = 0; pass < 1000; ++pass) {
+      never.PushChange(property);
+      never.Pass();
+    }
+    EXPECT_TRUE(client.TakeTexts().empty()) << milliseconds;
+  }
+}
+
+TEST_F(Publishing, EndsAPeriodWithoutEntriesAsWell) {
+  Subscribe(client);
+  EndPeriod();
+  EXPECT_TRUE(client.TakeTexts().empty());
+  EXPECT_EQ(2, PassesUntilWritten(client, 10));
+}
+
+TEST_F(Publishing, TellsAClientOnlyWhatItNamed) {
+  Client other, nothing;
+  Subscribe(client, {{"C", "G", "1"}, {"OWN", "G", "2"}});
+  Subscribe(other, {{"C", "G", "2"}});
+  Subscribe(nothing, {{"C", "G", ""}});
+  publisher.PushChange(Own("1"));
+  publisher.PushChange(Own("2"));
+  publisher.PushComponentChange(Published("1"));
+  publisher.PushComponentChange(Published("2"));
+  EndPeriod();
+  EXPECT_EQ((Texts{Responses({OwnEntry("2"), {.guid = "1"}})}), client.TakeTexts());
+  EXPECT_EQ((Texts{Responses({{.guid = "2"}})}), other.TakeTexts());
+  EXPECT_TRUE(nothing.TakeTexts().empty()) << "nothing of it, so no frame";
+  EXPECT_EQ(0, subscribed_all);
+}
+
+TEST_F(Publishing, GivesAllWhoSubscribedToAllTheSameBytes) {
+  std::vector<Client> clients(3);
+  for (const Client& each : clients)
+    Subscribe(each);
+  publisher.PushChange(Own("1"));
+  publisher.PushComponentChange(Published("2"));
+  EndPeriod();
+  const Texts frames = clients[0].stream->writes();
+  ASSERT_EQ(1u, frames.size());
+  EXPECT_EQ(testing::FrameOf(Responses({OwnEntry("1"), {.guid = "2"}})), frames[0]);
+  for (const Client& each : clients)
+    EXPECT_EQ(frames, each.stream->writes());
+}
+
+TEST_F(Publishing, DropsAClientWhoseWriteFailsAtOnceAndGoesOn) {
+  for (const int result : {0, 1, Connection::kGone, Connection::kFailed, Connection::kDrained}) {
+    Client broken, named, healthy;
+    Subscribe(broken);
+    Subscribe(named, {{"OWN", "G", "P"}});
+    Subscribe(healthy);
+    broken.stream->GiveToWrites(result);
+    named.stream->GiveToWrites(result);
+    publisher.PushChange(property);
+    EndPeriod();
+    EXPECT_EQ((Texts{Responses({OwnEntry("P")})}), healthy.TakeTexts());
+    EXPECT_EQ(1u, CountSubscribers());
+    EXPECT_EQ(1, broken.connection.use_count()) << "nothing holds it any more";
+    broken.TakeTexts();
+    named.TakeTexts();
+    publisher.PushChange(property);
+    EndPeriod();
+    EXPECT_TRUE(broken.TakeTexts().empty());
+    EXPECT_TRUE(named.TakeTexts().empty());
+    EXPECT_EQ((Texts{Responses({OwnEntry("P")})}), healthy.TakeTexts());
+    const ScopedLock hold(subscribers.lock);
+    EXPECT_EQ(nullptr, subscribers.Find(*broken.connection));
+    subscribers.Remove(*healthy.connection);
+  }
+}
+
+TEST_F(Publishing, TakesTheKeyOfAVanishedPropertyFromThoseWhoWereTold) {
+  Subscribe(client, {{"C", "G", "1"}, {"C", "G", "2"}});
+  publisher.AnnounceVanished(Published("1"));
+  EndPeriod();
+  EXPECT_EQ((Texts{Responses({{.guid = "1", .status = kGone}})}), client.TakeTexts());
+  EXPECT_EQ((UpdateEntries::Keys{"C:G:2"}), KeysOf(client));
+  publisher.AnnounceNew(Published("1"));
+  EndPeriod();
+  EXPECT_TRUE(client.TakeTexts().empty());
+  EXPECT_EQ(0, subscribed_all);
+}
+
+TEST_F(Publishing, TakesAClientWithoutKeysLeftForOneThatSubscribedToAll) {
+  Subscribe(client, {{"C", "G", "1"}});
+  publisher.AnnounceVanished(Published("1"));
+  publisher.PushChange(Own("2"));
+  EndPeriod();
+  EXPECT_EQ((Texts{Responses({{.guid = "1", .status = kGone}})}), client.TakeTexts());
+  EXPECT_EQ(1, subscribed_all);
+  publisher.PushChange(Own("2"));
+  EndPeriod();
+  EXPECT_EQ((Texts{Responses({OwnEntry("2")})}), client.TakeTexts());
+  EXPECT_EQ(1, subscribed_all) << "told once";
+}
+
+TEST_F(Publishing, DoesNotTakeADroppedClientForOneThatSubscribedToAll) {
+  Subscribe(client, {{"C", "G", "1"}});
+  client.stream->GiveToWrites(Connection::kGone);
+  publisher.AnnounceVanished(Published("1"));
+  EndPeriod();
+  EXPECT_EQ(0, subscribed_all);
+}
+
+TEST_F(Publishing, TellsPeriodicPropertiesAtEveryEndUntilTheyGo) {
+  Subscribe(client);
+  publisher.PublishPeriodically(property);
+  publisher.Pass();
+  property->SetFromString("W");
+  publisher.Pass();
+  EndPeriod();
+  EXPECT_EQ((Texts{Responses({OwnEntry("P", "W")}), Responses({OwnEntry("P", "W")})}),
+            client.TakeTexts());
+  publisher.PublishNoLonger(property);
+  EndPeriod();
+  EXPECT_TRUE(client.TakeTexts().empty());
+}
+
+TEST_F(Publishing, TellsNobodyWhatChangedWhenThereWasNobody) {
+  publisher.PushChange(property);
+  publisher.AnnounceNew(property);
+  publisher.AnnounceVanished(property);
+  publisher.Pass();
+  EXPECT_EQ(1, property.use_count()) << "it is let go all the same";
+  Subscribe(client);
+  publisher.Pass();
+  EXPECT_TRUE(client.TakeTexts().empty());
+}
+
+// Counts how often its value is asked for, and can refuse to give it.
+class AskedProperty final : public StringProperty {
+ public:
+  AskedProperty() : StringProperty(MakeToken(), "V", PropertyIdentity("P", "Name", "G", "Group")) {}
+  std::string GetValueString() const override {
+    ++asked;
+    if (out_of_memory) throw std::bad_alloc();
+    return StringProperty::GetValueString();
+  }
+  mutable int asked = 0;
+  bool out_of_memory = false;
+};
+
+TEST_F(Publishing, RendersNothingForNobodyAndOnceForMany) {
+  const auto asked = std::make_shared<AskedProperty>();
+  publisher.PushChange(asked);
+  publisher.PublishPeriodically(asked);
+  EndPeriod();
+  EXPECT_EQ(0, asked->asked);
+  publisher.PublishNoLonger(asked);
+  std::vector<Client> clients(3);
+  for (const Client& each : clients)
+    Subscribe(each);
+  publisher.PushChange(asked);
+  EndPeriod();
+  EXPECT_EQ(1, asked->asked);
+}
+
+TEST_F(Publishing, LosesOnlyTheEntryThatThereIsNoMemoryFor) {
+  Subscribe(client);
+  const auto broken = std::make_shared<AskedProperty>();
+  broken->out_of_memory = true;
+  publisher.PublishPeriodically(broken);
+  publisher.PushChange(Own("1"));
+  publisher.PushChange(broken);
+  publisher.AnnounceNew(Own("2"));
+  EndPeriod();
+  EXPECT_EQ((Texts{Responses({OwnEntry("1"), OwnEntry("2")})}), client.TakeTexts());
+  EXPECT_EQ(2, PassesUntilWritten(client, 10)) << "and periods go on ending";
+}
+
+class ThrowingConnection final : public Connection {
+ public:
+  int Read(void*, int) override { return kFailed; }
+  int Write(const void*, int) override { throw std::bad_alloc(); }
+  void Close() override {}
+  bool IsOpen() const override { return true; }
+};
+
+TEST_F(Publishing, GoesOnWithTheNextPeriodWhenMemoryRunsOutWhileItWrites) {
+  const Client throwing(std::make_shared<ThrowingConnection>());
+  Subscribe(client);
+  Subscribe(throwing);
+  for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(2, PassesUntilWritten(client, 10));
+  EXPECT_EQ(2u, CountSubscribers());
+}
+
+// Says when it was written to.
+class SignallingConnection final : public Connection {
+ public:
+  int Read(void*, int) override { return kFailed; }
+  int Write(const void*, int length) override {
+    written.Release();
+    return length;
+  }
+  void Close() override {}
+  bool IsOpen() const override { return true; }
+  platform::Semaphore written;
+};
+
+TEST_F(Publishing, RunsOnItsOwnThreadUntilItIsDestroyed) {
+  const auto stream = std::make_shared<SignallingConnection>();
+  const std::uint32_t workers = LiveWorkerThreads::Live();
+  {
+    ChangePublisher running(own, period, subscribers, [] {});
+    period->SetValue(250);  // read again when the thread starts
+    Subscribe(Client(stream));
+    running.Start(249);
+    EXPECT_EQ(workers + 1, LiveWorkerThreads::Live());
+    running.PushChange(property);
+    stream->written.Wait();
+    running.PushChange(property);
+    stream->written.Wait();
+  }
+  EXPECT_EQ(workers, LiveWorkerThreads::Live());
+}
+
+TEST_F(Publishing, IsDestroyedWithoutWaitingForThePass) {
+  const platform::Ticks start = platform::MonotonicNow();
+  for (int i = 0; i < 20; ++i) {
+    ChangePublisher running(own, period, subscribers, [] {});
+    running.Start(249);
+  }
+  EXPECT_GT(20 * 250 * platform::kTicksPerMillisecond, platform::MonotonicNow() - start);
+}
+
+}  // namespace
+}  // namespace valmere

@@ -1,0 +1,183 @@
+#include "store/subscriber_list.h"
+
+#include <array>
+#include <memory>
+#include <new>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/scripted_connection.h"
+
+namespace valmere {
+namespace {
+
+using Keys = std::set<std::string, std::less<>>;
+
+std::shared_ptr<ClientConnection> MakeClient() {
+  return std::make_shared<ClientConnection>(std::make_shared<testing::ScriptedConnection>());
+}
+
+TEST(SubscriberList, FindsNobodyAtFirst) {
+  SubscriberList list;
+  const ScopedLock hold(list.lock);
+  EXPECT_EQ(nullptr, list.Find(*MakeClient()));
+  EXPECT_EQ(0u, list.size());
+}
+
+TEST(SubscriberList, KeepsTheKeysThatAClientNamed) {
+  SubscriberList list;
+  const auto client = MakeClient();
+  const ScopedLock hold(list.lock);
+  list.Add(client, std::array{PropertyAddress{"C", "G", "P"}, PropertyAddress{"C", "G", ""}});
+  ASSERT_NE(nullptr, list.Find(*client));
+  EXPECT_EQ(client, list.Find(*client)->connection);
+  EXPECT_EQ((Keys{"C:G:P", "C:G:"}), list.Find(*client)->keys);
+}
+
+TEST(SubscriberList, RegistersAClientOnce) {
+  SubscriberList list;
+  const auto client = MakeClient();
+  const ScopedLock hold(list.lock);
+  Subscriber& first = list.Add(client, {});
+  Subscriber& second = list.Add(client, {});
+  EXPECT_EQ(&first, &second);
+  EXPECT_EQ(1u, list.size());
+}
+
+TEST(SubscriberList, AddsOnlyTheAddressesThatAreNew) {
+  SubscriberList list;
+  const auto client = MakeClient();
+  const ScopedLock hold(list.lock);
+  list.Add(client, std::array{PropertyAddress{"C", "G", "1"}});
+  list.Add(client, std::array{PropertyAddress{"C", "G", "1"}, PropertyAddress{"C", "G", "2"},
+                              PropertyAddress{"D", "G", "1"}});
+  EXPECT_EQ((Keys{"C:G:1", "C:G:2", "D:G:1"}), list.Find(*client)->keys);
+}
+
+TEST(SubscriberList, KeepsTheKeysWhenAClientThenSubscribesToAll) {
+  SubscriberList list;
+  const auto client = MakeClient();
+  const ScopedLock hold(list.lock);
+  list.Add(client, std::array{PropertyAddress{"C", "G", "1"}});
+  list.Add(client, {});
+  EXPECT_EQ((Keys{"C:G:1"}), list.Find(*client)->keys);
+}
+
+TEST(SubscriberList, HasNoKeyForASubscriptionToAll) {
+  SubscriberList list;
+  const auto client = MakeClient();
+  const ScopedLock hold(list.lock);
+  EXPECT_TRUE(list.Add(client, {}).keys.empty());
+}
+
+TEST(SubscriberList, RemovesOneClientAndKeepsTheOthers) {
+  SubscriberList list;
+  const auto first = MakeClient();
+  const auto second = MakeClient();
+  const auto third = MakeClient();
+  const ScopedLock hold(list.lock);
+  for (const auto& client : {first, second, third})
+    list.Add(client, {});
+  const auto removed = list.Remove(*second);
+  ASSERT_NE(nullptr, removed);
+  EXPECT_EQ(second, removed->connection);
+  EXPECT_EQ(nullptr, list.Find(*second));
+  EXPECT_EQ(first, list.Find(*first)->connection);
+  EXPECT_EQ(third, list.Find(*third)->connection);
+  EXPECT_EQ(2u, list.size());
+}
+
+TEST(SubscriberList, RemovesAClientThatIsNotThereToNoEffect) {
+  SubscriberList list;
+  const auto client = MakeClient();
+  const ScopedLock hold(list.lock);
+  list.Add(client, {});
+  EXPECT_EQ(nullptr, list.Remove(*MakeClient()));
+  EXPECT_EQ(1u, list.size());
+  EXPECT_NE(nullptr, list.Remove(*client));
+  EXPECT_EQ(nullptr, list.Remove(*client));
+  EXPECT_EQ(0u, list.size());
+}
+
+TEST(SubscriberList, WantsWhatAnyClientNamedAndEverythingForASubscriberToAll) {
+  SubscriberList list;
+  EXPECT_FALSE(list.Any());
+  const auto client = MakeClient();
+  const auto to_all = MakeClient();
+  const ScopedLock hold(list.lock);
+  EXPECT_FALSE(list.Wants("C:G:1"));
+  list.Add(client, std::array{PropertyAddress{"C", "G", "1"}});
+  EXPECT_TRUE(list.Any());
+  EXPECT_TRUE(list.Wants("C:G:1"));
+  EXPECT_FALSE(list.Wants("C:G:2"));
+  list.Add(to_all, {});
+  EXPECT_TRUE(list.Wants("C:G:2"));
+  list.Remove(*to_all);
+  EXPECT_FALSE(list.Wants("C:G:2"));
+  list.Remove(*client);
+  EXPECT_FALSE(list.Any());
+}
+
+TEST(SubscriberList, KeepsThoseThatAVisitorWantsInTheirOrder) {
+  SubscriberList list;
+  std::array<std::shared_ptr<ClientConnection>, 5> clients;
+  const ScopedLock hold(list.lock);
+  for (auto& client : clients) {
+    client = MakeClient();
+    list.Add(client, {});
+  }
+  std::vector<ClientConnection*> visited;
+  const auto removed = list.KeepIf([&](Subscriber& subscriber) {
+    visited.push_back(subscriber.connection.get());
+    return subscriber.connection != clients[0] && subscriber.connection != clients[3];
+  });
+  EXPECT_EQ((std::vector{clients[0].get(), clients[1].get(), clients[2].get(), clients[3].get(),
+                         clients[4].get()}),
+            visited);
+  EXPECT_EQ(2u, removed.size());
+  EXPECT_EQ(3u, list.size());
+  EXPECT_EQ(nullptr, list.Find(*clients[0]));
+  EXPECT_EQ(nullptr, list.Find(*clients[3]));
+  visited.clear();
+  EXPECT_TRUE(list.KeepIf([&](Subscriber& subscriber) {
+                    visited.push_back(subscriber.connection.get());
+                    return true;
+                  })
+                  .empty());
+  EXPECT_EQ((std::vector{clients[1].get(), clients[2].get(), clients[4].get()}), visited);
+}
+
+TEST(SubscriberList, LosesNobodyWhenAVisitorThrows) {
+  SubscriberList list;
+  const auto first = MakeClient(), second = MakeClient(), third = MakeClient();
+  const ScopedLock hold(list.lock);
+  for (const auto& client : {first, second, third})
+    list.Add(client, {});
+  int visits = 0;
+  EXPECT_THROW(static_cast<void>(list.KeepIf([&](Subscriber&) {
+                 if (++visits == 3) throw std::bad_alloc();
+                 return visits != 1;
+               })),
+               std::bad_alloc);
+  EXPECT_EQ(3u, list.size());
+  for (const auto& client : {first, second, third}) {
+    EXPECT_EQ(client, list.Find(*client)->connection);
+    EXPECT_NE(nullptr, list.Remove(*client));
+  }
+}
+
+TEST(SubscriberList, LetsTheConnectionGoWithTheEntry) {
+  SubscriberList list;
+  const auto client = MakeClient();
+  const ScopedLock hold(list.lock);
+  list.Add(client, {});
+  EXPECT_EQ(2, client.use_count());
+  list.Remove(*client);
+  EXPECT_EQ(1, client.use_count());
+}
+
+}  // namespace
+}  // namespace valmere

@@ -1,0 +1,24 @@
+// Requests that the service itself never sends.
+#pragma once
+
+#include <span>
+
+#include "protocol/message_keys.h"
+#include "protocol/property_message.h"
+
+namespace valmere::testing {
+
+// A message that can also be given what only clients ask for.
+class RequestMessage : public PropertyMessage {
+ public:
+  void RequestAll() { object_[keys::kGetAll] = JsonValue(true); }
+  void Disconnect() { object_[keys::kDisconnect] = JsonValue(true); }
+  // A get entry has the shape of a subscribe entry.
+  void GetRequests(std::span<const PropertyAddress> addresses) {
+    PropertyMessage entries;
+    entries.SubscribeList(addresses);
+    object_[keys::kGetRequests] = *entries.object().Find(keys::kSubscribeRequests);
+  }
+};
+
+}  // namespace valmere::testing
