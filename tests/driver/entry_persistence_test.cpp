@@ -37,6 +37,9 @@ class StoredTest : public ::testing::Test {
     EXPECT_EQ(Marker(device()), kMarkerBytes);
   }
   void SetUp() override {
+    // The service of the test before may still be writing its lines: it ends here, and the one in
+    // its place writes none.
+    ASSERT_EQ(PRN_Init(0), 1u);
     for (const char* path : {"Store/ValmereProperties.ini", "Store/ValmerePropertiesOverride.ini",
                              "Store/ValmereLog.txt", "Store/ValmereLogFileName.txt",
                              "windows/version.ini", "boot/qtlibs_version.ini"})
