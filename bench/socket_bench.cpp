@@ -1,129 +1,173 @@
-// One get through valmered's socket, beside a bare ping-pong of the same bytes between two
-// processes over the same kind of socket.
+// Requests through valmered's socket, beside a bare ping-pong of as many bytes between two processes
+// over the same kind of socket. Percentiles are of single exchanges.
 #include <benchmark/benchmark.h>
+#include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <stdexcept>
+#include <algorithm>
+#include <chrono>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "protocol/message_frame.h"
+#include "bench/daemon.h"
 
 namespace {
 
-constexpr char kRequest[] =
-    "{\"PropertyGetRequests\": [{\"Component\": \"955CFDC2-8EA6-478E-A927-7C870022EA03\","
-    "\"GUID\": \"ADC1E631-2C12-4267-B128-95830EC9857D:955CFDC2-8EA6-478E-A927-7C870022EA03\"}]}";
+using valmere::bench::Daemon;
+using valmere::bench::Frame;
+using valmere::bench::GetText;
+using valmere::bench::PublicationFrame;
+using valmere::bench::RawClient;
 
-std::string RequestFrame() {
-  std::string frame;
-  valmere::BeginFrame(frame);
-  frame += kRequest;
-  valmere::EndFrame(frame);
-  return frame;
-}
+constexpr int kMostClients = 8;
+constexpr std::size_t kReplyBytes = 330;
 
-// One send, then one receive of what must be a whole reply.
-std::size_t Exchange(int descriptor, const std::string& request, std::vector<char>& reply) {
-  if (send(descriptor, request.data(), request.size(), MSG_NOSIGNAL) !=
-      static_cast<ssize_t>(request.size()))
-    return 0;
-  const ssize_t got = recv(descriptor, reply.data(), reply.size(), 0);
-  return got > 0 ? static_cast<std::size_t>(got) : 0;
-}
-
-// valmered on a root of its own, as a child process.
-class Daemon {
+// How long each exchange took.
+class Latencies {
  public:
-  Daemon() : folder_(MakeFolder()), socket_(folder_ + "/socket") {
-    int ready[2];
-    if (pipe(ready) != 0) throw std::runtime_error("no pipe");
-    child_ = fork();
-    if (child_ == 0) {
-      dup2(ready[1], STDOUT_FILENO);
-      execl(VALMERED, VALMERED, "--root", (folder_ + "/root").c_str(), "--socket", socket_.c_str(),
-            "--library", VALMERE_LIBRARY, nullptr);
-      _exit(127);
-    }
-    close(ready[1]);
-    char line[256];
-    if (read(ready[0], line, sizeof line) <= 0) throw std::runtime_error("valmered did not start");
-    close(ready[0]);
+  template <typename Exchange>
+  bool Time(Exchange exchange) {
+    const auto begin = std::chrono::steady_clock::now();
+    const bool done = exchange();
+    const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - begin;
+    microseconds_.push_back(took.count());
+    return done;
   }
-  ~Daemon() {
-    kill(child_, SIGTERM);
-    waitpid(child_, nullptr, 0);
-    std::filesystem::remove_all(folder_);
-  }
-
-  int Connect() const {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, socket_.c_str(), sizeof address.sun_path - 1);
-    const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
-      throw std::runtime_error("valmered can't be reached");
-    return descriptor;
+  // Of the threads of a run the mean is shown.
+  void Report(benchmark::State& state) {
+    state.counters["p50_us"] = {Percentile(50), benchmark::Counter::kAvgThreads};
+    state.counters["p99_us"] = {Percentile(99), benchmark::Counter::kAvgThreads};
   }
 
  private:
-  static std::string MakeFolder() {
-    char name[] = "/tmp/valmere-bench-XXXXXX";
-    return mkdtemp(name);
+  double Percentile(std::size_t percent) {
+    if (microseconds_.empty()) return 0;
+    const auto place = microseconds_.begin() +
+                       static_cast<std::ptrdiff_t>((microseconds_.size() - 1) * percent / 100);
+    std::nth_element(microseconds_.begin(), place, microseconds_.end());
+    return *place;
   }
 
-  const std::string folder_;
-  const std::string socket_;
-  pid_t child_ = -1;
+  std::vector<double> microseconds_;
 };
 
-void BM_GetThroughSocket(benchmark::State& state) {
-  const Daemon daemon;
-  const int descriptor = daemon.Connect();
-  const std::string request = RequestFrame();
-  std::vector<char> reply(64 * 1024);
+void RunExchanges(benchmark::State& state, const Daemon& daemon, const std::string& request) {
+  RawClient client(daemon.socket_path());
+  Latencies latencies;
   for (auto _ : state) {
-    if (Exchange(descriptor, request, reply) < valmere::kFrameHeaderBytes) {
+    if (!latencies.Time([&] { return client.Send(request) && client.ReceiveFrame() > 0; })) {
       state.SkipWithError("no reply");
       break;
     }
   }
-  close(descriptor);
+  latencies.Report(state);
 }
-BENCHMARK(BM_GetThroughSocket)->UseRealTime();
 
-// The child sends back as many bytes as a reply has for every request that it reads.
+// One valmered for the clients of a run: made by its first thread, which ends it as well.
+std::unique_ptr<Daemon> shared_daemon;
+
+void StartDaemon(const benchmark::State&) {
+  shared_daemon = std::make_unique<Daemon>();
+}
+void EndDaemon(const benchmark::State&) {
+  shared_daemon.reset();
+}
+
+void BM_GetThroughSocket(benchmark::State& state) {
+  RunExchanges(state, *shared_daemon, Frame(GetText()));
+}
+BENCHMARK(BM_GetThroughSocket)
+    ->UseRealTime()
+    ->Threads(1)
+    ->Threads(kMostClients)
+    ->Setup(StartDaemon)
+    ->Teardown(EndDaemon);
+
+// The child sends back as many bytes as a reply has for every request that it reads, whoever asks.
+class Echo {
+ public:
+  Echo() {
+    std::vector<pollfd> served(kMostClients);
+    for (int i = 0; i < kMostClients; ++i) {
+      int ends[2];
+      if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) throw std::runtime_error("no sockets");
+      clients_.push_back(ends[0]);
+      served[static_cast<std::size_t>(i)] = {ends[1], POLLIN, 0};
+    }
+    child_ = fork();
+    if (child_ == 0) {
+      for (const int client : clients_)
+        close(client);
+      Serve(served);
+      _exit(0);
+    }
+    for (const pollfd& end : served)
+      close(end.fd);
+  }
+  ~Echo() {
+    for (const int client : clients_)
+      close(client);
+    waitpid(child_, nullptr, 0);
+  }
+  Echo(const Echo&) = delete;
+  Echo& operator=(const Echo&) = delete;
+
+  int client(int index) const { return clients_[static_cast<std::size_t>(index)]; }
+
+ private:
+  static void Serve(std::vector<pollfd>& served) {
+    char buffer[4096];
+    for (;;) {
+      poll(served.data(), served.size(), -1);
+      for (const pollfd& end : served) {
+        if (end.revents == 0) continue;
+        if (read(end.fd, buffer, sizeof buffer) <= 0) return;
+        if (send(end.fd, buffer, kReplyBytes, MSG_NOSIGNAL) < 0) return;
+      }
+    }
+  }
+
+  std::vector<int> clients_;
+  pid_t child_ = -1;
+};
+
+std::unique_ptr<Echo> shared_echo;
+
 void BM_SocketPingPong(benchmark::State& state) {
-  constexpr std::size_t kReplyBytes = 330;
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
-    state.SkipWithError("no socket pair");
+  const int descriptor = shared_echo->client(state.thread_index());
+  const std::string request = Frame(GetText());
+  char reply[kReplyBytes];
+  Latencies latencies;
+  for (auto _ : state) {
+    latencies.Time([&] {
+      return send(descriptor, request.data(), request.size(), MSG_NOSIGNAL) > 0 &&
+             recv(descriptor, reply, sizeof reply, MSG_WAITALL) > 0;
+    });
+  }
+  latencies.Report(state);
+}
+BENCHMARK(BM_SocketPingPong)
+    ->UseRealTime()
+    ->Threads(1)
+    ->Threads(kMostClients)
+    ->Setup([](const benchmark::State&) { shared_echo = std::make_unique<Echo>(); })
+    ->Teardown([](const benchmark::State&) { shared_echo.reset(); });
+
+// Aim: under 400 us pinned to one core.
+void BM_GetAllThousandThroughSocket(benchmark::State& state) {
+  const Daemon daemon;
+  RawClient owner(daemon.socket_path());
+  // The answer to the get says that the publication has been handled.
+  if (!owner.Send(PublicationFrame(1000)) || !owner.Send(Frame(GetText())) ||
+      owner.ReceiveFrame() == 0) {
+    state.SkipWithError("nothing published");
     return;
   }
-  const pid_t child = fork();
-  if (child == 0) {
-    close(ends[0]);
-    char buffer[4096];
-    while (read(ends[1], buffer, sizeof buffer) > 0) {
-      if (send(ends[1], buffer, kReplyBytes, MSG_NOSIGNAL) < 0) break;
-    }
-    _exit(0);
-  }
-  close(ends[1]);
-  const std::string request = RequestFrame();
-  std::vector<char> reply(64 * 1024);
-  for (auto _ : state)
-    benchmark::DoNotOptimize(Exchange(ends[0], request, reply));
-  close(ends[0]);
-  waitpid(child, nullptr, 0);
+  RunExchanges(state, daemon, Frame(R"({"GetAllProperties": true})"));
 }
-BENCHMARK(BM_SocketPingPong)->UseRealTime();
+BENCHMARK(BM_GetAllThousandThroughSocket)->UseRealTime();
 
 }  // namespace

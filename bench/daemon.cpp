@@ -1,0 +1,122 @@
+#include "bench/daemon.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+#include "protocol/message_frame.h"
+
+namespace valmere::bench {
+namespace {
+
+std::string MakeFolder() {
+  std::string name = (std::filesystem::temp_directory_path() / "valmere-bench-XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder for the service");
+  return name;
+}
+
+int Connected(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+    throw std::runtime_error("valmered can't be reached");
+  return descriptor;
+}
+
+}  // namespace
+
+Daemon::Daemon() : folder_(MakeFolder()), socket_(folder_ + "/socket") {
+  int ready[2];
+  if (pipe(ready) != 0) throw std::runtime_error("no pipe");
+  child_ = fork();
+  if (child_ == 0) {
+    dup2(ready[1], STDOUT_FILENO);
+    execl(VALMERED, VALMERED, "--root", (folder_ + "/root").c_str(), "--socket", socket_.c_str(),
+          "--library", VALMERE_LIBRARY, nullptr);
+    _exit(127);
+  }
+  close(ready[1]);
+  char line[256];
+  const bool started = read(ready[0], line, sizeof line) > 0;
+  close(ready[0]);
+  if (!started) throw std::runtime_error("valmered did not start");
+}
+
+Daemon::~Daemon() {
+  kill(child_, SIGTERM);
+  waitpid(child_, nullptr, 0);
+  std::filesystem::remove_all(folder_);
+}
+
+RawClient::RawClient(const std::string& path)
+    : descriptor_(Connected(path)), buffer_(std::size_t{64} * 1024) {}
+
+RawClient::~RawClient() {
+  close(descriptor_);
+}
+
+bool RawClient::Send(std::string_view frame) const {
+  while (!frame.empty()) {
+    const ssize_t sent = send(descriptor_, frame.data(), frame.size(), MSG_NOSIGNAL);
+    if (sent <= 0) return false;
+    frame.remove_prefix(static_cast<std::size_t>(sent));
+  }
+  return true;
+}
+
+std::size_t RawClient::ReceiveFrame() {
+  std::size_t held = 0;
+  std::size_t whole = kFrameHeaderBytes;
+  while (held < whole) {
+    const ssize_t got = recv(descriptor_, buffer_.data() + held, buffer_.size() - held, 0);
+    if (got <= 0) return 0;
+    held += static_cast<std::size_t>(got);
+    if (held < kFrameHeaderBytes) continue;
+    const auto* length =
+        reinterpret_cast<const unsigned char*>(buffer_.data()) + kStreamFormatIdentifier.size();
+    whole = kFrameHeaderBytes + DecodeLength(length);
+    if (whole > buffer_.size()) buffer_.resize(whole);
+  }
+  return whole;
+}
+
+std::string Frame(std::string_view text) {
+  std::string frame;
+  BeginFrame(frame);
+  frame += text;
+  EndFrame(frame);
+  return frame;
+}
+
+std::string PublicationFrame(int count) {
+  std::string text = R"({"PropertyGetResponses": [)";
+  for (int i = 0; i < count; ++i) {
+    char entry[512];
+    std::snprintf(entry, sizeof entry,
+                  R"(%s{"Component": "6A1D2E3F-0000-4000-8000-000000000001",)"
+                  R"("ComponentString": "Print Head","GUID": )"
+                  R"("6A1D2E3F-0000-4000-8000-000000000002:6A1D2E3F-0000-4000-8000-1%011d",)"
+                  R"("GroupString": "Measurements","NameString": "Measured Property %d",)"
+                  R"("Status": "Successful","Value": "%08d"})",
+                  i == 0 ? "" : ",", i, i, i);
+    text += entry;
+  }
+  return Frame(text + "]}");
+}
+
+std::string_view GetText() {
+  return R"({"PropertyGetRequests": [{"Component": "955CFDC2-8EA6-478E-A927-7C870022EA03",)"
+         R"("GUID": "ADC1E631-2C12-4267-B128-95830EC9857D:955CFDC2-8EA6-478E-A927-7C870022EA03"}]})";
+}
+
+}  // namespace valmere::bench
