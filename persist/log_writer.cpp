@@ -1,5 +1,5 @@
-// The writer never waits for the lock: who holds it is about to raise the flag again. Lines are
-// taken out under the lock and written without it, so that nobody who logs waits for the file.
+// The writer never waits for the lock: it leaves the flag up and comes back. Lines are taken out
+// under the lock and written without it, so that nobody who logs waits for the file.
 #include "persist/log_writer.h"
 
 #include <utility>

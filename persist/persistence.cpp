@@ -226,13 +226,14 @@ void Persistence::RestoreSilently(Property& property) {
 
 void Persistence::RestoreAnnounced(Property& property, const std::string& text) {
   restoring_thread_.store(platform::CurrentThreadId());
-  restoring_.store(&property);
+  // A listener of another property that is being restored may have asked for this load.
+  const Property* const outer = restoring_.exchange(&property);
   try {
     property.SetFromString(text);
   } catch (const std::exception&) {
     LogUnfit(property, text);
   }
-  restoring_.store(nullptr);
+  restoring_.store(outer);
 }
 
 void Persistence::LogUnfit(const Property& property, std::string_view text) {

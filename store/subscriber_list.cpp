@@ -17,6 +17,10 @@ Subscriber* SubscriberList::Find(const ClientConnection& client) {
 
 Subscriber& SubscriberList::Add(const std::shared_ptr<ClientConnection>& client,
                                 std::span<const PropertyAddress> addresses) {
+  // Made before the entry: one that memory ran out for would be a subscription to all.
+  std::set<std::string, std::less<>> named;
+  for (const PropertyAddress& address : addresses)
+    named.insert(PropertyKey(address.component, address.group_guid, address.guid).Text());
   Subscriber* subscriber = Find(*client);
   if (subscriber == nullptr) {
     subscribers_.push_back(std::make_unique<Subscriber>(client));
@@ -29,10 +33,7 @@ Subscriber& SubscriberList::Add(const std::shared_ptr<ClientConnection>& client,
     }
     count_.store(subscribers_.size());
   }
-  for (const PropertyAddress& address : addresses) {
-    subscriber->keys.insert(
-        PropertyKey(address.component, address.group_guid, address.guid).Text());
-  }
+  subscriber->keys.merge(named);
   return *subscriber;
 }
 

@@ -41,6 +41,7 @@ class SubscriberList {
   // Null when the client has no entry.
   Subscriber* Find(const ClientConnection& client) REQUIRES(lock);
   // Registers the client, or adds to what it registered; addresses that it named before stay once.
+  // When memory runs out nothing has changed.
   Subscriber& Add(const std::shared_ptr<ClientConnection>& client,
                   std::span<const PropertyAddress> addresses) REQUIRES(lock);
   // The entry that was removed, or empty.

@@ -163,9 +163,12 @@ class ServiceOnFilesTest : public ::testing::Test {
   void TearDown() override {
     service_.reset();
     session_.reset();
+    ResetZones();
+    EXPECT_EQ(LeftAlive(), 0u);
+  }
+  static void ResetZones() {
     for (std::size_t i = 0; i < static_cast<std::size_t>(DebugZone::kCount); ++i)
       SwitchOf(static_cast<DebugZone>(i)) = i < 2;
-    EXPECT_EQ(LeftAlive(), 0u);
   }
   void Start() { service_ = MakeService(files_); }
   std::string Log() { return files_->Get(kLog).value_or(""); }
@@ -180,6 +183,38 @@ class ServiceOnFilesTest : public ::testing::Test {
   std::string LogAtEnd() {
     service_.reset();
     return Log();
+  }
+  // What a service whose file turns this zone on logs from its start to its end, line by line
+  // without the numbers behind a colon.
+  std::vector<std::string> LifeInZone(std::string_view guid, std::string_view name) {
+    files_->Put(kLog, "");
+    files_->Put(kPaths.property_file, WithTrailer(ZoneLine(guid, name, "True")));
+    Start();
+    EXPECT_TRUE(service_->CloseSession(service_->OpenSession()));
+    service_->CloseAllSessions();
+    const std::string log = LogAtEnd();
+    ResetZones();
+    std::vector<std::string> lines;
+    for (std::size_t at = 0; at < log.size();) {
+      const std::size_t end = log.find("\r\n", at);
+      const std::string line = log.substr(at, end - at);
+      const std::string message = line.substr(line.find(',') + 1);
+      if (message.find("unknown stream format") == std::string::npos)
+        lines.push_back(message.substr(0, message.find(": ")));
+      at = end == std::string::npos ? log.size() : end + 2;
+    }
+    return lines;
+  }
+  // The names of the properties that the file has, in order.
+  std::vector<std::string> NamesInFile() {
+    const std::string file = files_->Get(kPaths.property_file).value_or("");
+    std::vector<std::string> names;
+    for (std::size_t at = 0; (at = file.find('|', at)) != std::string::npos;) {
+      const std::size_t begin = file.find(':', at) + 1;
+      at = file.find('=', begin);
+      names.push_back(file.substr(begin, at - begin));
+    }
+    return names;
   }
   void Send(std::string_view text) {
     if (!session_) session_ = service_->sessions().Find(service_->sessions().Open());
@@ -224,7 +259,60 @@ TEST_F(ServiceOnFilesTest, PublishesTheVersionsItWasGiven) {
   EXPECT_EQ(Get(kGeneral, "4D682060-3227-4837-909E-6C71F00FA986"), "8.3");
   EXPECT_EQ(Get(kGeneral, "774DBE74-CAB4-4894-9E02-D58D3BEB45E4"), "6250");
   EXPECT_EQ(Get(kGeneral, "935E7332-AF38-406E-B881-9F4BC8478788"), "4.8");
+  EXPECT_EQ(Get(kGeneral, "B55FF9F9-8C7D-4B26-8DF5-704C8EBFF2F1"), "17");
   EXPECT_EQ(Get(kGeneral, "F144C4E0-D411-421F-9F87-DA8C9D585361"), "Error");
+  EXPECT_EQ(Get(kGeneral, "696F8B22-BB63-4B71-8A22-0FE31EAD4639"), "18");
+}
+
+TEST_F(ServiceOnFilesTest, RegistersItsPropertiesInTheOrderOfItsConstruction) {
+  Start();
+  service_->PublishQtRuntimeVersion("4.8", "17");
+  service_->PublishQtCommonVersion("4.8", "18");
+  Send(testing::SetText(Own(kGeneral, "DDF2926A-0A65-4196-88FE-5858BC957E0B"), "True"));
+  const std::vector<std::string> names = {"Valmere",
+                                          "Error Log File Name",
+                                          "Property Publishing Period in ms",
+                                          "OS Version",
+                                          "OS Build Number",
+                                          "Firmware Version",
+                                          "Firmware Build Number",
+                                          "SDK Version",
+                                          "SDK OS Version",
+                                          "Enable Error Debug Zone",
+                                          "Enable Warning Debug Zone",
+                                          "Enable Info Debug Zone",
+                                          "Debug Zone Property",
+                                          "Debug Zone DeInit",
+                                          "Debug Zone PICL",
+                                          "Debug Zone SQA Monitor",
+                                          "DebugZoneRamp",
+                                          "DebugZoneInit",
+                                          "Debug Zone Manufacturing",
+                                          "LeakTracking",
+                                          "ThreadIds",
+                                          "DebugZoneBpl",
+                                          "Qt Runtime Libs Version",
+                                          "Qt Runtime Libs Build Number",
+                                          "Qt Common Modules Version",
+                                          "Qt Common Modules Build Number"};
+  EXPECT_TRUE(Eventually([&] { return NamesInFile().size() >= names.size(); }));
+  EXPECT_EQ(NamesInFile(), names);
+}
+
+TEST_F(ServiceOnFilesTest, SubscribesToAllOnItsOwnDevice) {
+  Start();
+  EXPECT_EQ(files_->Get(u"PRN1:").value_or(""),
+            testing::FrameOf(R"({"SubscribeAllCurrentAndNewProperties": true})"));
+}
+
+TEST_F(ServiceOnFilesTest, TellsASubscriberOfAChangeByItself) {
+  Start();
+  const testing::Address period = Own(kGeneral, kPeriod);
+  Send(R"({"SubscribeAllCurrentAndNewProperties": true})");
+  Send(testing::SetText(period, "750"));
+  const std::string expected = testing::FrameOf(testing::Responses(testing::Entry(
+      period, "Valmere", "General", "Property Publishing Period in ms", "Successful", "750")));
+  EXPECT_EQ(ReadText(*session_, expected.size()), expected);
 }
 
 TEST_F(ServiceOnFilesTest, TellsWhereTheLogIsAndTakesNoOtherNameForIt) {
@@ -301,6 +389,45 @@ TEST_F(ServiceOnFilesTest, IsSilentWithoutAZone) {
   EXPECT_EQ(Get(kGeneral, kPeriod), "500");
   service_.reset();
   EXPECT_EQ(CountInLog("\n"), CountInLog("unknown stream format"));
+}
+
+TEST_F(ServiceOnFilesTest, TellsEachThingInItsOwnZone) {
+  using Lines = std::vector<std::string>;
+  EXPECT_EQ(
+      LifeInZone("48EB170C-B730-4B60-851C-0ACF68AB5A59", "DebugZoneInit"),
+      (Lines{"Task queue made", "Network started", "Property file loaded", "Log opened",
+             "Property engine made", "Sessions possible", "Versions and debug zones published"}));
+  EXPECT_EQ(LifeInZone("2C356A8C-215F-4AE5-9604-1198D7C563C9", "Debug Zone DeInit"),
+            (Lines{"Sessions released", "Acceptor released", "Stream handlers released",
+                   "Property engine released"}));
+  EXPECT_EQ(LifeInZone("33DA4993-F121-42F3-A92F-A9B6CE41C45B", "LeakTracking"),
+            (Lines{"Live", "Live"}));
+  EXPECT_EQ(LifeInZone("8D6BC3E1-3943-4E0D-97E7-601690F93C1E", "Enable Info Debug Zone"),
+            (Lines{"Session 1 is open", "Session 1 is closed", "All sessions are closed"}));
+}
+
+TEST_F(ServiceOnFilesTest, CountsWhatLivesWhenItsReleaseBegins) {
+  Start();
+  SwitchOf(DebugZone::kLeakTracking) = true;
+  const std::string properties = std::to_string(LiveProperties::Live());
+  const std::string log = LogAtEnd();
+  const std::size_t line = log.find(",Live: ");
+  ASSERT_NE(line, std::string::npos) << log;
+  EXPECT_NE(log.find(" worker threads, ", line), std::string::npos);
+  EXPECT_NE(log.find(" event flags, " + properties + " properties\r\n", line), std::string::npos)
+      << log;
+}
+
+TEST_F(ServiceOnFilesTest, ClosesEverySessionWhenAsked) {
+  Start();
+  const auto first = service_->sessions().Find(service_->OpenSession());
+  const auto second = service_->sessions().Find(service_->OpenSession());
+  service_->CloseAllSessions();
+  char byte;
+  EXPECT_EQ(first->Read(&byte, 1), Connection::kDrained);
+  EXPECT_EQ(second->Read(&byte, 1), Connection::kDrained);
+  EXPECT_EQ(service_->sessions().Find(1), nullptr);
+  EXPECT_EQ(service_->sessions().Find(2), nullptr);
 }
 
 TEST_F(ServiceOnFilesTest, LogsItsReleaseItsSessionsAndItsCountersWhenAsked) {

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 
+#include "tests/persist/huge_file_system.h"
 #include "tests/support/memory_file_system.h"
 
 namespace valmere {
@@ -92,23 +94,13 @@ TEST_F(FileStreamTest, GivesNothingWhenTheWholeComesShort) {
   EXPECT_EQ(FileStream(files_, u"/folder", OpenFlags::kRead).ReadWhole(), std::nullopt);
 }
 
-// A file that claims a size which no memory holds.
-class HugeFileSystem final : public platform::FileSystem {
- public:
-  std::unique_ptr<platform::File> Open(platform::WidePathView, OpenFlags) override {
-    struct Huge final : platform::File {
-      std::size_t Read(void*, std::size_t) override { return 0; }
-      std::size_t Write(const void*, std::size_t) override { return 0; }
-      std::uint64_t Size() override { return ~std::uint64_t{0}; }
-    };
-    return std::make_unique<Huge>();
-  }
-  bool Exists(platform::WidePathView) override { return true; }
-  bool Remove(platform::WidePathView) override { return false; }
-};
-
 TEST_F(FileStreamTest, GivesNothingWhenTheFileIsTooLargeForTheMemory) {
-  HugeFileSystem files;
+  testing::HugeFileSystem files(~std::uint64_t{0});
+  EXPECT_EQ(FileStream(files, u"/x", OpenFlags::kRead).ReadWhole(), std::nullopt);
+}
+
+TEST_F(FileStreamTest, ReadsNoFileWholeThatIsLargerThanTheLargest) {
+  testing::HugeFileSystem files;
   EXPECT_EQ(FileStream(files, u"/x", OpenFlags::kRead).ReadWhole(), std::nullopt);
 }
 
@@ -130,7 +122,10 @@ TEST_F(FileStreamTest, TransfersNothingOnceClosed) {
   char byte;
   EXPECT_EQ(stream.Read(&byte, 1), 0);
   EXPECT_EQ(stream.Write("a", 1), 0);
+  EXPECT_EQ(stream.Size(), 0u);
   EXPECT_EQ(stream.ReadWhole(), std::nullopt);
+  EXPECT_FALSE(stream.ReadAll(&byte, 1));
+  EXPECT_FALSE(stream.WriteAll("a"));
   EXPECT_EQ(files_.Get(u"/x"), "text");
 }
 

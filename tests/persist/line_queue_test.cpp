@@ -2,11 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <functional>
 #include <memory>
+#include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/persist/property_file_samples.h"
+#include "tests/persist/thread_end.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/test_thread.h"
 
@@ -74,6 +79,14 @@ TEST_F(LineQueueTest, ATornTrailerStopsDraining) {
   EXPECT_EQ(files_->Get(kOther), WithTrailer("c|d=2\n"));
 }
 
+TEST_F(LineQueueTest, ATornTrailerLeavesTheLineBeforeItWritten) {
+  Push("a|b", "1");
+  Push("c|d", "2", kOther);
+  files_->FillDiskAfter(8 + 7);
+  EXPECT_TRUE(queue_.Drain());
+  EXPECT_EQ(reported(), std::vector<RewriteResult>{RewriteResult::kTrailerTorn});
+}
+
 TEST_F(LineQueueTest, ATornBodyGoesOnWithTheNext) {
   files_->PutDirectory(kOther);
   Push("a|b", "1", kOther);
@@ -122,6 +135,117 @@ TEST_F(LineQueueTest, ItsThreadLosesNoLineOfManyThreads) {
   }
   const std::size_t all = std::string("k100|n=v\n").size() * 100 + 2;
   EXPECT_TRUE(Eventually([&] { return files_->Get(kFile).value_or("").size() == all; }));
+}
+
+// A disk that tells of each file that is about to be rewritten, on the thread that does it.
+class WatchedFileSystem final : public platform::FileSystem {
+ public:
+  explicit WatchedFileSystem(std::function<void()> before_rewrite)
+      : before_rewrite_(std::move(before_rewrite)) {}
+
+  std::unique_ptr<platform::File> Open(platform::WidePathView path,
+                                       platform::OpenFlags flags) override {
+    if (Has(flags, platform::OpenFlags::kWrite)) before_rewrite_();
+    return disk.Open(path, flags);
+  }
+  bool Exists(platform::WidePathView path) override { return disk.Exists(path); }
+  bool Remove(platform::WidePathView path) override { return disk.Remove(path); }
+
+  MemoryFileSystem disk;
+
+ private:
+  const std::function<void()> before_rewrite_;
+};
+
+void ReportToNobody(const platform::WidePath&, RewriteResult) {}
+
+TEST(LineQueueThread, ReturnsWhenTheQueueEnds) {
+  std::atomic<bool> returned{false};
+  const auto files =
+      std::make_shared<WatchedFileSystem>([&returned] { ThreadEnd::Watch(returned); });
+  {
+    LineQueue queue(files, ReportToNobody);
+    queue.Start(251);
+    queue.Push(MakeWriteRequest("a|b", "1", kFile));
+    EXPECT_TRUE(Eventually([&] { return files->disk.Get(kFile) == WithTrailer("a|b=1\n"); }));
+  }
+  EXPECT_TRUE(returned);
+}
+
+// Nothing tells when the destructor has begun, so the disk is slow for a moment from then on. Where
+// that moment was too short the later line came through rightly, and it is tried again.
+TEST(LineQueueThread, FinishesTheLineThatItWritesAndDiscardsTheOthersWhenTheQueueEnds) {
+  const std::string one_line = WithTrailer("a|b=1\n");
+  const std::string both_lines = WithTrailer("a|b=1\nc|d=2\n");
+  std::string bytes;
+  for (int round = 0; round < 20 && bytes != one_line; ++round) {
+    platform::Semaphore begun;
+    platform::Semaphore ending;
+    bool first = true;
+    const auto files = std::make_shared<WatchedFileSystem>([&] {
+      if (!std::exchange(first, false)) return;
+      begun.Release();
+      ending.Wait();
+      platform::Semaphore never;
+      never.WaitUntil(platform::MonotonicNow() + 10 * platform::kTicksPerMillisecond);
+    });
+    {
+      LineQueue queue(files, ReportToNobody);
+      queue.Start(251);
+      queue.Push(MakeWriteRequest("a|b", "1", kFile));
+      begun.Wait();
+      queue.Push(MakeWriteRequest("c|d", "2", kFile));
+      ending.Release();
+    }
+    bytes = files->disk.Get(kFile).value_or("");
+    ASSERT_TRUE(bytes == one_line || bytes == both_lines);
+  }
+  EXPECT_EQ(bytes, one_line);
+}
+
+TEST(LineQueueThread, WritesALineThatIsPushedWhileItStops) {
+  const auto files = std::make_shared<MemoryFileSystem>();
+  files->PutDirectory(kFile);
+  LineQueue* pushed_to = nullptr;
+  LineQueue queue(files, [&](const platform::WidePath&, RewriteResult) {
+    pushed_to->Push(MakeWriteRequest("c|d", "2", kOther));
+  });
+  pushed_to = &queue;
+  queue.Push(MakeWriteRequest("a|b", "1", kFile));
+  queue.Start(251);
+  EXPECT_TRUE(Eventually([&] { return files->Get(kOther) == WithTrailer("c|d=2\n"); }));
+}
+
+TEST(LineQueueThread, LeavesTheOtherLinesForTheNextPushAfterAShortRead) {
+  for (int round = 0; round < 20; ++round) {
+    const auto files = std::make_shared<MemoryFileSystem>();
+    files->PutDirectory(kFile);
+    platform::Semaphore reported;
+    LineQueue queue(files, [&](const platform::WidePath&, RewriteResult) { reported.Release(); });
+    queue.Push(MakeWriteRequest("a|b", "1", kFile));
+    queue.Push(MakeWriteRequest("c|d", "2", kOther));
+    queue.Start(251);
+    reported.Wait();
+    TestThread([] {}).Join();  // takes longer than a line that were written now
+    ASSERT_EQ(files->Get(kOther), std::nullopt);
+    queue.Push(MakeWriteRequest("e|f", "3", kOther));
+    ASSERT_TRUE(Eventually([&] { return files->Get(kOther) == WithTrailer("c|d=2\ne|f=3\n"); }));
+  }
+}
+
+TEST(LineQueueThread, GoesOnAfterALineForWhichThereWasNoMemory) {
+  bool memory = false;
+  const auto files = std::make_shared<WatchedFileSystem>([&memory] {
+    if (!std::exchange(memory, true)) throw std::bad_alloc();
+  });
+  LineQueue queue(files, ReportToNobody);
+  queue.Push(MakeWriteRequest("a|b", "1", kFile));
+  queue.Push(MakeWriteRequest("c|d", "2", kFile));
+  queue.Start(251);
+  EXPECT_TRUE(Eventually([&] {
+    queue.Push(MakeWriteRequest("e|f", "3", kFile));
+    return files->disk.Get(kFile) == WithTrailer("c|d=2\ne|f=3\n");
+  }));
 }
 
 }  // namespace

@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <limits>
 #include <memory>
 #include <string>
 
+#include "driver/sync/live_counters.h"
 #include "persist/debug_switches.h"
 #include "platform/kernel.h"
 #include "tests/support/memory_file_system.h"
@@ -102,6 +105,9 @@ TEST_F(LogFacilityTest, GoesOnWhenEnabledAgain) {
 TEST_F(LogFacilityTest, AFileThatCantBeOpenedTakesNoLines) {
   files_.PutUnopenable(kLog);
   LogOne("nowhere");
+  LogFacility unopened;
+  unopened.AddFile(files_, kLog, 253);
+  EXPECT_EQ(LiveWorkerThreads::Live(), 0u);
   files_.PutDirectory(kLog);
   LogOne("nowhere");
   LogFacility none;
@@ -125,6 +131,17 @@ TEST_F(LogFacilityTest, SaysWhichThreadLoggedWhileThatZoneIsOn) {
   SwitchOf(DebugZone::kThreadIds) = false;
   const std::string id = std::to_string(platform::CurrentThreadId());
   EXPECT_TRUE(files_.Get(kLog).value_or("").ends_with(",thread " + id + ": message\r\n"));
+}
+
+TEST_F(LogFacilityTest, ALineForWhichThereIsNoMemoryIsDropped) {
+  {
+    LogFacility log;
+    log.AddFile(files_, kLog, 253);
+    log.Log(std::string_view("x", std::numeric_limits<std::ptrdiff_t>::max()));
+    log.Log("kept");
+  }
+  const std::string text = files_.Get(kLog).value_or("");
+  EXPECT_EQ(text.size(), 24u + std::string_view(",kept\r\n").size());
 }
 
 TEST_F(LogFacilityTest, AFullDiskHoldsNobodyUp) {

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "tests/persist/thread_end.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere::testing {
@@ -17,6 +19,7 @@ struct Written {
   platform::Lock lock;
   std::vector<std::string> lines;
   std::atomic<bool> held{false};
+  std::atomic<bool> thread_returned{false};
   int result = 0;
   platform::Semaphore begun;
   platform::Semaphore go;
@@ -32,6 +35,7 @@ class LogStream final : public Connection {
   explicit LogStream(Written& written) : written_(written) {}
   int Read(void*, int) override { return 0; }
   int Write(const void* buffer, int length) override {
+    ThreadEnd::Watch(written_.thread_returned);
     if (written_.held) {
       written_.begun.Release();
       written_.go.Wait();
@@ -68,6 +72,7 @@ TEST(LogWriter, LosesNoLineWrittenBeforeItsEnd) {
     writer->Write("last");
     writer.reset();
     ASSERT_EQ(written.Lines(), std::vector<std::string>{"last"}) << round;
+    ASSERT_TRUE(written.thread_returned) << round;
   }
 }
 
@@ -117,12 +122,67 @@ TEST(LogWriter, NobodyWaitsForTheStreamAndTooManyLinesAreCounted) {
   written.go.Release();
   EXPECT_TRUE(Eventually([&] { return written.Lines().size() == LogWriter::kMostLines + 1; }));
   writer->Write("after");
+  writer->Write("last");
   writer.reset();
   const auto lines = written.Lines();
-  ASSERT_EQ(lines.size(), LogWriter::kMostLines + 3);
+  ASSERT_EQ(lines.size(), LogWriter::kMostLines + 4);
   EXPECT_NE(lines[LogWriter::kMostLines + 1].find(",3 lines came too fast for the log\r\n"),
             std::string::npos);
-  EXPECT_EQ(lines.back(), "after");
+  EXPECT_EQ(lines[LogWriter::kMostLines + 2], "after");
+  EXPECT_EQ(lines.back(), "last");
+}
+
+// Counts lines and keeps none; the first is held up.
+class CountingStream final : public Connection {
+ public:
+  CountingStream(std::atomic<std::size_t>& lines, platform::Semaphore& go)
+      : lines_(lines), go_(go) {}
+  int Read(void*, int) override { return 0; }
+  int Write(const void*, int length) override {
+    if (lines_ == 0) go_.Wait();
+    ++lines_;
+    return length;
+  }
+  void Close() override {}
+  bool IsOpen() const override { return true; }
+
+ private:
+  std::atomic<std::size_t>& lines_;
+  platform::Semaphore& go_;
+};
+
+TEST(LogWriter, GoesOnWhileManyThreadsFindNoRoomForTheirLines) {
+  for (int round = 0; round < 10; ++round) {
+    std::atomic<std::size_t> lines{0};
+    std::atomic<std::size_t> sent{0};
+    std::atomic<bool> stop{false};
+    platform::Semaphore go;
+    LogWriter writer(std::make_unique<CountingStream>(lines, go), 253);
+    std::vector<TestThread> threads;
+    for (int t = 0; t < 3; ++t)
+      threads.emplace_back([&] {
+        for (; !stop; ++sent)
+          writer.Write("line");
+      });
+    const bool full = Eventually([&] { return sent > 3 * LogWriter::kMostLines; });
+    go.Release();
+    const bool went_on = Eventually([&] { return lines >= 2 * LogWriter::kMostLines; });
+    stop = true;
+    threads.clear();
+    ASSERT_TRUE(full);
+    ASSERT_TRUE(went_on) << round;
+  }
+}
+
+TEST(LogWriter, TakesNoProcessorTimeWhileThereIsNothingToWrite) {
+  Written written;
+  auto writer = MakeWriter(written);
+  writer->Write("line");
+  ASSERT_TRUE(Eventually([&] { return written.Lines().size() == 1; }));
+  const std::clock_t start = std::clock();
+  platform::Semaphore never;
+  never.WaitUntil(platform::MonotonicNow() + 50 * platform::kTicksPerMillisecond);
+  EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 100);
 }
 
 }  // namespace

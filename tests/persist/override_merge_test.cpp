@@ -66,6 +66,25 @@ TEST_F(OverrideMergeTest, AppliesTheOverrideOnceInKeyOrder) {
   EXPECT_EQ(files_.Get(kMain), WithTrailer("c|=30\na|=10\nb|=2\n"));
 }
 
+TEST_F(OverrideMergeTest, AsksForALineWhoseValueIsTheSameToo) {
+  files_.Put(kMain, WithTrailer("a|old=1\n"));
+  files_.Put(kOverride, WithTrailer("a|new=1\n"));
+  EXPECT_TRUE(Load().Succeeded());
+  EXPECT_THAT(requested_, ElementsAre(PropertyLine{"a|new", "1"}));
+}
+
+TEST_F(OverrideMergeTest, RemovesTheOverrideOnlyWhenItsLinesHaveBeenAskedFor) {
+  files_.Put(kMain, WithTrailer("a|=1\nb|=2\n"));
+  files_.Put(kOverride, WithTrailer("a|=10\nb|=20\n"));
+  int requests = 0;
+  LoadPropertyFiles(files_, kMain, kOverride, map_, [&](const PropertyLine&) {
+    ++requests;
+    EXPECT_TRUE(OverrideIsThere());
+  });
+  EXPECT_EQ(requests, 2);
+  EXPECT_FALSE(OverrideIsThere());
+}
+
 TEST_F(OverrideMergeTest, RemovesAnOverrideWhoseEntriesAreAllUnknown) {
   const std::string main = WithTrailer("a|b=1\n");
   files_.Put(kMain, main);

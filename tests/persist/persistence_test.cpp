@@ -1,6 +1,10 @@
 // Restoring, keeping, the five properties of the component's own.
 #include "persist/persistence.h"
 
+#include <algorithm>
+#include <atomic>
+#include <functional>
+
 #include "tests/persist/persistence_fixture.h"
 
 namespace valmere::testing {
@@ -85,6 +89,50 @@ TEST_F(PersistenceTest, TheLastOfManyChangesStays) {
   EXPECT_TRUE(FileBecomes("G:P|Group:Number=" + number->ToString() + "\n"));
 }
 
+// Reading its text for the file takes as long as `while_read` does.
+class SlowlyReadNumber final : public UIntProperty {
+ public:
+  static std::shared_ptr<SlowlyReadNumber> Make(std::function<void()> while_read) {
+    return std::make_shared<SlowlyReadNumber>(MakeToken(), std::move(while_read));
+  }
+  SlowlyReadNumber(MakeToken token, std::function<void()> while_read)
+      : UIntProperty(token, 0, PropertyIdentity("P", "Number", "G", "Group")),
+        while_read_(std::move(while_read)) {}
+  std::string GetValueString() const override {
+    std::string text = UIntProperty::GetValueString();
+    while_read_();
+    return text;
+  }
+
+ private:
+  const std::function<void()> while_read_;
+};
+
+// A change that finds the value of another one being read must wait for its turn; as nothing tells
+// that it waits, the reading gives it a moment to come in between.
+TEST_F(PersistenceTest, TheLineOfALaterChangeIsTheLaterOne) {
+  StartWriting();
+  platform::Semaphore reading;
+  platform::Semaphore changed;
+  std::atomic<bool> first{true};
+  const auto number = SlowlyReadNumber::Make([&] {
+    if (!first.exchange(false)) return;
+    reading.Release();
+    changed.WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond);
+  });
+  persistence_->RegisterProperty(number);
+  {
+    TestThread earlier([&] { number->SetValue(1); });
+    reading.Wait();
+    number->SetValue(2);
+    changed.Release();
+  }
+  const auto other = UIntProperty::Make(0, "Q", "Other", "G", "Group");
+  persistence_->RegisterProperty(other);
+  other->SetValue(1);
+  EXPECT_TRUE(FileBecomes("G:P|Group:Number=2\nG:Q|Group:Other=1\n"));
+}
+
 TEST_F(PersistenceTest, AValueWithALineFeedIsNotWrittenAndCantForgeALine) {
   StartWriting();
   const auto text = StringProperty::Make("", "T", "Text", "G", "Group");
@@ -102,6 +150,34 @@ TEST_F(PersistenceTest, PublishesItsOwnFiveFirst) {
             (std::vector<std::string>{"Name of Property File", "Name of Property Override File",
                                       "Property Loading Error", "Load Properties",
                                       "Store Properties", "Number"}));
+}
+
+TEST_F(PersistenceTest, PublishesWhatIsRegisteredWhileTheEngineIsAttached) {
+  class RegisteringProperties final : public PropertySink {
+   public:
+    explicit RegisteringProperties(Persistence& persistence) : persistence_(persistence) {}
+    bool AddProperty(std::shared_ptr<Property> property) override {
+      names.emplace_back(property->name());
+      if (names.size() == 1) RegisterElsewhere(MakeNumber(5));
+      if (property->name() == "Number")
+        RegisterElsewhere(UIntProperty::Make(0, "Q", "Other", "G", "Group"));
+      return true;
+    }
+    std::vector<std::string> names;
+
+   private:
+    void RegisterElsewhere(const std::shared_ptr<Property>& property) {
+      TestThread([&] { persistence_.RegisterProperty(property); }).Join();
+    }
+
+    Persistence& persistence_;
+  };
+  persistence_ = Persistence::Make(files_, kMain, kOverride);
+  const auto engine = std::make_shared<RegisteringProperties>(*persistence_);
+  persistence_->AttachEngine(engine);
+  EXPECT_EQ(engine->names.size(), 7u);
+  EXPECT_EQ(std::count(engine->names.begin(), engine->names.end(), "Number"), 1);
+  EXPECT_EQ(std::count(engine->names.begin(), engine->names.end(), "Other"), 1);
 }
 
 TEST_F(PersistenceTest, NoneOfItsOwnIsRestoredAndAllButTheErrorMayBeSet) {
@@ -140,6 +216,15 @@ TEST_F(PersistenceTest, StorePropertiesWritesTheRegisteredOnesAndNotItsOwnFive) 
   EXPECT_TRUE(FileBecomes("G:P|Group:Number=5\nZ:A|Last:Text=one\n"));
 }
 
+TEST_F(PersistenceTest, StorePropertiesWritesThoseTooThatAreNotRestored) {
+  StartWriting();
+  const auto number = MakeNumber(5);
+  number->set_attribute(Property::kSettable);
+  persistence_->RegisterProperty(number);
+  Own("Store Properties")->SetFromString("true");
+  EXPECT_TRUE(FileBecomes("G:P|Group:Number=5\n"));
+}
+
 TEST_F(PersistenceTest, AFailedLoadAloneWritesNothing) {
   files_->Put(kMain, "broken");
   StartWriting();
@@ -167,6 +252,24 @@ TEST_F(PersistenceTest, LoadPropertiesAnnouncesReloadedValuesAndWritesNoneBack) 
   EXPECT_TRUE(FileBecomes("G:P|Other Name:x=+800\nG:Q|Group:Other=1\n"));
 }
 
+TEST_F(PersistenceTest, ALoadThatAReloadedPropertyAsksForWritesNoLineBackEither) {
+  PutFile("G:P|Group:Number=700\n");
+  StartWriting();
+  const auto other = UIntProperty::Make(0, "Q", "Other", "G", "Group");
+  const auto number = MakeNumber(5);
+  // The first to hear of the change, before the line would be written.
+  number->AddListener([&](const std::shared_ptr<Property>&) {
+    if (number->GetValue() == 800) persistence_->Load();
+  });
+  persistence_->RegisterProperty(number);
+  persistence_->RegisterProperty(other);
+  PutFile("G:P|Other Name:x=+800\nG:Q|Other Name:x=+1\n");
+  persistence_->Load();
+  EXPECT_EQ(other->GetValue(), 1u);
+  other->SetValue(2);
+  EXPECT_TRUE(FileBecomes("G:P|Other Name:x=+800\nG:Q|Other Name:x=+1\nG:Q|Group:Other=2\n"));
+}
+
 TEST_F(PersistenceTest, AReloadThatFailsLeavesChangedValuesAlone) {
   PutFile("G:P|Group:Number=700\n");
   Start();
@@ -175,6 +278,43 @@ TEST_F(PersistenceTest, AReloadThatFailsLeavesChangedValuesAlone) {
   files_->Put(kMain, "broken");
   EXPECT_FALSE(persistence_->Load());
   EXPECT_EQ(number->GetValue(), 900u);
+  EXPECT_EQ(RegisterNumber(5)->GetValue(), 700u) << "of the file that was read before";
+}
+
+TEST_F(PersistenceTest, AReloadedValueThatIsNoneLeavesThePropertyAsItIsAndIsLogged) {
+  PutFile("G:P|Group:Number=700\n");
+  StartWriting();
+  const auto number = RegisterNumber(5);
+  PutFile("G:P|Group:Number=many\n");
+  EXPECT_TRUE(persistence_->Load());
+  EXPECT_EQ(number->GetValue(), 700u);
+  EXPECT_EQ(log_->CountOf(R"("Number" can't take the value "many" of the property file)"), 1u);
+  number->SetValue(701);
+  EXPECT_TRUE(FileBecomes("G:P|Group:Number=701\n"));
+}
+
+TEST_F(PersistenceTest, WhatAListenerOfAReloadedPropertyChangesIsWritten) {
+  PutFile("G:P|Group:Number=700\n");
+  StartWriting();
+  const auto number = RegisterNumber(5);
+  const auto other = UIntProperty::Make(0, "Q", "Other", "G", "Group");
+  persistence_->RegisterProperty(other);
+  number->AddListener([&](const std::shared_ptr<Property>&) { other->SetValue(1); });
+  PutFile("G:P|Group:Number=800\n");
+  persistence_->Load();
+  EXPECT_TRUE(FileBecomes("G:P|Group:Number=800\nG:Q|Group:Other=1\n"));
+}
+
+TEST_F(PersistenceTest, AChangeOnAnotherThreadWhileThePropertyIsReloadedIsWritten) {
+  PutFile("G:P|Group:Number=700\n");
+  StartWriting();
+  const auto number = RegisterNumber(5);
+  number->AddListener([&](const std::shared_ptr<Property>&) {
+    if (number->GetValue() == 800) TestThread([&] { number->SetValue(801); }).Join();
+  });
+  PutFile("G:P|Group:Number=800\n");
+  persistence_->Load();
+  EXPECT_TRUE(FileBecomes("G:P|Group:Number=801\n"));
 }
 
 TEST_F(PersistenceTest, AMalformedLineIsAnErrorButTheOthersAreTaken) {
@@ -187,12 +327,70 @@ TEST_F(PersistenceTest, AMalformedLineIsAnErrorButTheOthersAreTaken) {
   EXPECT_EQ(std::static_pointer_cast<UIntProperty>(Own("Number"))->GetValue(), 701u);
 }
 
+// Nothing tells that a load waits for another; it gets a moment in which it mustn't begin.
+TEST_F(PersistenceTest, OneLoadEndsBeforeTheNextBegins) {
+  PutFile("G:P|Group:Number=700\n");
+  Start();
+  const auto number = RegisterNumber(5);
+  std::unique_ptr<TestThread> second;
+  platform::Semaphore second_runs;
+  platform::Semaphore second_ended;
+  bool ended_too_soon = false;
+  number->AddListener([&](const std::shared_ptr<Property>&) {
+    if (second) return;
+    second = std::make_unique<TestThread>([&] {
+      second_runs.Release();
+      persistence_->Load();
+      second_ended.Release();
+    });
+    second_runs.Wait();
+    ended_too_soon =
+        second_ended.WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond);
+  });
+  PutFile("G:P|Group:Number=800\n");
+  const std::uint64_t opens = files_->opens();
+  persistence_->Load();
+  ASSERT_TRUE(second);
+  second->Join();
+  EXPECT_FALSE(ended_too_soon);
+  EXPECT_EQ(files_->opens(), opens + 2);
+}
+
+TEST_F(PersistenceTest, APropertyIsRegisteredBeforeOrAfterALoad) {
+  PutFile("G:P|Group:Number=700\nG:Q|Group:Other=1\n");
+  Start();
+  const auto number = RegisterNumber(5);
+  const auto other = UIntProperty::Make(0, "Q", "Other", "G", "Group");
+  std::unique_ptr<TestThread> second;
+  platform::Semaphore registered;
+  bool registered_too_soon = false;
+  number->AddListener([&](const std::shared_ptr<Property>&) {
+    second = std::make_unique<TestThread>([&] {
+      persistence_->RegisterProperty(other);
+      registered.Release();
+    });
+    registered_too_soon =
+        registered.WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond);
+  });
+  PutFile("G:P|Group:Number=800\nG:Q|Group:Other=2\n");
+  persistence_->Load();
+  ASSERT_TRUE(second);
+  second->Join();
+  EXPECT_FALSE(registered_too_soon);
+  EXPECT_EQ(other->GetValue(), 2u);
+}
+
 TEST_F(PersistenceTest, TheLoadingErrorGoesWithTheNextGoodLoad) {
   Start();
   EXPECT_EQ(Own("Property Loading Error")->ToString(), "True");
+  int announced = 0;
+  Own("Property Loading Error")->AddListener([&](const std::shared_ptr<Property>&) {
+    ++announced;
+  });
   PutFile("G:P|Group:Number=700\n");
   EXPECT_TRUE(persistence_->Load());
   EXPECT_EQ(Own("Property Loading Error")->ToString(), "False");
+  EXPECT_EQ(announced, 1);
 }
 
 TEST_F(PersistenceTest, AnOverrideIsAppliedOnceAndGone) {
@@ -250,6 +448,29 @@ TEST_F(PersistenceTest, WhatHappenedBeforeThereWasALogIsLoggedOnce) {
   EXPECT_EQ(log_->lines(), expected);
 }
 
+TEST_F(PersistenceTest, WhatHappenedBeforeThereWasALogIsLoggedInItsOrder) {
+  persistence_ = Persistence::Make(files_, kMain, kOverride);
+  files_->Put(kMain, "ab");
+  persistence_->Load();
+  persistence_->AttachLog(log_);
+  EXPECT_EQ(
+      log_->lines(),
+      (std::vector<std::string>{
+          R"(Property file "/Store/Properties.ini" was not loaded: it is missing or can't be )"
+          "opened",
+          R"(Property file "/Store/Properties.ini" was not loaded: it is too short)"}));
+}
+
+TEST_F(PersistenceTest, StandsALogAndAnEngineThatHaveGone) {
+  PutFile("G:P|Group:Number=700\n");
+  persistence_ = Persistence::Make(files_, kMain, kOverride);
+  persistence_->AttachLog(std::make_shared<KeptLog>());
+  persistence_->AttachEngine(std::make_shared<KeptProperties>());
+  EXPECT_EQ(RegisterNumber(5)->GetValue(), 700u);
+  files_->Put(kMain, "broken");
+  EXPECT_FALSE(persistence_->Load());
+}
+
 TEST_F(PersistenceTest, EveryCauseOfAFailedLoadIsTold) {
   PutFile("G:P|Group:Number=700\n");
   Start();
@@ -289,6 +510,24 @@ TEST_F(PersistenceTest, LogsErrorsOnlyWhileTheirZoneIsOn) {
   EXPECT_EQ(log_->CountOf("was not loaded"), 2u);
 }
 
+TEST_F(PersistenceTest, WithoutWarningsTheErrorsAreLoggedAlone) {
+  PutFile("G:P|Group:Number=many\n");
+  files_->Put(kOverride, "bad override");
+  SwitchOf(DebugZone::kWarning) = false;
+  StartWriting();
+  const auto number = RegisterNumber(5);
+  files_->FailRemovals(true);
+  files_->Put(kOverride, WithTrailer("G:P|Group:Number=many\n"));
+  persistence_->Load();
+  files_->PutUnopenable(kMain);
+  number->SetValue(6);
+  EXPECT_TRUE(Eventually([&] { return !log_->lines().empty(); }));
+  SwitchOf(DebugZone::kWarning) = true;
+  EXPECT_EQ(log_->lines(),
+            std::vector<std::string>{
+                R"(Property file "/Store/Properties.ini" was not written: it can't be opened)"});
+}
+
 TEST_F(PersistenceTest, LogsChangesWhileTheirZoneIsOn) {
   PutFile("G:P|Group:Number=700\n");
   Start();
@@ -297,10 +536,16 @@ TEST_F(PersistenceTest, LogsChangesWhileTheirZoneIsOn) {
   SwitchOf(DebugZone::kProperty) = true;
   number->SetValue(2);
   Own("Name of Property File")->SetFromString("a\nb");
+  Own("Name of Property Override File")->SetFromString("c");
+  persistence_->Load();
   SwitchOf(DebugZone::kProperty) = false;
-  EXPECT_EQ(log_->lines(),
-            (std::vector<std::string>{R"(Property "Number" is now "2")",
-                                      R"(Property "Name of Property File" is now "a\nb")"}));
+  EXPECT_EQ(
+      log_->lines(),
+      (std::vector<std::string>{
+          R"(Property "Number" is now "2")", R"(Property "Name of Property File" is now "a\nb")",
+          R"(Property "Name of Property Override File" is now "c")",
+          R"(Property file "a\nb" was not loaded: it is missing or can't be opened)",
+          R"(Property "Property Loading Error" is now "True")"}));
 }
 
 TEST_F(PersistenceTest, AFullDiskIsLoggedOnceAndChangesGoOn) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "persist/property_file.h"
+#include "tests/persist/huge_file_system.h"
 #include "tests/persist/property_file_samples.h"
 #include "tests/support/memory_file_system.h"
 
@@ -133,6 +134,12 @@ TEST_F(PropertyFileWriterTest, ReportsAFolderOrAnUnopenableFileInItsPlace) {
   EXPECT_EQ(Rewrite("a|b", "2"), RewriteResult::kShortRead);
   files_.PutUnopenable(kPath);
   EXPECT_EQ(Rewrite("a|b", "2"), RewriteResult::kNotOpened);
+}
+
+TEST_F(PropertyFileWriterTest, LeavesAFileAloneThatIsLargerThanTheLargest) {
+  testing::HugeFileSystem files;
+  EXPECT_EQ(RewriteLine(files, MakeWriteRequest("a|b", "2", kPath)), RewriteResult::kShortRead);
+  EXPECT_EQ(files.opens_for_writing(), 0);
 }
 
 TEST_F(PropertyFileWriterTest, LeavesTheFileAloneWhenItCannotBeOpened) {

@@ -7,6 +7,7 @@
 
 #include "store/component_property.h"
 #include "store/string_property.h"
+#include "tests/support/allocations.h"
 
 namespace valmere {
 namespace {
@@ -74,6 +75,22 @@ TEST(Announcements, LetWhatCameBackAndWentAgainGoWithTheRest) {
   EXPECT_EQ((Handles{back}), taken.added);
   EXPECT_EQ((Handles{old, back}), taken.vanished);
   EXPECT_TRUE(announcements.Take().added.empty());
+}
+
+TEST(Announcements, LoseNothingWhenThereIsNoMemoryToTakeThem) {
+  Announcements announcements;
+  const auto a = Make("A"), b = Make("B"), other = Make("C");
+  const auto a_back = Make("A"), b_back = Make("B");
+  for (const auto& property : {a, b})
+    announcements.AddVanished(property);
+  for (const auto& property : {a_back, other, b_back})
+    announcements.AddNew(property);
+  Announcements::Taken taken;
+  testing::FailEachAllocation([&] { taken = announcements.Take(); },
+                              [&] { EXPECT_TRUE(taken.added.empty()); });
+  EXPECT_EQ((Handles{other}), taken.added);
+  EXPECT_EQ((Handles{a, b}), taken.vanished);
+  EXPECT_EQ((Handles{a_back, b_back}), announcements.Take().added);
 }
 
 TEST(Announcements, NeverLetAPropertyOfTheServiceWait) {

@@ -2,6 +2,7 @@
 #include "store/change_publisher.h"
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <new>
@@ -16,6 +17,7 @@
 #include "store/component_property.h"
 #include "store/string_property.h"
 #include "tests/store/engine_fixture.h"
+#include "tests/support/allocations.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere {
@@ -57,6 +59,16 @@ class Publishing : public ::testing::Test {
   static EntryText OwnEntry(std::string_view guid, std::string_view value = "V") {
     return {.component = "OWN", .component_string = "Valmere", .guid = guid, .value = value};
   }
+  // Whether another thread could take the subscriber list's lock.
+  bool ListIsFree() NO_THREAD_SAFETY_ANALYSIS {
+    bool entered = false;
+    testing::TestThread other([&]() NO_THREAD_SAFETY_ANALYSIS {
+      entered = subscribers.lock.TryEnter();
+      if (entered) subscribers.lock.Leave();
+    });
+    other.Join();
+    return entered;
+  }
   // How many passes it takes until the client is written to; at most `most`.
   int PassesUntilWritten(Client& receiver, int most) {
     for (int pass = 1; pass <= most; ++pass) {
@@ -73,7 +85,11 @@ class Publishing : public ::testing::Test {
       UIntProperty::Make(500, "PERIOD", "Period", "General", "General");
   SubscriberList subscribers;
   int subscribed_all = 0;
-  ChangePublisher publisher{own, period, subscribers, [this] { ++subscribed_all; }};
+  std::function<void()> on_subscribe_all = [] {};
+  ChangePublisher publisher{own, period, subscribers, [this] {
+                              ++subscribed_all;
+                              on_subscribe_all();
+                            }};
   const std::shared_ptr<Property> property = Own("P");
   Client client;
 };
@@ -259,6 +275,33 @@ TEST_F(Publishing, DropsAClientWhoseWriteFailsAtOnceAndGoesOn) {
   }
 }
 
+// Refuses what is written to it; says how it goes.
+class RefusingConnection final : public Connection {
+ public:
+  explicit RefusingConnection(std::function<void()> on_end) : on_end_(std::move(on_end)) {}
+  ~RefusingConnection() override { on_end_(); }
+  int Read(void*, int) override { return kFailed; }
+  int Write(const void*, int) override { return kGone; }
+  void Close() override {}
+  bool IsOpen() const override { return false; }
+
+ private:
+  const std::function<void()> on_end_;
+};
+
+TEST_F(Publishing, LetsADroppedClientGoWhenTheListIsFree) {
+  int ended = 0;
+  bool free = false;
+  Subscribe(Client(std::make_shared<RefusingConnection>([&] {
+    ++ended;
+    free = ListIsFree();
+  })));
+  publisher.PushChange(property);
+  EndPeriod();
+  EXPECT_EQ(1, ended);
+  EXPECT_TRUE(free);
+}
+
 TEST_F(Publishing, TakesTheKeyOfAVanishedPropertyFromThoseWhoWereTold) {
   Subscribe(client, {{"C", "G", "1"}, {"C", "G", "2"}});
   publisher.AnnounceVanished(Published("1"));
@@ -272,7 +315,9 @@ TEST_F(Publishing, TakesTheKeyOfAVanishedPropertyFromThoseWhoWereTold) {
 }
 
 TEST_F(Publishing, TakesAClientWithoutKeysLeftForOneThatSubscribedToAll) {
+  const Client after_it;
   Subscribe(client, {{"C", "G", "1"}});
+  Subscribe(after_it, {{"C", "G", "2"}});
   publisher.AnnounceVanished(Published("1"));
   publisher.PushChange(Own("2"));
   EndPeriod();
@@ -282,6 +327,26 @@ TEST_F(Publishing, TakesAClientWithoutKeysLeftForOneThatSubscribedToAll) {
   EndPeriod();
   EXPECT_EQ((Texts{Responses({OwnEntry("2")})}), client.TakeTexts());
   EXPECT_EQ(1, subscribed_all) << "told once";
+}
+
+TEST_F(Publishing, TellsOfASubscriptionToAllWhenTheListIsFree) {
+  bool free = false;
+  on_subscribe_all = [&] { free = ListIsFree(); };
+  Subscribe(client, {{"C", "G", "1"}});
+  publisher.AnnounceVanished(Published("1"));
+  EndPeriod();
+  EXPECT_EQ(1, subscribed_all);
+  EXPECT_TRUE(free);
+}
+
+TEST_F(Publishing, GoesOnWithTheNextPeriodWhenASubscriptionToAllCannotBeMade) {
+  on_subscribe_all = [] { throw std::bad_alloc(); };
+  Subscribe(client, {{"C", "G", "1"}});
+  publisher.AnnounceVanished(Published("1"));
+  publisher.Pass();
+  EXPECT_THROW(publisher.Pass(), std::bad_alloc);
+  client.TakeTexts();
+  EXPECT_EQ(2, PassesUntilWritten(client, 10));
 }
 
 TEST_F(Publishing, DoesNotTakeADroppedClientForOneThatSubscribedToAll) {
@@ -358,6 +423,62 @@ TEST_F(Publishing, LosesOnlyTheEntryThatThereIsNoMemoryFor) {
   EXPECT_EQ(2, PassesUntilWritten(client, 10)) << "and periods go on ending";
 }
 
+TEST_F(Publishing, KeepsWhatComesAndGoesForAPassWithMoreMemory) {
+  Subscribe(client);
+  publisher.AnnounceVanished(Published("1"));
+  publisher.AnnounceNew(Published("1", "W"));
+  publisher.AnnounceNew(Own("2"));
+  {
+    const testing::LimitedAllocations none(0);
+    publisher.Pass();
+  }
+  publisher.Pass();
+  EXPECT_EQ((Texts{Responses({OwnEntry("2"), {.guid = "1", .status = kGone}})}),
+            client.TakeTexts());
+  EndPeriod();
+  EXPECT_EQ((Texts{Responses({{.guid = "1", .value = "W"}})}), client.TakeTexts());
+}
+
+TEST_F(Publishing, GivesTheMemoryOfABurstBack) {
+  Client to_all;
+  Subscribe(to_all);
+  Subscribe(client, {{"OWN", "G", "P"}});
+  property->SetFromString(std::string(1'000'000, 'x'));
+  EndPeriod();
+  const std::size_t before = testing::BytesInUse();
+  publisher.PushChange(property);
+  EndPeriod();
+  for (Client* const each : {&client, &to_all})
+    EXPECT_EQ(1u, each->TakeTexts().size());
+  EXPECT_GT(before + 100'000, testing::BytesInUse());
+}
+
+// Changes again each time that it is asked for its value.
+class RestlessProperty final : public StringProperty {
+ public:
+  explicit RestlessProperty(ChangePublisher& publisher)
+      : StringProperty(MakeToken(), "V", PropertyIdentity("P", "Name", "G", "Group")),
+        publisher_(publisher) {}
+  std::string GetValueString() const override {
+    if (++asked < 10'000)
+      publisher_.PushChange(std::const_pointer_cast<Property>(shared_from_this()));
+    return StringProperty::GetValueString();
+  }
+  mutable std::uint32_t asked = 0;
+
+ private:
+  ChangePublisher& publisher_;
+};
+
+TEST_F(Publishing, EndsAPassThoughChangesComeAsFastAsTheyAreTaken) {
+  Subscribe(client);
+  const auto restless = std::make_shared<RestlessProperty>(publisher);
+  publisher.PushChange(restless);
+  publisher.Pass();
+  EXPECT_EQ(ChangeStack::kSlots, restless->asked);
+  EXPECT_TRUE(publisher.HasChanges());
+}
+
 class ThrowingConnection final : public Connection {
  public:
   int Read(void*, int) override { return kFailed; }
@@ -388,21 +509,52 @@ class SignallingConnection final : public Connection {
   platform::Semaphore written;
 };
 
+bool WaitForWrite(SignallingConnection& stream) {
+  return stream.written.WaitUntil(platform::MonotonicNow() +
+                                  10'000 * platform::kTicksPerMillisecond);
+}
+
 TEST_F(Publishing, RunsOnItsOwnThreadUntilItIsDestroyed) {
   const auto stream = std::make_shared<SignallingConnection>();
   const std::uint32_t workers = LiveWorkerThreads::Live();
   {
+    period->SetValue(0);
     ChangePublisher running(own, period, subscribers, [] {});
     period->SetValue(250);  // read again when the thread starts
     Subscribe(Client(stream));
     running.Start(249);
     EXPECT_EQ(workers + 1, LiveWorkerThreads::Live());
     running.PushChange(property);
-    stream->written.Wait();
+    EXPECT_TRUE(WaitForWrite(*stream));
     running.PushChange(property);
-    stream->written.Wait();
+    EXPECT_TRUE(WaitForWrite(*stream));
   }
   EXPECT_EQ(workers, LiveWorkerThreads::Live());
+}
+
+TEST_F(Publishing, TakesNoLessThanAPeriodForAPeriod) {
+  const auto stream = std::make_shared<SignallingConnection>();
+  Subscribe(Client(stream));
+  period->SetValue(1000);
+  ChangePublisher running(own, period, subscribers, [] {});
+  running.PushChange(property);
+  const platform::Ticks start = platform::MonotonicNow();
+  running.Start(249);
+  EXPECT_TRUE(WaitForWrite(*stream));
+  const platform::Ticks taken = platform::MonotonicNow() - start;
+  EXPECT_GE(taken, 1000 * platform::kTicksPerMillisecond);
+}
+
+TEST_F(Publishing, RunsOnWhenAPassHasNoMemory) {
+  const auto stream = std::make_shared<SignallingConnection>();
+  Subscribe(Client(stream), {{"C", "G", "1"}});
+  period->SetValue(250);
+  ChangePublisher running(own, period, subscribers, [] { throw std::bad_alloc(); });
+  running.AnnounceVanished(Published("1"));
+  running.Start(249);
+  EXPECT_TRUE(WaitForWrite(*stream));
+  running.PushChange(property);
+  EXPECT_TRUE(WaitForWrite(*stream));
 }
 
 TEST_F(Publishing, IsDestroyedWithoutWaitingForThePass) {

@@ -104,6 +104,24 @@ TEST_F(Observation, TellsWhoNamedAPropertyBeforeItExisted) {
   EXPECT_EQ((Texts{Responses({OwnEntry("P", "W"), {.value = "W"}})}), EndPeriod(client));
 }
 
+TEST_F(Observation, PassesOverWhatDoesNotExistInASubscription) {
+  const auto property = AddOwn("P", "V");
+  EXPECT_TRUE(Send(client, R"({"PropertySubscribeRequests": [{"Component": "OWN","GUID": "G:Q"},)"
+                           R"({"Component": "OWN","GUID": "G:P"}]})"));
+  property->SetValue("W");
+  EXPECT_EQ((Texts{Responses({OwnEntry("P", "W")})}), EndPeriod(client));
+}
+
+TEST_F(Observation, ListensToNothingThatNobodyNamed) {
+  const auto before = AddOwn("1", "V");
+  Subscribe(client, "OWN", "G:2");
+  const auto named = AddOwn("2", "V");
+  const auto after = AddOwn("3", "V");
+  EXPECT_FALSE(before->observed());
+  EXPECT_TRUE(named->observed());
+  EXPECT_FALSE(after->observed());
+}
+
 TEST_F(Observation, AnnouncesNothingOfTheServiceUntilItIsToldTo) {
   SubscribeToAll(client);
   const auto property = AddOwn("1", "V");
@@ -138,6 +156,40 @@ TEST_F(Observation, AttachesOneListenerHoweverManySubscribe) {
   EXPECT_EQ((Texts{Responses({OwnEntry("P", "W")})}), EndPeriod(client));
   for (Client& each : clients)
     EXPECT_EQ((Texts{Responses({OwnEntry("P", "W")})}), each.TakeTexts());
+}
+
+TEST_F(Observation, AttachesOneListenerWhenTwoSubscribeAtOnce) {
+  constexpr int kRounds = 60;
+  constexpr std::size_t kProperties = 400;
+  PropertyMessage subscription;
+  subscription.SubscribeAll();
+  for (int round = 0; round < kRounds; ++round) {
+    const auto shared = testing::MakeTestEngine();
+    std::vector<std::shared_ptr<StringProperty>> properties;
+    for (std::size_t i = 0; i < kProperties; ++i) {
+      properties.push_back(StringProperty::Make("V", std::to_string(i), "Name", "G", "Group"));
+      EXPECT_TRUE(shared->AddProperty(properties.back()));
+    }
+    Client first, second;
+    testing::StartGate gate(2);
+    const auto subscribe = [&](Client& subscriber) {
+      gate.Pass();
+      shared->HandleMessage(subscription, subscriber.connection, subscriber.reply);
+    };
+    TestThread thread([&] { subscribe(first); });
+    subscribe(second);
+    thread.Join();
+    for (const auto& property : properties)
+      property->SetValue("W");
+    shared->PublishPass();
+    shared->PublishPass();
+    const Texts texts = first.TakeTexts();
+    ASSERT_EQ(1u, texts.size());
+    std::size_t told = 0;
+    for (std::size_t at = 0; (at = texts[0].find("NameString", at)) != std::string::npos; ++at)
+      ++told;
+    ASSERT_EQ(kProperties, told);
+  }
 }
 
 TEST_F(Observation, TellsACommandEachTimeItFires) {
@@ -325,6 +377,53 @@ TEST_F(Observation, ListensForNobodyOnceTheEngineIsGone) {
   }
   property->SetValue("W");
   EXPECT_EQ(1, property.use_count());
+}
+
+// Keeps its writer waiting.
+class BlockingConnection final : public Connection {
+ public:
+  int Read(void*, int) override { return kFailed; }
+  int Write(const void*, int length) override {
+    writing.Release();
+    go_on.Wait();
+    return length;
+  }
+  void Close() override {}
+  bool IsOpen() const override { return true; }
+  platform::Semaphore writing;
+  platform::Semaphore go_on;
+};
+
+// A property is withdrawn while the thread that publishes it still asks who wants it.
+TEST_F(Observation, TellsOnlyTheGoingOfWhatWentBeforeItWasAnnounced) {
+  engine->DeclareQuiet("C", "G", "quiet");
+  const auto slow_stream = std::make_shared<BlockingConnection>();
+  Client slow(slow_stream);
+  for (const std::string_view guid : {"P", "quiet"}) {
+    SubscribeToAll(slow);
+    Publish(owner, {.guid = "other", .value = guid});
+    engine->PublishPass();
+    TestThread passing([&] { engine->PublishPass(); });
+    slow_stream->writing.Wait();  // the subscriber list is in use now
+    TestThread publishing([&] { Publish(owner, {.guid = guid}); });
+    const std::vector<PropertyAddress> address{{"C", "G", guid}};
+    EXPECT_TRUE(testing::Eventually([&] {
+      std::string text;
+      ResponseFrame frame(text);
+      engine->HandleGetRequests(address, frame);
+      return text.find("Successful") != std::string::npos;
+    }));
+    Client second_owner;
+    Publish(second_owner, {.guid = guid, .status = kGone});
+    slow_stream->go_on.Release();
+    passing.Join();
+    publishing.Join();
+    engine->ConnectionEnded(*slow.connection);
+    SubscribeToAll(client);
+    EXPECT_EQ((Texts{Responses({{.guid = guid, .status = kGone}})}), EndPeriod(client));
+    EXPECT_TRUE(EndPeriod(client).empty());
+    engine->ConnectionEnded(*client.connection);
+  }
 }
 
 // Counts what it takes; refuses the frame of that number and all after it.

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/allocations.h"
 #include "tests/support/scripted_connection.h"
 
 namespace valmere {
@@ -142,12 +143,16 @@ TEST(SubscriberList, KeepsThoseThatAVisitorWantsInTheirOrder) {
   EXPECT_EQ(nullptr, list.Find(*clients[0]));
   EXPECT_EQ(nullptr, list.Find(*clients[3]));
   visited.clear();
+  EXPECT_TRUE(list.Any());
   EXPECT_TRUE(list.KeepIf([&](Subscriber& subscriber) {
                     visited.push_back(subscriber.connection.get());
                     return true;
                   })
                   .empty());
   EXPECT_EQ((std::vector{clients[1].get(), clients[2].get(), clients[4].get()}), visited);
+  EXPECT_EQ(3u, list.KeepIf([](Subscriber&) { return false; }).size());
+  EXPECT_EQ(0u, list.size());
+  EXPECT_FALSE(list.Any());
 }
 
 TEST(SubscriberList, LosesNobodyWhenAVisitorThrows) {
@@ -167,6 +172,24 @@ TEST(SubscriberList, LosesNobodyWhenAVisitorThrows) {
     EXPECT_EQ(client, list.Find(*client)->connection);
     EXPECT_NE(nullptr, list.Remove(*client));
   }
+}
+
+// An entry that had lost its keys would be a subscription to all.
+TEST(SubscriberList, RegistersAClientWithAllItsKeysOrNotAtAll) {
+  SubscriberList list;
+  const auto client = MakeClient();
+  const std::string guid(100, 'P');
+  const std::array addresses{PropertyAddress{"C", "G", guid}, PropertyAddress{"C", "H", guid}};
+  const ScopedLock hold(list.lock);
+  testing::FailEachAllocation([&]() NO_THREAD_SAFETY_ANALYSIS { list.Add(client, addresses); },
+                              [&]() NO_THREAD_SAFETY_ANALYSIS {
+                                EXPECT_EQ(0u, list.size());
+                                EXPECT_EQ(nullptr, list.Find(*client));
+                                EXPECT_FALSE(list.Any());
+                              });
+  EXPECT_EQ((Keys{"C:G:" + guid, "C:H:" + guid}), list.Find(*client)->keys);
+  EXPECT_NE(nullptr, list.Remove(*client));
+  EXPECT_EQ(0u, list.size());
 }
 
 TEST(SubscriberList, LetsTheConnectionGoWithTheEntry) {

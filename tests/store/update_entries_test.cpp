@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/store/engine_fixture.h"
+#include "tests/support/allocations.h"
 #include "tests/support/frames.h"
 
 namespace valmere {
@@ -45,8 +46,9 @@ TEST(UpdateEntries, GivesAllInTheirOrder) {
 TEST(UpdateEntries, RendersTheWholeFrameOnce) {
   UpdateEntries entries;
   entries.Append(Record("1"));
-  const char* const first = entries.WholeFrame().data();
-  EXPECT_EQ(first, entries.WholeFrame().data());
+  // A mark on it would not outlive a second rendering.
+  const_cast<std::string&>(entries.WholeFrame()).back() = '!';
+  EXPECT_EQ('!', entries.WholeFrame().back());
   entries.Append(Record("2"));
   EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = "2"}})), entries.WholeFrame());
 }
@@ -102,6 +104,7 @@ TEST(UpdateEntries, ForgetsWhatWasCleared) {
   entries.WholeFrame();
   entries.Clear();
   EXPECT_TRUE(entries.empty());
+  EXPECT_EQ(FrameOf(Responses({})), entries.WholeFrame());
   UpdateEntries::Keys keys{"C:G:1"};
   EXPECT_EQ("", FrameFor(entries, keys));
   entries.Append(Record("2"));
@@ -110,11 +113,36 @@ TEST(UpdateEntries, ForgetsWhatWasCleared) {
 
 TEST(UpdateEntries, GivesTheMemoryOfABurstBack) {
   UpdateEntries entries;
-  entries.Append(Record("1", std::string(1'000'000, 'x')));
-  entries.WholeFrame();
+  const std::size_t before = testing::BytesInUse();
+  for (int i = 0; i < 10'000; ++i)
+    entries.Append(Record("1"));
+  EXPECT_LT(1'000'000u, entries.WholeFrame().size());
   entries.Clear();
+  EXPECT_GT(100'000u, testing::BytesInUse() - before);
+}
+
+TEST(UpdateEntries, StayAsTheyAreWhenThereIsNoMemoryForOneMore) {
+  UpdateEntries entries;
   entries.Append(Record("1"));
-  EXPECT_GT(100'000u, entries.WholeFrame().capacity());
+  const std::string guid(100, '2');
+  testing::FailEachAllocation([&] { entries.Append(Record(guid)); },
+                              [&] {
+                                EXPECT_EQ(1u, entries.size());
+                                EXPECT_EQ(FrameOf(Responses({{.guid = "1"}})),
+                                          entries.WholeFrame());
+                              });
+  EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = guid}})), entries.WholeFrame());
+}
+
+TEST(UpdateEntries, TakesTheEntryThatReachesTheMostAndNoneAfterIt) {
+  const std::size_t others = EntryText{.value = ""}.Text().size();
+  const std::string value(UpdateEntries::kMostBytes - others, 'x');
+  UpdateEntries full;
+  EXPECT_TRUE(full.Append(Record("P", value)));
+  EXPECT_FALSE(full.Append(Record("P")));
+  UpdateEntries nearly_full;
+  EXPECT_TRUE(nearly_full.Append(Record("P", std::string_view(value).substr(1))));
+  EXPECT_TRUE(nearly_full.Append(Record("P")));
 }
 
 TEST(UpdateEntries, RefusesWhatComesAfterTheMostThatAPeriodTakes) {

@@ -1,0 +1,55 @@
+// Each block is preceded by its size, so that the count needs no help from the C library.
+#include "tests/support/allocations.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <limits>
+#include <new>
+
+namespace {
+
+constexpr std::uint32_t kUnlimited = std::numeric_limits<std::uint32_t>::max();
+constexpr std::size_t kHeader = alignof(std::max_align_t);
+static_assert(kHeader >= sizeof(std::size_t));
+
+thread_local std::uint32_t t_granted = kUnlimited;
+std::atomic<std::size_t> g_bytes{0};
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (t_granted == 0) throw std::bad_alloc();
+  void* const block = std::malloc(size + kHeader);
+  if (block == nullptr) throw std::bad_alloc();
+  if (t_granted != kUnlimited) --t_granted;
+  *static_cast<std::size_t*>(block) = size;
+  g_bytes.fetch_add(size, std::memory_order_relaxed);
+  return static_cast<char*>(block) + kHeader;
+}
+
+void operator delete(void* memory) noexcept {
+  if (memory == nullptr) return;
+  void* const block = static_cast<char*>(memory) - kHeader;
+  g_bytes.fetch_sub(*static_cast<std::size_t*>(block), std::memory_order_relaxed);
+  std::free(block);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+  operator delete(memory);
+}
+
+namespace valmere::testing {
+
+LimitedAllocations::LimitedAllocations(std::uint32_t granted) {
+  t_granted = granted;
+}
+
+LimitedAllocations::~LimitedAllocations() {
+  t_granted = kUnlimited;
+}
+
+std::size_t BytesInUse() {
+  return g_bytes.load(std::memory_order_relaxed);
+}
+
+}  // namespace valmere::testing
