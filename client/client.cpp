@@ -2,6 +2,8 @@
 // when one was not waited for to the end, counting it is enough to tell it from the next one's.
 #include "client/client.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "client/message.h"
@@ -26,9 +28,7 @@ Result<std::vector<Property>> Client::Get(std::span<const PropertyAddress> addre
 }
 
 Result<std::vector<Property>> Client::GetGroup(std::string_view group_guid, Deadline deadline) {
-  // An empty property GUID stands for the whole group.
-  const PropertyAddress group{"", std::string(group_guid), ""};
-  return Ask(GetFrame({&group, 1}), deadline);
+  return Ask(GetGroupFrame(group_guid), deadline);
 }
 
 Result<void> Client::Set(std::span<const SetRequest> requests, Deadline deadline) {
@@ -52,29 +52,55 @@ Result<std::vector<SetRequest>> Client::ReceiveSets(Deadline deadline) {
   return std::exchange(sets_, {});
 }
 
-// The message also gets a property that nobody has: the answer comes when the subscription stands,
-// and no notification ever says "not found".
+// No address at all would mean every property to the service, and named ones would narrow a
+// subscription to all.
+Result<void> Client::Subscribe(std::span<const PropertyAddress> addresses, Deadline deadline) {
+  if (addresses.empty()) return Error{ErrorKind::kInvalid, "a subscription has to name a property"};
+  if (subscribed_ == Subscribed::kToAll)
+    return Error{ErrorKind::kInvalid, "a client that is subscribed to all can't subscribe to some"};
+  if (Result<void> sent = SendFrame(SubscribeFrame(addresses), deadline); !sent) return sent;
+  subscribed_ = Subscribed::kToSome;
+  return AwaitConfirmation(deadline);
+}
+
 Result<void> Client::SubscribeAll(Deadline deadline) {
+  if (subscribed_ == Subscribed::kToSome)
+    return Error{ErrorKind::kInvalid, "a client that is subscribed to some can't subscribe to all"};
   if (Result<void> sent = SendFrame(SubscribeAllFrame(), deadline); !sent) return sent;
-  subscribed_ = true;
-  for (;;) {
-    Result<Incoming> message = ReceiveMessage(deadline);
-    if (!message) return message.error();
-    if (!message->properties) continue;
-    for (Property& property : *message->properties) {
-      if (property.status == kNotFound) return {};
-      changes_.push_back(std::move(property));
-    }
+  subscribed_ = Subscribed::kToAll;
+  return AwaitConfirmation(deadline);
+}
+
+// The message that subscribes also gets a property that nobody has: the answer comes when the
+// subscription stands.
+Result<void> Client::AwaitConfirmation(Deadline deadline) {
+  ++awaited_confirmations_;
+  while (awaited_confirmations_ > 0) {
+    if (Result<void> received = ReceiveNotification(deadline); !received) return received;
   }
+  return {};
 }
 
 Result<std::vector<Property>> Client::ReceiveChanges(Deadline deadline) {
   while (changes_.empty()) {
-    Result<Incoming> message = ReceiveMessage(deadline);
-    if (!message) return message.error();
-    if (message->properties) changes_ = std::move(*message->properties);
+    if (Result<void> received = ReceiveNotification(deadline); !received) return received.error();
   }
   return std::exchange(changes_, {});
+}
+
+// Answers that were given up before the subscription come before all notifications.
+Result<void> Client::ReceiveNotification(Deadline deadline) {
+  Result<Incoming> message = ReceiveMessage(deadline);
+  if (!message) return message.error();
+  if (!message->properties) return {};
+  if (awaited_answers_ > 0) {
+    --awaited_answers_;
+  } else if (awaited_confirmations_ > 0 && IsConfirmation(*message->properties)) {
+    --awaited_confirmations_;
+  } else {
+    std::ranges::move(*message->properties, std::back_inserter(changes_));
+  }
+  return {};
 }
 
 // Sets that come along are kept for ReceiveSets.
@@ -102,7 +128,7 @@ Result<void> Client::SendFrame(const Result<std::string>& frame, Deadline deadli
 }
 
 Result<std::vector<Property>> Client::Ask(const Result<std::string>& frame, Deadline deadline) {
-  if (subscribed_)
+  if (subscribed_ != Subscribed::kNot)
     return Error{ErrorKind::kInvalid, "a subscribed client can't tell answers from notifications"};
   if (Result<void> sent = SendFrame(frame, deadline); !sent) return sent.error();
   ++awaited_answers_;

@@ -45,9 +45,11 @@ class Client {
   // Waits for sets of published properties; at least one.
   Result<std::vector<SetRequest>> ReceiveSets(Deadline deadline);
 
-  // Asks to be told of every property that changes, comes or goes, and returns when the service has
-  // noted it. Notifications look like answers, so a subscribed client can't ask any more: gets give
-  // kInvalid.
+  // Asks to be told of properties that change, come or go, and returns when the service has noted
+  // it. A client subscribes to properties by address, time after time if it likes, or to all there
+  // are and all to come; after the one, the other gives kInvalid. Notifications look like answers,
+  // so a subscribed client can't ask any more: gets give kInvalid.
+  Result<void> Subscribe(std::span<const PropertyAddress> addresses, Deadline deadline);
   Result<void> SubscribeAll(Deadline deadline);
   // Waits for notifications; at least one entry. One that has gone has the status
   // kNoLongerAvailable.
@@ -62,14 +64,19 @@ class Client {
   Result<void> SendFrame(const Result<std::string>& frame, Deadline deadline);
   Result<std::vector<Property>> Ask(const Result<std::string>& frame, Deadline deadline);
   Result<std::vector<Property>> ReceiveAnswer(Deadline deadline);
+  Result<void> AwaitConfirmation(Deadline deadline);
+  Result<void> ReceiveNotification(Deadline deadline);
   Result<Incoming> ReceiveMessage(Deadline deadline);
 
   std::unique_ptr<Transport> transport_;
-  std::string text_;                 // of the message received last; kept for its room
-  std::vector<SetRequest> sets_;     // received while an answer was waited for
-  std::size_t awaited_answers_ = 0;  // gets without an answer yet, given-up ones too
-  bool subscribed_ = false;
-  std::vector<Property> changes_;  // received while the subscription was on its way
+  std::string text_;              // of the message received last; kept for its room
+  std::vector<SetRequest> sets_;  // received while an answer was waited for
+  // Without an answer yet, given-up ones too: gets, and subscriptions.
+  std::size_t awaited_answers_ = 0;
+  std::size_t awaited_confirmations_ = 0;
+  enum class Subscribed { kNot, kToSome, kToAll };
+  Subscribed subscribed_ = Subscribed::kNot;
+  std::vector<Property> changes_;  // received while a subscription was on its way
 };
 
 }  // namespace valmere::client

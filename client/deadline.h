@@ -14,6 +14,7 @@ class Deadline {
   static Deadline After(std::chrono::milliseconds time) { return Deadline(Clock::now() + time); }
   static Deadline Never() { return Deadline(Clock::time_point::max()); }
 
+  Clock::time_point when() const { return when_; }
   bool never() const { return when_ == Clock::time_point::max(); }
   bool passed() const { return !never() && Clock::now() >= when_; }
   // What is left, rounded up so that waiting that long reaches the deadline; 0 once it has passed.
@@ -21,6 +22,8 @@ class Deadline {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(when_ - Clock::now());
     return std::max(left, std::chrono::milliseconds(0));
   }
+  // The one that passes first.
+  Deadline Or(Deadline other) const { return when_ <= other.when_ ? *this : other; }
 
  private:
   explicit Deadline(Clock::time_point when) : when_(when) {}

@@ -23,12 +23,13 @@ namespace {
 
 class DriverTransport final : public Transport {
  public:
-  DriverTransport(const DriverEntryPoints& driver, std::uint32_t device_context)
-      : driver_(driver), handle_(driver.open(device_context, 0, 0)) {
+  DriverTransport(const DriverEntryPoints& driver, std::uint32_t handle)
+      : driver_(driver), handle_(handle) {
     sem_init(&arrived_, 0, 0);
   }
   ~DriverTransport() override {
     DriverTransport::Close();
+    if (reader_.joinable()) reader_.join();
     sem_destroy(&arrived_);
   }
 
@@ -45,14 +46,14 @@ class DriverTransport final : public Transport {
 
   const DriverEntryPoints driver_;
   const std::uint32_t handle_;
-  bool closed_ = false;
+  std::atomic<bool> closed_{false};
 
   sem_t arrived_;  // posted for each frame, for an interruption and for the end
   std::atomic<bool> interrupted_{false};
   std::atomic<bool> ended_{false};  // set behind the last frame
   std::mutex lock_;
   std::deque<std::string> texts_;  // guarded by lock_
-  std::thread reader_;             // from the first frame sent
+  std::thread reader_;             // from the first frame sent; the sending thread's
 };
 
 Error Lost() {
@@ -111,9 +112,9 @@ void DriverTransport::Interrupt() noexcept {
 }
 
 void DriverTransport::Close() {
-  if (std::exchange(closed_, true)) return;
+  if (closed_.exchange(true)) return;
   driver_.close(handle_);  // ends the read that waits
-  if (reader_.joinable()) reader_.join();
+  sem_post(&arrived_);
 }
 
 void DriverTransport::ReadFrames() {
@@ -143,9 +144,12 @@ bool DriverTransport::ReadFrame(std::string& text) const {
 
 }  // namespace
 
-std::unique_ptr<Transport> OpenDriver(const DriverEntryPoints& driver,
-                                      std::uint32_t device_context) {
-  return std::make_unique<DriverTransport>(driver, device_context);
+Result<std::unique_ptr<Transport>> OpenDriver(const DriverEntryPoints& driver,
+                                              std::uint32_t device_context) {
+  const std::uint32_t handle = driver.open(device_context, 0, 0);
+  if (handle == 0)
+    return Error{ErrorKind::kCannotConnect, "cannot open the driver: no service runs there"};
+  return std::unique_ptr<Transport>(std::make_unique<DriverTransport>(driver, handle));
 }
 
 }  // namespace valmere::client

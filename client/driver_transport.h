@@ -17,10 +17,10 @@ struct DriverEntryPoints {
   std::int32_t (*write)(std::uint32_t open_handle, const void* buffer, std::uint32_t count);
 };
 
-// Opens a handle of a driver that runs and closes it with the transport, which must go before the
-// driver is ended. A thread of its own waits for the driver, because a read there has no time-out.
-// Throws std::system_error when the first Send cannot start it.
-std::unique_ptr<Transport> OpenDriver(const DriverEntryPoints& driver,
-                                      std::uint32_t device_context);
+// Opens a handle of the driver and closes it with the transport, which must go before the driver is
+// ended. A thread of its own waits for the driver, because a read there has no time-out; the first
+// Send throws std::system_error when it cannot start it. kCannotConnect when no service runs.
+Result<std::unique_ptr<Transport>> OpenDriver(const DriverEntryPoints& driver,
+                                              std::uint32_t device_context);
 
 }  // namespace valmere::client

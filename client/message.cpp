@@ -50,9 +50,30 @@ Result<std::string> FrameOf(const JsonValue& message) {
   return frame;
 }
 
+JsonValue AddressEntries(std::span<const PropertyAddress> addresses) {
+  JsonValue entries = JsonValue::Array();
+  for (const PropertyAddress& address : addresses) {
+    entries.Append(AddressEntry(address));
+  }
+  return entries;
+}
+
 Result<std::string> FrameOf(std::string_view key, JsonValue value) {
   JsonValue message = JsonValue::Object();
   message[key] = std::move(value);
+  return FrameOf(message);
+}
+
+// A request for a property that nobody has.
+JsonValue ConfirmationRequest() {
+  const PropertyAddress nobodys{"none", "none", "none"};
+  return AddressEntries({&nobodys, 1});
+}
+
+Result<std::string> ConfirmedFrame(std::string_view key, JsonValue value) {
+  JsonValue message = JsonValue::Object();
+  message[key] = std::move(value);
+  message[keys::kGetRequests] = ConfirmationRequest();
   return FrameOf(message);
 }
 
@@ -113,11 +134,13 @@ Result<std::string> GetAllFrame() {
 }
 
 Result<std::string> GetFrame(std::span<const PropertyAddress> addresses) {
-  JsonValue entries = JsonValue::Array();
-  for (const PropertyAddress& address : addresses) {
-    entries.Append(AddressEntry(address));
-  }
-  return FrameOf(keys::kGetRequests, std::move(entries));
+  return FrameOf(keys::kGetRequests, AddressEntries(addresses));
+}
+
+// An empty property GUID stands for the whole group.
+Result<std::string> GetGroupFrame(std::string_view group_guid) {
+  const PropertyAddress group{"", std::string(group_guid), ""};
+  return GetFrame({&group, 1});
 }
 
 Result<std::string> SetFrame(std::span<const SetRequest> requests) {
@@ -142,13 +165,20 @@ Result<std::string> DisconnectFrame() {
   return FrameOf(keys::kDisconnect, JsonValue(true));
 }
 
+Result<std::string> SubscribeFrame(std::span<const PropertyAddress> addresses) {
+  return ConfirmedFrame(keys::kSubscribeRequests, AddressEntries(addresses));
+}
+
 Result<std::string> SubscribeAllFrame() {
-  JsonValue unknown = JsonValue::Array();
-  unknown.Append(AddressEntry({"none", "none", "none"}));
-  JsonValue message = JsonValue::Object();
-  message[keys::kSubscribeAll] = JsonValue(true);
-  message[keys::kGetRequests] = std::move(unknown);
-  return FrameOf(message);
+  return ConfirmedFrame(keys::kSubscribeAll, JsonValue(true));
+}
+
+Result<std::string> ConfirmationFrame() {
+  return FrameOf(keys::kGetRequests, ConfirmationRequest());
+}
+
+bool IsConfirmation(const std::vector<Property>& properties) {
+  return !properties.empty() && properties.front().status == kNotFound;
 }
 
 Result<Incoming> ReadMessage(std::string& text) {

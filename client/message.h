@@ -15,12 +15,18 @@ namespace valmere::client {
 // Each gives a whole frame. kInvalid when its text is longer than a receiver takes.
 Result<std::string> GetAllFrame();
 Result<std::string> GetFrame(std::span<const PropertyAddress> addresses);
+Result<std::string> GetGroupFrame(std::string_view group_guid);
 Result<std::string> SetFrame(std::span<const SetRequest> requests);
 // The entries' status is `status`, whatever the properties' own is.
 Result<std::string> PublishFrame(std::span<const Property> properties, std::string_view status);
 Result<std::string> DisconnectFrame();
-// A subscription to everything together with a get of a property that nobody has.
+// A subscription together with a get of a property that nobody has.
+Result<std::string> SubscribeFrame(std::span<const PropertyAddress> addresses);
 Result<std::string> SubscribeAllFrame();
+// Such a get alone.
+Result<std::string> ConfirmationFrame();
+// Whether the properties answer such a get: no notification ever says "not found".
+bool IsConfirmation(const std::vector<Property>& properties);
 
 // What one message from the service holds.
 struct Incoming {

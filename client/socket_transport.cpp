@@ -1,6 +1,8 @@
 // The socket is read into one buffer that is kept, so that a frame usually costs one wait and one
 // read. An event descriptor is waited for beside the socket: unlike a signal that breaks a system
-// call, it cannot come just too early and be missed.
+// call, it cannot come just too early and be missed. The socket is shut down by whoever ends the
+// connection, which wakes those who wait for it, and closed with the transport: its number must not
+// become another file's while a thread still uses it.
 #include "client/socket_transport.h"
 
 #include <poll.h>
@@ -15,6 +17,8 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
+#include <optional>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -40,6 +44,12 @@ Error Lost(const std::string& why) {
   return {ErrorKind::kConnectionLost, "connection lost: " + why};
 }
 
+// What an end by the service looks like depends on which call meets it first.
+Error LostBy(int error) {
+  const bool ended = error == 0 || error == EPIPE || error == ECONNRESET;
+  return Lost(ended ? "the service ended it" : TextOf(error));
+}
+
 int PollTime(Deadline deadline) {
   if (deadline.never()) return -1;
   return static_cast<int>(std::min<std::int64_t>(deadline.left().count(), INT_MAX));
@@ -49,14 +59,13 @@ int PollTime(Deadline deadline) {
 class Descriptor {
  public:
   explicit Descriptor(int value) : value_(value) {}
-  ~Descriptor() { Reset(); }
+  ~Descriptor() {
+    if (value_ >= 0) close(value_);
+  }
   Descriptor(Descriptor&& other) noexcept : value_(std::exchange(other.value_, -1)) {}
   Descriptor& operator=(Descriptor&&) = delete;
 
   int get() const { return value_; }
-  void Reset() {
-    if (value_ >= 0) close(std::exchange(value_, -1));
-  }
 
  private:
   int value_;
@@ -70,9 +79,11 @@ class SocketTransport final : public Transport {
   Result<void> Send(std::string_view frame, Deadline deadline) override;
   Result<void> Receive(std::string& text, Deadline deadline) override;
   void Interrupt() noexcept override;
-  void Close() override { socket_.Reset(); }
+  void Close() override { End(Lost("closed")); }
 
  private:
+  void End(const Error& why);
+  std::optional<Error> end() const;
   Result<void> WaitForRoom(Deadline deadline) const;
   Result<void> WaitForBytes(Deadline deadline);
   Result<void> ReadBytes();
@@ -80,16 +91,33 @@ class SocketTransport final : public Transport {
   void MakeRoom(std::size_t frame_bytes);
   std::size_t held() const { return end_ - begin_; }
 
-  Descriptor socket_;
+  const Descriptor socket_;
   const Descriptor interrupt_;
+
+  mutable std::mutex lock_;
+  std::optional<Error> ended_by_;  // guarded by lock_; what ended the connection first
+
+  // Used by the receiving thread alone.
   std::vector<char> buffer_;  // bytes begin_ to end_ are received and not handed out
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
 };
 
+void SocketTransport::End(const Error& why) {
+  const std::lock_guard hold(lock_);
+  if (ended_by_) return;
+  ended_by_ = why;
+  shutdown(socket_.get(), SHUT_RDWR);
+}
+
+std::optional<Error> SocketTransport::end() const {
+  const std::lock_guard hold(lock_);
+  return ended_by_;
+}
+
 Result<void> SocketTransport::Send(std::string_view frame, Deadline deadline) {
-  if (socket_.get() < 0) return Lost("closed");
   while (!frame.empty()) {
+    if (const auto ended = end()) return *ended;
     const ssize_t sent =
         send(socket_.get(), frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent >= 0) {
@@ -97,10 +125,12 @@ Result<void> SocketTransport::Send(std::string_view frame, Deadline deadline) {
       continue;
     }
     if (errno == EINTR) continue;
-    const int error = errno;
-    Result<void> waited = error == EAGAIN ? WaitForRoom(deadline) : Lost(TextOf(error));
-    if (!waited) {
-      Close();
+    if (errno != EAGAIN) {
+      End(LostBy(errno));
+      return *end();
+    }
+    if (Result<void> waited = WaitForRoom(deadline); !waited) {
+      End(Lost("the service did not take a request in time"));
       return waited;
     }
   }
@@ -115,11 +145,11 @@ Result<void> SocketTransport::WaitForRoom(Deadline deadline) const {
 }
 
 Result<void> SocketTransport::Receive(std::string& text, Deadline deadline) {
-  if (socket_.get() < 0) return Lost("closed");
   for (;;) {
+    if (const auto ended = end()) return *ended;
     const Result<std::size_t> frame_bytes = FrameBytes();
     if (!frame_bytes) {
-      Close();
+      End(Lost(frame_bytes.error().text));
       return frame_bytes.error();
     }
     if (*frame_bytes != 0 && held() >= *frame_bytes) {
@@ -164,7 +194,7 @@ Result<void> SocketTransport::WaitForBytes(Deadline deadline) {
     if (ready == 0) return Timeout("waiting for the service");
     if (ready < 0) {
       if (errno == EINTR) continue;
-      return Lost(TextOf(errno));
+      return LostBy(errno);
     }
     if (wanted[1].revents == 0) return {};
     std::uint64_t count = 0;
@@ -181,9 +211,8 @@ Result<void> SocketTransport::ReadBytes() {
     return {};
   }
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return {};
-  const std::string why = count == 0 ? "the service ended it" : TextOf(errno);
-  Close();
-  return Lost(why);
+  End(LostBy(count == 0 ? 0 : errno));
+  return *end();
 }
 
 void SocketTransport::Interrupt() noexcept {

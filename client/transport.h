@@ -10,8 +10,9 @@
 namespace valmere::client {
 
 // Purpose: carries whole frames both ways.
-// Owner: a Client.
-// Threads: one at a time, but Interrupt may be called from any, and from a signal handler.
+// Owner: a Client or a Session.
+// Threads: one that sends and one that receives, at the same time if they like; Close and Interrupt
+// from any, Interrupt from a signal handler too.
 // Errors: kTimeout, kConnectionLost, kInterrupted, kProtocol. After a Send that failed, nobody
 // knows how much of the frame has gone out: the transport is closed.
 class Transport {
@@ -27,7 +28,7 @@ class Transport {
   virtual Result<void> Receive(std::string& text, Deadline deadline) = 0;
   // Makes the Receive that waits, or else the next one, return kInterrupted.
   virtual void Interrupt() noexcept = 0;
-  // Ends the connection; every later call fails with kConnectionLost.
+  // Ends the connection; a call that waits and every later one fail with kConnectionLost.
   virtual void Close() = 0;
 
  protected:

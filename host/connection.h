@@ -3,62 +3,96 @@
 
 #include <uv.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <span>
+#include <string>
 
 #include "host/driver_library.h"
 #include "host/frame_assembler.h"
+#include "host/limits.h"
+#include "host/outbox.h"
 #include "host/reply_pump.h"
 
 namespace valmere::host {
 
 // Purpose: carries a client's bytes to its own driver handle, frame by frame; its ReplyPump carries
 // the driver's frames back. When the client has sent its last byte, the service is asked to end the
-// session, so that what was asked before is still answered.
+// session, so that what was asked before is still answered. A client that exceeds a limit is
+// closed, and the operator told.
 // Owner: the server. Close first; destroy it once `closed` was called.
-// Threads: the loop's, except that `pump_ended` is called on the pump's thread.
+// Threads: the loop's, except that `wants_attention` is called on the pump's thread.
 // Errors: none; a failure closes it, with a message on standard error where it is no client's
 // doing.
 class Connection {
  public:
   struct Events {
-    std::function<void()> pump_ended;  // PumpEnded must follow, on the loop's thread
-    std::function<void()> closed;      // nothing refers to the connection any more
+    std::function<void()> wants_attention;  // Attend must follow, on the loop's thread
+    std::function<void()> closed;           // nothing refers to the connection any more
+  };
+  // What all connections of a server share, and which outlives them.
+  struct Surroundings {
+    uv_loop_t& loop;
+    const DriverLibrary& driver;
+    const Limits& limits;
+    std::span<unsigned char> scratch;  // where bytes are read to, for the length of a call
   };
 
-  // Takes `socket` over. `scratch` is where bytes are read to; shared, for the length of a call.
-  Connection(uv_loop_t& loop, const DriverLibrary& driver, int socket,
-             std::span<unsigned char> scratch, Events events);
+  // Takes `socket` over, which must not block.
+  Connection(const Surroundings& surroundings, int socket, Events events);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // The service has ended the session, or the client takes no more.
-  void PumpEnded() { Close(); }
-  // Ends handle, socket and pump without waiting for the pump's thread to be gone.
+  // Looks after what its pump has come upon.
+  void Attend();
+  // Ends handle and socket without waiting for the pump's thread to be gone.
   void BeginClose();
   // Ends all and leads to `closed`.
   void Close();
 
  private:
   static void OnPoll(uv_poll_t* poll, int status, int events);
+  template <void (Connection::*act)()>
+  static void OnTimer(uv_timer_t* timer);
+  static void OnHandleClosed(uv_handle_t* handle);
+  template <class Action>
+  void Guarded(Action action);
+
   void ReadOnce();
   void DrainAndClose();
   bool PassOn(std::span<const unsigned char> bytes);
   bool WriteToDriver(std::span<const unsigned char> piece);
+  void WatchFrame(bool begun);
   void ClientFinished();
+  void HeedPump();
+  void SendWaiting();
+  void WatchUnread();
+  void UpdatePoll();
+  void FrameOverdue();
+  void UnreadOverdue();
+  void CloseFor(const std::string& cause);
 
   const DriverLibrary& driver_;
+  const Limits& limits_;
   const int socket_;
   const std::uint32_t handle_;
   const std::span<unsigned char> scratch_;
   const Events events_;
   FrameAssembler assembler_;
   uv_poll_t poll_{};
+  uv_timer_t frame_timer_{};   // runs while a frame is begun and not complete
+  uv_timer_t unread_timer_{};  // runs while something waits for the client
+  int open_handles_ = 0;       // the loop's, of the three above
+  int polled_ = 0;             // what the poll handle asks for
+  bool reading_ = true;        // the client may still send
+  bool sending_ = false;       // something waits for the socket to take it
+  bool session_ended_ = false;
   bool close_begun_ = false;
   bool closing_ = false;
+  Outbox outbox_;
   std::unique_ptr<ReplyPump> pump_;  // from the first bytes that the driver got
 };
 

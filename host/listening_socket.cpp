@@ -11,9 +11,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace valmere::host {
@@ -40,20 +43,35 @@ const sockaddr* Generic(const sockaddr_un& address) {
   return reinterpret_cast<const sockaddr*>(&address);
 }
 
-// Keeps other services out of the folder while it lives.
+// Keeps other services out of the folder while it lives. Each holds it for a moment only, unless the
+// folder is another's root, which stays locked as long as that one runs.
 class FolderLock {
  public:
-  explicit FolderLock(const std::string& folder)
+  FolderLock(const std::string& folder, const RootFolder& root)
       : descriptor_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     if (descriptor_ < 0) throw Failure(folder, "cannot open the folder", errno);
-    while (flock(descriptor_, LOCK_EX) != 0 && errno == EINTR) {
-    }
+    if (root.IsFolder(descriptor_) || Acquire()) return;
+    const int error = errno;
+    close(descriptor_);
+    if (error == EWOULDBLOCK)
+      throw std::runtime_error(folder + ": is the root of another valmered, or locked otherwise");
+    throw Failure(folder, "cannot lock the folder", error);
   }
   ~FolderLock() { close(descriptor_); }
   FolderLock(const FolderLock&) = delete;
   FolderLock& operator=(const FolderLock&) = delete;
 
  private:
+  bool Acquire() const {
+    constexpr std::chrono::milliseconds kPause{10};
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+      if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() > deadline) return false;
+      std::this_thread::sleep_for(kPause);
+    }
+    return true;
+  }
+
   const int descriptor_;
 };
 
@@ -86,11 +104,29 @@ void RemoveStaleFile(const std::string& path, const sockaddr_un& address) {
   if (unlink(path.c_str()) != 0) throw Failure(path, "cannot remove the stale socket", errno);
 }
 
+// What the socket was bound to; an abstract address begins with "@" as people write it.
+std::string PathOf(int socket) {
+  sockaddr_un address{};
+  socklen_t size = sizeof(address);
+  if (getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0)
+    throw Failure("the passed socket", "has no address", errno);
+  std::string path(address.sun_path, size - offsetof(sockaddr_un, sun_path));
+  if (!path.empty() && path[0] == '\0')
+    path[0] = '@';
+  else
+    path.resize(std::strlen(path.c_str()));
+  return path;
+}
+
 }  // namespace
 
-ListeningSocket::ListeningSocket(std::string path) : path_(std::move(path)) {
+ListeningSocket::ListeningSocket(int inherited)
+    : path_(PathOf(inherited)), descriptor_(inherited) {}
+
+ListeningSocket::ListeningSocket(std::string path, const RootFolder& root)
+    : path_(std::move(path)) {
   try {
-    Bind();
+    Bind(root);
   } catch (const std::exception&) {
     StopListening();
     throw;
@@ -100,7 +136,8 @@ ListeningSocket::ListeningSocket(std::string path) : path_(std::move(path)) {
 ListeningSocket::~ListeningSocket() {
   StopListening();
   struct stat file {};
-  if (lstat(path_.c_str(), &file) == 0 && file.st_dev == device_ && file.st_ino == inode_)
+  if (inode_ != 0 && lstat(path_.c_str(), &file) == 0 && file.st_dev == device_ &&
+      file.st_ino == inode_)
     unlink(path_.c_str());
 }
 
@@ -109,9 +146,9 @@ void ListeningSocket::StopListening() {
   descriptor_ = -1;
 }
 
-void ListeningSocket::Bind() {
+void ListeningSocket::Bind(const RootFolder& root) {
   const sockaddr_un address = AddressOf(path_);
-  const FolderLock lock(FolderOf(path_));
+  const FolderLock lock(FolderOf(path_), root);
   RemoveStaleFile(path_, address);
   descriptor_ = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (descriptor_ < 0) throw Failure(path_, "cannot make a socket", errno);

@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "host/root_folder.h"
+
 namespace valmere::host {
 
 // A live service answers on the wanted path already.
@@ -14,15 +16,18 @@ class SocketInUse : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Purpose: a Unix socket that listens on a path, for its owner and group only; takes the place of a
-// file that a dead process left there.
+// Purpose: a Unix socket that listens on a path: one that it makes, for its owner and group only, in
+// the place of a file that a dead process left there; or one that was inherited.
 // Owner: the program.
 // Threads: one at a time.
 // Errors: the constructor throws SocketInUse, or std::runtime_error naming the path and the cause.
-// The destructor removes the file, unless another service has put its own there since.
+// The destructor removes the file that was made, unless another service has put its own there since.
 class ListeningSocket {
  public:
-  explicit ListeningSocket(std::string path);
+  // Makes one. `root` is locked by this process, and may be the socket's folder as well.
+  ListeningSocket(std::string path, const RootFolder& root);
+  // Takes over one that listens; its file belongs to who made it.
+  explicit ListeningSocket(int inherited);
   ~ListeningSocket();
   ListeningSocket(const ListeningSocket&) = delete;
   ListeningSocket& operator=(const ListeningSocket&) = delete;
@@ -33,11 +38,11 @@ class ListeningSocket {
   void StopListening();
 
  private:
-  void Bind();
+  void Bind(const RootFolder& root);
 
   const std::string path_;
   int descriptor_ = -1;
-  dev_t device_ = 0;  // of the file that Bind made
+  dev_t device_ = 0;  // of the file that Bind made; 0 when it made none
   ino_t inode_ = 0;
 };
 

@@ -4,39 +4,57 @@
 #include <sys/resource.h>
 
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <optional>
+#include <string>
 
 #include "host/driver_library.h"
 #include "host/listening_socket.h"
 #include "host/options.h"
+#include "host/report.h"
+#include "host/root_folder.h"
 #include "host/server.h"
+#include "host/service_manager.h"
 
 namespace {
 
 using namespace valmere::host;
 
 // Each client takes a descriptor; the usual soft limit is low only for the sake of select().
-void AllowManyDescriptors() {
+void AllowManyDescriptors(std::size_t clients) {
+  constexpr rlim_t kOwn = 64;  // the driver's files, the loop's
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   limit.rlim_cur = limit.rlim_max;
   setrlimit(RLIMIT_NOFILE, &limit);
+  if (limit.rlim_max < clients + kOwn)
+    Report("only " + std::to_string(limit.rlim_max) + " descriptors may be open, too few for " +
+           std::to_string(clients) + " clients");
 }
 
 int Serve(const Options& options) {
-  setenv("VALMERE_ROOT", options.root.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): one thread yet
-  ListeningSocket listener(options.socket);
+  const std::optional<int> inherited = InheritedSocket();
+  AllowManyDescriptors(options.limits.clients);
+  const RootFolder root(options.root, options.init_root ? RootFolder::Content::kSkeleton
+                                                        : RootFolder::Content::kAsItIs);
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread yet
+  setenv("VALMERE_ROOT", root.path().c_str(), 1);
+  ListeningSocket listener =
+      inherited ? ListeningSocket(*inherited) : ListeningSocket(options.socket, root);
   DriverLibrary driver(options.library);
   {
-    Server server(listener, driver);
+    Server server(listener, driver, options.limits);
     driver.Init();
     if (server.Start()) {
       std::printf("valmered: ready on %s\n", listener.path().c_str());
       std::fflush(stdout);
+      NotifyReady();
     }
     server.Run();
+    NotifyStopping();
   }
   driver.Deinit();
   return kExitOk;
@@ -46,16 +64,18 @@ int Serve(const Options& options) {
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
-  AllowManyDescriptors();
   try {
     int exit_code = kExitOk;
     const auto options = ReadOptions(argc, argv, exit_code);
     return options ? Serve(*options) : exit_code;
   } catch (const SocketInUse& error) {
-    std::fprintf(stderr, "valmered: %s\n", error.what());
+    Report(error.what());
     return kExitSocketInUse;
+  } catch (const RootInUse& error) {
+    Report(error.what());
+    return kExitRootInUse;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "valmered: %s\n", error.what());
+    Report(error.what());
     return kExitFailure;
   }
 }

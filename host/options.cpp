@@ -3,6 +3,8 @@
 #include "host/options.h"
 
 #include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
@@ -15,12 +17,26 @@ namespace valmere::host {
 namespace {
 
 constexpr const char* kLibraryName = "libvalmere.so";
+constexpr double kLongestSeconds = 86400;
 constexpr const char* kAfterHelp = R"(
-Files and environment:
-  The socket is $VALMERE_SOCKET, else $XDG_RUNTIME_DIR/valmere/PRN1, else /run/valmere/PRN1.
-  The library is looked for in the folder lib beside the program's.
+Limits:
+  A client over --max-clients is accepted and closed at once. One that exceeds another limit has its
+  handle closed, and a line on standard error says which client and why. What the kernel's socket
+  buffer holds does not count as unread, and a reply for which nothing waits is kept however long it
+  is. Numbers of bytes may end in K, M or G.
 
-Exit status: 0 ended by SIGTERM or SIGINT, 1 failure, 2 usage, 3 a service answers on the socket.)";
+Signals:
+  SIGTERM and SIGINT end valmered, SIGHUP has the service load its property file again.
+
+Files and environment:
+  The socket is $VALMERE_SOCKET, else $XDG_RUNTIME_DIR/valmere/PRN1, else /run/valmere/PRN1. One
+  that a service manager passes on (LISTEN_FDS, LISTEN_PID) is served instead of it.
+  The library is looked for in the folder lib beside the program's.
+  With NOTIFY_SOCKET in the environment the service manager is told READY=1 and STOPPING=1.
+
+Exit status:
+  0 ended by SIGTERM or SIGINT, 1 failure, 2 usage, 3 a service answers on the socket, 4 another
+  valmered serves the root.)";
 
 std::string FindLibrary() {
   const std::filesystem::path folder =
@@ -33,16 +49,52 @@ std::string FindLibrary() {
                            "; name it with --library");
 }
 
-std::string MakeRoot(const std::string& root) {
-  std::error_code error;
-  std::filesystem::create_directories(root, error);
-  if (error) throw std::runtime_error(root + ": cannot make the root: " + error.message());
-  return std::filesystem::canonical(root).string();
-}
-
 // A path without a slash would be searched for in the system's library folders.
 std::string AsFile(const std::string& library) {
   return std::filesystem::absolute(library).string();
+}
+
+std::chrono::milliseconds Milliseconds(double seconds) {
+  return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+}
+
+double InSeconds(std::chrono::milliseconds duration) {
+  return std::chrono::duration<double>(duration).count();
+}
+
+// The values go through `parsed` because the options' own types know no text form.
+struct ParsedLimits {
+  std::uint64_t clients = Limits{}.clients;
+  std::uint64_t unread_bytes = Limits{}.unread_bytes;
+  double frame = InSeconds(Limits{}.frame);
+  double unread = InSeconds(Limits{}.unread);
+};
+
+void AddLimits(CLI::App& app, ParsedLimits& parsed) {
+  app.add_option("--max-clients", parsed.clients, "Clients that are served at once")
+      ->type_name("N")
+      ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 20))
+      ->capture_default_str();
+  const auto seconds = CLI::Range(0.001, kLongestSeconds);
+  app.add_option("--frame-timeout", parsed.frame,
+                 "Seconds that a client may take over the rest of a frame it began")
+      ->type_name("SECONDS")
+      ->check(seconds)
+      ->capture_default_str();
+  app.add_option("--max-unread", parsed.unread_bytes, "Bytes that a client may leave unread")
+      ->type_name("BYTES")
+      ->transform(CLI::AsSizeValue(false))
+      ->capture_default_str();
+  app.add_option("--unread-timeout", parsed.unread,
+                 "Seconds that a client may leave any byte unread")
+      ->type_name("SECONDS")
+      ->check(seconds)
+      ->capture_default_str();
+}
+
+Limits LimitsOf(const ParsedLimits& parsed) {
+  return {static_cast<std::size_t>(parsed.clients), Milliseconds(parsed.frame),
+          static_cast<std::size_t>(parsed.unread_bytes), Milliseconds(parsed.unread)};
 }
 
 int ReportUsage(const CLI::App& app, const CLI::ParseError& error) {
@@ -69,17 +121,21 @@ std::optional<Options> ReadOptions(int argc, const char* const* argv, int& exit_
                  "The folder that holds the device's files; made if missing")
       ->required()
       ->type_name("DIR");
+  app.add_flag("--init-root", options.init_root,
+               "Give an empty root the version files and folders of a fresh device");
   app.add_option("--socket", options.socket, "The socket that clients connect to")
       ->type_name("PATH")
       ->capture_default_str();
   app.add_option("--library", options.library, "The driver library")->type_name("PATH");
+  ParsedLimits limits;
+  AddLimits(app, limits);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     exit_code = ReportUsage(app, error);
     return std::nullopt;
   }
-  options.root = MakeRoot(options.root);
+  options.limits = LimitsOf(limits);
   options.library = options.library.empty() ? FindLibrary() : AsFile(options.library);
   return options;
 }

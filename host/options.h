@@ -4,12 +4,16 @@
 #include <optional>
 #include <string>
 
+#include "host/limits.h"
+
 namespace valmere::host {
 
 struct Options {
-  std::string root;     // the device root, absolute; made if it was missing
-  std::string socket;   // where clients connect
-  std::string library;  // the driver library
+  std::string root;        // the device root
+  bool init_root = false;  // an empty one gets a skeleton
+  std::string socket;      // where clients connect, unless a socket is inherited
+  std::string library;     // the driver library
+  Limits limits;
 };
 
 enum ExitCode : int {
@@ -17,11 +21,12 @@ enum ExitCode : int {
   kExitFailure = 1,
   kExitUsage = 2,
   kExitSocketInUse = 3,
+  kExitRootInUse = 4,
 };
 
 // Reads the command line. Nothing when the program has to end with `exit_code` at once: after
 // "--help" or "--version", or on a usage error, which has been reported. Throws std::runtime_error
-// when the root cannot be made or no driver library is found.
+// when no driver library is found.
 std::optional<Options> ReadOptions(int argc, const char* const* argv, int& exit_code);
 
 }  // namespace valmere::host

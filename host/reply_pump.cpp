@@ -4,102 +4,59 @@
 // piece, so once the identifier is there, the length and the text are there too.
 #include "host/reply_pump.h"
 
-#include <poll.h>
-#include <sys/socket.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
+#include <cstddef>
 #include <cstring>
 #include <exception>
+#include <string>
 #include <utility>
 
+#include "host/report.h"
 #include "protocol/message_frame.h"
 
 namespace valmere::host {
-namespace {
 
-constexpr std::size_t kUsualRoom = 4096;
-constexpr std::size_t kLargestKeptRoom = 65536;
-
-// False when the socket will take nothing more.
-bool WaitUntilWritable(int socket) {
-  pollfd wanted{socket, POLLOUT, 0};
-  return poll(&wanted, 1, -1) > 0 || errno == EINTR;
-}
-
-}  // namespace
-
-ReplyPump::ReplyPump(const DriverLibrary& driver, std::uint32_t handle, int socket,
+ReplyPump::ReplyPump(const DriverLibrary& driver, std::uint32_t handle, Outbox& outbox,
                      std::function<void()> ended)
     : driver_(driver),
       handle_(handle),
-      socket_(socket),
+      outbox_(outbox),
       thread_([this, ended = std::move(ended)] { Run(ended); }) {}
 
 void ReplyPump::Run(const std::function<void()>& ended) {
+  End end = End::kFailed;
   try {
-    Pump();
+    end = Pump();
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "valmered: handle %u: %s\n", static_cast<unsigned>(handle_), error.what());
+    Report("handle " + std::to_string(handle_) + ": " + error.what());
   }
+  end_.store(end);
   ended();
 }
 
-void ReplyPump::Pump() {
-  while (ReadFrame() && SendFrame()) {
-    ShrinkRoom();
+ReplyPump::End ReplyPump::Pump() {
+  while (ReadFrame()) {
+    const Outbox::Sent sent = outbox_.Send(frame_);
+    if (sent == Outbox::Sent::kClientGone) return End::kClientGone;
+    if (sent == Outbox::Sent::kTooMuch) return End::kTooMuchUnread;
+    if (frame_.unusually_large()) frame_ = {};
   }
+  return End::kSessionEnded;
 }
 
 bool ReplyPump::ReadFrame() {
   const std::size_t identifier_bytes = kStreamFormatIdentifier.size();
-  MakeRoom(kFrameHeaderBytes);
-  std::memset(frame_.get(), 0, identifier_bytes);
-  driver_.Read(handle_, frame_.get(), identifier_bytes);
-  if (std::memcmp(frame_.get(), kStreamFormatIdentifier.data(), identifier_bytes) != 0)
+  frame_.MakeRoom(kFrameHeaderBytes, 0);
+  std::memset(frame_.data(), 0, identifier_bytes);
+  driver_.Read(handle_, frame_.data(), identifier_bytes);
+  if (std::memcmp(frame_.data(), kStreamFormatIdentifier.data(), identifier_bytes) != 0)
     return false;
-  driver_.Read(handle_, frame_.get() + identifier_bytes, kLengthFieldBytes);
-  const std::uint32_t length = DecodeLength(frame_.get() + identifier_bytes);
-  frame_bytes_ = kFrameHeaderBytes + length;
-  MakeRoom(frame_bytes_);
+  driver_.Read(handle_, frame_.data() + identifier_bytes, kLengthFieldBytes);
+  const std::uint32_t length = DecodeLength(frame_.data() + identifier_bytes);
+  frame_.set_size(kFrameHeaderBytes + length);
+  frame_.MakeRoom(frame_.size(), kFrameHeaderBytes);
   // A read of no bytes would wait for the frame after this one.
-  if (length > 0) driver_.Read(handle_, frame_.get() + kFrameHeaderBytes, length);
+  if (length > 0) driver_.Read(handle_, frame_.data() + kFrameHeaderBytes, length);
   return true;
-}
-
-bool ReplyPump::SendFrame() const {
-  const unsigned char* next = frame_.get();
-  std::size_t left = frame_bytes_;
-  while (left > 0) {
-    const ssize_t sent = send(socket_, next, left, MSG_NOSIGNAL);
-    if (sent >= 0) {
-      next += sent;
-      left -= static_cast<std::size_t>(sent);
-    } else if (errno == EAGAIN) {
-      if (!WaitUntilWritable(socket_)) return false;
-    } else if (errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
-}
-
-// Room for a frame of `bytes`; keeps the header that may already be there.
-void ReplyPump::MakeRoom(std::size_t bytes) {
-  if (bytes <= room_) return;
-  const std::size_t room = std::max(bytes, kUsualRoom);
-  auto larger = std::make_unique_for_overwrite<unsigned char[]>(room);
-  if (frame_ != nullptr) std::memcpy(larger.get(), frame_.get(), kFrameHeaderBytes);
-  frame_ = std::move(larger);
-  room_ = room;
-}
-
-// A client that once asked for everything must not hold that much memory while it is idle.
-void ReplyPump::ShrinkRoom() {
-  if (room_ <= kLargestKeptRoom) return;
-  frame_.reset();
-  room_ = 0;
 }
 
 }  // namespace valmere::host

@@ -7,11 +7,12 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <exception>
 #include <stdexcept>
 #include <string>
 #include <utility>
+
+#include "host/property_load.h"
 
 namespace valmere::host {
 namespace {
@@ -32,19 +33,24 @@ Server* ServerOf(Handle* handle) {
 
 }  // namespace
 
-Server::Server(ListeningSocket& listener, const DriverLibrary& driver)
-    : listener_(listener), driver_(driver), scratch_(kScratchBytes) {
+Server::Server(ListeningSocket& listener, const DriverLibrary& driver, const Limits& limits)
+    : listener_(listener), driver_(driver), limits_(limits), scratch_(kScratchBytes) {
   Watch(uv_loop_init(&loop_));
-  accept_.data = accept_again_.data = terminate_.data = interrupt_.data = pumps_ended_.data = this;
+  accept_.data = accept_again_.data = calls_wait_.data = this;
+  terminate_.data = interrupt_.data = hang_up_.data = this;
   Watch(uv_poll_init(&loop_, &accept_, listener_.descriptor()));
   Watch(uv_timer_init(&loop_, &accept_again_));
-  Watch(uv_async_init(&loop_, &pumps_ended_,
-                      [](uv_async_t* async) { ServerOf(async)->HandleEndedPumps(); }));
+  Watch(uv_async_init(&loop_, &calls_wait_,
+                      [](uv_async_t* async) { ServerOf(async)->AttendToCalls(); }));
   const auto on_signal = [](uv_signal_t* signal, int) { ServerOf(signal)->Stop(); };
   Watch(uv_signal_init(&loop_, &terminate_));
   Watch(uv_signal_init(&loop_, &interrupt_));
   Watch(uv_signal_start(&terminate_, on_signal, SIGTERM));
   Watch(uv_signal_start(&interrupt_, on_signal, SIGINT));
+  Watch(uv_signal_init(&loop_, &hang_up_));
+  Watch(uv_signal_start(
+      &hang_up_, [](uv_signal_t* signal, int) { LoadProperties(ServerOf(signal)->driver_); },
+      SIGHUP));
 }
 
 Server::~Server() {
@@ -81,46 +87,57 @@ void Server::AcceptOne() {
     return;
   }
   try {
-    Adopt(socket);
+    if (connections_.size() < limits_.clients)
+      Adopt(socket);
+    else
+      TurnAway(socket);
   } catch (const std::exception& error) {  // the loop is C and must not meet it
-    std::fprintf(stderr, "valmered: cannot serve a client: %s\n", error.what());
+    Report(std::string("cannot serve a client: ") + error.what());
   }
 }
 
 void Server::Adopt(int socket) {
   const Id id = ++last_id_;
-  Connection::Events events{[this, id] { PumpEnded(id); }, [this, id] { connections_.erase(id); }};
-  auto connection =
-      std::make_unique<Connection>(loop_, driver_, socket, scratch_, std::move(events));
+  Connection::Events events{[this, id] { CallFor(id); }, [this, id] { connections_.erase(id); }};
+  auto connection = std::make_unique<Connection>(
+      Connection::Surroundings{loop_, driver_, limits_, scratch_}, socket, std::move(events));
   connections_.emplace(id, std::move(connection));
+}
+
+// Taken out of the queue and closed, so that it learns at once.
+void Server::TurnAway(int socket) {
+  close(socket);
+  if (const auto count = turned_away_.Count())
+    Report("turned away " + std::to_string(*count) + " client" + (*count == 1 ? "" : "s") + ": " +
+           std::to_string(limits_.clients) + " are served, which is the limit of --max-clients");
 }
 
 // The client stays in the queue, so the socket stays readable: without a pause the loop would spin.
 void Server::PauseAccepting() {
-  std::fprintf(stderr, "valmered: out of descriptors or memory; clients have to wait\n");
+  if (paused_.Count()) Report("out of descriptors or memory; clients have to wait");
   uv_poll_stop(&accept_);
   uv_timer_start(
       &accept_again_, [](uv_timer_t* timer) { ServerOf(timer)->StartAccepting(); },
       kAcceptPauseMilliseconds, 0);
 }
 
-void Server::PumpEnded(Id id) {
+void Server::CallFor(Id id) {
   {
-    const std::lock_guard lock(ended_lock_);
-    ended_.push_back(id);
+    const std::lock_guard lock(calls_lock_);
+    calls_.push_back(id);
   }
-  uv_async_send(&pumps_ended_);
+  uv_async_send(&calls_wait_);
 }
 
-void Server::HandleEndedPumps() {
-  std::vector<Id> ended;
+void Server::AttendToCalls() {
+  std::vector<Id> calls;
   {
-    const std::lock_guard lock(ended_lock_);
-    ended.swap(ended_);
+    const std::lock_guard lock(calls_lock_);
+    calls.swap(calls_);
   }
-  for (const Id id : ended) {
+  for (const Id id : calls) {
     const auto found = connections_.find(id);
-    if (found != connections_.end()) found->second->PumpEnded();
+    if (found != connections_.end()) found->second->Attend();
   }
 }
 
@@ -132,6 +149,7 @@ void Server::Stop() {
   CloseHandle(accept_again_);
   CloseHandle(terminate_);
   CloseHandle(interrupt_);
+  CloseHandle(hang_up_);
   listener_.StopListening();
   for (auto& [id, connection] : connections_) {
     connection->BeginClose();
@@ -139,7 +157,7 @@ void Server::Stop() {
   for (auto& [id, connection] : connections_) {
     connection->Close();
   }
-  CloseHandle(pumps_ended_);
+  CloseHandle(calls_wait_);
 }
 
 }  // namespace valmere::host

@@ -12,18 +12,21 @@
 
 #include "host/connection.h"
 #include "host/driver_library.h"
+#include "host/limits.h"
 #include "host/listening_socket.h"
+#include "host/report.h"
 
 namespace valmere::host {
 
-// Purpose: serves a listening socket from one thread until SIGTERM or SIGINT.
-// Owner: the program. Socket and driver must outlive it.
+// Purpose: serves a listening socket from one thread until SIGTERM or SIGINT; on SIGHUP has the
+// service load its property file.
+// Owner: the program. Socket, driver and limits must outlive it.
 // Threads: the one that calls Run; signals count from the constructor on.
 // Errors: the constructor throws std::runtime_error; a client that can't be served is turned away
 // with a message on standard error.
 class Server {
  public:
-  Server(ListeningSocket& listener, const DriverLibrary& driver);
+  Server(ListeningSocket& listener, const DriverLibrary& driver, const Limits& limits);
   ~Server();
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
@@ -41,25 +44,30 @@ class Server {
   void AcceptOne();
   void Adopt(int socket);
   void PauseAccepting();
-  void PumpEnded(Id id);  // on a pump's thread
-  void HandleEndedPumps();
+  void TurnAway(int socket);
+  void CallFor(Id id);  // on a pump's thread
+  void AttendToCalls();
   void Stop();
 
   ListeningSocket& listener_;
   const DriverLibrary& driver_;
+  const Limits& limits_;
   uv_loop_t loop_{};
   uv_poll_t accept_{};
   uv_timer_t accept_again_{};
   uv_signal_t terminate_{};
   uv_signal_t interrupt_{};
-  uv_async_t pumps_ended_{};
+  uv_signal_t hang_up_{};
+  uv_async_t calls_wait_{};
   std::vector<unsigned char> scratch_;
   std::unordered_map<Id, std::unique_ptr<Connection>> connections_;
   Id last_id_ = 0;
   bool stopping_ = false;
+  ReportLimit turned_away_;
+  ReportLimit paused_;
 
-  std::mutex ended_lock_;
-  std::vector<Id> ended_;  // guarded by ended_lock_
+  std::mutex calls_lock_;
+  std::vector<Id> calls_;  // connections that want attention; guarded by calls_lock_
 };
 
 }  // namespace valmere::host

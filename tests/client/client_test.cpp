@@ -232,6 +232,60 @@ TEST_F(ClientTest, AsksNothingOnceItIsSubscribed) {
   EXPECT_EQ(state_.sent.size(), 1u);
 }
 
+TEST_F(ClientTest, SubscribesToSomeTimeAfterTime) {
+  Property nobodys;
+  nobodys.status = kNotFound;
+  const std::vector<PropertyAddress> speed{kSpeed.address()};
+  const std::vector<PropertyAddress> colour{kColour.address()};
+  Comes(ResponseText({nobodys}));
+  ASSERT_TRUE(client_.Subscribe(speed, Soon()));
+  Comes(ResponseText({kSpeed}));
+  Comes(ResponseText({nobodys}));
+  ASSERT_TRUE(client_.Subscribe(colour, Soon()));
+  EXPECT_THAT(
+      state_.sent,
+      ElementsAre(
+          FrameOf(R"({"PropertyGetRequests": [{"Component": "none","GUID": "none:none"}],)"
+                  R"("PropertySubscribeRequests": [{"Component": "C1","GUID": "G1:P1"}]})"),
+          FrameOf(R"({"PropertyGetRequests": [{"Component": "none","GUID": "none:none"}],)"
+                  R"("PropertySubscribeRequests": [{"Component": "C1","GUID": "G2:P2"}]})")));
+  const auto changes = client_.ReceiveChanges(Soon());
+  ASSERT_TRUE(changes);
+  EXPECT_THAT(*changes, ElementsAre(kSpeed));
+}
+
+// To the service, no address means all, and addresses narrow a subscription to all.
+TEST_F(ClientTest, SubscribesEitherToAllOrToSome) {
+  Property nobodys;
+  nobodys.status = kNotFound;
+  const std::vector<PropertyAddress> speed{kSpeed.address()};
+  EXPECT_EQ(client_.Subscribe({}, Soon()).error().kind, ErrorKind::kInvalid);
+  Comes(ResponseText({nobodys}));
+  ASSERT_TRUE(client_.Subscribe(speed, Soon()));
+  EXPECT_EQ(client_.SubscribeAll(Soon()).error().kind, ErrorKind::kInvalid);
+  Client other(std::make_unique<ScriptedTransport>(state_));
+  Comes(ResponseText({nobodys}));
+  ASSERT_TRUE(other.SubscribeAll(Soon()));
+  EXPECT_EQ(other.Subscribe(speed, Soon()).error().kind, ErrorKind::kInvalid);
+  EXPECT_EQ(state_.sent.size(), 2U);
+}
+
+TEST_F(ClientTest, PassesLateAnswersOverBeforeAndAfterItSubscribes) {
+  Property nobodys;
+  nobodys.status = kNotFound;
+  EXPECT_EQ(client_.GetAll(Soon()).error().kind, ErrorKind::kTimeout);
+  EXPECT_EQ(client_.SubscribeAll(Soon()).error().kind, ErrorKind::kTimeout);
+  Comes(ResponseText({nobodys}));
+  EXPECT_EQ(client_.ReceiveChanges(Soon()).error().kind, ErrorKind::kTimeout);
+  Comes(ResponseText({nobodys}));
+  Comes(ResponseText({nobodys}));
+  EXPECT_TRUE(client_.SubscribeAll(Soon()));
+  Comes(ResponseText({kSpeed}));
+  const auto changes = client_.ReceiveChanges(Soon());
+  ASSERT_TRUE(changes);
+  EXPECT_THAT(*changes, ElementsAre(kSpeed));
+}
+
 TEST_F(ClientTest, SaysGoodbyeAndCloses) {
   EXPECT_TRUE(client_.Disconnect(Soon()));
   EXPECT_THAT(state_.sent, ElementsAre(FrameOf(R"({"Disconnect": true})")));

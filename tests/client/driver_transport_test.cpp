@@ -34,7 +34,8 @@ class DriverTransportTest : public ::testing::Test {
     return result.error().kind;
   }
 
-  std::unique_ptr<Transport> transport_ = OpenDriver({PRN_Open, PRN_Close, PRN_Read, PRN_Write}, 1);
+  std::unique_ptr<Transport> transport_ =
+      std::move(OpenDriver({PRN_Open, PRN_Close, PRN_Read, PRN_Write}, 1).value());
 };
 
 TEST_F(DriverTransportTest, CarriesFramesBothWaysInOrder) {
@@ -71,6 +72,21 @@ TEST_F(DriverTransportTest, IsInterruptedByAnyThreadOnce) {
   EXPECT_EQ(ReceiveError(Deadline::Never()), ErrorKind::kInterrupted);
   other.join();
   EXPECT_EQ(ReceiveError(Past()), ErrorKind::kTimeout);
+}
+
+TEST_F(DriverTransportTest, IsClosedByAnyThread) {
+  ASSERT_TRUE(transport_->Send(FrameOf("silent"), Soon()));
+  std::thread other([&] { transport_->Close(); });
+  EXPECT_EQ(ReceiveError(Deadline::Never()), ErrorKind::kConnectionLost);
+  other.join();
+}
+
+TEST(OpenDriver, SaysThatNoServiceRuns) {
+  const auto none = [](std::uint32_t, std::uint32_t, std::uint32_t) { return std::uint32_t{0}; };
+  const auto transport = OpenDriver({none, PRN_Close, PRN_Read, PRN_Write}, 1);
+  ASSERT_FALSE(transport);
+  EXPECT_EQ(transport.error().kind, ErrorKind::kCannotConnect);
+  EXPECT_EQ(transport.error().text, "cannot open the driver: no service runs there");
 }
 
 TEST_F(DriverTransportTest, EndsWhileTheDriverHasNothingToSay) {

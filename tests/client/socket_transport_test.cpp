@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <thread>
 
 #include "client/socket_path.h"
 #include "tests/client/fake_service.h"
@@ -156,6 +157,26 @@ TEST(SocketTransport, IsInterruptedByWhatCameBeforeTheWaitOnce) {
   EXPECT_EQ(ReceiveError(*transport, Soon()), ErrorKind::kInterrupted);
   ASSERT_TRUE(transport->Send(FrameOf("on we go"), Soon()));
   EXPECT_EQ(ReceiveText(*transport), "on we go");
+}
+
+TEST(SocketTransport, IsClosedByAnyThreadWhileOthersWait) {
+  std::atomic<bool> done{false};
+  FakeService service([&](const FakeConnection& connection) {
+    connection.Send("go on");
+    done.wait(false);
+  });
+  const auto transport = ConnectTo(service);
+  EXPECT_EQ(ReceiveText(*transport), "go on");
+  std::thread sender([&] {
+    const auto sent = transport->Send(FrameOf(std::string(8 << 20, 'x')), Deadline::Never());
+    EXPECT_EQ(sent.error().kind, ErrorKind::kConnectionLost);
+  });
+  std::thread closer([&] { transport->Close(); });
+  EXPECT_EQ(ReceiveError(*transport, Deadline::Never()), ErrorKind::kConnectionLost);
+  sender.join();
+  closer.join();
+  done = true;
+  done.notify_all();
 }
 
 TEST(SocketTransport, RefusesBytesThatAreNoFrame) {

@@ -62,7 +62,8 @@ TemporaryFolder::~TemporaryFolder() {
 }
 
 Subprocess::Subprocess(const std::vector<std::string>& command,
-                       const std::vector<std::string>& environment) {
+                       const std::vector<std::string>& environment,
+                       const std::vector<int>& passed) {
   int output[2];
   int errors[2];
   if (pipe2(output, O_CLOEXEC) != 0 || pipe2(errors, O_CLOEXEC) != 0)
@@ -72,6 +73,9 @@ Subprocess::Subprocess(const std::vector<std::string>& command,
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, output[1], 1);
   posix_spawn_file_actions_adddup2(&actions, errors[1], 2);
+  for (std::size_t i = 0; i < passed.size(); ++i) {
+    posix_spawn_file_actions_adddup2(&actions, passed[i], 3 + static_cast<int>(i));
+  }
   std::vector<std::string> arguments = command;
   std::vector<std::string> variables = environment;
   for (char** variable = environ; *variable != nullptr; ++variable) {

@@ -33,9 +33,11 @@ class TemporaryFolder {
 // Errors: a step that takes longer than kPatience fails the test and kills the program.
 class Subprocess {
  public:
-  // `environment` holds NAME=VALUE texts that are added to the test's own.
+  // `environment` holds NAME=VALUE texts that are added to the test's own; `passed` becomes
+  // descriptors 3, 4, ... of the program.
   explicit Subprocess(const std::vector<std::string>& command,
-                      const std::vector<std::string>& environment = {});
+                      const std::vector<std::string>& environment = {},
+                      const std::vector<int>& passed = {});
   ~Subprocess();
   Subprocess(const Subprocess&) = delete;
   Subprocess& operator=(const Subprocess&) = delete;

@@ -24,6 +24,16 @@ std::string FrameOf(const std::string& text) {
   return frame;
 }
 
+int ListenOn(const std::string& path) {
+  const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+  EXPECT_EQ(bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  EXPECT_EQ(listen(socket, 1), 0);
+  return socket;
+}
+
 RawClient::RawClient(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STREAM, 0)) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -47,6 +57,16 @@ void RawClient::Send(const std::string& bytes) const {
     ASSERT_GT(count, 0) << "cannot send";
     sent += static_cast<std::size_t>(count);
   }
+}
+
+bool RawClient::TrySend(const std::string& bytes) const {
+  return send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+         static_cast<ssize_t>(bytes.size());
+}
+
+std::string RawClient::ReceiveFrameIfAny() const {
+  char first = 0;
+  return recv(socket_, &first, 1, MSG_PEEK) == 1 ? ReceiveFrame() : "";
 }
 
 std::string RawClient::ReceiveExactly(std::size_t count) const {
@@ -77,6 +97,16 @@ void RawClient::FinishSending() const {
   shutdown(socket_, SHUT_WR);
 }
 
+void RawClient::Exchange(const std::string& text) const {
+  Send(FrameOf(text));
+  EXPECT_EQ(ReceiveFrame(), text);
+}
+
+bool RawClient::PeerHasClosed() const {
+  pollfd wanted{socket_, POLLRDHUP, 0};
+  return poll(&wanted, 1, 0) > 0;
+}
+
 CallLog::CallLog(const std::string& path) {
   mkfifo(path.c_str(), 0600);
   pipe_ = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
@@ -94,13 +124,17 @@ std::string CallLog::Next() {
       ADD_FAILURE() << "the driver is not called";
       return "";
     }
-    char buffer[4096];
-    const ssize_t count = read(pipe_, buffer, sizeof(buffer));
-    if (count > 0) text_.append(buffer, static_cast<std::size_t>(count));
+    Drain();
   }
   const std::string line = text_.substr(0, end);
   text_.erase(0, end + 1);
   return line;
+}
+
+void CallLog::Drain() {
+  char buffer[4096];
+  const ssize_t count = read(pipe_, buffer, sizeof(buffer));
+  if (count > 0) text_.append(buffer, static_cast<std::size_t>(count));
 }
 
 std::vector<std::string> CallLog::Until(const std::string& last) {
@@ -111,12 +145,15 @@ std::vector<std::string> CallLog::Until(const std::string& last) {
   return lines;
 }
 
-std::vector<std::string> ValmeredTest::Command() const {
-  return {VALMERED, "--root", root_, "--socket", socket_, "--library", FAKE_DRIVER};
+std::vector<std::string> ValmeredTest::Command(const std::vector<std::string>& options) const {
+  std::vector<std::string> command{VALMERED, "--root",    root_,      "--socket",
+                                   socket_,  "--library", FAKE_DRIVER};
+  command.insert(command.end(), options.begin(), options.end());
+  return command;
 }
 
-void ValmeredTest::Start() {
-  valmered_ = std::make_unique<Subprocess>(Command(), environment_);
+void ValmeredTest::Start(const std::vector<std::string>& options) {
+  valmered_ = std::make_unique<Subprocess>(Command(options), environment_);
   ASSERT_EQ(valmered_->ReadLine(), "valmered: ready on " + socket_);
   ASSERT_EQ(log_.Next(), "init " + root_);
 }

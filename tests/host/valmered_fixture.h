@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,6 +13,19 @@
 namespace valmere::test {
 
 std::string FrameOf(const std::string& text);
+
+// Takes step after step until `done`; a test whose `done` never comes fails after kPatience.
+template <class Done, class Step>
+void RepeatUntil(Done done, Step step) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!done()) {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+    ASSERT_NO_FATAL_FAILURE(step());
+  }
+}
+
+// A socket that listens on `path`, as another program has it; the caller closes it.
+int ListenOn(const std::string& path);
 
 // Purpose: one raw connection to a Unix socket.
 // Owner: a test.
@@ -25,15 +39,22 @@ class RawClient {
   RawClient& operator=(const RawClient&) = delete;
 
   void Send(const std::string& bytes) const;
+  // False when the other end takes nothing.
+  bool TrySend(const std::string& bytes) const;
   // The text of the next frame.
   std::string ReceiveFrame() const;
+  std::string ReceiveExactly(std::size_t count) const;
+  // The text of the next frame, or nothing when the stream ends before it is complete.
+  std::string ReceiveFrameIfAny() const;
   // Everything up to the end of the stream; "lost" stands for a connection that broke.
   std::string ReceiveToEnd() const;
   void FinishSending() const;
+  // Sends a frame and expects it back.
+  void Exchange(const std::string& text) const;
+  // True once the other end is closed, even while bytes wait to be read.
+  bool PeerHasClosed() const;
 
  private:
-  std::string ReceiveExactly(std::size_t count) const;
-
   int socket_;
 };
 
@@ -49,6 +70,8 @@ class CallLog {
   CallLog& operator=(const CallLog&) = delete;
 
   std::string Next();
+  // Takes what is there, so that a driver that is called often does not wait for the pipe's reader.
+  void Drain();
   // All lines up to and including `last`.
   std::vector<std::string> Until(const std::string& last);
 
@@ -61,9 +84,9 @@ class ValmeredTest : public ::testing::Test {
  protected:
   ValmeredTest() : log_(folder_.Path("calls")) {}
 
-  std::vector<std::string> Command() const;
+  std::vector<std::string> Command(const std::vector<std::string>& options = {}) const;
   // Starts valmered and waits until it is ready.
-  void Start();
+  void Start(const std::vector<std::string>& options = {});
   // Ends it by a signal; expects a clean end.
   void Stop(int signal);
 

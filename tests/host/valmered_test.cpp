@@ -1,15 +1,10 @@
 // valmered as its clients and its operator see it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "protocol/message_frame.h"
 #include "tests/host/valmered_fixture.h"
@@ -27,17 +22,6 @@ std::size_t ThreadsOf(pid_t process) {
   const auto tasks =
       std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task");
   return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
-}
-
-// Leaves a socket file behind as a killed process does; the descriptor while it still listens.
-int ListenOn(const std::string& path) {
-  const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-  EXPECT_EQ(bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-  EXPECT_EQ(listen(socket, 1), 0);
-  return socket;
 }
 
 TEST_F(ValmeredTest, EndsCleanlyOnSigterm) {
@@ -255,69 +239,6 @@ TEST_F(ValmeredTest, EndsWithClientsInEveryState) {
   finished.FinishSending();
   log_.Until("write 4 26 frame silent");
   Stop(SIGTERM);
-}
-
-TEST_F(ValmeredTest, ReplacesTheSocketOfADeadProcess) {
-  std::filesystem::create_directories(folder_.Path("run"));
-  close(ListenOn(socket_));
-  Start();
-  RawClient client(socket_);
-  client.Send(FrameOf("a"));
-  EXPECT_EQ(client.ReceiveFrame(), "a");
-}
-
-TEST_F(ValmeredTest, RefusesASocketWhereAServiceAnswers) {
-  Start();
-  Subprocess second(Command(), environment_);
-  EXPECT_EQ(second.Wait(), 3);
-  EXPECT_EQ(second.errors(), "valmered: " + socket_ + ": a service already answers there\n");
-  EXPECT_EQ(second.output(), "");
-  RawClient client(socket_);
-  client.Send(FrameOf("a"));
-  EXPECT_EQ(client.ReceiveFrame(), "a");
-}
-
-TEST_F(ValmeredTest, LeavesASocketAloneThatAnotherServiceHasPutInItsPlace) {
-  Start();
-  std::filesystem::remove(socket_);
-  const int other = ListenOn(socket_);
-  Stop(SIGTERM);
-  EXPECT_TRUE(std::filesystem::exists(socket_));
-  close(other);
-}
-
-TEST_F(ValmeredTest, RefusesAFileThatIsNoSocket) {
-  std::filesystem::create_directories(folder_.Path("run"));
-  std::ofstream(socket_) << "precious";
-  Subprocess refused(Command(), environment_);
-  EXPECT_EQ(refused.Wait(), 1);
-  EXPECT_EQ(refused.errors(), "valmered: " + socket_ + ": is there and is no socket\n");
-  EXPECT_EQ(std::filesystem::file_size(socket_), 8U);
-}
-
-TEST_F(ValmeredTest, RefusesASocketPathThatIsTooLong) {
-  const std::string path = folder_.Path(std::string(120, 'x'));
-  Subprocess refused({VALMERED, "--root", root_, "--socket", path, "--library", FAKE_DRIVER},
-                     environment_);
-  EXPECT_EQ(refused.Wait(), 1);
-  EXPECT_THAT(refused.errors(), HasSubstr("a socket path has 1 to 107 bytes"));
-}
-
-TEST_F(ValmeredTest, FailsWithoutALibraryAndLeavesNoSocket) {
-  for (const char* library : {"/nonexistent.so", FAKE_INCOMPLETE_DRIVER}) {
-    Subprocess failed({VALMERED, "--root", root_, "--socket", socket_, "--library", library},
-                      environment_);
-    EXPECT_EQ(failed.Wait(), 1);
-    EXPECT_THAT(failed.errors(), testing::StartsWith("valmered: "));
-    EXPECT_FALSE(std::filesystem::exists(socket_));
-  }
-}
-
-TEST_F(ValmeredTest, FailsWhenTheRootCannotBeMade) {
-  std::ofstream(root_) << "a file";
-  Subprocess failed(Command(), environment_);
-  EXPECT_EQ(failed.Wait(), 1);
-  EXPECT_THAT(failed.errors(), HasSubstr(root_ + ": cannot make the root"));
 }
 
 TEST(ValmeredCommand, DemandsARoot) {

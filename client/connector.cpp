@@ -1,0 +1,18 @@
+// What a session is told to connect with.
+#include "client/connector.h"
+
+#include <utility>
+
+#include "client/socket_transport.h"
+
+namespace valmere::client {
+
+Connector SocketConnector(std::string path) {
+  return [path = std::move(path)](Deadline deadline) { return ConnectSocket(path, deadline); };
+}
+
+Connector DriverConnector(const DriverEntryPoints& driver, std::uint32_t device_context) {
+  return [driver, device_context](Deadline) { return OpenDriver(driver, device_context); };
+}
+
+}  // namespace valmere::client

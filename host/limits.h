@@ -1,0 +1,20 @@
+// What a client may take before valmered closes its handle.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace valmere::host {
+
+struct Limits {
+  std::size_t clients = 2048;  // served at once; one more is turned away
+  // For the rest of a frame, from its first byte on.
+  std::chrono::milliseconds frame{10'000};
+  // Bytes that wait for a client beyond those that the kernel's socket buffer took. A reply that
+  // finds nothing waiting is always kept, however long: who asks for much has to get it. The default
+  // is twice the longest text of one publishing period.
+  std::size_t unread_bytes = std::size_t{32} << 20;
+  std::chrono::milliseconds unread{30'000};  // age of the oldest byte that waits for a client
+};
+
+}  // namespace valmere::host

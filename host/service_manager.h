@@ -1,0 +1,17 @@
+// The service manager that may have started valmered: what it hands over, what it is told.
+#pragma once
+
+#include <optional>
+
+namespace valmere::host {
+
+// The listening socket that the service manager passed on, or nothing when it passed none. Throws
+// std::runtime_error when what it passed is not one listening Unix stream socket. To be called
+// once, before the first thread is started: it takes the variables out of the environment.
+std::optional<int> InheritedSocket();
+
+// Tells the service manager, if there is one that wants to know.
+void NotifyReady();
+void NotifyStopping();
+
+}  // namespace valmere::host

@@ -1,0 +1,243 @@
+// What valmered finds when it starts: sockets, roots, a service manager.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "tests/host/valmered_fixture.h"
+
+namespace valmere::test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::UnorderedElementsAre;
+
+using ValmeredStartTest = ValmeredTest;
+
+std::vector<std::string> FilesBelow(const std::string& folder) {
+  std::vector<std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    files.push_back(std::filesystem::relative(entry.path(), folder).string());
+  }
+  return files;
+}
+
+std::string ContentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The address that a service manager listens on for notices.
+class NoticeSocket {
+ public:
+  explicit NoticeSocket(const std::string& path)
+      : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    timeval patience{};
+    patience.tv_sec = static_cast<decltype(patience.tv_sec)>(kPatience.count());
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+  }
+  ~NoticeSocket() { close(socket_); }
+  NoticeSocket(const NoticeSocket&) = delete;
+  NoticeSocket& operator=(const NoticeSocket&) = delete;
+
+  std::string Next() const {
+    char buffer[1024];
+    const ssize_t count = recv(socket_, buffer, sizeof(buffer), 0);
+    return count < 0 ? "no notice" : std::string(buffer, static_cast<std::size_t>(count));
+  }
+
+ private:
+  const int socket_;
+};
+
+// A service manager tells the process its own number, which only the process itself knows.
+std::vector<std::string> Activated(const std::vector<std::string>& command) {
+  std::vector<std::string> activated{"/bin/sh", "-c", "LISTEN_PID=$$ exec \"$0\" \"$@\""};
+  activated.insert(activated.end(), command.begin(), command.end());
+  return activated;
+}
+
+TEST_F(ValmeredStartTest, ReplacesTheSocketOfADeadProcess) {
+  std::filesystem::create_directories(folder_.Path("run"));
+  close(ListenOn(socket_));
+  Start();
+  RawClient client(socket_);
+  client.Send(FrameOf("a"));
+  EXPECT_EQ(client.ReceiveFrame(), "a");
+}
+
+TEST_F(ValmeredStartTest, RefusesASocketWhereAServiceAnswers) {
+  Start();
+  Subprocess second(
+      {VALMERED, "--root", folder_.Path("other"), "--socket", socket_, "--library", FAKE_DRIVER},
+      environment_);
+  EXPECT_EQ(second.Wait(), 3);
+  EXPECT_EQ(second.errors(), "valmered: " + socket_ + ": a service already answers there\n");
+  EXPECT_EQ(second.output(), "");
+  RawClient client(socket_);
+  client.Send(FrameOf("a"));
+  EXPECT_EQ(client.ReceiveFrame(), "a");
+}
+
+TEST_F(ValmeredStartTest, LeavesASocketAloneThatAnotherServiceHasPutInItsPlace) {
+  Start();
+  std::filesystem::remove(socket_);
+  const int other = ListenOn(socket_);
+  Stop(SIGTERM);
+  EXPECT_TRUE(std::filesystem::exists(socket_));
+  close(other);
+}
+
+TEST_F(ValmeredStartTest, RefusesAFileThatIsNoSocket) {
+  std::filesystem::create_directories(folder_.Path("run"));
+  std::ofstream(socket_) << "precious";
+  Subprocess refused(Command(), environment_);
+  EXPECT_EQ(refused.Wait(), 1);
+  EXPECT_EQ(refused.errors(), "valmered: " + socket_ + ": is there and is no socket\n");
+  EXPECT_EQ(std::filesystem::file_size(socket_), 8U);
+}
+
+TEST_F(ValmeredStartTest, RefusesASocketPathThatIsTooLong) {
+  const std::string path = folder_.Path(std::string(120, 'x'));
+  Subprocess refused({VALMERED, "--root", root_, "--socket", path, "--library", FAKE_DRIVER},
+                     environment_);
+  EXPECT_EQ(refused.Wait(), 1);
+  EXPECT_THAT(refused.errors(), HasSubstr("a socket path has 1 to 107 bytes"));
+}
+
+TEST_F(ValmeredStartTest, FailsWithoutALibraryAndLeavesNoSocket) {
+  for (const char* library : {"/nonexistent.so", FAKE_INCOMPLETE_DRIVER}) {
+    Subprocess failed({VALMERED, "--root", root_, "--socket", socket_, "--library", library},
+                      environment_);
+    EXPECT_EQ(failed.Wait(), 1);
+    EXPECT_THAT(failed.errors(), testing::StartsWith("valmered: "));
+    EXPECT_FALSE(std::filesystem::exists(socket_));
+  }
+}
+
+TEST_F(ValmeredStartTest, FailsWhenTheRootCannotBeMade) {
+  std::ofstream(root_) << "a file";
+  Subprocess failed(Command(), environment_);
+  EXPECT_EQ(failed.Wait(), 1);
+  EXPECT_THAT(failed.errors(), HasSubstr(root_ + ": cannot make the root"));
+}
+
+TEST_F(ValmeredStartTest, RefusesARootThatAnotherServes) {
+  Start();
+  Subprocess second(
+      {VALMERED, "--root", root_, "--socket", folder_.Path("other/PRN1"), "--library", FAKE_DRIVER},
+      environment_);
+  EXPECT_EQ(second.Wait(), 4);
+  EXPECT_EQ(second.errors(), "valmered: " + root_ + ": another valmered serves this root\n");
+  EXPECT_FALSE(std::filesystem::exists(folder_.Path("other")));
+  RawClient(socket_).Exchange("a");
+}
+
+TEST_F(ValmeredStartTest, ServesARootWhoseServiceWasKilled) {
+  Start();
+  valmered_->Signal(SIGKILL);
+  EXPECT_EQ(valmered_->Wait(), -SIGKILL);
+  EXPECT_TRUE(std::filesystem::is_empty(root_));
+  Start();
+  RawClient(socket_).Exchange("a");
+}
+
+TEST_F(ValmeredStartTest, TakesASocketInsideItsRoot) {
+  const std::string socket = root_ + "/PRN1";
+  Subprocess valmered({VALMERED, "--root", root_, "--socket", socket, "--library", FAKE_DRIVER},
+                      environment_);
+  EXPECT_EQ(valmered.ReadLine(), "valmered: ready on " + socket);
+  RawClient(socket).Exchange("a");
+}
+
+TEST_F(ValmeredStartTest, RefusesASocketInsideTheRootOfAnother) {
+  Start();
+  Subprocess second({VALMERED, "--root", folder_.Path("other"), "--socket", root_ + "/PRN1",
+                     "--library", FAKE_DRIVER},
+                    environment_);
+  EXPECT_EQ(second.Wait(), 1);
+  EXPECT_EQ(second.errors(),
+            "valmered: " + root_ + ": is the root of another valmered, or locked otherwise\n");
+}
+
+TEST_F(ValmeredStartTest, GivesAnEmptyRootASkeleton) {
+  Start({"--init-root"});
+  EXPECT_THAT(
+      FilesBelow(root_),
+      UnorderedElementsAre("Store", "Store/ValmereProperties.ini", "windows", "windows/version.ini",
+                           "boot", "boot/qtlibs_version.ini", "boot/qtcommon_version.ini"));
+  EXPECT_THAT(ContentOf(root_ + "/windows/version.ini"), HasSubstr("OSVersion="));
+}
+
+TEST_F(ValmeredStartTest, PutsNoSkeletonIntoARootThatHoldsSomething) {
+  std::filesystem::create_directories(root_);
+  std::ofstream(root_ + "/mine") << "precious";
+  Start({"--init-root"});
+  EXPECT_THAT(FilesBelow(root_), UnorderedElementsAre("mine"));
+}
+
+TEST_F(ValmeredStartTest, PutsNothingIntoARootUnasked) {
+  Start();
+  EXPECT_TRUE(std::filesystem::is_empty(root_));
+}
+
+TEST_F(ValmeredStartTest, ServesASocketThatItsServiceManagerPassesOn) {
+  const std::string path = folder_.Path("passed");
+  const int passed = ListenOn(path);
+  RawClient early(path);
+  valmered_ = std::make_unique<Subprocess>(
+      Activated(Command()), std::vector{environment_[0], std::string("LISTEN_FDS=1")},
+      std::vector{passed});
+  EXPECT_EQ(valmered_->ReadLine(), "valmered: ready on " + path);
+  early.Exchange("a");
+  RawClient(path).Exchange("b");
+  EXPECT_FALSE(std::filesystem::exists(socket_));
+  Stop(SIGTERM);
+  EXPECT_TRUE(std::filesystem::exists(path)) << "the file is the service manager's";
+  close(passed);
+}
+
+TEST_F(ValmeredStartTest, RefusesPassedDescriptorsThatItCannotServe) {
+  const int listening = ListenOn(folder_.Path("passed"));
+  const int connected = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  Subprocess two(Activated(Command()), {"LISTEN_FDS=2"}, {listening, listening});
+  EXPECT_EQ(two.Wait(), 1);
+  EXPECT_EQ(two.errors(), "valmered: one socket is served, but 2 were passed\n");
+  Subprocess other(Activated(Command()), {"LISTEN_FDS=1"}, {connected});
+  EXPECT_EQ(other.Wait(), 1);
+  EXPECT_EQ(other.errors(), "valmered: what was passed is no listening Unix stream socket\n");
+  close(listening);
+  close(connected);
+}
+
+TEST_F(ValmeredStartTest, TakesNoDescriptorsThatWereMeantForAnotherProcess) {
+  const int passed = ListenOn(folder_.Path("passed"));
+  Subprocess valmered(Command(), {"LISTEN_FDS=1", "LISTEN_PID=1"}, {passed});
+  EXPECT_EQ(valmered.ReadLine(), "valmered: ready on " + socket_);
+  close(passed);
+}
+
+TEST_F(ValmeredStartTest, TellsItsServiceManagerHowItStands) {
+  const NoticeSocket notices(folder_.Path("notify"));
+  valmered_ = std::make_unique<Subprocess>(
+      Command(), std::vector{environment_[0], "NOTIFY_SOCKET=" + folder_.Path("notify")});
+  EXPECT_EQ(notices.Next(), "READY=1");
+  RawClient(socket_).Exchange("a");
+  valmered_->Signal(SIGTERM);
+  EXPECT_EQ(notices.Next(), "STOPPING=1");
+  EXPECT_EQ(valmered_->Wait(), 0);
+}
+
+}  // namespace
+}  // namespace valmere::test
