@@ -1,35 +1,27 @@
-// What each subcommand does over a connection.
+// The commands. Each function adds one to the command line; naming it there sets `invocation.run`.
+// Both arguments live until the command has run.
 #pragma once
 
-#include <chrono>
-#include <optional>
-#include <vector>
+#include "tools/invocation.h"
 
-#include "client/client.h"
-#include "tools/exit_code.h"
-#include "tools/options.h"
-#include "tools/output.h"
-#include "tools/publication.h"
+namespace CLI {
+class App;
+}
 
 namespace valmere::tools {
 
-// Each runs one subcommand to its end; a Failure when it did not do what it was asked for.
-std::optional<Failure> List(client::Client& client, client::Deadline deadline, Output& out);
-std::optional<Failure> Get(client::Client& client, const Options& options,
-                           client::Deadline deadline, Output& out);
-std::optional<Failure> Set(client::Client& client, const Options& options,
-                           client::Deadline deadline);
-// Runs until it is interrupted, which is its proper end, or the connection is lost. `timeout` is
-// for each exchange with the service.
-std::optional<Failure> Publish(client::Client& client, std::vector<Published> publication,
-                               std::chrono::milliseconds timeout, Output& out);
-
-// Prints changes until there were as many as asked for, or until it is interrupted; either is its
-// proper end.
-std::optional<Failure> Watch(client::Client& client, const Options& options,
-                             client::Deadline deadline, Output& out);
-
-// Connects and runs the subcommand that the options name; the exit code. Failures are reported.
-int Run(const Options& options, Output& out);
+void AddListCommand(CLI::App& app, Invocation& invocation);
+void AddGetCommand(CLI::App& app, Invocation& invocation);
+void AddSetCommand(CLI::App& app, Invocation& invocation);
+void AddWatchCommand(CLI::App& app, Invocation& invocation);
+void AddWaitCommand(CLI::App& app, Invocation& invocation);
+void AddPublishCommand(CLI::App& app, Invocation& invocation);
+void AddInfoCommand(CLI::App& app, Invocation& invocation);
+void AddMonitorCommand(CLI::App& app, Invocation& invocation);
+void AddPingCommand(CLI::App& app, Invocation& invocation);
+void AddStoreCommand(CLI::App& app, Invocation& invocation);
+void AddLoadCommand(CLI::App& app, Invocation& invocation);
+void AddExportCommand(CLI::App& app, Invocation& invocation);
+void AddImportCommand(CLI::App& app, Invocation& invocation);
 
 }  // namespace valmere::tools

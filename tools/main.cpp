@@ -1,21 +1,14 @@
 // The valmere command.
-#include <cstdio>
-#include <exception>
+#include <clocale>
+#include <csignal>
+#include <string>
+#include <vector>
 
-#include "tools/commands.h"
-#include "tools/exit_code.h"
-#include "tools/options.h"
-#include "tools/output.h"
+#include "tools/command_line.h"
 
 int main(int argc, char** argv) {
-  try {
-    int exit_code = valmere::tools::kExitOk;
-    const auto options = valmere::tools::ReadOptions(argc, argv, exit_code);
-    if (!options) return exit_code;
-    valmere::tools::Output out(stdout);
-    return valmere::tools::Run(*options, out);
-  } catch (const std::exception& error) {
-    valmere::tools::Complain(error.what());
-    return valmere::tools::kExitRefused;
-  }
+  std::setlocale(LC_CTYPE, "");  // the terminal's characters and their widths
+  // A reader that has gone shows as a failed write, so that a command can still clean up.
+  std::signal(SIGPIPE, SIG_IGN);
+  return valmere::tools::Start(std::vector<std::string>(argv + 1, argv + argc));
 }

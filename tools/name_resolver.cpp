@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "tools/name_suggestion.h"
+
 namespace valmere::tools {
 namespace {
 
@@ -43,6 +45,16 @@ std::string Candidates(std::string_view name, const std::vector<const Property*>
   return text;
 }
 
+std::string Unknown(std::string_view name, std::span<const Property> properties) {
+  std::string text = "no property " + Quoted(name);
+  const auto nearest = NearestTo(name, properties);
+  if (!nearest.empty()) text += "; did you mean";
+  for (const Property* property : nearest) {
+    text.append("\n  ").append(FullName(*property));
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string FullName(const Property& property) {
@@ -65,7 +77,7 @@ std::variant<const Property*, Failure> Resolve(std::string_view name,
     if (Matches(name, property)) matches.push_back(&property);
   }
   if (matches.size() == 1) return matches.front();
-  if (matches.empty()) return Failure{kExitNoSuchProperty, "no property " + Quoted(name)};
+  if (matches.empty()) return Failure{kExitNoSuchProperty, Unknown(name, properties)};
   return Failure{kExitUsage, Candidates(name, matches)};
 }
 

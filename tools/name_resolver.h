@@ -18,8 +18,8 @@ std::string FullName(const client::Property& property);
 // for each of the three. Names are compared byte by byte and may contain a slash themselves.
 bool Matches(std::string_view name, const client::Property& property);
 
-// The one property that `name` matches. A Failure of kExitNoSuchProperty when there is none, and of
-// kExitUsage, naming the candidates, when there are several.
+// The one property that `name` matches. A Failure of kExitNoSuchProperty when there is none, naming
+// those that may have been meant, and of kExitUsage, naming the candidates, when there are several.
 std::variant<const client::Property*, Failure> Resolve(
     std::string_view name, std::span<const client::Property> properties);
 

@@ -2,12 +2,20 @@
 // a terminal would obey them.
 #include "tools/output.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <system_error>
+#include <utility>
 
 namespace valmere::tools {
 namespace {
+
+constexpr std::size_t kUsualColumns = 80;
 
 bool IsControl(unsigned char byte) {
   return byte < 0x20 || byte == 0x7f;
@@ -36,8 +44,30 @@ void AppendControl(unsigned char byte, std::string& out) {
   }
 }
 
-void Write(std::FILE* file, std::string_view text, bool& failed) {
-  failed |= std::fwrite(text.data(), 1, text.size(), file) != text.size();
+std::string Variable(const char* name) {
+  const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nothing here sets any
+  return value != nullptr ? value : "";
+}
+
+bool UsesColor(ColorChoice choice, bool terminal) {
+  if (choice != ColorChoice::kAuto) return choice == ColorChoice::kAlways;
+  return terminal && Variable("NO_COLOR").empty() && Variable("TERM") != "dumb";
+}
+
+std::string_view CodeOf(Ink ink) {
+  switch (ink) {
+    case Ink::kTitle:
+      return "1";
+    case Ink::kName:
+      return "36";
+    case Ink::kFaint:
+      return "2";
+    case Ink::kWarning:
+      return "33";
+    case Ink::kPlain:
+      break;
+  }
+  return "";
 }
 
 }  // namespace
@@ -60,14 +90,54 @@ std::string EscapeControls(std::string_view text) {
   return out;
 }
 
-Output::Output(std::FILE* file) : file_(file), terminal_(isatty(fileno(file)) == 1) {}
+Output::Output(std::FILE* file, OutputStyle style)
+    : file_(file),
+      style_(std::move(style)),
+      terminal_(isatty(fileno(file)) == 1),
+      colored_(UsesColor(style_.color, terminal_)) {}
 
 void Output::Line(std::string_view text) {
-  if (terminal_)
-    Write(file_, EscapeControls(text), failed_);
-  else
-    Write(file_, text, failed_);
-  Write(file_, "\n", failed_);
+  ShownLine(terminal_ ? EscapeControls(text) : text);
+}
+
+void Output::ShownLine(std::string_view text) {
+  Write(text);
+  const bool null = style_.null_ends && style_.form != OutputForm::kJson;
+  Write(null ? std::string_view("\0", 1) : std::string_view("\n"));
+}
+
+std::string Output::Shown(std::string_view text) const {
+  return terminal_ ? EscapeControls(text) : std::string(text);
+}
+
+std::string Output::Painted(Ink ink, std::string_view text) const {
+  const std::string_view code = CodeOf(ink);
+  if (!colored_ || code.empty()) return Shown(text);
+  std::string painted = "\x1b[";
+  return painted.append(code).append("m").append(Shown(text)).append("\x1b[0m");
+}
+
+void Output::Flush() {
+  if (std::fflush(file_) != 0) NoteFailure();
+}
+
+// COLUMNS goes first: it is how a user, or a pager, says otherwise.
+std::size_t Output::columns() const {
+  const std::string wanted = Variable("COLUMNS");
+  std::size_t columns = 0;
+  const auto [end, error] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), columns);
+  if (error == std::errc() && end == wanted.data() + wanted.size() && columns > 0) return columns;
+  winsize size{};
+  if (ioctl(fileno(file_), TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  return kUsualColumns;
+}
+
+void Output::Write(std::string_view text) {
+  if (std::fwrite(text.data(), 1, text.size(), file_) != text.size()) NoteFailure();
+}
+
+void Output::NoteFailure() {
+  if (!std::exchange(failed_, true)) closed_ = errno == EPIPE;
 }
 
 void Complain(std::string_view text) {

@@ -22,7 +22,8 @@ std::optional<std::string> TakeParent(std::string& name) {
   return parent;
 }
 
-std::variant<Published, Failure> MakeOne(const std::string& assignment, const Options& options) {
+std::variant<Published, Failure> MakeOne(const std::string& assignment,
+                                         const PublishOptions& options) {
   const std::size_t equals = assignment.find('=');
   if (equals == std::string::npos || equals == 0)
     return Failure{kExitUsage, "\"" + assignment + "\" is not NAME=VALUE"};
@@ -51,7 +52,7 @@ std::variant<Published, Failure> MakeOne(const std::string& assignment, const Op
 
 }  // namespace
 
-std::variant<std::vector<Published>, Failure> MakePublication(const Options& options) {
+std::variant<std::vector<Published>, Failure> MakePublication(const PublishOptions& options) {
   std::vector<Published> publication;
   for (const std::string& assignment : options.assignments) {
     auto made = MakeOne(assignment, options);

@@ -63,6 +63,18 @@ TEST(NameResolver, SaysThatThereIsNone) {
   EXPECT_EQ(std::get<Failure>(resolved).text, "no property \"bogus\"");
 }
 
+TEST(NameResolver, SuggestsWhatIsNear) {
+  EXPECT_EQ(std::get<Failure>(Resolve("Nmae", kProperties)).text,
+            "no property \"Nmae\"; did you mean\n  Head/General/Name");
+  EXPECT_EQ(std::get<Failure>(Resolve("motor/sped", kProperties)).text,
+            "no property \"motor/sped\"; did you mean\n"
+            "  Head/Motor/Speed\n  Spare Head/Motor/Speed");
+  EXPECT_EQ(std::get<Failure>(Resolve("Heat/General/Speed", kProperties)).text,
+            "no property \"Heat/General/Speed\"; did you mean\n  Head/General/Speed");
+  EXPECT_EQ(std::get<Failure>(Resolve("nam", kProperties)).text,
+            "no property \"nam\"; did you mean\n  Head/General/Name");
+}
+
 TEST(NameResolver, NamesTheCandidatesOfAnAmbiguousName) {
   const auto resolved = Resolve("Motor/Speed", kProperties);
   EXPECT_EQ(std::get<Failure>(resolved).code, kExitUsage);

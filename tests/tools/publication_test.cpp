@@ -10,13 +10,13 @@ namespace {
 
 using client::Property;
 
-Options With(std::vector<std::string> assignments) {
-  Options options;
+PublishOptions With(std::vector<std::string> assignments) {
+  PublishOptions options;
   options.assignments = std::move(assignments);
   return options;
 }
 
-Property Only(const Options& options) {
+Property Only(const PublishOptions& options) {
   const auto made = MakePublication(options);
   const auto* publication = std::get_if<0>(&made);
   return publication != nullptr && publication->size() == 1 ? publication->front().property
@@ -67,7 +67,7 @@ TEST(Publication, KeepsTheNameAsItWasTyped) {
 }
 
 TEST(Publication, UsesTheGuidThatWasGivenForTheDefaultComponentOnly) {
-  Options options = With({"Speed=1"});
+  PublishOptions options = With({"Speed=1"});
   options.component = "Head";
   options.component_guid = "GUID";
   EXPECT_EQ(Only(options).component, "GUID");

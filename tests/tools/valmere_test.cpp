@@ -148,6 +148,7 @@ TEST_F(ValmereTest, SendsASetAndWaitsUntilItIsHandled) {
 TEST_F(ValmereTest, TakesANegativeNumberForAValue) {
   Serve(Answering({{kSpeed}, kSpeed}));
   EXPECT_EQ(Run({"set", "Speed", "--", "-5"}).code, 0);
+  EXPECT_EQ(Run({"set", "Speed", "-5"}).code, 0);
 }
 
 TEST_F(ValmereTest, SaysThatTheServiceKeptItsValue) {
@@ -186,6 +187,11 @@ TEST_F(ValmereTest, EndsWithTwoForBadUsage) {
       {"publish", "Speed=1"},
       {"publish", "--hold"},
       {"publish", "--hold", "Speed"},
+      {"list", "--format", "%x"},
+      {"list", "--json", "--format", "%v"},
+      {"list", "--tree", "--json"},
+      {"list", "--color", "green"},
+      {"watch", "--count", "0"},
   };
   for (const auto& arguments : bad) {
     const Outcome outcome = Run(arguments);

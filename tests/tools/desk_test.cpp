@@ -1,0 +1,345 @@
+// The valmere command against the real service.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "client/client.h"
+#include "tests/host/subprocess.h"
+#include "tests/support/test_thread.h"
+
+namespace valmere::test {
+namespace {
+
+using client::Client;
+using client::Deadline;
+using client::Property;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+const Property kSpeed{"G1", "Motion", "P1", "Speed", "42", client::kSuccessful, "C1", "Head"};
+
+struct Outcome {
+  int code;
+  std::string output;
+  std::string errors;
+};
+
+class DeskTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::create_directories(folder_.Path("root/Store"));
+    StartService();
+  }
+
+  void StartService() {
+    service_ = std::make_unique<Subprocess>(std::vector<std::string>{
+        VALMERED, "--root", folder_.Path("root"), "--socket", folder_.Path("PRN1")});
+    ASSERT_THAT(service_->ReadLine(), HasSubstr("ready"));
+  }
+  void StopService() {
+    service_->Signal(SIGTERM);
+    EXPECT_EQ(service_->Wait(), 0);
+  }
+  std::unique_ptr<Subprocess> Start(const std::vector<std::string>& arguments) const {
+    std::vector<std::string> command{VALMERE, "--timeout", "60"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return std::make_unique<Subprocess>(command, environment_);
+  }
+  static Outcome Finish(Subprocess& process) {
+    const int code = process.Wait();
+    return {code, process.output(), process.errors()};
+  }
+  Outcome Run(const std::vector<std::string>& arguments) const { return Finish(*Start(arguments)); }
+  // A line for the shell in which $valmere is the command.
+  Outcome RunShell(const std::string& line) const {
+    std::vector<std::string> environment = environment_;
+    environment.emplace_back(std::string("valmere=") + VALMERE);
+    environment.push_back("dir=" + folder_.Path(""));
+    Subprocess shell({"/bin/bash", "-c", line}, environment);
+    return Finish(shell);
+  }
+  // A component that holds "Head/Motion/Speed" and takes every value over.
+  std::unique_ptr<Subprocess> Publish(const std::string& assignment) const {
+    auto publisher = Start({"publish", "--hold", "--component", "Head", assignment});
+    EXPECT_THAT(publisher->ReadErrorLine(), StartsWith("valmere: published"));
+    return publisher;
+  }
+  // A component in this process, which holds kSpeed and does what the test says.
+  Client Own() const {
+    const Deadline deadline = Deadline::After(kPatience);
+    auto owner = Client::Connect(folder_.Path("PRN1"), deadline);
+    EXPECT_TRUE(owner && owner->Publish({&kSpeed, 1}, deadline));
+    const auto address = kSpeed.address();
+    EXPECT_TRUE(owner->Get({&address, 1}, deadline));
+    return std::move(*owner);
+  }
+
+  TemporaryFolder folder_;
+  const std::vector<std::string> environment_{"VALMERE_SOCKET=" + folder_.Path("PRN1")};
+  std::unique_ptr<Subprocess> service_;
+};
+
+TEST_F(DeskTest, ListsByComponentAndGroup) {
+  const auto publisher = Publish("Motion/Speed=42");
+  const Outcome outcome = Run({"list"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_THAT(outcome.output,
+              AllOf(StartsWith("Head/Motion/Speed=42\n"), HasSubstr("\nValmere/General/")));
+  EXPECT_EQ(Run({"list", "Head/*"}).output, "Head/Motion/Speed=42\n");
+  EXPECT_EQ(Run({"list", "--tree", "*/Speed"}).output, "Head\n└─ Motion\n   └─ Speed = 42\n");
+}
+
+TEST_F(DeskTest, ListsNothingThatMatches) {
+  const Outcome outcome = Run({"list", "no such*"});
+  EXPECT_EQ(outcome.code, 4);
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(outcome.errors, "valmere: no property matches\n");
+}
+
+TEST_F(DeskTest, GetsInEachForm) {
+  const auto publisher = Publish("Motion/Speed=42");
+  EXPECT_EQ(Run({"get", "Speed"}).output, "42\n");
+  EXPECT_EQ(Run({"get", "--format", "%n is %v", "Speed"}).output, "Speed is 42\n");
+  EXPECT_EQ(Run({"get", "-0", "Speed"}).output, std::string("42\0", 3));
+  EXPECT_THAT(Run({"--json", "get", "Speed"}).output,
+              StartsWith("[\n{\"component\":\"Head\",\"group\":\"Motion\",\"name\":\"Speed\","
+                         "\"value\":\"42\",\"status\":\"Successful\",\"component_guid\":\""));
+}
+
+TEST_F(DeskTest, GetsTheDefaultOfWhatIsNotThere) {
+  const Outcome outcome = Run({"get", "--default", "-", "Speed", "Load Properties"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.output, "-\nFalse\n");
+  EXPECT_EQ(Run({"get", "Speed"}).code, 4);
+}
+
+TEST_F(DeskTest, PutsBytesThatAreNoTextUnderAnotherKey) {
+  const auto publisher = Publish("Motion/Speed=\xff\xfe");
+  EXPECT_EQ(Run({"get", "Speed"}).output, "\xff\xfe\n");
+  EXPECT_THAT(Run({"get", "--json", "Speed"}).output,
+              AllOf(HasSubstr(R"("value_base64":"//4=")"), Not(HasSubstr(R"("value":)"))));
+}
+
+TEST_F(DeskTest, SetsWhatComesOnStandardInput) {
+  const auto publisher = Publish("Motion/Speed=42");
+  EXPECT_EQ(RunShell("printf 'a\\nb\\n' | $valmere set --verify Speed -").code, 0);
+  EXPECT_EQ(Run({"get", "Speed"}).output, "a\nb\n");
+}
+
+TEST_F(DeskTest, TakesWordsInBracketsAsTheyAre) {
+  const auto publisher = Publish("Motion/[a,b]=42");
+  EXPECT_EQ(Run({"get", "[a,b]", "Motion/[a,b]"}).output, "42\n42\n");
+  EXPECT_EQ(Run({"set", "--verify", "[a,b]", "[1,2]"}).code, 0);
+  EXPECT_EQ(Run({"get", "[a,b]"}).output, "[1,2]\n");
+}
+
+TEST_F(DeskTest, VerifiesWithTimeOutWhenTheOwnerDoesNothing) {
+  const Client owner = Own();
+  const Outcome outcome = Run({"--timeout", "1", "set", "--verify", "Speed", "43"});
+  EXPECT_EQ(outcome.code, 6);
+  EXPECT_EQ(outcome.errors, "valmere: time-out: Head/Motion/Speed is still \"42\"\n");
+}
+
+TEST_F(DeskTest, VerifiesWithBadValueWhenTheOwnerReportsAnother) {
+  Client owner = Own();
+  std::thread answering([&] {
+    const auto sets = owner.ReceiveSets(Deadline::After(kPatience));
+    EXPECT_TRUE(sets);
+    Property limited = kSpeed;
+    limited.value = "100";
+    EXPECT_TRUE(owner.Publish({&limited, 1}, Deadline::After(kPatience)));
+  });
+  const Outcome outcome = Run({"--timeout", "2", "set", "--verify", "Speed", "500"});
+  answering.join();
+  EXPECT_EQ(outcome.code, 5);
+  EXPECT_EQ(outcome.errors, "valmere: Head/Motion/Speed reports \"100\", not \"500\"\n");
+}
+
+TEST_F(DeskTest, EndsWithFiveForAPropertyThatCannotBeSet) {
+  const Outcome outcome = Run({"set", "Components/Valmere", "x"});
+  EXPECT_EQ(outcome.code, 5);
+  EXPECT_THAT(outcome.errors, HasSubstr("did not take \"x\""));
+}
+
+TEST_F(DeskTest, WaitsForAPropertyThatIsNotThereYet) {
+  const auto waiting = Start({"wait", "Head/Motion/Speed=43"});
+  const auto publisher = Publish("Motion/Speed=42");
+  EXPECT_EQ(Run({"set", "Speed", "43"}).code, 0);
+  EXPECT_EQ(waiting->Wait(), 0);
+  EXPECT_EQ(waiting->output() + waiting->errors(), "");
+  EXPECT_EQ(Run({"wait", "Speed"}).code, 0);
+}
+
+TEST_F(DeskTest, WaitsNoLongerThanItMay) {
+  const auto publisher = Publish("Motion/Speed=42");
+  const Outcome outcome = Run({"wait", "--timeout", "0.2", "Speed=43"});
+  EXPECT_EQ(outcome.code, 6);
+  EXPECT_EQ(outcome.errors, "valmere: time-out: Head/Motion/Speed is \"42\"\n");
+  EXPECT_EQ(Run({"wait", "--timeout", "0.2", "Weight"}).code, 6);
+}
+
+TEST_F(DeskTest, WatchesFromTheCurrentValuesOn) {
+  const auto witness = Start({"watch", "Head/*"});
+  EXPECT_EQ(witness->ReadErrorLine(), "valmere: watching");
+  const auto publisher = Publish("Motion/Speed=42");
+  const auto watching = Start({"watch", "--initial", "--count", "2", "Head/*"});
+  EXPECT_EQ(watching->ReadLine(), "Head/Motion/Speed=42");
+  // Both are told now that the property has come; only one has printed it before.
+  EXPECT_EQ(witness->ReadLine(), "Head/Motion/Speed=42");
+  EXPECT_EQ(Run({"set", "Speed", "43"}).code, 0);
+  EXPECT_EQ(watching->ReadLine(), "Head/Motion/Speed=43");
+  EXPECT_EQ(watching->Wait(), 0);
+}
+
+TEST_F(DeskTest, WatchesUntilTheTimeIsUp) {
+  EXPECT_EQ(Run({"watch", "--timeout", "0.2", "Speed"}).code, 0);
+  const Outcome outcome = Run({"watch", "--timeout", "0.2", "--count", "1", "Speed"});
+  EXPECT_EQ(outcome.code, 6);
+  EXPECT_EQ(outcome.errors, "valmere: watching\nvalmere: time-out after 0 of 1 lines\n");
+}
+
+TEST_F(DeskTest, WatchesOnWhenTheServiceComesBack) {
+  auto publisher = Publish("Motion/Speed=42");
+  const auto watching = Start({"watch", "--initial", "--reconnect", "--count", "2", "Head/*"});
+  EXPECT_EQ(watching->ReadErrorLine(), "valmere: watching");
+  EXPECT_EQ(watching->ReadLine(), "Head/Motion/Speed=42");
+  StopService();
+  EXPECT_THAT(watching->ReadErrorLine(), MatchesRegex("valmere: connection lost.*; trying again"));
+  StartService();
+  publisher = Publish("Motion/Speed=43");
+  EXPECT_EQ(watching->ReadErrorLine(), "valmere: connected again");
+  // Depending on who was there first it was gone in between.
+  const std::string line = watching->ReadLine();
+  EXPECT_THAT(line, ::testing::AnyOf("Head/Motion/Speed=43", "Head/Motion/Speed is gone"));
+  EXPECT_EQ(watching->Wait(), 0);
+}
+
+TEST_F(DeskTest, EndsWithSevenWhenItMayNotReconnect) {
+  const auto watching = Start({"watch"});
+  EXPECT_EQ(watching->ReadErrorLine(), "valmere: watching");
+  StopService();
+  EXPECT_EQ(watching->Wait(), 7);
+}
+
+TEST_F(DeskTest, EndsWellWhenItIsInterruptedWhileItTriesAgain) {
+  const auto watching = Start({"watch", "--reconnect"});
+  EXPECT_EQ(watching->ReadErrorLine(), "valmere: watching");
+  StopService();
+  EXPECT_THAT(watching->ReadErrorLine(), HasSubstr("trying again"));
+  watching->Signal(SIGINT);
+  EXPECT_EQ(watching->Wait(), 0);
+}
+
+TEST_F(DeskTest, TellsAllAboutAProperty) {
+  const Client owner = Own();
+  EXPECT_EQ(Run({"info", "Speed"}).output,
+            "Component:      Head\n"
+            "Group:          Motion\n"
+            "Name:           Speed\n"
+            "Value:          42\n"
+            "Status:         Successful\n"
+            "Component GUID: C1\n"
+            "Group GUID:     G1\n"
+            "GUID:           P1\n");
+}
+
+TEST_F(DeskTest, MonitorsItsOwnConnection) {
+  const Outcome outcome = Run({"monitor", "--hex", "--count", "2"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_THAT(outcome.output,
+              MatchesRegex("[0-9:.]+ sent [0-9]+ bytes\n"
+                           "  get none/none:none\n  subscribe to everything\n"
+                           "  0000  B3 EC 09 9A 22 92 48 FA 83 D0 06 84 0B C9 91 02  .*\n"
+                           "[0-9:.]+ received [0-9]+ bytes\n  property .*"));
+}
+
+TEST_F(DeskTest, MeasuresRoundTrips) {
+  EXPECT_THAT(Run({"ping", "--count", "3"}).output,
+              MatchesRegex("3 round trips: p50 [0-9.]+ us, p99 [0-9.]+ us, max [0-9.]+ us\n"));
+}
+
+TEST_F(DeskTest, StoresAndLoads) {
+  EXPECT_EQ(Run({"store"}).code, 0);
+  const std::string file = folder_.Path("root/Store/ValmereProperties.ini");
+  const auto written = [&] {
+    std::ifstream input(file);
+    std::stringstream text;
+    text << input.rdbuf();
+    return text.str().find("Qt Common Modules Build Number=") != std::string::npos;
+  };
+  // The service writes behind our back, this line as the last; a load of half a file would fail.
+  EXPECT_TRUE(testing::Eventually([&] { return written() && Run({"load"}).code == 0; }));
+  std::ofstream(file) << "no property file";
+  const Outcome outcome = Run({"load"});
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_THAT(outcome.errors, HasSubstr("could not load"));
+}
+
+TEST_F(DeskTest, ImportsWhatItExported) {
+  const auto publisher = Publish("Motion/Speed=\xff 42");
+  const std::string period = "'Property Publishing Period in ms'";
+  const Outcome outcome = RunShell(
+      "set -e; cd $dir; $valmere export >a; $valmere set --verify Speed 1; $valmere set " + period +
+      " 750; $valmere import a >set; $valmere export >b; cmp a b; cat set; $valmere import a");
+  EXPECT_EQ(outcome.code, 0) << outcome.errors;
+  EXPECT_THAT(outcome.output, AllOf(HasSubstr("Head/Motion/Speed=\xff 42\n"),
+                                    HasSubstr("Property Publishing Period in ms=500\n")));
+}
+
+TEST_F(DeskTest, ImportsWhatItCanAndNamesTheRest) {
+  const Client owner = Own();
+  const std::string lines =
+      R"({"value":"1","component_guid":"C1","group_guid":"G1","guid":"P2","name":"Weight"}
+{"value":"600","component_guid":"955CFDC2-8EA6-478E-A927-7C870022EA03",)"
+      R"("group_guid":"99A61D40-20CE-41EA-A579-EB92C6ED94C6",)"
+      R"("guid":"DA821DC5-948D-4659-9B52-177E4C102129"})";
+  std::ofstream(folder_.Path("lines")) << lines << "\n";
+  EXPECT_EQ(Run({"import", "--dry-run", folder_.Path("lines")}).output,
+            "Valmere/General/Property Publishing Period in ms=600\n");
+  const Outcome outcome = Run({"import", folder_.Path("lines")});
+  EXPECT_EQ(outcome.code, 4);
+  EXPECT_EQ(outcome.output, "Valmere/General/Property Publishing Period in ms=600\n");
+  EXPECT_EQ(outcome.errors,
+            "valmere: no property C1/G1/Weight\nvalmere: 1 of the properties are not there\n");
+}
+
+TEST_F(DeskTest, ImportsNothingOfAFileThatItDoesNotUnderstand) {
+  std::ofstream(folder_.Path("lines")) << "\n{\"value\":\"1\"}\n";
+  const Outcome outcome = Run({"import", folder_.Path("lines")});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_EQ(outcome.errors, "valmere: line 2 is no exported property\n");
+}
+
+TEST_F(DeskTest, ImportsWithTimeOutWhenTheOwnerDoesNothing) {
+  const Client owner = Own();
+  std::ofstream(folder_.Path("lines"))
+      << R"({"value":"1","component_guid":"C1","group_guid":"G1","guid":"P1"})";
+  const Outcome outcome = Run({"--timeout", "1", "import", folder_.Path("lines")});
+  EXPECT_EQ(outcome.code, 6);
+  EXPECT_THAT(outcome.errors, HasSubstr("  Head/Motion/Speed\n"));
+}
+
+TEST_F(DeskTest, EndsQuietlyWhenNobodyReads) {
+  const auto publisher = Publish("Motion/Speed=" + std::string(100'000, 'x'));
+  const Outcome outcome = RunShell("{ $valmere list; echo $? >&2; } | head -c 1");
+  EXPECT_EQ(outcome.output, "H");
+  EXPECT_EQ(outcome.errors, "0\n");
+}
+
+TEST_F(DeskTest, SaysThatItCannotWrite) {
+  const Outcome outcome = RunShell("$valmere list >/dev/full");
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_EQ(outcome.errors, "valmere: cannot write to standard output\n");
+}
+
+}  // namespace
+}  // namespace valmere::test

@@ -1,0 +1,162 @@
+// Both ways work on standard input too, so that they stand between a script and the socket.
+#include "tools/frame_command.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "json/json_parser.h"
+#include "json/json_value.h"
+#include "protocol/message_frame.h"
+#include "tools/frame_reader.h"
+#include "tools/hex_dump.h"
+
+namespace valmere::tools {
+namespace {
+
+struct Arguments {
+  std::string file = "-";
+  bool check = false;
+  bool hex = false;
+};
+
+constexpr const char* kAboutEncode = R"(
+The text is framed as it is, but for a line feed at its end. A terminal gets a hex dump.)";
+
+constexpr const char* kAboutDecode = R"(
+Line feeds within a text, where they mean no more than a blank, are printed as one, so that there is
+one text a line; with -0 texts are printed as they are.)";
+
+struct FileCloser {
+  void operator()(std::FILE* file) const {
+    if (file != stdin) std::fclose(file);
+  }
+};
+using InputFile = std::unique_ptr<std::FILE, FileCloser>;
+
+std::variant<InputFile, Failure> OpenInput(const std::string& path) {
+  if (path == "-") return InputFile(stdin);
+  InputFile file(std::fopen(path.c_str(), "rb"));
+  if (!file) return Failure{kExitRefused, "cannot read " + path + ": " + std::strerror(errno)};
+  return file;
+}
+
+// What is wrong with a message's text; nothing for one that the service would take.
+std::optional<std::string> JudgeText(const std::string& text) {
+  try {
+    if (ParseJson(text).kind() == JsonKind::kObject) return std::nullopt;
+    return "the text is no JSON object";
+  } catch (const std::exception& error) {
+    return std::string("the text cannot be parsed: ") + error.what();
+  }
+}
+
+// No more than a byte over the limit, however long the input is.
+std::variant<std::string, Failure> ReadText(std::FILE* file) {
+  std::string text;
+  char buffer[65536];
+  std::size_t count = 0;
+  while (text.size() <= kMaximumMessageBytes &&
+         (count = std::fread(buffer, 1, sizeof buffer, file)) > 0) {
+    text.append(buffer, count);
+  }
+  if (std::ferror(file) != 0)
+    return Failure{kExitRefused, std::string("cannot read: ") + std::strerror(errno)};
+  if (text.ends_with('\n')) text.pop_back();
+  if (text.size() > kMaximumMessageBytes)
+    return Failure{kExitRefused, "the text is longer than a frame may hold (" +
+                                     std::to_string(kMaximumMessageBytes) + " bytes)"};
+  return text;
+}
+
+void Dump(std::string_view bytes, Output& out) {
+  for (const std::string& line : HexDump(bytes))
+    out.ShownLine(line);
+}
+
+std::optional<Failure> Encode(const Arguments& arguments, Output& out) {
+  const auto input = OpenInput(arguments.file);
+  if (const Failure* failure = std::get_if<Failure>(&input)) return *failure;
+  const auto text = ReadText(std::get<InputFile>(input).get());
+  if (const Failure* failure = std::get_if<Failure>(&text)) return *failure;
+  if (arguments.check) {
+    if (const auto fault = JudgeText(std::get<std::string>(text)))
+      return Failure{kExitRefused, *fault};
+  }
+  std::string frame;
+  BeginFrame(frame);
+  frame += std::get<std::string>(text);
+  EndFrame(frame);
+  if (arguments.hex || out.terminal())
+    Dump(frame, out);
+  else
+    out.Raw(frame);
+  return std::nullopt;
+}
+
+void PrintFrame(const FrameReader& frames, const Arguments& arguments, Output& out) {
+  if (arguments.hex) Dump(frames.header(), out);
+  std::string text = frames.text();
+  if (!out.style().null_ends) std::replace(text.begin(), text.end(), '\n', ' ');
+  out.Line(text);
+  out.Flush();
+}
+
+std::optional<Failure> Decode(const Arguments& arguments, Output& out) {
+  const auto input = OpenInput(arguments.file);
+  if (const Failure* failure = std::get_if<Failure>(&input)) return *failure;
+  FrameReader frames(std::get<InputFile>(input).get());
+  for (;;) {
+    switch (frames.Next()) {
+      case FrameReader::Outcome::kEnd:
+        return std::nullopt;
+      case FrameReader::Outcome::kBad:
+        return Failure{kExitRefused, frames.error()};
+      case FrameReader::Outcome::kFrame:
+        break;
+    }
+    PrintFrame(frames, arguments, out);
+    if (out.failed()) return std::nullopt;  // main tells
+    if (!arguments.check) continue;
+    if (const auto fault = JudgeText(frames.text()))
+      return Failure{kExitRefused, "byte " + std::to_string(frames.offset()) + ": " + *fault};
+  }
+}
+
+using Action = std::optional<Failure> (*)(const Arguments&, Output&);
+
+CLI::App* AddAction(CLI::App& frame, Invocation& invocation, const char* name, const char* about,
+                    const char* hex, Action action) {
+  const auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = frame.add_subcommand(name, about);
+  command->add_option("FILE", arguments->file, "What to read; - is standard input")
+      ->capture_default_str();
+  command->add_flag("--check", arguments->check,
+                    "Parse the text, and refuse what is no JSON object");
+  command->add_flag("--hex", arguments->hex, hex);
+  command->callback([&invocation, arguments, action] {
+    invocation.run = [arguments, action](Output& out) { return action(*arguments, out); };
+  });
+  return command;
+}
+
+}  // namespace
+
+void AddFrameCommand(CLI::App& app, Invocation& invocation) {
+  CLI::App* frame = app.add_subcommand("frame", "Make frames, and take them apart");
+  frame->require_subcommand(1);
+  AddAction(*frame, invocation, "encode", "Write the text as a frame",
+            "Print a hex dump instead of the bytes", Encode)
+      ->footer(kAboutEncode);
+  AddAction(*frame, invocation, "decode", "Print the text of each frame, one a line",
+            "Print a hex dump of each header before its text", Decode)
+      ->footer(kAboutDecode);
+}
+
+}  // namespace valmere::tools

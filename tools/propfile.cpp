@@ -1,0 +1,199 @@
+// The service reads these files only when it loads them, so each command looks at the whole file and
+// puts a whole one in its place.
+#include "tools/propfile.h"
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/property_json.h"
+#include "tools/propfile_storage.h"
+#include "tools/propfile_text.h"
+#include "tools/table.h"
+
+namespace valmere::tools {
+namespace {
+
+struct Arguments {
+  std::string file;
+  std::string wanted;
+  std::string value;
+  bool force = false;
+};
+
+constexpr const char* kAboutSet = R"(
+NAME is the line's key (group GUID:property GUID), its names (group:name), group/name, or the name
+alone. Of two lines with one key the later one is changed, which is the one that counts.)";
+
+constexpr const char* kAboutSeal = R"(
+The last two bytes are taken for the old CRC, also when an editor has added a line feed to them; where
+a good line ends the file, there is none and one is added.)";
+
+// "FILE:3: text", or "FILE: text" for a fault of the whole.
+std::string Located(const std::string& path, const PropfileFault& fault) {
+  const std::string line = fault.line == 0 ? "" : ":" + std::to_string(fault.line);
+  return path + line + ": " + fault.text;
+}
+
+std::string AllFaults(const std::string& path, const std::vector<PropfileFault>& faults) {
+  std::string text;
+  for (const PropfileFault& fault : faults) {
+    if (!text.empty()) text += '\n';
+    text += Located(path, fault);
+  }
+  return text;
+}
+
+Json ToJson(const PropfileLine& line) {
+  Json object = Json::object();
+  object["line"] = line.number;
+  if (line.fault.empty()) {
+    AddText(object, "key", line.key);
+    AddText(object, "names", line.names);
+    AddText(object, "value", line.value);
+  } else {
+    AddText(object, "text", line.text);
+    object["fault"] = line.fault;
+  }
+  return object;
+}
+
+void PrintJson(const PropfileText& file, Output& out) {
+  for (const PropfileLine& line : file.lines) {
+    out.Line(ToJson(line).dump());
+  }
+  Json object = Json::object();
+  if (file.stored_crc) object["stored_crc"] = CrcText(*file.stored_crc);
+  object["computed_crc"] = CrcText(file.computed_crc);
+  object["sound"] = FaultsOf(file).empty();
+  out.Line(object.dump());
+}
+
+void PrintTable(const PropfileText& file, Output& out) {
+  Table table({"KEY", "NAMES", "VALUE"});
+  for (const PropfileLine& line : file.lines) {
+    if (line.fault.empty())
+      table.AddRow({line.key, line.names, line.value});
+    else
+      table.AddRow({"?", "?", line.text});
+  }
+  table.Print(out);
+}
+
+void Print(const PropfileText& file, Output& out) {
+  if (out.form() == OutputForm::kJson) return PrintJson(file, out);
+  if (out.terminal() && !out.style().null_ends) return PrintTable(file, out);
+  for (const PropfileLine& line : file.lines) {
+    out.Line(line.fault.empty() ? line.key + "\t" + line.names + "\t" + line.value : line.text);
+  }
+}
+
+std::optional<Failure> Show(const Arguments& arguments, Output& out) {
+  const auto bytes = ReadWholeFile(arguments.file);
+  if (const Failure* failure = std::get_if<Failure>(&bytes)) return *failure;
+  const PropfileText file = ReadPropfileText(std::get<std::string>(bytes));
+  Print(file, out);
+  out.Flush();  // messages about it come after it
+  const std::vector<PropfileFault> faults = FaultsOf(file);
+  if (!faults.empty()) return Failure{kExitRefused, AllFaults(arguments.file, faults)};
+  Complain(arguments.file + ": the CRC is good: " + CrcText(file.computed_crc));
+  return std::nullopt;
+}
+
+std::optional<Failure> Check(const Arguments& arguments, Output& out) {
+  const auto bytes = ReadWholeFile(arguments.file);
+  if (const Failure* failure = std::get_if<Failure>(&bytes)) return *failure;
+  const PropfileText file = ReadPropfileText(std::get<std::string>(bytes));
+  const std::vector<PropfileFault> faults = FaultsOf(file);
+  for (const PropfileFault& fault : faults) {
+    out.Line(Located(arguments.file, fault));
+  }
+  if (!faults.empty()) return Failure{kExitRefused, arguments.file + " is not sound"};
+  out.Line(arguments.file + ": sound, " + std::to_string(file.size) + " bytes, " +
+           std::to_string(file.lines.size()) + " lines, CRC " + CrcText(file.computed_crc));
+  return std::nullopt;
+}
+
+// The line that `wanted` means. The same key twice is one property, whose last line counts.
+std::variant<const PropfileLine*, Failure> FindLine(const PropfileText& file,
+                                                    const std::string& wanted) {
+  const PropfileLine* found = nullptr;
+  std::string candidates;
+  bool several = false;
+  for (const PropfileLine& line : file.lines) {
+    if (!Means(wanted, line)) continue;
+    several |= found != nullptr && found->key != line.key;
+    candidates += "\n  " + line.key + "  (" + line.names + ")";
+    found = &line;
+  }
+  if (several)
+    return Failure{kExitUsage, "\"" + wanted + "\" is ambiguous; it could be" + candidates};
+  if (found == nullptr) return Failure{kExitNoSuchProperty, "no property \"" + wanted + "\""};
+  return found;
+}
+
+std::optional<Failure> Set(const Arguments& arguments, Output&) {
+  if (arguments.value.find('\n') != std::string::npos)
+    return Failure{kExitBadValue, "a value in a property file cannot hold a line feed"};
+  const auto bytes = ReadWholeFile(arguments.file);
+  if (const Failure* failure = std::get_if<Failure>(&bytes)) return *failure;
+  const PropfileText file = ReadPropfileText(std::get<std::string>(bytes));
+  const std::vector<PropfileFault> faults = FaultsOf(file);
+  if (!faults.empty() && !arguments.force)
+    return Failure{kExitRefused, AllFaults(arguments.file, faults) + "\n--force sets it anyway"};
+  const auto line = FindLine(file, arguments.wanted);
+  if (const Failure* failure = std::get_if<Failure>(&line)) return *failure;
+  const PropfileLine& target = *std::get<const PropfileLine*>(line);
+  return ReplaceFile(arguments.file, Sealed(WithValue(file, target, arguments.value)));
+}
+
+std::optional<Failure> Seal(const Arguments& arguments, Output&) {
+  const auto bytes = ReadWholeFile(arguments.file);
+  if (const Failure* failure = std::get_if<Failure>(&bytes)) return *failure;
+  const std::string& old = std::get<std::string>(bytes);
+  const std::string sealed = Sealed(std::string(BodyOfEdited(old)));
+  const std::vector<PropfileFault> faults = FaultsOf(ReadPropfileText(sealed));
+  if (!faults.empty() && !arguments.force)
+    return Failure{kExitRefused, AllFaults(arguments.file, faults) + "\n--force seals it as it is"};
+  if (sealed == old) return std::nullopt;
+  return ReplaceFile(arguments.file, sealed);
+}
+
+using Action = std::optional<Failure> (*)(const Arguments&, Output&);
+
+CLI::App* AddAction(CLI::App& propfile, Invocation& invocation,
+                    const std::shared_ptr<Arguments>& arguments, const char* name,
+                    const char* about, Action action) {
+  CLI::App* command = propfile.add_subcommand(name, about);
+  command->add_option("FILE", arguments->file, "The property file")->required();
+  command->callback([&invocation, arguments, action] {
+    invocation.run = [arguments, action](Output& out) { return action(*arguments, out); };
+  });
+  return command;
+}
+
+}  // namespace
+
+void AddPropfileCommand(CLI::App& app, Invocation& invocation) {
+  CLI::App* propfile = app.add_subcommand("propfile", "Look into property files, and mend them");
+  propfile->require_subcommand(1);
+  const auto arguments = std::make_shared<Arguments>();
+  AddAction(*propfile, invocation, arguments, "show",
+            "Print key, names and value of each line, and whether the CRC is good", Show);
+  AddAction(*propfile, invocation, arguments, "check",
+            "Say what is wrong with a file; exit status 1 if anything is", Check);
+  CLI::App* set =
+      AddAction(*propfile, invocation, arguments, "set", "Replace the value of a line", Set);
+  set->add_option("KEY-OR-NAME", arguments->wanted, "The line")->required();
+  set->add_option("VALUE", arguments->value, "Its new value")->required();
+  set->add_flag("--force", arguments->force, "Even if the file is not sound; it gets a good CRC");
+  set->footer(kAboutSet);
+  CLI::App* seal = AddAction(*propfile, invocation, arguments, "seal",
+                             "Give a file that was edited the right CRC", Seal);
+  seal->add_flag("--force", arguments->force, "Even if lines are malformed or there are none");
+  seal->footer(kAboutSeal);
+}
+
+}  // namespace valmere::tools

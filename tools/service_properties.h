@@ -1,0 +1,28 @@
+// The service's own properties that commands know by themselves.
+#pragma once
+
+#include "client/property.h"
+
+namespace valmere::tools {
+
+inline constexpr char kServiceComponent[] = "955CFDC2-8EA6-478E-A927-7C870022EA03";
+
+inline constexpr char kGeneralGroup[] = "99A61D40-20CE-41EA-A579-EB92C6ED94C6";
+inline constexpr char kErrorGroup[] = "2EBF9DEF-D51C-47FE-935E-5EDCC530B867";
+
+inline client::PropertyAddress StoreCommand() {
+  return {kServiceComponent, kGeneralGroup, "DDF2926A-0A65-4196-88FE-5858BC957E0B"};
+}
+inline client::PropertyAddress LoadCommand() {
+  return {kServiceComponent, kGeneralGroup, "0D9B0F83-2282-4728-A78E-FE2FF4E3A13C"};
+}
+// "True" when the last load failed.
+inline client::PropertyAddress LoadingError() {
+  return {kServiceComponent, kErrorGroup, "A32AFFED-7C37-47FE-80DB-B21875E226BD"};
+}
+// In milliseconds.
+inline client::PropertyAddress PublishingPeriod() {
+  return {kServiceComponent, kGeneralGroup, "DA821DC5-948D-4659-9B52-177E4C102129"};
+}
+
+}  // namespace valmere::tools

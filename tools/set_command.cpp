@@ -1,0 +1,159 @@
+// A set has no answer; the answer to a get behind it says that the service has handled it. Names are
+// resolved against the list of everything: the service looks properties up by GUID alone.
+#include <strings.h>
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <iterator>
+#include <memory>
+
+#include "tools/commands.h"
+#include "tools/connections.h"
+#include "tools/name_resolver.h"
+#include "tools/observation.h"
+#include "tools/service_properties.h"
+
+namespace valmere::tools {
+namespace {
+
+using client::Client;
+using client::Deadline;
+using client::ErrorKind;
+using client::Property;
+using client::PropertyAddress;
+
+struct SetOptions {
+  std::string name;
+  std::string value;
+  bool verify = false;
+};
+
+constexpr const char* kAboutSet = R"(
+VALUE is taken as it is; "-" stands for what comes on standard input, without
+the line feed at its end. A VALUE that begins with a dash goes behind "--".
+
+Without --verify, set is done when the service has handled the request; it fails
+if the service kept the value of a property of its own. With --verify it waits
+until the property reports the value: exit status 6 if nothing is reported in
+time, 5 if it is another value.)";
+
+std::string Quoted(const std::string& text) {
+  return "\"" + text + "\"";
+}
+
+std::optional<bool> BooleanOf(const std::string& text) {
+  if (strcasecmp(text.c_str(), "true") == 0) return true;
+  if (strcasecmp(text.c_str(), "false") == 0) return false;
+  return std::nullopt;
+}
+
+bool IsBool(const Property& property) {
+  return property.value == "True" || property.value == "False";
+}
+
+// Booleans are reported in one case and may be asked for in any.
+bool Means(const std::string& wanted, const Property& reported) {
+  if (reported.value == wanted) return true;
+  return IsBool(reported) && BooleanOf(wanted) == BooleanOf(reported.value);
+}
+
+// What the property says after a set, if that tells anything: the service sets its own properties
+// before it answers the next request; anybody else's owner takes its time and its liberties.
+std::optional<Failure> Judge(const Property& before, const Property& after,
+                             const std::string& wanted) {
+  if (!after.found())
+    return Failure{kExitNoSuchProperty, FullName(before) + " has gone: " + after.status};
+  // Many texts mean the same boolean.
+  const bool can_tell = before.component == kServiceComponent && !IsBool(before);
+  if (can_tell && after.value == before.value && after.value != wanted)
+    return Failure{kExitBadValue, FullName(before) + " did not take " + Quoted(wanted) +
+                                      "; it is still " + Quoted(after.value)};
+  return std::nullopt;
+}
+
+// Waits until the property reports the value.
+std::optional<Failure> Verify(Client& client, Client& hearing, const Property& before,
+                              const std::string& wanted, Deadline deadline) {
+  const PropertyAddress address = before.address();
+  Property last = before;
+  const auto ask = [&] { return client.Get({&address, 1}, deadline); };
+  const auto see = [&](const Property& seen) {
+    if (seen.address() == address) last = seen;
+    return seen.address() == address && (!seen.found() || Means(wanted, seen));
+  };
+  const auto done = Observe(ask, hearing, see, deadline);
+  if (!done && done.error().kind != ErrorKind::kTimeout) return FailureOf(done.error());
+  if (!last.found())
+    return Failure{kExitNoSuchProperty, FullName(before) + " has gone: " + last.status};
+  if (done) return std::nullopt;
+  if (last.value != before.value)
+    return Failure{kExitBadValue,
+                   FullName(before) + " reports " + Quoted(last.value) + ", not " + Quoted(wanted)};
+  return Failure{kExitTimeout, "time-out: " + FullName(before) + " is still " + Quoted(last.value)};
+}
+
+class Setting {
+ public:
+  Setting(const GlobalOptions& global, const SetOptions& options)
+      : options_(options),
+        connections_(global.socket),
+        deadline_(Deadline::After(global.timeout)) {}
+
+  std::optional<Failure> Run() {
+    const auto client = connections_.Open(deadline_);
+    if (!client) return FailureOf(client.error());
+    const auto properties = (*client)->GetAll(deadline_);
+    if (!properties) return FailureOf(properties.error());
+    const auto resolved = Resolve(options_.name, *properties);
+    if (const Failure* failure = std::get_if<Failure>(&resolved)) return *failure;
+    const Property& property = *std::get<const Property*>(resolved);
+    if (!options_.verify) return Set(**client, property);
+    const auto hearing = connections_.Open(deadline_);
+    if (!hearing) return FailureOf(hearing.error());
+    if (const auto done = (*hearing)->SubscribeAll(deadline_); !done)
+      return FailureOf(done.error());
+    if (auto failure = Set(**client, property)) return failure;
+    return Verify(**client, **hearing, property, options_.value, deadline_);
+  }
+
+ private:
+  std::optional<Failure> Set(Client& client, const Property& property) {
+    const PropertyAddress address = property.address();
+    const client::SetRequest request{address, options_.value};
+    if (const auto sent = client.Set({&request, 1}, deadline_); !sent)
+      return FailureOf(sent.error());
+    const auto after = client.Get({&address, 1}, deadline_);
+    if (!after) return FailureOf(after.error());
+    if (after->size() != 1) return Failure{kExitRefused, "the service gave no answer to a get"};
+    return Judge(property, after->front(), options_.value);
+  }
+
+  const SetOptions& options_;
+  Connections connections_;
+  const Deadline deadline_;
+};
+
+std::string ReadInput() {
+  std::string text{std::istreambuf_iterator<char>(std::cin), {}};
+  if (text.ends_with('\n')) text.pop_back();
+  return text;
+}
+
+}  // namespace
+
+void AddSetCommand(CLI::App& app, Invocation& invocation) {
+  const auto options = std::make_shared<SetOptions>();
+  CLI::App* set = app.add_subcommand("set", "Ask a property's owner for a new value");
+  set->add_option("NAME", options->name, "The property")->required();
+  set->add_option("VALUE", options->value, "Its new value; - reads standard input")->required();
+  set->add_flag("--verify", options->verify, "Wait until the property reports the value");
+  set->footer(kAboutSet);
+  set->callback([options, &invocation] {
+    invocation.run = [options, &invocation](Output&) {
+      if (options->value == "-") options->value = ReadInput();
+      return Setting(invocation.global, *options).Run();
+    };
+  });
+}
+
+}  // namespace valmere::tools

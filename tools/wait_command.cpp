@@ -1,0 +1,96 @@
+// A property may be waited for before there is one, so the name is looked for again until then.
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "tools/commands.h"
+#include "tools/connections.h"
+#include "tools/name_resolver.h"
+#include "tools/observation.h"
+#include "tools/option_types.h"
+
+namespace valmere::tools {
+namespace {
+
+using client::Client;
+using client::Deadline;
+using client::ErrorKind;
+using client::Property;
+
+struct WaitOptions {
+  std::string condition;
+  std::optional<std::chrono::milliseconds> timeout;
+};
+
+class Waiting {
+ public:
+  Waiting(const GlobalOptions& global, const WaitOptions& options)
+      : connections_(global.socket),
+        deadline_(Deadline::After(options.timeout.value_or(global.timeout))) {
+    const std::size_t equals = options.condition.find('=');
+    name_ = options.condition.substr(0, equals);
+    if (equals != std::string::npos) value_ = options.condition.substr(equals + 1);
+  }
+
+  std::optional<Failure> Run() {
+    const auto asking = connections_.Open(deadline_);
+    if (!asking) return FailureOf(asking.error());
+    const auto hearing = connections_.Open(deadline_);
+    if (!hearing) return FailureOf(hearing.error());
+    if (const auto done = (*hearing)->SubscribeAll(deadline_); !done)
+      return FailureOf(done.error());
+    const auto done = Observe([&] { return Ask(**asking); }, **hearing,
+                              [&](const Property& seen) { return See(seen); }, deadline_);
+    if (ambiguous_) return ambiguous_;
+    if (done) return std::nullopt;
+    if (done.error().kind != ErrorKind::kTimeout) return FailureOf(done.error());
+    return Failure{kExitTimeout, "time-out: " + State()};
+  }
+
+ private:
+  client::Result<std::vector<Property>> Ask(Client& asking) {
+    auto properties = asking.GetAll(deadline_);
+    if (!properties) return properties;
+    const auto resolved = Resolve(name_, *properties);
+    const Failure* failure = std::get_if<Failure>(&resolved);
+    if (failure != nullptr && failure->code == kExitUsage) ambiguous_ = *failure;
+    return properties;
+  }
+
+  bool See(const Property& seen) {
+    if (ambiguous_) return true;
+    if (!seen.found() || !Matches(name_, seen)) return false;
+    last_ = seen;
+    return !value_ || seen.value == *value_;
+  }
+
+  std::string State() const {
+    if (last_) return FullName(*last_) + " is \"" + last_->value + "\"";
+    return "there is no property \"" + name_ + "\"";
+  }
+
+  Connections connections_;
+  const Deadline deadline_;
+  std::string name_;
+  std::optional<std::string> value_;
+  std::optional<Property> last_;
+  std::optional<Failure> ambiguous_;
+};
+
+}  // namespace
+
+void AddWaitCommand(CLI::App& app, Invocation& invocation) {
+  const auto options = std::make_shared<WaitOptions>();
+  CLI::App* wait = app.add_subcommand("wait", "Wait until a property is there or has a value");
+  wait->add_option("NAME[=VALUE]", options->condition,
+                   "The property, and its value if that matters")
+      ->required();
+  AddSeconds(*wait, "--timeout", "The longest to wait, instead of 5",
+             [options](std::chrono::milliseconds time) { options->timeout = time; });
+  wait->callback([options, &invocation] {
+    invocation.run = [options, &invocation](Output&) {
+      return Waiting(invocation.global, *options).Run();
+    };
+  });
+}
+
+}  // namespace valmere::tools
