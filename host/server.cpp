@@ -55,6 +55,15 @@ Server::Server(ListeningSocket& listener, const DriverLibrary& driver, const Lim
 
 Server::~Server() {
   Stop();
+  // Closing the handles gives the signals back their own meaning, which is to end the process where
+  // it stands; nothing of this process wants them from here on.
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP})
+    sigaddset(&signals, number);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  for (uv_signal_t* handle : {&terminate_, &interrupt_, &hang_up_})
+    CloseHandle(*handle);
   uv_run(&loop_, UV_RUN_DEFAULT);
   uv_loop_close(&loop_);
 }
@@ -147,9 +156,9 @@ void Server::Stop() {
   stopping_ = true;
   CloseHandle(accept_);
   CloseHandle(accept_again_);
-  CloseHandle(terminate_);
-  CloseHandle(interrupt_);
-  CloseHandle(hang_up_);
+  // Signals are still taken, and ignored: who sends a second one must not cut the ending short.
+  for (uv_signal_t* handle : {&terminate_, &interrupt_, &hang_up_})
+    uv_unref(reinterpret_cast<uv_handle_t*>(handle));
   listener_.StopListening();
   for (auto& [id, connection] : connections_) {
     connection->BeginClose();

@@ -123,6 +123,16 @@ TEST_F(ValmeredServiceTest, LoadsThePropertyFileAgainOnSighup) {
   ExpectEndInTime();
 }
 
+TEST_F(ValmeredServiceTest, IsNotCutShortByMoreSignalsWhileItEnds) {
+  Start();
+  const RawClient client(socket_);
+  valmered_->Signal(SIGINT);
+  client.ReceiveToEnd();
+  valmered_->Signal(SIGHUP);
+  valmered_->Signal(SIGINT);
+  ExpectEndInTime();
+}
+
 TEST_F(ValmeredServiceTest, ServesAThousandClientsAtOnceAndEndsInTime) {
   Start();
   const Clients clients = Connect(kManyClients);
