@@ -112,7 +112,8 @@ std::optional<Failure> Check(const Arguments& arguments, Output& out) {
   }
   if (!faults.empty()) return Failure{kExitRefused, arguments.file + " is not sound"};
   out.Line(arguments.file + ": sound, " + std::to_string(file.size) + " bytes, " +
-           std::to_string(file.lines.size()) + " lines, CRC " + CrcText(file.computed_crc));
+           std::to_string(file.lines.size()) + (file.lines.size() == 1 ? " line" : " lines") +
+           ", CRC " + CrcText(file.computed_crc));
   return std::nullopt;
 }
 
