@@ -17,6 +17,8 @@
 namespace valmere::bench {
 namespace {
 
+constexpr std::size_t kUsualFrame = 4096;
+
 std::string MakeFolder() {
   std::string name = (std::filesystem::temp_directory_path() / "valmere-bench-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder for the service");
@@ -59,7 +61,7 @@ Daemon::~Daemon() {
 }
 
 RawClient::RawClient(const std::string& path)
-    : descriptor_(Connected(path)), buffer_(std::size_t{64} * 1024) {}
+    : descriptor_(Connected(path)), buffer_(kUsualFrame) {}
 
 RawClient::~RawClient() {
   close(descriptor_);
