@@ -24,7 +24,7 @@ bool IsVisible(const Item& item) {
 
 // A user's "~/" is the home folder; the candidate keeps what was typed.
 std::string Unfolded(const std::string& path) {
-  const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe): nothing here sets any
+  const char* home = std::getenv("HOME");
   return home != nullptr && path.starts_with("~/") ? home + path.substr(1) : path;
 }
 

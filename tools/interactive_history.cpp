@@ -13,7 +13,7 @@ namespace valmere::tools {
 namespace {
 
 std::string Variable(const char* name) {
-  const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nothing here sets any
+  const char* value = std::getenv(name);
   return value != nullptr ? value : "";
 }
 

@@ -18,7 +18,6 @@
 namespace valmere::tools {
 namespace {
 
-using client::Client;
 using client::Deadline;
 using client::Direction;
 

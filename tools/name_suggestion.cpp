@@ -79,6 +79,7 @@ std::vector<const Property*> NearestTo(std::string_view name,
                    [](const auto& left, const auto& right) { return left.first < right.first; });
   if (near.size() > kMost) near.resize(kMost);
   std::vector<const Property*> nearest;
+  nearest.reserve(near.size());
   for (const auto& [distance, property] : near) {
     nearest.push_back(property);
   }

@@ -45,7 +45,7 @@ void AppendControl(unsigned char byte, std::string& out) {
 }
 
 std::string Variable(const char* name) {
-  const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nothing here sets any
+  const char* value = std::getenv(name);
   return value != nullptr ? value : "";
 }
 

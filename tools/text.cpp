@@ -12,12 +12,12 @@ namespace {
 struct Form {
   unsigned char mask;   // of the bits that tell the form
   unsigned char value;  // of those bits
+  char32_t least;       // a smaller number has a shorter form
   std::size_t length;
-  char32_t least;  // a smaller number has a shorter form
 };
 
 constexpr Form kForms[] = {
-    {0x80, 0x00, 1, 0}, {0xe0, 0xc0, 2, 0x80}, {0xf0, 0xe0, 3, 0x800}, {0xf8, 0xf0, 4, 0x10000}};
+    {0x80, 0x00, 0, 1}, {0xe0, 0xc0, 0x80, 2}, {0xf0, 0xe0, 0x800, 3}, {0xf8, 0xf0, 0x10000, 4}};
 
 bool IsCharacter(char32_t number, const Form& form) {
   const bool surrogate = number >= 0xd800 && number <= 0xdfff;
