@@ -27,6 +27,24 @@ void* operator new(std::size_t size) {
   return static_cast<char*>(block) + kHeader;
 }
 
+// Every form comes here, also where a sanitizer has forms of its own: a block must be given back by
+// the form's counterpart.
+void* operator new(std::size_t size, const std::nothrow_t& /*nothrow*/) noexcept {
+  try {
+    return operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+void* operator new[](std::size_t size) {
+  return operator new(size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t& nothrow) noexcept {
+  return operator new(size, nothrow);
+}
+
 void operator delete(void* memory) noexcept {
   if (memory == nullptr) return;
   void* const block = static_cast<char*>(memory) - kHeader;
@@ -35,6 +53,14 @@ void operator delete(void* memory) noexcept {
 }
 
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
+  operator delete(memory);
+}
+
+void operator delete[](void* memory) noexcept {
+  operator delete(memory);
+}
+
+void operator delete[](void* memory, std::size_t /*size*/) noexcept {
   operator delete(memory);
 }
 
