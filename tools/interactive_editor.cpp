@@ -205,8 +205,9 @@ LineEditor::Parts::Parts(WordCompleter word_completer)
   el_set(editor, EL_HIST, ::history, history);
   el_set(
       editor, EL_GETCFN, +[](EditLine* asking, wchar_t* key) { return Of(asking).ReadKey(key); });
-  el_set(
-      editor, EL_ADDFN, "valmere-complete", "Complete the word",
+  // The narrow form of this call would keep copies of the two texts that it never frees.
+  el_wset(
+      editor, EL_ADDFN, L"valmere-complete", L"Complete the word",
       +[](EditLine* asking, int) { return Of(asking).Complete(); });
   el_set(editor, EL_BIND, "^I", "valmere-complete", nullptr);
   el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
