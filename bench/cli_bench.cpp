@@ -5,6 +5,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -59,7 +60,8 @@ class ManyProperties {
 
 void RunCommand(benchmark::State& state, const std::vector<std::string>& words) {
   const ManyProperties service;
-  std::vector<std::string> command = {VALMERE, "--socket", service.socket_path()};
+  setenv("VALMERE_SOCKET", service.socket_path().c_str(), 1);
+  std::vector<std::string> command = {VALMERE};
   command.insert(command.end(), words.begin(), words.end());
   for (auto _ : state) {
     if (RunProgram(command) != 0) {
