@@ -179,19 +179,18 @@ std::optional<Failure> Import::Conclude() {
 
 void AddImportCommand(CLI::App& app, Invocation& invocation) {
   const auto options = std::make_shared<ImportOptions>();
-  CLI::App* import = app.add_subcommand("import", "Set properties to the values of an export");
-  import->add_option("FILE", options->file, "The export; - reads standard input")
+  CLI::App* command = app.add_subcommand("import", "Set properties to the values of an export");
+  command->add_option("FILE", options->file, "The export; - reads standard input")
       ->capture_default_str();
-  import->add_flag("--dry-run", options->dry_run, "Only print what would be set");
-  import->footer(kAboutImport);
-  import->callback([options, &invocation] {
+  command->add_flag("--dry-run", options->dry_run, "Only print what would be set");
+  command->footer(kAboutImport);
+  command->callback([options, &invocation] {
     invocation.run = [options, &invocation](Output& out) -> std::optional<Failure> {
       const auto imported = ReadInput(options->file);
-  if (const Failure* failure = std::get_if<Failure>(&imported)) return *failure;
-  return Import(invocation.global, *options, out).Run(std::get<0>(imported));
-};
-}  // namespace valmere::tools
-);
+      if (const Failure* failure = std::get_if<Failure>(&imported)) return *failure;
+      return Import(invocation.global, *options, out).Run(std::get<0>(imported));
+    };
+  });
 }
 
 }  // namespace valmere::tools

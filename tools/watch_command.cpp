@@ -163,7 +163,7 @@ std::optional<client::Error> Watching::Reconnect() {
         end_.never() ? Deadline::After(pause) : Deadline::After(std::min(pause, end_.left()));
     if (!connections_.WaitUntil(next)) return client::Error{ErrorKind::kInterrupted, "interrupted"};
     std::vector<Property> properties;
-    const std::optional<client::Error> error = Connect(properties);
+    std::optional<client::Error> error = Connect(properties);
     if (!error) {
       Complain("connected again");
       TakeDifferences(properties);
