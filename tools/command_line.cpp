@@ -13,13 +13,11 @@
 #include <utility>
 
 #include "client/socket_path.h"
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/completion.h"
-#include "tools/frame_command.h"
 #include "tools/interactive.h"
-#include "tools/option_types.h"
 #include "tools/property_format.h"
-#include "tools/propfile.h"
 
 namespace valmere::tools {
 namespace {

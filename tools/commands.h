@@ -23,5 +23,8 @@ void AddStoreCommand(CLI::App& app, Invocation& invocation);
 void AddLoadCommand(CLI::App& app, Invocation& invocation);
 void AddExportCommand(CLI::App& app, Invocation& invocation);
 void AddImportCommand(CLI::App& app, Invocation& invocation);
+// Without the service: property files, and frames made and taken apart by hand.
+void AddPropfileCommand(CLI::App& app, Invocation& invocation);
+void AddFrameCommand(CLI::App& app, Invocation& invocation);
 
 }  // namespace valmere::tools

@@ -1,13 +1,16 @@
 // What could stand where the user asks for completion.
 #pragma once
 
-#include <CLI/App.hpp>
 #include <functional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "client/property.h"
+
+namespace CLI {
+class App;
+}
 
 namespace valmere::tools {
 

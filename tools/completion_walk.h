@@ -1,11 +1,15 @@
 // Where the words of a command line lead in the command tree.
 #pragma once
 
-#include <CLI/App.hpp>
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
 
 namespace valmere::tools {
 

@@ -1,10 +1,10 @@
 // Sorted by GUIDs: the order in which components came does not show, so that what is the same looks
 // the same.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <tuple>
 
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
 #include "tools/property_json.h"
@@ -39,15 +39,13 @@ std::optional<Failure> Export(Client& client, Deadline deadline,
 
 void AddExportCommand(CLI::App& app, Invocation& invocation) {
   const auto patterns = std::make_shared<std::vector<std::string>>();
-  CLI::App* command =
-      app.add_subcommand("export", "Print properties as JSON lines that import takes");
-  command->add_option("PATTERN", *patterns, "Only properties that match one of these");
-  command->callback([patterns, &invocation] {
-    invocation.run = [patterns, &invocation](Output& out) {
-      return WithClient(invocation.global, [&](Client& client, Deadline deadline) {
-        return Export(client, deadline, *patterns, out);
-      });
-    };
+  Command command(app, "export", "Print properties as JSON lines that import takes");
+  command.AddPositionals("PATTERN", *patterns, "Only properties that match one of these",
+                         Command::Need::kOptional);
+  command.SetRun(invocation, [patterns, &invocation](Output& out) {
+    return WithClient(invocation.global, [&](Client& client, Deadline deadline) {
+      return Export(client, deadline, *patterns, out);
+    });
   });
 }
 

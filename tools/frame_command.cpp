@@ -1,7 +1,6 @@
 // Both ways work on standard input too, so that they stand between a script and the socket.
-#include "tools/frame_command.h"
+#include "tools/commands.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -14,6 +13,7 @@
 #include "json/json_parser.h"
 #include "json/json_value.h"
 #include "protocol/message_frame.h"
+#include "tools/command.h"
 #include "tools/frame_reader.h"
 #include "tools/hex_dump.h"
 
@@ -131,32 +131,26 @@ std::optional<Failure> Decode(const Arguments& arguments, Output& out) {
 
 using Action = std::optional<Failure> (*)(const Arguments&, Output&);
 
-CLI::App* AddAction(CLI::App& frame, Invocation& invocation, const char* name, const char* about,
-                    const char* hex, Action action) {
+void AddAction(Command& frame, Invocation& invocation, const char* name, const char* about,
+               const char* hex, const char* footer, Action action) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* command = frame.add_subcommand(name, about);
-  command->add_option("FILE", arguments->file, "What to read; - is standard input")
-      ->capture_default_str();
-  command->add_flag("--check", arguments->check,
-                    "Parse the text, and refuse what is no JSON object");
-  command->add_flag("--hex", arguments->hex, hex);
-  command->callback([&invocation, arguments, action] {
-    invocation.run = [arguments, action](Output& out) { return action(*arguments, out); };
-  });
-  return command;
+  Command command = frame.AddCommand(name, about);
+  command.AddPositional("FILE", arguments->file, "What to read; - is standard input",
+                        Command::Need::kOptional);
+  command.AddFlag("--check", arguments->check, "Parse the text, and refuse what is no JSON object");
+  command.AddFlag("--hex", arguments->hex, hex);
+  command.SetFooter(footer);
+  command.SetRun(invocation, [arguments, action](Output& out) { return action(*arguments, out); });
 }
 
 }  // namespace
 
 void AddFrameCommand(CLI::App& app, Invocation& invocation) {
-  CLI::App* frame = app.add_subcommand("frame", "Make frames, and take them apart");
-  frame->require_subcommand(1);
-  AddAction(*frame, invocation, "encode", "Write the text as a frame",
-            "Print a hex dump instead of the bytes", Encode)
-      ->footer(kAboutEncode);
-  AddAction(*frame, invocation, "decode", "Print the text of each frame, one a line",
-            "Print a hex dump of each header before its text", Decode)
-      ->footer(kAboutDecode);
+  Command frame(app, "frame", "Make frames, and take them apart");
+  AddAction(frame, invocation, "encode", "Write the text as a frame",
+            "Print a hex dump instead of the bytes", kAboutEncode, Encode);
+  AddAction(frame, invocation, "decode", "Print the text of each frame, one a line",
+            "Print a hex dump of each header before its text", kAboutDecode, Decode);
 }
 
 }  // namespace valmere::tools

@@ -1,8 +1,8 @@
 // All or nothing: a script that reads the lines by their number must not get the wrong ones.
-#include <CLI/CLI.hpp>
 #include <list>
 #include <memory>
 
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
 #include "tools/name_resolver.h"
@@ -54,16 +54,14 @@ std::optional<Failure> Get(Client& client, Deadline deadline, const GetOptions& 
 
 void AddGetCommand(CLI::App& app, Invocation& invocation) {
   const auto options = std::make_shared<GetOptions>();
-  CLI::App* get = app.add_subcommand("get", "Print the values of properties, one a line");
-  get->add_option("NAME", options->names, "The properties")->required();
-  get->add_option("--default", options->substitute, "Print this for a property that is not there")
-      ->type_name("VALUE");
-  get->callback([options, &invocation] {
-    invocation.run = [options, &invocation](Output& out) {
-      return WithClient(invocation.global, [&](Client& client, Deadline deadline) {
-        return Get(client, deadline, *options, out);
-      });
-    };
+  Command get(app, "get", "Print the values of properties, one a line");
+  get.AddPositionals("NAME", options->names, "The properties", Command::Need::kRequired);
+  get.AddText("--default", "VALUE", options->substitute,
+              "Print this for a property that is not there");
+  get.SetRun(invocation, [options, &invocation](Output& out) {
+    return WithClient(invocation.global, [&](Client& client, Deadline deadline) {
+      return Get(client, deadline, *options, out);
+    });
   });
 }
 

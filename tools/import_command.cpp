@@ -1,7 +1,6 @@
 // Sets what differs, and waits until the properties report it. Nothing is set before the whole input
 // has been understood. The service tells of its own properties at once whether they took a value;
 // one that can't be set does not, and that is no failure: an export has all of them.
-#include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -9,6 +8,7 @@
 #include <variant>
 
 #include "tools/address_order.h"
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
 #include "tools/name_resolver.h"
@@ -179,17 +179,15 @@ std::optional<Failure> Import::Conclude() {
 
 void AddImportCommand(CLI::App& app, Invocation& invocation) {
   const auto options = std::make_shared<ImportOptions>();
-  CLI::App* command = app.add_subcommand("import", "Set properties to the values of an export");
-  command->add_option("FILE", options->file, "The export; - reads standard input")
-      ->capture_default_str();
-  command->add_flag("--dry-run", options->dry_run, "Only print what would be set");
-  command->footer(kAboutImport);
-  command->callback([options, &invocation] {
-    invocation.run = [options, &invocation](Output& out) -> std::optional<Failure> {
-      const auto imported = ReadInput(options->file);
-      if (const Failure* failure = std::get_if<Failure>(&imported)) return *failure;
-      return Import(invocation.global, *options, out).Run(std::get<0>(imported));
-    };
+  Command command(app, "import", "Set properties to the values of an export");
+  command.AddPositional("FILE", options->file, "The export; - reads standard input",
+                        Command::Need::kOptional);
+  command.AddFlag("--dry-run", options->dry_run, "Only print what would be set");
+  command.SetFooter(kAboutImport);
+  command.SetRun(invocation, [options, &invocation](Output& out) -> std::optional<Failure> {
+    const auto imported = ReadInput(options->file);
+    if (const Failure* failure = std::get_if<Failure>(&imported)) return *failure;
+    return Import(invocation.global, *options, out).Run(std::get<0>(imported));
   });
 }
 

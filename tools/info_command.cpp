@@ -1,8 +1,8 @@
 // All that the service tells of a property.
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <utility>
 
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
 #include "tools/name_resolver.h"
@@ -53,14 +53,12 @@ std::optional<Failure> Info(Client& client, Deadline deadline, const std::string
 
 void AddInfoCommand(CLI::App& app, Invocation& invocation) {
   const auto name = std::make_shared<std::string>();
-  CLI::App* info = app.add_subcommand("info", "Print all that is known of a property");
-  info->add_option("NAME", *name, "The property")->required();
-  info->callback([name, &invocation] {
-    invocation.run = [name, &invocation](Output& out) {
-      return WithClient(invocation.global, [&](Client& client, Deadline deadline) {
-        return Info(client, deadline, *name, out);
-      });
-    };
+  Command info(app, "info", "Print all that is known of a property");
+  info.AddPositional("NAME", *name, "The property", Command::Need::kRequired);
+  info.SetRun(invocation, [name, &invocation](Output& out) {
+    return WithClient(invocation.global, [&](Client& client, Deadline deadline) {
+      return Info(client, deadline, *name, out);
+    });
   });
 }
 

@@ -1,10 +1,10 @@
 // Properties are sorted by component and group; within a group they keep the service's order, in
 // which they were registered.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <tuple>
 
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
 #include "tools/property_output.h"
@@ -68,17 +68,16 @@ std::optional<Failure> List(Client& client, Deadline deadline, const ListOptions
 
 void AddListCommand(CLI::App& app, Invocation& invocation) {
   const auto options = std::make_shared<ListOptions>();
-  CLI::App* list = app.add_subcommand("list", "Print properties and their values");
-  list->add_option("PATTERN", options->patterns, "Only properties that match one of these");
-  list->add_flag("--tree", options->tree, "Print a tree of components, groups, properties");
-  list->callback([options, &invocation] {
-    invocation.run = [options, &invocation](Output& out) -> std::optional<Failure> {
-      if (options->tree && out.form() != OutputForm::kText)
-        return Failure{kExitUsage, "--tree is a form of its own"};
-      return WithClient(invocation.global, [&](Client& client, Deadline deadline) {
-        return List(client, deadline, *options, out);
-      });
-    };
+  Command list(app, "list", "Print properties and their values");
+  list.AddPositionals("PATTERN", options->patterns, "Only properties that match one of these",
+                      Command::Need::kOptional);
+  list.AddFlag("--tree", options->tree, "Print a tree of components, groups, properties");
+  list.SetRun(invocation, [options, &invocation](Output& out) -> std::optional<Failure> {
+    if (options->tree && out.form() != OutputForm::kText)
+      return Failure{kExitUsage, "--tree is a form of its own"};
+    return WithClient(invocation.global, [&](Client& client, Deadline deadline) {
+      return List(client, deadline, *options, out);
+    });
   });
 }
 

@@ -1,5 +1,4 @@
 // Subscribes to everything and shows what goes over its own connection, both ways.
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -8,11 +7,11 @@
 
 #include "client/observed_transport.h"
 #include "protocol/message_frame.h"
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
 #include "tools/hex_dump.h"
 #include "tools/message_description.h"
-#include "tools/option_types.h"
 #include "tools/property_json.h"
 
 namespace valmere::tools {
@@ -132,13 +131,11 @@ class Monitor {
 
 void AddMonitorCommand(CLI::App& app, Invocation& invocation) {
   const auto options = std::make_shared<MonitorOptions>();
-  CLI::App* monitor = app.add_subcommand("monitor", "Show the messages of a subscribed connection");
-  monitor->add_flag("--hex", options->hex, "Show the frames' bytes too");
-  AddCount(*monitor, options->count, "End after so many messages");
-  monitor->callback([options, &invocation] {
-    invocation.run = [options, &invocation](Output& out) {
-      return Monitor(*options, out).Run(invocation.global);
-    };
+  Command monitor(app, "monitor", "Show the messages of a subscribed connection");
+  monitor.AddFlag("--hex", options->hex, "Show the frames' bytes too");
+  monitor.AddCount(options->count, "End after so many messages");
+  monitor.SetRun(invocation, [options, &invocation](Output& out) {
+    return Monitor(*options, out).Run(invocation.global);
   });
 }
 

@@ -1,7 +1,7 @@
 // The service has two properties that are commands. It handles what is sent on a connection in
 // order, so the answer to a get behind a set tells what became of it.
-#include <CLI/CLI.hpp>
 
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
 #include "tools/service_properties.h"
@@ -45,17 +45,13 @@ std::optional<Failure> Load(Client& client, Deadline deadline) {
 }  // namespace
 
 void AddStoreCommand(CLI::App& app, Invocation& invocation) {
-  CLI::App* store = app.add_subcommand("store", "Have the service write its property file");
-  store->callback([&invocation] {
-    invocation.run = [&invocation](Output&) { return WithClient(invocation.global, Store); };
-  });
+  Command store(app, "store", "Have the service write its property file");
+  store.SetRun(invocation, [&](Output&) { return WithClient(invocation.global, Store); });
 }
 
 void AddLoadCommand(CLI::App& app, Invocation& invocation) {
-  CLI::App* load = app.add_subcommand("load", "Have the service read its property file again");
-  load->callback([&invocation] {
-    invocation.run = [&invocation](Output&) { return WithClient(invocation.global, Load); };
-  });
+  Command load(app, "load", "Have the service read its property file again");
+  load.SetRun(invocation, [&](Output&) { return WithClient(invocation.global, Load); });
 }
 
 }  // namespace valmere::tools

@@ -1,13 +1,12 @@
 // A round trip is a get of a property that nobody has: all the way to the registries and back.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <memory>
 
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
-#include "tools/option_types.h"
 #include "tools/property_json.h"
 
 namespace valmere::tools {
@@ -63,14 +62,12 @@ std::optional<Failure> Ping(Client& client, Deadline deadline, std::size_t count
 
 void AddPingCommand(CLI::App& app, Invocation& invocation) {
   const auto count = std::make_shared<std::size_t>(kUsualCount);
-  CLI::App* ping = app.add_subcommand("ping", "Measure round trips to the service");
-  AddCount(*ping, *count, "So many round trips")->capture_default_str();
-  ping->callback([count, &invocation] {
-    invocation.run = [count, &invocation](Output& out) {
-      return WithClient(invocation.global, [&](Client& client, Deadline deadline) {
-        return Ping(client, deadline, *count, invocation.global.timeout, out);
-      });
-    };
+  Command ping(app, "ping", "Measure round trips to the service");
+  ping.AddCount(*count, "So many round trips");
+  ping.SetRun(invocation, [count, &invocation](Output& out) {
+    return WithClient(invocation.global, [&](Client& client, Deadline deadline) {
+      return Ping(client, deadline, *count, invocation.global.timeout, out);
+    });
   });
 }
 

@@ -1,12 +1,12 @@
 // A component in miniature: it makes its properties known, takes over each value that it is asked
 // to, says so, and takes the properties back at the end. A set is printed when its new value has
 // been reported, so that whoever waits for the line finds it.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <utility>
 #include <variant>
 
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
 #include "tools/name_resolver.h"
@@ -127,22 +127,19 @@ std::optional<Failure> RunPublish(const GlobalOptions& global, const PublishOpti
 }  // namespace
 
 void AddPublishCommand(CLI::App& app, Invocation& invocation) {
+  using enum Command::Need;
   const auto options = std::make_shared<PublishOptions>();
-  CLI::App* publish = app.add_subcommand("publish", "Be a component that owns properties");
-  publish->add_option("NAME=VALUE", options->assignments, "The properties and their first values")
-      ->required();
-  publish->add_flag("--hold", options->hold, "Stay, answer sets, withdraw at the end")->required();
-  publish->add_option("--component", options->component, "The component of names that give none")
-      ->capture_default_str();
-  publish->add_option("--component-guid", options->component_guid,
-                      "Its GUID; otherwise made of its name");
-  publish->add_option("--group", options->group, "The group of names that give none")
-      ->capture_default_str();
-  publish->footer(kAboutPublish);
-  publish->callback([options, &invocation] {
-    invocation.run = [options, &invocation](Output& out) {
-      return RunPublish(invocation.global, *options, out);
-    };
+  Command publish(app, "publish", "Be a component that owns properties");
+  publish.AddPositionals("NAME=VALUE", options->assignments,
+                         "The properties and their first values", kRequired);
+  publish.AddFlag("--hold", options->hold, "Stay, answer sets, withdraw at the end", kRequired);
+  publish.AddText("--component", options->component, "The component of names that give none");
+  publish.AddText("--component-guid", options->component_guid,
+                  "Its GUID; otherwise made of its name");
+  publish.AddText("--group", options->group, "The group of names that give none");
+  publish.SetFooter(kAboutPublish);
+  publish.SetRun(invocation, [options, &invocation](Output& out) {
+    return RunPublish(invocation.global, *options, out);
   });
 }
 

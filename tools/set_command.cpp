@@ -2,11 +2,11 @@
 // resolved against the list of everything: the service looks properties up by GUID alone.
 #include <strings.h>
 
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <iterator>
 #include <memory>
 
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
 #include "tools/name_resolver.h"
@@ -142,17 +142,16 @@ std::string ReadInput() {
 }  // namespace
 
 void AddSetCommand(CLI::App& app, Invocation& invocation) {
+  using enum Command::Need;
   const auto options = std::make_shared<SetOptions>();
-  CLI::App* set = app.add_subcommand("set", "Ask a property's owner for a new value");
-  set->add_option("NAME", options->name, "The property")->required();
-  set->add_option("VALUE", options->value, "Its new value; - reads standard input")->required();
-  set->add_flag("--verify", options->verify, "Wait until the property reports the value");
-  set->footer(kAboutSet);
-  set->callback([options, &invocation] {
-    invocation.run = [options, &invocation](Output&) {
-      if (options->value == "-") options->value = ReadInput();
-      return Setting(invocation.global, *options).Run();
-    };
+  Command set(app, "set", "Ask a property's owner for a new value");
+  set.AddPositional("NAME", options->name, "The property", kRequired);
+  set.AddPositional("VALUE", options->value, "Its new value; - reads standard input", kRequired);
+  set.AddFlag("--verify", options->verify, "Wait until the property reports the value");
+  set.SetFooter(kAboutSet);
+  set.SetRun(invocation, [options, &invocation](Output&) {
+    if (options->value == "-") options->value = ReadInput();
+    return Setting(invocation.global, *options).Run();
   });
 }
 

@@ -1,12 +1,11 @@
 // A property may be waited for before there is one, so the name is looked for again until then.
-#include <CLI/CLI.hpp>
 #include <memory>
 
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
 #include "tools/name_resolver.h"
 #include "tools/observation.h"
-#include "tools/option_types.h"
 
 namespace valmere::tools {
 namespace {
@@ -80,16 +79,12 @@ class Waiting {
 
 void AddWaitCommand(CLI::App& app, Invocation& invocation) {
   const auto options = std::make_shared<WaitOptions>();
-  CLI::App* wait = app.add_subcommand("wait", "Wait until a property is there or has a value");
-  wait->add_option("NAME[=VALUE]", options->condition,
-                   "The property, and its value if that matters")
-      ->required();
-  AddSeconds(*wait, "--timeout", "The longest to wait, instead of 5",
-             [options](std::chrono::milliseconds time) { options->timeout = time; });
-  wait->callback([options, &invocation] {
-    invocation.run = [options, &invocation](Output&) {
-      return Waiting(invocation.global, *options).Run();
-    };
+  Command wait(app, "wait", "Wait until a property is there or has a value");
+  wait.AddPositional("NAME[=VALUE]", options->condition,
+                     "The property, and its value if that matters", Command::Need::kRequired);
+  wait.AddSeconds("--timeout", options->timeout, "The longest to wait, instead of 5");
+  wait.SetRun(invocation, [options, &invocation](Output&) {
+    return Waiting(invocation.global, *options).Run();
   });
 }
 

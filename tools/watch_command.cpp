@@ -5,7 +5,6 @@
 // to one publishing period later. For that long a change that repeats what was read, or that is
 // older than it, is not printed. Later ones are printed whatever they say, because the commands
 // among the properties tell of being set by a change to the same value.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <map>
@@ -13,9 +12,9 @@
 #include <utility>
 
 #include "tools/address_order.h"
+#include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
-#include "tools/option_types.h"
 #include "tools/property_output.h"
 #include "tools/property_pattern.h"
 #include "tools/service_properties.h"
@@ -226,18 +225,16 @@ void Watching::Print(const Property& property) {
 
 void AddWatchCommand(CLI::App& app, Invocation& invocation) {
   const auto options = std::make_shared<WatchOptions>();
-  CLI::App* watch = app.add_subcommand("watch", "Print each change of properties as it is told");
-  watch->add_option("PATTERN", options->patterns, "Only properties that match one of these");
-  AddCount(*watch, options->count, "End after so many lines");
-  AddSeconds(*watch, "--timeout", "End after this time",
-             [options](milliseconds time) { options->timeout = time; });
-  watch->add_flag("--initial", options->initial, "Print the current values first");
-  watch->add_flag("--reconnect", options->reconnect, "Connect again when the connection is lost");
-  watch->footer(kAboutWatch);
-  watch->callback([options, &invocation] {
-    invocation.run = [options, &invocation](Output& out) {
-      return Watching(invocation.global, *options, out).Run();
-    };
+  Command watch(app, "watch", "Print each change of properties as it is told");
+  watch.AddPositionals("PATTERN", options->patterns, "Only properties that match one of these",
+                       Command::Need::kOptional);
+  watch.AddCount(options->count, "End after so many lines");
+  watch.AddSeconds("--timeout", options->timeout, "End after this time");
+  watch.AddFlag("--initial", options->initial, "Print the current values first");
+  watch.AddFlag("--reconnect", options->reconnect, "Connect again when the connection is lost");
+  watch.SetFooter(kAboutWatch);
+  watch.SetRun(invocation, [options, &invocation](Output& out) {
+    return Watching(invocation.global, *options, out).Run();
   });
 }
 

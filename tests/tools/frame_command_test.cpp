@@ -1,5 +1,5 @@
 // Frames made and taken apart by hand.
-#include "tools/frame_command.h"
+#include "tools/commands.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

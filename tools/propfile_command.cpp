@@ -1,13 +1,13 @@
 // The service reads these files only when it loads them, so each command looks at the whole file and
 // puts a whole one in its place.
-#include "tools/propfile.h"
+#include "tools/commands.h"
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tools/command.h"
 #include "tools/property_json.h"
 #include "tools/propfile_storage.h"
 #include "tools/propfile_text.h"
@@ -164,37 +164,35 @@ std::optional<Failure> Seal(const Arguments& arguments, Output&) {
 
 using Action = std::optional<Failure> (*)(const Arguments&, Output&);
 
-CLI::App* AddAction(CLI::App& propfile, Invocation& invocation,
-                    const std::shared_ptr<Arguments>& arguments, const char* name,
-                    const char* about, Action action) {
-  CLI::App* command = propfile.add_subcommand(name, about);
-  command->add_option("FILE", arguments->file, "The property file")->required();
-  command->callback([&invocation, arguments, action] {
-    invocation.run = [arguments, action](Output& out) { return action(*arguments, out); };
-  });
+Command AddAction(Command& propfile, Invocation& invocation,
+                  const std::shared_ptr<Arguments>& arguments, const char* name, const char* about,
+                  Action action) {
+  Command command = propfile.AddCommand(name, about);
+  command.AddPositional("FILE", arguments->file, "The property file", Command::Need::kRequired);
+  command.SetRun(invocation, [arguments, action](Output& out) { return action(*arguments, out); });
   return command;
 }
 
 }  // namespace
 
 void AddPropfileCommand(CLI::App& app, Invocation& invocation) {
-  CLI::App* propfile = app.add_subcommand("propfile", "Look into property files, and mend them");
-  propfile->require_subcommand(1);
+  using enum Command::Need;
+  Command propfile(app, "propfile", "Look into property files, and mend them");
   const auto arguments = std::make_shared<Arguments>();
-  AddAction(*propfile, invocation, arguments, "show",
+  AddAction(propfile, invocation, arguments, "show",
             "Print key, names and value of each line, and whether the CRC is good", Show);
-  AddAction(*propfile, invocation, arguments, "check",
+  AddAction(propfile, invocation, arguments, "check",
             "Say what is wrong with a file; exit status 1 if anything is", Check);
-  CLI::App* set =
-      AddAction(*propfile, invocation, arguments, "set", "Replace the value of a line", Set);
-  set->add_option("KEY-OR-NAME", arguments->wanted, "The line")->required();
-  set->add_option("VALUE", arguments->value, "Its new value")->required();
-  set->add_flag("--force", arguments->force, "Even if the file is not sound; it gets a good CRC");
-  set->footer(kAboutSet);
-  CLI::App* seal = AddAction(*propfile, invocation, arguments, "seal",
-                             "Give a file that was edited the right CRC", Seal);
-  seal->add_flag("--force", arguments->force, "Even if lines are malformed or there are none");
-  seal->footer(kAboutSeal);
+  Command set =
+      AddAction(propfile, invocation, arguments, "set", "Replace the value of a line", Set);
+  set.AddPositional("KEY-OR-NAME", arguments->wanted, "The line", kRequired);
+  set.AddPositional("VALUE", arguments->value, "Its new value", kRequired);
+  set.AddFlag("--force", arguments->force, "Even if the file is not sound; it gets a good CRC");
+  set.SetFooter(kAboutSet);
+  Command seal = AddAction(propfile, invocation, arguments, "seal",
+                           "Give a file that was edited the right CRC", Seal);
+  seal.AddFlag("--force", arguments->force, "Even if lines are malformed or there are none");
+  seal.SetFooter(kAboutSeal);
 }
 
 }  // namespace valmere::tools

@@ -1,5 +1,5 @@
 // Property files looked into and mended without the service.
-#include "tools/propfile.h"
+#include "tools/commands.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
