@@ -56,17 +56,17 @@ class DriverTransport final : public Transport {
   std::thread reader_;             // from the first frame sent; the sending thread's
 };
 
-Error Lost() {
+Error SessionLost() {
   return {ErrorKind::kConnectionLost, "connection lost: the service ended it"};
 }
 
 // The driver takes every byte at once, so there is nothing to wait for.
 Result<void> DriverTransport::Send(std::string_view frame, Deadline) {
-  if (closed_) return Lost();
+  if (closed_) return SessionLost();
   const auto count = static_cast<std::uint32_t>(frame.size());
   if (driver_.write(handle_, frame.data(), count) != static_cast<std::int64_t>(frame.size())) {
     Close();
-    return Lost();
+    return SessionLost();
   }
   if (!reader_.joinable()) reader_ = std::thread([this] { ReadFrames(); });
   return {};
@@ -74,12 +74,12 @@ Result<void> DriverTransport::Send(std::string_view frame, Deadline) {
 
 Result<void> DriverTransport::Receive(std::string& text, Deadline deadline) {
   for (;;) {
-    if (closed_) return Lost();
+    if (closed_) return SessionLost();
     if (interrupted_.exchange(false)) return Error{ErrorKind::kInterrupted, "interrupted"};
     // Asked in this order: the end is set behind the last frame.
     const bool ended = ended_;
     if (TakeFrame(text)) return {};
-    if (ended) return Lost();
+    if (ended) return SessionLost();
     if (!WaitUntil(deadline)) return Error{ErrorKind::kTimeout, "time-out waiting for the service"};
   }
 }

@@ -40,14 +40,14 @@ Error Timeout(const char* what) {
   return {ErrorKind::kTimeout, std::string("time-out ") + what};
 }
 
-Error Lost(const std::string& why) {
+Error ConnectionLost(const std::string& why) {
   return {ErrorKind::kConnectionLost, "connection lost: " + why};
 }
 
 // What an end by the service looks like depends on which call meets it first.
 Error LostBy(int error) {
   const bool ended = error == 0 || error == EPIPE || error == ECONNRESET;
-  return Lost(ended ? "the service ended it" : TextOf(error));
+  return ConnectionLost(ended ? "the service ended it" : TextOf(error));
 }
 
 int PollTime(Deadline deadline) {
@@ -79,7 +79,7 @@ class SocketTransport final : public Transport {
   Result<void> Send(std::string_view frame, Deadline deadline) override;
   Result<void> Receive(std::string& text, Deadline deadline) override;
   void Interrupt() noexcept override;
-  void Close() override { End(Lost("closed")); }
+  void Close() override { End(ConnectionLost("closed")); }
 
  private:
   void End(const Error& why);
@@ -130,7 +130,7 @@ Result<void> SocketTransport::Send(std::string_view frame, Deadline deadline) {
       return *end();
     }
     if (Result<void> waited = WaitForRoom(deadline); !waited) {
-      End(Lost("the service did not take a request in time"));
+      End(ConnectionLost("the service did not take a request in time"));
       return waited;
     }
   }
@@ -149,7 +149,7 @@ Result<void> SocketTransport::Receive(std::string& text, Deadline deadline) {
     if (const auto ended = end()) return *ended;
     const Result<std::size_t> frame_bytes = FrameBytes();
     if (!frame_bytes) {
-      End(Lost(frame_bytes.error().text));
+      End(ConnectionLost(frame_bytes.error().text));
       return frame_bytes.error();
     }
     if (*frame_bytes != 0 && held() >= *frame_bytes) {

@@ -10,7 +10,7 @@
 namespace valmere {
 namespace {
 
-constexpr std::uint32_t kStop = 1;
+constexpr std::uint32_t kEnd = 1;
 constexpr std::uint32_t kLines = 2;
 
 }  // namespace
@@ -24,7 +24,7 @@ LogWriter::LogWriter(std::unique_ptr<Connection> stream, int priority)
 }
 
 LogWriter::~LogWriter() {
-  signal_.Set(kStop);
+  signal_.Set(kEnd);
 }
 
 void LogWriter::Write(std::string line) {
@@ -49,8 +49,8 @@ void LogWriter::TellOfLost() {
 // The stop flag stays up, so a stop that comes before the wait still gets its last pass.
 void LogWriter::Run() {
   std::uint32_t reported = 0;
-  while ((reported & kStop) == 0) {
-    reported = signal_.Wait(kStop | kLines);
+  while ((reported & kEnd) == 0) {
+    reported = signal_.Wait(kEnd | kLines);
     Pass();
   }
 }

@@ -4,18 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
 
+#include "tools/environment.h"
+
 namespace valmere::tools {
 namespace {
-
-std::string Variable(const char* name) {
-  const char* value = std::getenv(name);
-  return value != nullptr ? value : "";
-}
 
 // Folders on the way are the user's alone, as the base directory convention asks.
 void MakeFolders(const std::filesystem::path& folder) {

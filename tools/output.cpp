@@ -8,9 +8,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstdlib>
 #include <system_error>
 #include <utility>
+
+#include "tools/environment.h"
 
 namespace valmere::tools {
 namespace {
@@ -42,11 +43,6 @@ void AppendControl(unsigned char byte, std::string& out) {
       out += "0123456789ABCDEF"[byte >> 4];
       out += "0123456789ABCDEF"[byte & 0xf];
   }
-}
-
-std::string Variable(const char* name) {
-  const char* value = std::getenv(name);
-  return value != nullptr ? value : "";
 }
 
 bool UsesColor(ColorChoice choice, bool terminal) {

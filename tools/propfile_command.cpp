@@ -23,7 +23,7 @@ struct Arguments {
   bool force = false;
 };
 
-constexpr const char* kAboutSet = R"(
+constexpr const char* kAboutSetInFile = R"(
 NAME is the line's key (group GUID:property GUID), its names (group:name), group/name, or the name
 alone. Of two lines with one key the later one is changed, which is the one that counts.)";
 
@@ -188,7 +188,7 @@ void AddPropfileCommand(CLI::App& app, Invocation& invocation) {
   set.AddPositional("KEY-OR-NAME", arguments->wanted, "The line", kRequired);
   set.AddPositional("VALUE", arguments->value, "Its new value", kRequired);
   set.AddFlag("--force", arguments->force, "Even if the file is not sound; it gets a good CRC");
-  set.SetFooter(kAboutSet);
+  set.SetFooter(kAboutSetInFile);
   Command seal = AddAction(propfile, invocation, arguments, "seal",
                            "Give a file that was edited the right CRC", Seal);
   seal.AddFlag("--force", arguments->force, "Even if lines are malformed or there are none");

@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/posix/descriptor.h"
+
 namespace valmere::platform {
 namespace {
 
@@ -31,25 +33,6 @@ auto Uninterrupted(Call call) {
     result = call();
   return result;
 }
-
-// A file descriptor and the duty to close it.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-  }
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-  bool open() const { return number_ >= 0; }
-  int number() const { return number_; }
-
- private:
-  int number_;
-};
 
 Descriptor OpenAt(int folder, const char* name, int flags) {
   return Descriptor(
@@ -102,17 +85,17 @@ class HostFile final : public File {
 
   std::size_t Read(void* buffer, std::size_t length) override {
     return Transfer(length, [&](std::size_t done) {
-      return read(descriptor_.number(), static_cast<char*>(buffer) + done, length - done);
+      return read(descriptor_.get(), static_cast<char*>(buffer) + done, length - done);
     });
   }
   std::size_t Write(const void* buffer, std::size_t length) override {
     return Transfer(length, [&](std::size_t done) {
-      return write(descriptor_.number(), static_cast<const char*>(buffer) + done, length - done);
+      return write(descriptor_.get(), static_cast<const char*>(buffer) + done, length - done);
     });
   }
   std::uint64_t Size() override {
     struct stat status {};
-    if (fstat(descriptor_.number(), &status) != 0) return 0;
+    if (fstat(descriptor_.get(), &status) != 0) return 0;
     return static_cast<std::uint64_t>(status.st_size);
   }
 
@@ -145,12 +128,12 @@ class HostFileSystem final : public FileSystem {
     const std::optional<Place> place = Find(path);
     if (!system || !place) return nullptr;
     // Opening must not wait for the other end of a pipe that somebody put there.
-    Descriptor file = OpenAt(place->folder.number(), place->name.c_str(),
+    Descriptor file = OpenAt(place->folder.get(), place->name.c_str(),
                              *system | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK);
     struct stat status {};
-    if (!file.open() || fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (!file.valid() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
       return nullptr;
-    if (Has(flags, OpenFlags::kAtEnd)) lseek(file.number(), 0, SEEK_END);
+    if (Has(flags, OpenFlags::kAtEnd)) lseek(file.get(), 0, SEEK_END);
     return std::make_unique<HostFile>(std::move(file));
   }
 
@@ -158,14 +141,13 @@ class HostFileSystem final : public FileSystem {
     const std::optional<Place> place = Find(path);
     struct stat status {};
     return place &&
-           fstatat(place->folder.number(), place->name.c_str(), &status, AT_SYMLINK_NOFOLLOW) ==
-               0 &&
+           fstatat(place->folder.get(), place->name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
            (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode));
   }
 
   bool Remove(WidePathView path) override {
     const std::optional<Place> place = Find(path);
-    return place && unlinkat(place->folder.number(), place->name.c_str(), 0) == 0;
+    return place && unlinkat(place->folder.get(), place->name.c_str(), 0) == 0;
   }
 
  private:
@@ -181,9 +163,9 @@ class HostFileSystem final : public FileSystem {
     if (!names || NamesDevice(*names)) return std::nullopt;
     if (names->empty()) names->push_back(".");
     Descriptor folder = OpenAt(AT_FDCWD, root_.c_str(), O_PATH | O_DIRECTORY);
-    for (std::size_t i = 0; i + 1 < names->size() && folder.open(); ++i)
-      folder = OpenAt(folder.number(), (*names)[i].c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW);
-    if (!folder.open()) return std::nullopt;
+    for (std::size_t i = 0; i + 1 < names->size() && folder.valid(); ++i)
+      folder = OpenAt(folder.get(), (*names)[i].c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW);
+    if (!folder.valid()) return std::nullopt;
     return Place{std::move(folder), std::move(names->back())};
   }
 

@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "platform/kernel.h"
+#include "platform/posix/descriptor.h"
 
 namespace valmere::platform {
 namespace {
@@ -27,27 +28,6 @@ namespace {
 constexpr Ticks kPatience = 5'000 * kTicksPerMillisecond;
 // How often a blocked send looks whether the peer has taken anything.
 constexpr int kProgressCheckMilliseconds = 250;
-
-class Descriptor {
- public:
-  Descriptor() = default;
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-  }
-  ~Descriptor() {
-    // Not repeated on EINTR: Linux has given the number back by then.
-    if (number_ >= 0) close(number_);
-  }
-
-  bool valid() const { return number_ >= 0; }
-  int get() const { return number_; }
-
- private:
-  int number_ = -1;
-};
 
 int WinsockCode(int code) {
   switch (code) {

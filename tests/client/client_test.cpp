@@ -6,6 +6,7 @@
 
 #include <deque>
 
+#include "tests/client/deadlines.h"
 #include "tests/client/fake_service.h"
 
 namespace valmere::client {
@@ -17,10 +18,6 @@ using ::testing::ElementsAre;
 
 const Property kSpeed{"G1", "Motion", "P1", "Speed", "42", kSuccessful, "C1", "Print Head"};
 const Property kColour{"G2", "Look", "P2", "Colour", "red", kSuccessful, "C1", "Print Head"};
-
-Deadline Soon() {
-  return Deadline::After(test::kPatience);
-}
 
 // Takes down what is sent and hands out what a test has put there.
 class ScriptedTransport final : public Transport {

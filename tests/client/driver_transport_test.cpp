@@ -6,19 +6,13 @@
 #include <thread>
 
 #include "driver/prn.h"
+#include "tests/client/deadlines.h"
 #include "tests/client/fake_service.h"
 
 namespace valmere::client {
 namespace {
 
 using test::FrameOf;
-
-Deadline Soon() {
-  return Deadline::After(test::kPatience);
-}
-Deadline Past() {
-  return Deadline::After(std::chrono::milliseconds(0));
-}
 
 class DriverTransportTest : public ::testing::Test {
  protected:

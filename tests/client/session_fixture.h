@@ -15,19 +15,13 @@
 #include <vector>
 
 #include "client/session.h"
+#include "tests/client/deadlines.h"
 #include "tests/client/played_service.h"
 
 namespace valmere::client {
 
 inline const Property kSpeed{"G1", "Motion", "P1", "Speed", "42", kSuccessful, "C1", "Print Head"};
 inline const Property kColour{"G2", "Look", "P2", "Colour", "red", kSuccessful, "C1", "Print Head"};
-
-inline Deadline Soon() {
-  return Deadline::After(test::kPatience);
-}
-inline Deadline Past() {
-  return Deadline::After(std::chrono::milliseconds(0));
-}
 
 inline Property WithValue(Property property, const std::string& value) {
   property.value = value;

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "client/socket_path.h"
+#include "tests/client/deadlines.h"
 #include "tests/client/fake_service.h"
 
 namespace valmere::client {
@@ -15,13 +16,6 @@ namespace {
 using test::FakeConnection;
 using test::FakeService;
 using test::FrameOf;
-
-Deadline Soon() {
-  return Deadline::After(test::kPatience);
-}
-Deadline Past() {
-  return Deadline::After(std::chrono::milliseconds(0));
-}
 
 std::unique_ptr<Transport> ConnectTo(const FakeService& service) {
   auto transport = ConnectSocket(service.path(), Soon());

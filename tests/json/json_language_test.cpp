@@ -15,6 +15,7 @@
 #include "json/json_value.h"
 #include "json/json_writer.h"
 #include "tests/json/reference_parser.h"
+#include "tests/json/written.h"
 
 namespace valmere {
 namespace {
@@ -53,11 +54,7 @@ Outcome Parsed(const std::string& text) {
   return outcome;
 }
 
-std::string Written(const JsonValue& value) {
-  std::string text;
-  WriteJson(value, text);
-  return text;
-}
+using testing::Written;
 
 // Compares on `count` texts of up to `longest` random pieces; the number of texts that are values.
 template <std::size_t kPieces>

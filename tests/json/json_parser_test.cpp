@@ -11,6 +11,7 @@
 #include "json/json_escape.h"
 #include "json/json_value.h"
 #include "json/json_writer.h"
+#include "tests/json/written.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere {
@@ -35,11 +36,7 @@ std::string Repeated(const std::string& text, int times) {
   return all;
 }
 
-std::string Written(const JsonValue& value) {
-  std::string text;
-  WriteJson(value, text);
-  return text;
-}
+using testing::Written;
 
 // The text of what was parsed; what went to standard error when nothing was.
 std::string Reading(const std::string& text) {

@@ -10,15 +10,12 @@
 
 #include "json/json_escape.h"
 #include "json/json_value.h"
+#include "tests/json/written.h"
 
 namespace valmere {
 namespace {
 
-std::string Written(const JsonValue& value) {
-  std::string text;
-  WriteJson(value, text);
-  return text;
-}
+using testing::Written;
 
 std::string Streamed(double value) {
   std::ostringstream stream;

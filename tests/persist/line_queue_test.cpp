@@ -18,13 +18,13 @@
 namespace valmere::testing {
 namespace {
 
-constexpr platform::WidePathView kFile = u"/Store/Properties.ini";
+constexpr platform::WidePathView kQueuedFile = u"/Store/Properties.ini";
 constexpr platform::WidePathView kOther = u"/Store/Other.ini";
 
 class LineQueueTest : public ::testing::Test {
  protected:
   void Push(std::string_view left_side, std::string_view value,
-            platform::WidePathView path = kFile) {
+            platform::WidePathView path = kQueuedFile) {
     queue_.Push(MakeWriteRequest(left_side, value, path));
   }
   std::vector<RewriteResult> reported() {
@@ -46,7 +46,7 @@ TEST_F(LineQueueTest, DrainsInOrder) {
   Push("c|d", "2");
   Push("a|b", "3");
   EXPECT_TRUE(queue_.Drain());
-  EXPECT_EQ(files_->Get(kFile), WithTrailer("a|b=3\nc|d=2\n"));
+  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=3\nc|d=2\n"));
 }
 
 TEST_F(LineQueueTest, AnEmptyQueueHasWrittenNothing) {
@@ -55,16 +55,16 @@ TEST_F(LineQueueTest, AnEmptyQueueHasWrittenNothing) {
 }
 
 TEST_F(LineQueueTest, AShortReadStopsAndLeavesTheRestForTheNextPush) {
-  files_->Put(kFile, WithTrailer("a|b=1\n"));
+  files_->Put(kQueuedFile, WithTrailer("a|b=1\n"));
   Push("x|x", "0", kOther);
   Push("a|b", "2");
   Push("c|d", "3");
   files_->ShortenRead(1, 2);
   EXPECT_FALSE(queue_.Drain()) << "though the line before was written";
   EXPECT_EQ(files_->Get(kOther), WithTrailer("x|x=0\n"));
-  EXPECT_EQ(files_->Get(kFile), WithTrailer("a|b=1\n"));
+  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=1\n"));
   EXPECT_TRUE(queue_.Drain());
-  EXPECT_EQ(files_->Get(kFile), WithTrailer("a|b=1\nc|d=3\n"));
+  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=1\nc|d=3\n"));
 }
 
 TEST_F(LineQueueTest, ATornTrailerStopsDraining) {
@@ -93,11 +93,11 @@ TEST_F(LineQueueTest, ATornBodyGoesOnWithTheNext) {
   Push("c|d", "2");
   queue_.Drain();
   queue_.Drain();
-  EXPECT_EQ(files_->Get(kFile), WithTrailer("c|d=2\n"));
+  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("c|d=2\n"));
 }
 
 TEST_F(LineQueueTest, ReportsOnceForEachFileAndCause) {
-  files_->PutUnopenable(kFile);
+  files_->PutUnopenable(kQueuedFile);
   files_->PutUnopenable(kOther);
   for (int i = 0; i < 5; ++i) {
     Push("a|b", "1");
@@ -106,7 +106,7 @@ TEST_F(LineQueueTest, ReportsOnceForEachFileAndCause) {
   }
   EXPECT_EQ(reported(),
             (std::vector<RewriteResult>{RewriteResult::kNotOpened, RewriteResult::kNotOpened}));
-  files_->Put(kFile, "");
+  files_->Put(kQueuedFile, "");
   files_->FillDiskAfter(0);
   Push("a|b", "1");
   Push("a|b", "1");
@@ -118,9 +118,9 @@ TEST_F(LineQueueTest, ReportsOnceForEachFileAndCause) {
 TEST_F(LineQueueTest, ItsThreadWritesWhatIsPushedBeforeAndAfterItStarts) {
   Push("a|b", "1");
   queue_.Start(251);
-  EXPECT_TRUE(Eventually([&] { return files_->Get(kFile) == WithTrailer("a|b=1\n"); }));
+  EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
   Push("a|b", "2");
-  EXPECT_TRUE(Eventually([&] { return files_->Get(kFile) == WithTrailer("a|b=2\n"); }));
+  EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile) == WithTrailer("a|b=2\n"); }));
 }
 
 TEST_F(LineQueueTest, ItsThreadLosesNoLineOfManyThreads) {
@@ -134,7 +134,7 @@ TEST_F(LineQueueTest, ItsThreadLosesNoLineOfManyThreads) {
       });
   }
   const std::size_t all = std::string("k100|n=v\n").size() * 100 + 2;
-  EXPECT_TRUE(Eventually([&] { return files_->Get(kFile).value_or("").size() == all; }));
+  EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile).value_or("").size() == all; }));
 }
 
 // A disk that tells of each file that is about to be rewritten, on the thread that does it.
@@ -166,8 +166,8 @@ TEST(LineQueueThread, ReturnsWhenTheQueueEnds) {
   {
     LineQueue queue(files, ReportToNobody);
     queue.Start(251);
-    queue.Push(MakeWriteRequest("a|b", "1", kFile));
-    EXPECT_TRUE(Eventually([&] { return files->disk.Get(kFile) == WithTrailer("a|b=1\n"); }));
+    queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
+    EXPECT_TRUE(Eventually([&] { return files->disk.Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
   }
   EXPECT_TRUE(returned);
 }
@@ -192,12 +192,12 @@ TEST(LineQueueThread, FinishesTheLineThatItWritesAndDiscardsTheOthersWhenTheQueu
     {
       LineQueue queue(files, ReportToNobody);
       queue.Start(251);
-      queue.Push(MakeWriteRequest("a|b", "1", kFile));
+      queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
       begun.Wait();
-      queue.Push(MakeWriteRequest("c|d", "2", kFile));
+      queue.Push(MakeWriteRequest("c|d", "2", kQueuedFile));
       ending.Release();
     }
-    bytes = files->disk.Get(kFile).value_or("");
+    bytes = files->disk.Get(kQueuedFile).value_or("");
     ASSERT_TRUE(bytes == one_line || bytes == both_lines);
   }
   EXPECT_EQ(bytes, one_line);
@@ -205,13 +205,13 @@ TEST(LineQueueThread, FinishesTheLineThatItWritesAndDiscardsTheOthersWhenTheQueu
 
 TEST(LineQueueThread, WritesALineThatIsPushedWhileItStops) {
   const auto files = std::make_shared<MemoryFileSystem>();
-  files->PutDirectory(kFile);
+  files->PutDirectory(kQueuedFile);
   LineQueue* pushed_to = nullptr;
   LineQueue queue(files, [&](const platform::WidePath&, RewriteResult) {
     pushed_to->Push(MakeWriteRequest("c|d", "2", kOther));
   });
   pushed_to = &queue;
-  queue.Push(MakeWriteRequest("a|b", "1", kFile));
+  queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
   queue.Start(251);
   EXPECT_TRUE(Eventually([&] { return files->Get(kOther) == WithTrailer("c|d=2\n"); }));
 }
@@ -219,10 +219,10 @@ TEST(LineQueueThread, WritesALineThatIsPushedWhileItStops) {
 TEST(LineQueueThread, LeavesTheOtherLinesForTheNextPushAfterAShortRead) {
   for (int round = 0; round < 20; ++round) {
     const auto files = std::make_shared<MemoryFileSystem>();
-    files->PutDirectory(kFile);
+    files->PutDirectory(kQueuedFile);
     platform::Semaphore reported;
     LineQueue queue(files, [&](const platform::WidePath&, RewriteResult) { reported.Release(); });
-    queue.Push(MakeWriteRequest("a|b", "1", kFile));
+    queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
     queue.Push(MakeWriteRequest("c|d", "2", kOther));
     queue.Start(251);
     reported.Wait();
@@ -239,12 +239,12 @@ TEST(LineQueueThread, GoesOnAfterALineForWhichThereWasNoMemory) {
     if (!std::exchange(memory, true)) throw std::bad_alloc();
   });
   LineQueue queue(files, ReportToNobody);
-  queue.Push(MakeWriteRequest("a|b", "1", kFile));
-  queue.Push(MakeWriteRequest("c|d", "2", kFile));
+  queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
+  queue.Push(MakeWriteRequest("c|d", "2", kQueuedFile));
   queue.Start(251);
   EXPECT_TRUE(Eventually([&] {
-    queue.Push(MakeWriteRequest("e|f", "3", kFile));
-    return files->disk.Get(kFile) == WithTrailer("c|d=2\ne|f=3\n");
+    queue.Push(MakeWriteRequest("e|f", "3", kQueuedFile));
+    return files->disk.Get(kQueuedFile) == WithTrailer("c|d=2\ne|f=3\n");
   }));
 }
 

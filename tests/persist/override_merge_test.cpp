@@ -18,23 +18,23 @@ using ::testing::IsEmpty;
 using ::testing::Pair;
 using testing::WithTrailer;
 
-constexpr platform::WidePathView kMain = u"/Store/ValmereProperties.ini";
-constexpr platform::WidePathView kOverride = u"/Store/ValmerePropertiesOverride.ini";
+using testing::kOverrideFile;
+using testing::kPropertyFile;
 
 class OverrideMergeTest : public ::testing::Test {
  protected:
   LoadOutcome Load() {
     map_.clear();
     requested_.clear();
-    return LoadPropertyFiles(files_, kMain, kOverride, map_,
+    return LoadPropertyFiles(files_, kPropertyFile, kOverrideFile, map_,
                              [this](const PropertyLine& line) { requested_.push_back(line); });
   }
   void WriteRequested() {
     for (const PropertyLine& line : requested_)
-      ASSERT_EQ(RewriteLine(files_, MakeWriteRequest(line.left_side, line.value, kMain)),
+      ASSERT_EQ(RewriteLine(files_, MakeWriteRequest(line.left_side, line.value, kPropertyFile)),
                 RewriteResult::kWritten);
   }
-  bool OverrideIsThere() { return files_.Exists(kOverride); }
+  bool OverrideIsThere() { return files_.Exists(kOverrideFile); }
 
   testing::MemoryFileSystem files_;
   PropertyMap map_;
@@ -42,7 +42,7 @@ class OverrideMergeTest : public ::testing::Test {
 };
 
 TEST_F(OverrideMergeTest, LoadsTheMainFileAlone) {
-  files_.Put(kMain, WithTrailer("a|b=1\n"));
+  files_.Put(kPropertyFile, WithTrailer("a|b=1\n"));
   const LoadOutcome outcome = Load();
   EXPECT_TRUE(outcome.Succeeded());
   EXPECT_EQ(outcome.override_file, std::nullopt);
@@ -51,8 +51,8 @@ TEST_F(OverrideMergeTest, LoadsTheMainFileAlone) {
 }
 
 TEST_F(OverrideMergeTest, AppliesTheOverrideOnceInKeyOrder) {
-  files_.Put(kMain, WithTrailer("c|=3\na|=1\nb|=2\n"));
-  files_.Put(kOverride, WithTrailer("c|=30\nx|=0\na|=10\n"));
+  files_.Put(kPropertyFile, WithTrailer("c|=3\na|=1\nb|=2\n"));
+  files_.Put(kOverrideFile, WithTrailer("c|=30\nx|=0\na|=10\n"));
   const LoadOutcome outcome = Load();
   EXPECT_TRUE(outcome.Succeeded());
   EXPECT_EQ(outcome.override_file, PropertyFileResult::kRead);
@@ -63,21 +63,21 @@ TEST_F(OverrideMergeTest, AppliesTheOverrideOnceInKeyOrder) {
               ElementsAre(Pair("a", PropertyLine{"a|", "10"}), Pair("b", PropertyLine{"b|", "2"}),
                           Pair("c", PropertyLine{"c|", "30"})));
   WriteRequested();
-  EXPECT_EQ(files_.Get(kMain), WithTrailer("c|=30\na|=10\nb|=2\n"));
+  EXPECT_EQ(files_.Get(kPropertyFile), WithTrailer("c|=30\na|=10\nb|=2\n"));
 }
 
 TEST_F(OverrideMergeTest, AsksForALineWhoseValueIsTheSameToo) {
-  files_.Put(kMain, WithTrailer("a|old=1\n"));
-  files_.Put(kOverride, WithTrailer("a|new=1\n"));
+  files_.Put(kPropertyFile, WithTrailer("a|old=1\n"));
+  files_.Put(kOverrideFile, WithTrailer("a|new=1\n"));
   EXPECT_TRUE(Load().Succeeded());
   EXPECT_THAT(requested_, ElementsAre(PropertyLine{"a|new", "1"}));
 }
 
 TEST_F(OverrideMergeTest, RemovesTheOverrideOnlyWhenItsLinesHaveBeenAskedFor) {
-  files_.Put(kMain, WithTrailer("a|=1\nb|=2\n"));
-  files_.Put(kOverride, WithTrailer("a|=10\nb|=20\n"));
+  files_.Put(kPropertyFile, WithTrailer("a|=1\nb|=2\n"));
+  files_.Put(kOverrideFile, WithTrailer("a|=10\nb|=20\n"));
   int requests = 0;
-  LoadPropertyFiles(files_, kMain, kOverride, map_, [&](const PropertyLine&) {
+  LoadPropertyFiles(files_, kPropertyFile, kOverrideFile, map_, [&](const PropertyLine&) {
     ++requests;
     EXPECT_TRUE(OverrideIsThere());
   });
@@ -87,22 +87,22 @@ TEST_F(OverrideMergeTest, RemovesTheOverrideOnlyWhenItsLinesHaveBeenAskedFor) {
 
 TEST_F(OverrideMergeTest, RemovesAnOverrideWhoseEntriesAreAllUnknown) {
   const std::string main = WithTrailer("a|b=1\n");
-  files_.Put(kMain, main);
-  files_.Put(kOverride, WithTrailer("x|y=2\nz|=3\n"));
+  files_.Put(kPropertyFile, main);
+  files_.Put(kOverrideFile, WithTrailer("x|y=2\nz|=3\n"));
   EXPECT_TRUE(Load().Succeeded());
   EXPECT_THAT(requested_, IsEmpty());
   EXPECT_FALSE(OverrideIsThere());
-  EXPECT_EQ(files_.Get(kMain), main);
+  EXPECT_EQ(files_.Get(kPropertyFile), main);
 }
 
 TEST_F(OverrideMergeTest, AppendsALineWhoseNamesDifferAndLetsItWinAtTheNextLoad) {
-  files_.Put(kMain, WithTrailer("a|old=1\nb|=2\n"));
-  files_.Put(kOverride, WithTrailer("a|new=9\n"));
+  files_.Put(kPropertyFile, WithTrailer("a|old=1\nb|=2\n"));
+  files_.Put(kOverrideFile, WithTrailer("a|new=9\n"));
   ASSERT_TRUE(Load().Succeeded());
   EXPECT_THAT(requested_, ElementsAre(PropertyLine{"a|new", "9"}));
   EXPECT_EQ(map_["a"], (PropertyLine{"a|old", "9"}));
   WriteRequested();
-  EXPECT_EQ(files_.Get(kMain), WithTrailer("a|old=1\nb|=2\na|new=9\n"));
+  EXPECT_EQ(files_.Get(kPropertyFile), WithTrailer("a|old=1\nb|=2\na|new=9\n"));
   ASSERT_TRUE(Load().Succeeded());
   EXPECT_EQ(map_["a"], (PropertyLine{"a|new", "9"}));
 }
@@ -118,34 +118,34 @@ TEST_F(OverrideMergeTest, NeitherAppliesNorRemovesAnOverrideThatDoesNotReadWell)
       {"", PropertyFileResult::kTooShort},
       {"ab", PropertyFileResult::kTooShort},
   };
-  files_.Put(kMain, WithTrailer("a|b=1\n"));
+  files_.Put(kPropertyFile, WithTrailer("a|b=1\n"));
   for (const auto& [bytes, result] : cases) {
-    files_.Put(kOverride, bytes);
+    files_.Put(kOverrideFile, bytes);
     const LoadOutcome outcome = Load();
     EXPECT_TRUE(outcome.Succeeded());
     EXPECT_EQ(outcome.override_file, result);
     EXPECT_THAT(requested_, IsEmpty());
     EXPECT_EQ(map_["a"].value, "1");
-    EXPECT_EQ(files_.Get(kOverride), bytes);
+    EXPECT_EQ(files_.Get(kOverrideFile), bytes);
   }
 }
 
 TEST_F(OverrideMergeTest, LeavesAFolderOrAnUnopenableFileInTheOverridesPlaceAlone) {
-  files_.Put(kMain, WithTrailer("a|b=1\n"));
-  files_.PutDirectory(kOverride);
+  files_.Put(kPropertyFile, WithTrailer("a|b=1\n"));
+  files_.PutDirectory(kOverrideFile);
   EXPECT_EQ(Load().override_file, PropertyFileResult::kNotReadable);
-  files_.PutUnopenable(kOverride);
+  files_.PutUnopenable(kOverrideFile);
   EXPECT_EQ(Load().override_file, PropertyFileResult::kNotOpened);
   EXPECT_TRUE(Load().Succeeded());
   EXPECT_TRUE(OverrideIsThere());
 }
 
 TEST_F(OverrideMergeTest, DoesNotLookAtTheOverrideWhenTheMainFileFails) {
-  files_.Put(kOverride, WithTrailer("a|b=2\n"));
+  files_.Put(kOverrideFile, WithTrailer("a|b=2\n"));
   EXPECT_EQ(Load().main_file, PropertyFileResult::kNotOpened);
   for (const std::string& bytes :
        {std::string("\xFF\xFF"), std::string("a|b=1\n??"), WithTrailer("a|b=1\nmalformed\n")}) {
-    files_.Put(kMain, bytes);
+    files_.Put(kPropertyFile, bytes);
     const std::uint64_t opens = files_.opens();
     const LoadOutcome outcome = Load();
     EXPECT_FALSE(outcome.Succeeded());
@@ -157,8 +157,8 @@ TEST_F(OverrideMergeTest, DoesNotLookAtTheOverrideWhenTheMainFileFails) {
 }
 
 TEST_F(OverrideMergeTest, TellsWhenTheOverrideCannotBeRemoved) {
-  files_.Put(kMain, WithTrailer("a|b=1\n"));
-  files_.Put(kOverride, WithTrailer("a|b=2\n"));
+  files_.Put(kPropertyFile, WithTrailer("a|b=1\n"));
+  files_.Put(kOverrideFile, WithTrailer("a|b=2\n"));
   files_.FailRemovals(true);
   const LoadOutcome outcome = Load();
   EXPECT_TRUE(outcome.Succeeded());

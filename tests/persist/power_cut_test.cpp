@@ -20,8 +20,8 @@ namespace {
 using testing::MemoryFileSystem;
 using testing::WithTrailer;
 
-constexpr platform::WidePathView kMain = u"/Store/ValmereProperties.ini";
-constexpr platform::WidePathView kOverride = u"/Store/ValmerePropertiesOverride.ini";
+using testing::kOverrideFile;
+using testing::kPropertyFile;
 
 using Action = std::function<void(MemoryFileSystem&)>;
 
@@ -48,7 +48,7 @@ void ForEveryPowerCut(const Action& prepare, const Action& act, const Action& ch
 // The values of the main file in key order; nothing if it is refused, and then whole.
 std::optional<std::vector<std::string>> ValuesOf(MemoryFileSystem& files) {
   PropertyMap map;
-  const PropertyFileResult result = ReadPropertyFile(files, kMain, map);
+  const PropertyFileResult result = ReadPropertyFile(files, kPropertyFile, map);
   EXPECT_NE(result, PropertyFileResult::kMalformedLine);
   std::vector<std::string> values;
   for (const auto& [key, line] : map)
@@ -59,14 +59,16 @@ std::optional<std::vector<std::string>> ValuesOf(MemoryFileSystem& files) {
 }
 
 void Write(MemoryFileSystem& files, const PropertyLine& line) {
-  RewriteLine(files, MakeWriteRequest(line.left_side, line.value, kMain));
+  RewriteLine(files, MakeWriteRequest(line.left_side, line.value, kPropertyFile));
 }
 
 TEST(PowerCut, InARewriteLeavesTheOldLinesTheNewOnesOrNone) {
   const std::string after = WithTrailer("a|n=1\nb|n=a longer value\nc|n=3\n");
   std::size_t refused = 0;
   ForEveryPowerCut(
-      [](MemoryFileSystem& files) { files.Put(kMain, WithTrailer("a|n=1\nb|n=2\nc|n=3\n")); },
+      [](MemoryFileSystem& files) {
+        files.Put(kPropertyFile, WithTrailer("a|n=1\nb|n=2\nc|n=3\n"));
+      },
       [](MemoryFileSystem& files) {
         Write(files, {"b|n", "a longer value"});
       },
@@ -98,30 +100,31 @@ TEST(PowerCut, InTheFirstWriteOfAFileLeavesNoneOrAll) {
 }
 
 TEST(PowerCut, LeavesAFileThatTheNextRewriteMends) {
-  ForEveryPowerCut([](MemoryFileSystem& files) { files.Put(kMain, WithTrailer("a|n=1\nb|n=2\n")); },
-                   [](MemoryFileSystem& files) {
-                     Write(files, {"b|n", "3"});
-                   },
-                   [](MemoryFileSystem& files) {
-                     Write(files, {"b|n", "4"});
-                     PropertyMap map;
-                     const PropertyFileResult result = ReadPropertyFile(files, kMain, map);
-                     // Half a line of the torn file may have become a whole, malformed one.
-                     ASSERT_TRUE(result == PropertyFileResult::kRead ||
-                                 result == PropertyFileResult::kMalformedLine);
-                     ASSERT_EQ(map["b"].value, "4");
-                   });
+  ForEveryPowerCut(
+      [](MemoryFileSystem& files) { files.Put(kPropertyFile, WithTrailer("a|n=1\nb|n=2\n")); },
+      [](MemoryFileSystem& files) {
+        Write(files, {"b|n", "3"});
+      },
+      [](MemoryFileSystem& files) {
+        Write(files, {"b|n", "4"});
+        PropertyMap map;
+        const PropertyFileResult result = ReadPropertyFile(files, kPropertyFile, map);
+        // Half a line of the torn file may have become a whole, malformed one.
+        ASSERT_TRUE(result == PropertyFileResult::kRead ||
+                    result == PropertyFileResult::kMalformedLine);
+        ASSERT_EQ(map["b"].value, "4");
+      });
 }
 
 void PrepareMerge(MemoryFileSystem& files) {
-  files.Put(kMain, WithTrailer("a|n=1\nb|n=2\nc|n=3\n"));
-  files.Put(kOverride, WithTrailer("a|n=10\nc|n=30\n"));
+  files.Put(kPropertyFile, WithTrailer("a|n=1\nb|n=2\nc|n=3\n"));
+  files.Put(kOverrideFile, WithTrailer("a|n=10\nc|n=30\n"));
 }
 
 void CheckMerge(MemoryFileSystem& files) {
   PropertyMap map;
   const LoadOutcome outcome =
-      LoadPropertyFiles(files, kMain, kOverride, map, [](const PropertyLine&) {});
+      LoadPropertyFiles(files, kPropertyFile, kOverrideFile, map, [](const PropertyLine&) {});
   if (!outcome.Succeeded()) {
     ASSERT_TRUE(map.empty());
     return;
@@ -139,7 +142,7 @@ TEST(PowerCut, InAnOverrideMergeLeavesWholeStatesOrNone) {
       [](MemoryFileSystem& files) {
         std::vector<PropertyLine> lines;
         PropertyMap map;
-        LoadPropertyFiles(files, kMain, kOverride, map,
+        LoadPropertyFiles(files, kPropertyFile, kOverrideFile, map,
                           [&lines](const PropertyLine& line) { lines.push_back(line); });
         for (const PropertyLine& line : lines)
           Write(files, line);
@@ -152,7 +155,7 @@ TEST(PowerCut, InAnOverrideMergeWhoseLinesAreWrittenBeforeItsRemovalLeavesWholeS
       PrepareMerge,
       [](MemoryFileSystem& files) {
         PropertyMap map;
-        LoadPropertyFiles(files, kMain, kOverride, map,
+        LoadPropertyFiles(files, kPropertyFile, kOverrideFile, map,
                           [&files](const PropertyLine& line) { Write(files, line); });
       },
       CheckMerge);

@@ -4,7 +4,12 @@
 #include <string>
 #include <string_view>
 
+#include "platform/wide_path.h"
+
 namespace valmere::testing {
+
+inline constexpr platform::WidePathView kPropertyFile = u"/Store/ValmereProperties.ini";
+inline constexpr platform::WidePathView kOverrideFile = u"/Store/ValmerePropertiesOverride.ini";
 
 // The checksum as the file format defines it, bit by bit.
 inline unsigned BitwiseCrc16(std::string_view bytes) {

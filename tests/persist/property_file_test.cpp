@@ -16,14 +16,14 @@ using ::testing::IsEmpty;
 using ::testing::Pair;
 using testing::WithTrailer;
 
-constexpr platform::WidePathView kPath = u"/Store/ValmereProperties.ini";
+using testing::kPropertyFile;
 
 class PropertyFileTest : public ::testing::Test {
  protected:
   PropertyFileResult ReadBytes(std::string_view bytes) {
-    files_.Put(kPath, bytes);
+    files_.Put(kPropertyFile, bytes);
     map_.clear();
-    return ReadPropertyFile(files_, kPath, map_);
+    return ReadPropertyFile(files_, kPropertyFile, map_);
   }
   PropertyFileResult ReadBody(const std::string& body) { return ReadBytes(WithTrailer(body)); }
 
@@ -75,10 +75,10 @@ TEST_F(PropertyFileTest, LetsALaterLineOfAKeyWin) {
 }
 
 TEST_F(PropertyFileTest, AddsToTheMapThatItIsGiven) {
-  files_.Put(kPath, WithTrailer("b|=2\n"));
+  files_.Put(kPropertyFile, WithTrailer("b|=2\n"));
   map_["a"] = {"a|", "1"};
   map_["b"] = {"b|", "1"};
-  EXPECT_EQ(ReadPropertyFile(files_, kPath, map_), PropertyFileResult::kRead);
+  EXPECT_EQ(ReadPropertyFile(files_, kPropertyFile, map_), PropertyFileResult::kRead);
   EXPECT_THAT(map_,
               ElementsAre(Pair("a", PropertyLine{"a|", "1"}), Pair("b", PropertyLine{"b|", "2"})));
 }
@@ -141,15 +141,15 @@ TEST_F(PropertyFileTest, RefusesEverySingleFlippedBitWhole) {
 
 TEST_F(PropertyFileTest, ReportsAFileThatIsNotThere) {
   map_["a"] = {"a|", "1"};
-  EXPECT_EQ(ReadPropertyFile(files_, kPath, map_), PropertyFileResult::kNotOpened);
-  files_.PutUnopenable(kPath);
-  EXPECT_EQ(ReadPropertyFile(files_, kPath, map_), PropertyFileResult::kNotOpened);
+  EXPECT_EQ(ReadPropertyFile(files_, kPropertyFile, map_), PropertyFileResult::kNotOpened);
+  files_.PutUnopenable(kPropertyFile);
+  EXPECT_EQ(ReadPropertyFile(files_, kPropertyFile, map_), PropertyFileResult::kNotOpened);
   EXPECT_THAT(map_, ElementsAre(Pair("a", PropertyLine{"a|", "1"})));
 }
 
 TEST_F(PropertyFileTest, ReportsAFolderInItsPlace) {
-  files_.PutDirectory(kPath);
-  EXPECT_EQ(ReadPropertyFile(files_, kPath, map_), PropertyFileResult::kNotReadable);
+  files_.PutDirectory(kPropertyFile);
+  EXPECT_EQ(ReadPropertyFile(files_, kPropertyFile, map_), PropertyFileResult::kNotReadable);
 }
 
 TEST_F(PropertyFileTest, RefusesAFileThatIsReadShort) {

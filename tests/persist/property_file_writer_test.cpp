@@ -15,19 +15,19 @@ namespace {
 
 using testing::WithTrailer;
 
-constexpr platform::WidePathView kPath = u"/Store/ValmereProperties.ini";
+using testing::kPropertyFile;
 
 class PropertyFileWriterTest : public ::testing::Test {
  protected:
   RewriteResult Rewrite(std::string_view left_side, std::string_view value) {
-    return RewriteLine(files_, MakeWriteRequest(left_side, value, kPath));
+    return RewriteLine(files_, MakeWriteRequest(left_side, value, kPropertyFile));
   }
   // The body after writing the line left side = value into a file with that body.
   std::string Rewritten(const std::string& body, std::string_view left_side,
                         std::string_view value) {
-    files_.Put(kPath, WithTrailer(body));
+    files_.Put(kPropertyFile, WithTrailer(body));
     EXPECT_EQ(Rewrite(left_side, value), RewriteResult::kWritten);
-    const std::string bytes = files_.Get(kPath).value_or("");
+    const std::string bytes = files_.Get(kPropertyFile).value_or("");
     const std::string new_body = bytes.substr(0, bytes.size() - 2);
     EXPECT_EQ(bytes, WithTrailer(new_body));
     return new_body;
@@ -48,9 +48,9 @@ TEST_F(PropertyFileWriterTest, WritesTheGoldenFile) {
                             "/Store/ValmereProperties.ini\n";
   const std::string left_side =
       group + "32244D1F-E72E-4F42-A4DE-CAB2C6AF88A9|General:Error Log File Name";
-  files_.Put(kPath, first + left_side + "=/Store/ValmereLog.txt\n\x83\x79");
+  files_.Put(kPropertyFile, first + left_side + "=/Store/ValmereLog.txt\n\x83\x79");
   ASSERT_EQ(Rewrite(left_side, "/Store/a|b=c.txt"), RewriteResult::kWritten);
-  EXPECT_EQ(files_.Get(kPath), first + left_side + "=/Store/a|b=c.txt\n\xB4\xC5");
+  EXPECT_EQ(files_.Get(kPropertyFile), first + left_side + "=/Store/a|b=c.txt\n\xB4\xC5");
 }
 
 TEST_F(PropertyFileWriterTest, ReplacesALineByAShorterAndALongerOne) {
@@ -82,11 +82,11 @@ TEST_F(PropertyFileWriterTest, AppendsALineThatIsNotThere) {
 
 TEST_F(PropertyFileWriterTest, StartsAMissingOrTooShortFileAnew) {
   ASSERT_EQ(Rewrite("a|b", "1"), RewriteResult::kWritten);
-  EXPECT_EQ(files_.Get(kPath), "a|b=1\n\xBD\xA7");
+  EXPECT_EQ(files_.Get(kPropertyFile), "a|b=1\n\xBD\xA7");
   for (const char* bytes : {"", "x", "xy"}) {
-    files_.Put(kPath, bytes);
+    files_.Put(kPropertyFile, bytes);
     ASSERT_EQ(Rewrite("a|b", "1"), RewriteResult::kWritten);
-    EXPECT_EQ(files_.Get(kPath), "a|b=1\n\xBD\xA7");
+    EXPECT_EQ(files_.Get(kPropertyFile), "a|b=1\n\xBD\xA7");
   }
 }
 
@@ -97,12 +97,12 @@ TEST_F(PropertyFileWriterTest, KeepsALastLineWithoutItsLineFeedAndEndsIt) {
 }
 
 TEST_F(PropertyFileWriterTest, MakesAnUnterminatedLineVisibleToTheNextRead) {
-  files_.Put(kPath, WithTrailer("a|b=1\nc|d=2"));
+  files_.Put(kPropertyFile, WithTrailer("a|b=1\nc|d=2"));
   PropertyMap map;
-  ASSERT_EQ(ReadPropertyFile(files_, kPath, map), PropertyFileResult::kRead);
+  ASSERT_EQ(ReadPropertyFile(files_, kPropertyFile, map), PropertyFileResult::kRead);
   EXPECT_EQ(map.count("c"), 0u);
   ASSERT_EQ(Rewrite("a|b", "3"), RewriteResult::kWritten);
-  ASSERT_EQ(ReadPropertyFile(files_, kPath, map), PropertyFileResult::kRead);
+  ASSERT_EQ(ReadPropertyFile(files_, kPropertyFile, map), PropertyFileResult::kRead);
   EXPECT_EQ(map["c"].value, "2");
 }
 
@@ -112,56 +112,57 @@ TEST_F(PropertyFileWriterTest, KeepsMalformedLinesAndEveryByte) {
 }
 
 TEST_F(PropertyFileWriterTest, MendsAFileWithAWrongChecksum) {
-  files_.Put(kPath, "a|b=1\nc|d=2\n??");
+  files_.Put(kPropertyFile, "a|b=1\nc|d=2\n??");
   ASSERT_EQ(Rewrite("c|d", "3"), RewriteResult::kWritten);
-  EXPECT_EQ(files_.Get(kPath), WithTrailer("a|b=1\nc|d=3\n"));
+  EXPECT_EQ(files_.Get(kPropertyFile), WithTrailer("a|b=1\nc|d=3\n"));
 }
 
 TEST_F(PropertyFileWriterTest, LeavesTheFileAloneWhenItsLinesComeShort) {
   const std::string file = WithTrailer("a|b=1\n");
-  files_.Put(kPath, file);
+  files_.Put(kPropertyFile, file);
   for (std::size_t count = 0; count < 6; ++count) {
     files_.ShortenRead(1, count);
     EXPECT_EQ(Rewrite("a|b", "2"), RewriteResult::kShortRead) << count;
-    EXPECT_EQ(files_.Get(kPath), file);
+    EXPECT_EQ(files_.Get(kPropertyFile), file);
   }
   files_.ShortenRead(1, 6);
   EXPECT_EQ(Rewrite("a|b", "2"), RewriteResult::kWritten);
 }
 
 TEST_F(PropertyFileWriterTest, ReportsAFolderOrAnUnopenableFileInItsPlace) {
-  files_.PutDirectory(kPath);
+  files_.PutDirectory(kPropertyFile);
   EXPECT_EQ(Rewrite("a|b", "2"), RewriteResult::kShortRead);
-  files_.PutUnopenable(kPath);
+  files_.PutUnopenable(kPropertyFile);
   EXPECT_EQ(Rewrite("a|b", "2"), RewriteResult::kNotOpened);
 }
 
 TEST_F(PropertyFileWriterTest, LeavesAFileAloneThatIsLargerThanTheLargest) {
   testing::HugeFileSystem files;
-  EXPECT_EQ(RewriteLine(files, MakeWriteRequest("a|b", "2", kPath)), RewriteResult::kShortRead);
+  EXPECT_EQ(RewriteLine(files, MakeWriteRequest("a|b", "2", kPropertyFile)),
+            RewriteResult::kShortRead);
   EXPECT_EQ(files.opens_for_writing(), 0);
 }
 
 TEST_F(PropertyFileWriterTest, LeavesTheFileAloneWhenItCannotBeOpened) {
   const std::string file = WithTrailer("a|b=1\n");
-  files_.Put(kPath, file);
+  files_.Put(kPropertyFile, file);
   for (const std::uint64_t n : {1, 2}) {
     files_.FailOpen(n);
     EXPECT_EQ(Rewrite("a|b", "2"), RewriteResult::kNotOpened) << n;
-    EXPECT_EQ(files_.Get(kPath), file) << n;
+    EXPECT_EQ(files_.Get(kPropertyFile), file) << n;
   }
 }
 
 TEST_F(PropertyFileWriterTest, TellsWhatAFullDiskTore) {
   for (std::uint64_t room = 0; room < 8; ++room) {
-    files_.Put(kPath, WithTrailer("a|b=1\n"));
+    files_.Put(kPropertyFile, WithTrailer("a|b=1\n"));
     files_.FillDiskAfter(room);
     EXPECT_EQ(Rewrite("a|b", "2"),
               room < 6 ? RewriteResult::kBodyTorn : RewriteResult::kTrailerTorn)
         << room;
-    EXPECT_EQ(files_.Get(kPath), std::string("a|b=2\n\xBD\x57").substr(0, room)) << room;
+    EXPECT_EQ(files_.Get(kPropertyFile), std::string("a|b=2\n\xBD\x57").substr(0, room)) << room;
     PropertyMap map;
-    EXPECT_NE(ReadPropertyFile(files_, kPath, map), PropertyFileResult::kRead);
+    EXPECT_NE(ReadPropertyFile(files_, kPropertyFile, map), PropertyFileResult::kRead);
     EXPECT_TRUE(map.empty());
   }
   files_.FillDiskAfter(8);

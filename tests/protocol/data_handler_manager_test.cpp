@@ -29,7 +29,7 @@ using testing::IdentifierBytes;
 using testing::ScriptedConnection;
 using testing::TestThread;
 
-constexpr int kPriority = 249;
+using testing::kTestPriority;
 constexpr const char* kUnknownFormatLine =
     "DataHandlerManager encountered an unknown stream format";
 
@@ -53,8 +53,8 @@ class DataHandlerManagerTest : public ::testing::Test {
 
   const std::shared_ptr<PropertyEngine> engine = testing::MakeTestEngine();
   const std::shared_ptr<CollectingLog> log = std::make_shared<CollectingLog>();
-  const std::shared_ptr<TaskQueue> tasks = std::make_shared<TaskQueue>(kPriority);
-  DataHandlerManager manager{ServiceContext{engine}, log, tasks, kPriority};
+  const std::shared_ptr<TaskQueue> tasks = std::make_shared<TaskQueue>(kTestPriority);
+  DataHandlerManager manager{ServiceContext{engine}, log, tasks, kTestPriority};
   std::shared_ptr<ScriptedConnection> connection;
 };
 
@@ -105,7 +105,7 @@ TEST_F(DataHandlerManagerTest, ChoosesTheFirstOfTwoThatScoreZero) {
 
 TEST_F(DataHandlerManagerTest, TakesNoScoreFrom65535Upwards) {
   for (const std::uint32_t score : {0xffffu, 0x10000u, 0xfffffffeu, 0xffffffffu}) {
-    DataHandlerManager own_manager(ServiceContext{engine}, log, tasks, kPriority);
+    DataHandlerManager own_manager(ServiceContext{engine}, log, tasks, kTestPriority);
     const auto factory =
         std::make_shared<FakeFactory>([score](std::string_view) { return score; }, 1);
     own_manager.RegisterFactory(factory);
@@ -144,7 +144,7 @@ TEST_F(DataHandlerManagerTest, LogsAStreamThatNobodyRecognisesOnceWhenItEnds) {
 }
 
 TEST_F(DataHandlerManagerTest, LogsNothingWhenItHasNoLog) {
-  DataHandlerManager silent(ServiceContext{engine}, nullptr, tasks, kPriority);
+  DataHandlerManager silent(ServiceContext{engine}, nullptr, tasks, kTestPriority);
   EXPECT_EQ(0, silent.Handle(std::make_shared<PeekableStream>(
                    std::make_shared<ClientConnection>(std::make_shared<ScriptedConnection>()))));
 }

@@ -27,7 +27,7 @@ using testing::FakeFactory;
 using testing::ScriptedConnection;
 using testing::TestThread;
 
-constexpr int kPriority = 249;
+using testing::kTestPriority;
 
 class StreamThreads : public ::testing::Test {
  protected:
@@ -56,10 +56,10 @@ class StreamThreads : public ::testing::Test {
   }
 
   const std::uint32_t threads_before = LiveWorkerThreads::Live();
-  std::shared_ptr<TaskQueue> tasks = std::make_shared<TaskQueue>(kPriority);
+  std::shared_ptr<TaskQueue> tasks = std::make_shared<TaskQueue>(kTestPriority);
   std::shared_ptr<CollectingLog> log = std::make_shared<CollectingLog>();
   std::unique_ptr<DataHandlerManager> manager =
-      std::make_unique<DataHandlerManager>(ServiceContext{}, log, tasks, kPriority);
+      std::make_unique<DataHandlerManager>(ServiceContext{}, log, tasks, kTestPriority);
 };
 
 TEST_F(StreamThreads, ServeSeveralStreamsAtOnce) {
@@ -176,7 +176,7 @@ TEST_F(StreamThreads, MayEndWhileTheManagerDoes) {
     for (const auto& stream : streams)
       stream->Close();
     manager.reset();
-    manager = std::make_unique<DataHandlerManager>(ServiceContext{}, log, tasks, kPriority);
+    manager = std::make_unique<DataHandlerManager>(ServiceContext{}, log, tasks, kTestPriority);
   }
   manager.reset();
   tasks.reset();

@@ -29,7 +29,7 @@ using testing::Responses;
 
 using Texts = std::vector<std::string>;
 
-constexpr std::string_view kGone = kStatusNoLongerAvailable;
+using testing::kGone;
 
 class Publishing : public ::testing::Test {
  protected:

@@ -7,6 +7,7 @@
 
 #include "protocol/client_connection.h"
 #include "tests/store/change_counter.h"
+#include "tests/store/make_connection.h"
 #include "tests/store/start_gate.h"
 #include "tests/support/test_thread.h"
 
@@ -17,9 +18,7 @@ using testing::ChangeCounter;
 using testing::StartGate;
 using testing::TestThread;
 
-std::shared_ptr<ClientConnection> MakeConnection() {
-  return std::make_shared<ClientConnection>(nullptr);
-}
+using testing::MakeConnection;
 
 std::shared_ptr<ComponentProperty> MakePublished(std::shared_ptr<ClientConnection> connection) {
   return ComponentProperty::Make("value", "GUID", "Name", "GROUP", "Group", "COMPONENT",

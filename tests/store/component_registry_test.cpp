@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "protocol/client_connection.h"
+#include "tests/store/make_connection.h"
 #include "tests/store/start_gate.h"
 #include "tests/support/test_thread.h"
 
@@ -23,9 +24,7 @@ using testing::TestThread;
 
 using Handle = ComponentRegistry::Handle;
 
-std::shared_ptr<ClientConnection> MakeConnection() {
-  return std::make_shared<ClientConnection>(nullptr);
-}
+using testing::MakeConnection;
 
 Handle Make(std::string_view component, std::string_view group_guid, std::string_view guid,
             std::shared_ptr<ClientConnection> connection = nullptr) {

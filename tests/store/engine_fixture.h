@@ -19,6 +19,8 @@
 
 namespace valmere::testing {
 
+inline constexpr std::string_view kGone = kStatusNoLongerAvailable;
+
 // One client of the engine, and what was written to it.
 struct Client {
   Client() = default;

@@ -24,8 +24,8 @@ using testing::TestThread;
 
 using Texts = std::vector<std::string>;
 
-constexpr std::string_view kGone = kStatusNoLongerAvailable;
-constexpr const char* kSubscribeAll = R"({"SubscribeAllCurrentAndNewProperties": true})";
+using testing::kGone;
+constexpr const char* kSubscribeToAll = R"({"SubscribeAllCurrentAndNewProperties": true})";
 
 std::string Subscription(std::string_view component, std::string_view joined_guid) {
   return R"({"PropertySubscribeRequests": [{"Component": ")" + std::string(component) +
@@ -40,7 +40,7 @@ class Observation : public testing::EngineTest {
     engine->PublishPass();
     return receiver.TakeTexts();
   }
-  void SubscribeToAll(Client& subscriber) { EXPECT_TRUE(Send(subscriber, kSubscribeAll)); }
+  void SubscribeToAll(Client& subscriber) { EXPECT_TRUE(Send(subscriber, kSubscribeToAll)); }
   void Subscribe(Client& subscriber, std::string_view component, std::string_view joined_guid) {
     EXPECT_TRUE(Send(subscriber, Subscription(component, joined_guid)));
   }
@@ -458,7 +458,7 @@ TEST_F(Observation, SurvivesSubscribersAndPublishersThatComeAndGoWhileItPublishe
   };
   run([&](int i) {
     Client subscriber(std::make_shared<CountingConnection>(i % 3 + 1));
-    Send(subscriber, i % 2 == 0 ? std::string(kSubscribeAll) : Subscription("C", "G:quiet"));
+    Send(subscriber, i % 2 == 0 ? std::string(kSubscribeToAll) : Subscription("C", "G:quiet"));
     Send(subscriber, Subscription("C", "G:P"));
     Send(subscriber, R"({"GetAllProperties": true})");
     engine->ConnectionEnded(*subscriber.connection);

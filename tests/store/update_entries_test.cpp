@@ -16,7 +16,7 @@ using testing::EntryText;
 using testing::FrameOf;
 using testing::Responses;
 
-constexpr std::string_view kGone = kStatusNoLongerAvailable;
+using testing::kGone;
 
 // The record whose text is EntryText{.guid = guid, .status = status, .value = value}.
 PropertyResponseRecord Record(std::string_view guid, std::string_view value = "V",

@@ -16,6 +16,9 @@
 
 namespace valmere::testing {
 
+// What the service asks for its own threads.
+inline constexpr int kTestPriority = 249;
+
 class CollectingLog final : public LogSink {
  public:
   void Log(std::string_view message) override {

@@ -23,7 +23,7 @@ Property Named(const std::string& name, const std::string& value) {
 }
 
 // Values that no echo of a line holds.
-const std::vector<Property> kProperties{
+const std::vector<Property> kTrickyProperties{
     Named("Top Speed", "value-of-speed"),
     Named("it's: 'so' a=b", "value-of-colons"),
     Named("$HOME* & (x)", "value-of-dollar"),
@@ -34,7 +34,7 @@ const std::vector<Property> kProperties{
 
 void Answer(const FakeConnection& connection) {
   while (!connection.Receive().empty()) {
-    connection.Send(ResponseText(kProperties));
+    connection.Send(ResponseText(kTrickyProperties));
   }
 }
 

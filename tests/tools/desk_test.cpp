@@ -12,6 +12,7 @@
 #include "client/client.h"
 #include "tests/host/subprocess.h"
 #include "tests/support/test_thread.h"
+#include "tests/tools/desk_samples.h"
 
 namespace valmere::test {
 namespace {
@@ -24,14 +25,6 @@ using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
 using ::testing::StartsWith;
-
-const Property kSpeed{"G1", "Motion", "P1", "Speed", "42", client::kSuccessful, "C1", "Head"};
-
-struct Outcome {
-  int code;
-  std::string output;
-  std::string errors;
-};
 
 class DeskTest : public ::testing::Test {
  protected:

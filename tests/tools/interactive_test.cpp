@@ -21,9 +21,10 @@ using client::Property;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-const Property kSpeed{"G1", "Motion", "P1", "Top Speed", "fortytwo", client::kSuccessful,
-                      "C1", "Head"};
-const Property kColour{"G1", "Motion", "P2", "Colour", "redred", client::kSuccessful, "C1", "Head"};
+const Property kTopSpeed{"G1", "Motion", "P1", "Top Speed", "fortytwo", client::kSuccessful,
+                         "C1", "Head"};
+const Property kInkColour{"G1", "Motion", "P2", "Colour", "redred", client::kSuccessful,
+                          "C1", "Head"};
 const Property kCode{"G1", "Motion", "P3", "Code", "sixsix", client::kSuccessful, "C1", "Head"};
 const Property kSize{"G1",
                      "Motion",
@@ -38,12 +39,12 @@ const Property kSize{"G1",
 constexpr char kPrompt[] = "valmere> ";
 
 // Answers gets with everything, and every other request as a subscription.
-void Answer(const FakeConnection& connection) {
+void AnswerRequests(const FakeConnection& connection) {
   Property nobodys;
   nobodys.status = client::kNotFound;
   for (std::string text = connection.Receive(); !text.empty(); text = connection.Receive()) {
     if (text.find("GetAllProperties") != std::string::npos)
-      connection.Send(ResponseText({kSpeed, kColour, kCode, kSize}));
+      connection.Send(ResponseText({kTopSpeed, kInkColour, kCode, kSize}));
     else
       connection.Send(ResponseText({nobodys}));
   }
@@ -60,7 +61,7 @@ class InteractiveTest : public ::testing::Test {
     terminal_->Await(kPrompt);
   }
   void Serve() {
-    service_ = std::make_unique<FakeService>(Answer);
+    service_ = std::make_unique<FakeService>(AnswerRequests);
     socket_ = service_->path();
   }
   // Runs a line; what it shows before the next prompt.

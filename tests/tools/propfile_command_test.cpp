@@ -23,9 +23,9 @@ using tools::PropfileText;
 using tools::ReadPropfileText;
 using tools::Sealed;
 
-const std::string kSpeed = "A1:B2|General:Speed=6=six\n";
-const std::string kName = "A1:C3|General:Name=\n";
-const std::string kMotor = "D4:E5|Motor:Speed=fast\n";
+const std::string kSpeedLine = "A1:B2|General:Speed=6=six\n";
+const std::string kNameLine = "A1:C3|General:Name=\n";
+const std::string kMotorLine = "D4:E5|Motor:Speed=fast\n";
 
 class Propfile : public ::testing::Test {
  protected:
@@ -49,7 +49,7 @@ TEST_F(Propfile, ShowsKeyNamesAndValueOfEachLine) {
 }
 
 TEST_F(Propfile, ShowsACorruptFileAndSaysThatItIs) {
-  Put(kSpeed + "rubbish\n" + "xx");
+  Put(kSpeedLine + "rubbish\n" + "xx");
   const CommandOutcome outcome = Run({"show"});
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.output, "A1:B2\tGeneral:Speed\t6=six\nrubbish\n");
@@ -57,7 +57,7 @@ TEST_F(Propfile, ShowsACorruptFileAndSaysThatItIs) {
 }
 
 TEST_F(Propfile, ShowsAFileAsJsonLines) {
-  Put(Sealed(kSpeed + "rubbish\nA:B|n:m=\xff\n"));
+  Put(Sealed(kSpeedLine + "rubbish\nA:B|n:m=\xff\n"));
   tools::OutputStyle style;
   style.form = tools::OutputForm::kJson;
   const CommandOutcome outcome =
@@ -80,7 +80,7 @@ TEST_F(Propfile, FindsNoFaultWithTheDocumentedExample) {
 }
 
 TEST_F(Propfile, NamesEachFaultWithItsLine) {
-  Put(Sealed(kSpeed + "nothing\n|none:none=1\nA:B|no equals\n" + kName + "A:B|cut:off=1"));
+  Put(Sealed(kSpeedLine + "nothing\n|none:none=1\nA:B|no equals\n" + kNameLine + "A:B|cut:off=1"));
   const CommandOutcome outcome = Run({"check"});
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.output, path_ + ":2: there is no \"|\"\n" +  //
@@ -111,61 +111,61 @@ TEST_F(Propfile, RefusesWhatIsNoFile) {
 
 TEST_F(Propfile, SetsAValueByKeyOrByName) {
   for (const char* wanted : {"D4:E5", "Motor:Speed", "Motor/Speed"}) {
-    Put(Sealed(kSpeed + kMotor + kName));
+    Put(Sealed(kSpeedLine + kMotorLine + kNameLine));
     EXPECT_EQ(Run({"set", wanted, "slow=|"}).code, 0) << wanted;
-    EXPECT_EQ(Get(), Sealed(kSpeed + "D4:E5|Motor:Speed=slow=|\n" + kName));
+    EXPECT_EQ(Get(), Sealed(kSpeedLine + "D4:E5|Motor:Speed=slow=|\n" + kNameLine));
   }
-  Put(Sealed(kSpeed + kMotor + kName));
+  Put(Sealed(kSpeedLine + kMotorLine + kNameLine));
   EXPECT_EQ(Run({"set", "Name", "x"}).code, 0);
-  EXPECT_EQ(Get(), Sealed(kSpeed + kMotor + "A1:C3|General:Name=x\n"));
+  EXPECT_EQ(Get(), Sealed(kSpeedLine + kMotorLine + "A1:C3|General:Name=x\n"));
 }
 
 TEST_F(Propfile, ListsTheCandidatesOfAnAmbiguousName) {
-  Put(Sealed(kSpeed + kMotor));
+  Put(Sealed(kSpeedLine + kMotorLine));
   const CommandOutcome outcome = Run({"set", "Speed", "1"});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_EQ(outcome.errors,
             "\"Speed\" is ambiguous; it could be\n"
             "  A1:B2  (General:Speed)\n"
             "  D4:E5  (Motor:Speed)");
-  EXPECT_EQ(Get(), Sealed(kSpeed + kMotor));
+  EXPECT_EQ(Get(), Sealed(kSpeedLine + kMotorLine));
 }
 
 TEST_F(Propfile, SetsTheLaterOfTwoLinesWithOneKey) {
-  Put(Sealed(kSpeed + kName + kSpeed));
+  Put(Sealed(kSpeedLine + kNameLine + kSpeedLine));
   EXPECT_EQ(Run({"set", "Speed", "1"}).code, 0);
-  EXPECT_EQ(Get(), Sealed(kSpeed + kName + "A1:B2|General:Speed=1\n"));
+  EXPECT_EQ(Get(), Sealed(kSpeedLine + kNameLine + "A1:B2|General:Speed=1\n"));
 }
 
 TEST_F(Propfile, SetsNothingThatIsNotThere) {
-  Put(Sealed(kSpeed));
+  Put(Sealed(kSpeedLine));
   EXPECT_EQ(Run({"set", "speed", "1"}).code, 4);
-  EXPECT_EQ(Get(), Sealed(kSpeed));
+  EXPECT_EQ(Get(), Sealed(kSpeedLine));
 }
 
 TEST_F(Propfile, RefusesAValueWithALineFeed) {
-  Put(Sealed(kSpeed));
+  Put(Sealed(kSpeedLine));
   EXPECT_EQ(Run({"set", "Speed", "1\nA:B|x:y=2"}).code, 5);
-  EXPECT_EQ(Get(), Sealed(kSpeed));
+  EXPECT_EQ(Get(), Sealed(kSpeedLine));
 }
 
 TEST_F(Propfile, SetsInACorruptFileOnlyByForce) {
-  Put(kSpeed + "xx");
+  Put(kSpeedLine + "xx");
   EXPECT_EQ(Run({"set", "Speed", "1"}).code, 1);
-  EXPECT_EQ(Get(), kSpeed + "xx");
+  EXPECT_EQ(Get(), kSpeedLine + "xx");
   EXPECT_EQ(Run({"set", "--force", "Speed", "1"}).code, 0);
   EXPECT_EQ(Get(), Sealed("A1:B2|General:Speed=1\n"));
 }
 
 TEST_F(Propfile, GivesALastLineItsLineFeedWhenItSetsByForce) {
-  Put(Sealed(kSpeed + "A:B|cut:off=1"));
+  Put(Sealed(kSpeedLine + "A:B|cut:off=1"));
   EXPECT_EQ(Run({"set", "Speed", "1"}).code, 1);
   EXPECT_EQ(Run({"set", "--force", "Speed", "1"}).code, 0);
   EXPECT_EQ(Get(), Sealed("A1:B2|General:Speed=1\nA:B|cut:off=1\n"));
 }
 
 TEST_F(Propfile, KeepsTheModeAndLeavesNoOtherFile) {
-  Put(Sealed(kSpeed));
+  Put(Sealed(kSpeedLine));
   ASSERT_EQ(chmod(path_.c_str(), 0640), 0);
   EXPECT_EQ(Run({"set", "Speed", "1"}).code, 0);
   struct stat status {};
@@ -177,7 +177,7 @@ TEST_F(Propfile, KeepsTheModeAndLeavesNoOtherFile) {
 
 TEST_F(Propfile, ReplacesWhatALinkLeadsTo) {
   const std::string target = folder_.Path("target");
-  WriteBytes(target, Sealed(kSpeed));
+  WriteBytes(target, Sealed(kSpeedLine));
   std::filesystem::create_symlink(target, path_);
   EXPECT_EQ(Run({"set", "Speed", "1"}).code, 0);
   EXPECT_TRUE(std::filesystem::is_symlink(path_));
@@ -186,14 +186,14 @@ TEST_F(Propfile, ReplacesWhatALinkLeadsTo) {
 
 TEST_F(Propfile, SealsAFileWhoseLinesWereEdited) {
   for (const std::string trailer : {"xx", "x\n", "\nx", "xx\n", ""}) {
-    Put(kSpeed + kName + trailer);
+    Put(kSpeedLine + kNameLine + trailer);
     EXPECT_EQ(Run({"seal"}).code, 0) << ::testing::PrintToString(trailer);
-    EXPECT_EQ(Get(), Sealed(kSpeed + kName)) << ::testing::PrintToString(trailer);
+    EXPECT_EQ(Get(), Sealed(kSpeedLine + kNameLine)) << ::testing::PrintToString(trailer);
   }
 }
 
 TEST_F(Propfile, LeavesASealedFileAlone) {
-  Put(Sealed(kSpeed));
+  Put(Sealed(kSpeedLine));
   struct stat before {};
   ASSERT_EQ(stat(path_.c_str(), &before), 0);
   EXPECT_EQ(Run({"seal"}).code, 0);
@@ -203,14 +203,14 @@ TEST_F(Propfile, LeavesASealedFileAlone) {
 }
 
 TEST_F(Propfile, SealsMalformedLinesOnlyByForce) {
-  const std::string bytes = "rubbish\n" + kSpeed + "more rubbish\nxx";
+  const std::string bytes = "rubbish\n" + kSpeedLine + "more rubbish\nxx";
   Put(bytes);
   const CommandOutcome outcome = Run({"seal"});
   EXPECT_EQ(outcome.code, 1);
   EXPECT_THAT(outcome.errors, HasSubstr(":1: there is no \"|\""));
   EXPECT_EQ(Get(), bytes);
   EXPECT_EQ(Run({"seal", "--force"}).code, 0);
-  EXPECT_EQ(Get(), Sealed("rubbish\n" + kSpeed + "more rubbish\n"));
+  EXPECT_EQ(Get(), Sealed("rubbish\n" + kSpeedLine + "more rubbish\n"));
 }
 
 TEST_F(Propfile, RefusesToSealAFileWithoutALine) {
@@ -232,7 +232,7 @@ PropertyFileResult ReadByTheService(const std::string& bytes, PropertyMap& map) 
 }
 
 TEST_F(Propfile, AgreesWithTheServicesReader) {
-  const std::string pieces[] = {kSpeed, kName, "|", "=", "\n", "a", "k|n=v\n", "k|n=w\n"};
+  const std::string pieces[] = {kSpeedLine, kNameLine, "|", "=", "\n", "a", "k|n=v\n", "k|n=w\n"};
   unsigned random = 1;
   for (int round = 0; round < 5000; ++round) {
     std::string body;

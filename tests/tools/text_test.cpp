@@ -18,7 +18,7 @@ namespace {
 using client::Property;
 using ::testing::ElementsAre;
 
-const Property kSpeed{"GG1", "Motor", "PG1", "Speed", "42", client::kSuccessful, "CG1", "Head"};
+const Property kSampled{"GG1", "Motor", "PG1", "Speed", "42", client::kSuccessful, "CG1", "Head"};
 
 TEST(Text, TellsUtf8FromOtherBytes) {
   for (const char* text : {"", "abc", "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80", "\xc2\x80",
@@ -80,10 +80,10 @@ TEST(Base64, RefusesOtherTexts) {
 }
 
 TEST(Format, FillsInEveryField) {
-  EXPECT_EQ(Format("%c/%g/%n=%v (%t)", kSpeed), "Head/Motor/Speed=42 (Successful)");
-  EXPECT_EQ(Format("%C %G %N", kSpeed), "CG1 GG1 PG1");
-  EXPECT_EQ(Format("100%%\\t\\n\\\\", kSpeed), "100%\t\n\\");
-  EXPECT_EQ(Format("a\\0b", kSpeed), std::string("a\0b", 3));
+  EXPECT_EQ(Format("%c/%g/%n=%v (%t)", kSampled), "Head/Motor/Speed=42 (Successful)");
+  EXPECT_EQ(Format("%C %G %N", kSampled), "CG1 GG1 PG1");
+  EXPECT_EQ(Format("100%%\\t\\n\\\\", kSampled), "100%\t\n\\");
+  EXPECT_EQ(Format("a\\0b", kSampled), std::string("a\0b", 3));
 }
 
 TEST(Format, NamesWhatItDoesNotKnow) {
@@ -96,23 +96,23 @@ TEST(Format, NamesWhatItDoesNotKnow) {
 TEST(Pattern, MatchesEachFormOfAName) {
   for (const char* pattern : {"*", "S*", "Sp??d", "[ST]peed", "Motor/*", "Head/*", "H*d",
                               "*/Motor/*", "Speed", "Motor/Speed", "PG1", "CG1/GG1/PG1"}) {
-    EXPECT_TRUE(PropertyPatterns({pattern}).Match(kSpeed)) << pattern;
+    EXPECT_TRUE(PropertyPatterns({pattern}).Match(kSampled)) << pattern;
   }
   for (const char* pattern : {"", "s*", "Spe", "Motor", "[A-C]*", "Head/Speed"}) {
-    EXPECT_FALSE(PropertyPatterns({pattern}).Match(kSpeed)) << pattern;
+    EXPECT_FALSE(PropertyPatterns({pattern}).Match(kSampled)) << pattern;
   }
 }
 
 TEST(Pattern, TakesANameAsItIsBeforeItsSpecialCharacters) {
-  Property odd = kSpeed;
+  Property odd = kSampled;
   odd.name = "Level [%]*";
   EXPECT_TRUE(PropertyPatterns({"Level [%]*"}).Match(odd));
   EXPECT_FALSE(PropertyPatterns({"Level [x]*"}).Match(odd));
 }
 
 TEST(Pattern, PicksEverythingWhenThereIsNone) {
-  EXPECT_EQ(PropertyPatterns({}).Pick({kSpeed, kSpeed}).size(), 2U);
-  EXPECT_EQ(PropertyPatterns({"x", "Speed"}).Pick({kSpeed}).size(), 1U);
+  EXPECT_EQ(PropertyPatterns({}).Pick({kSampled, kSampled}).size(), 2U);
+  EXPECT_EQ(PropertyPatterns({"x", "Speed"}).Pick({kSampled}).size(), 1U);
 }
 
 TEST(MessageDescription, SaysWhatAMessageAsksForInTheOrderOfItsHandling) {

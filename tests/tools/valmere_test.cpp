@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "tests/client/fake_service.h"
+#include "tests/tools/desk_samples.h"
 #include "tools/name_guid.h"
 
 namespace valmere::test {
@@ -17,7 +18,6 @@ using client::Property;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-const Property kSpeed{"G1", "Motion", "P1", "Speed", "42", client::kSuccessful, "C1", "Head"};
 const Property kColour{"G1", "Motion", "P2", "Colour", "red", client::kSuccessful, "C1", "Head"};
 const Property kSpare{"G1", "Motion", "P1", "Speed", "7", client::kSuccessful, "C2", "Spare"};
 const Property kVersion{"G3",
@@ -45,12 +45,6 @@ FakeService::Script Answering(const Answers& answers) {
     }
   };
 }
-
-struct Outcome {
-  int code;
-  std::string output;
-  std::string errors;
-};
 
 class ValmereTest : public ::testing::Test {
  protected:

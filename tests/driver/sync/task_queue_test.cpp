@@ -134,19 +134,19 @@ TEST(TaskQueue, EndsAtOnceWhenNothingIsQueued) {
 }
 
 TEST(TaskQueue, TakesJobsFromManyThreads) {
-  constexpr int kThreads = 4;
+  constexpr int kAskers = 4;
   constexpr int kJobs = 1000;
   int ran = 0;
   {
     TaskQueue queue(251);
     std::vector<TestThread> threads;
-    for (int i = 0; i < kThreads; ++i)
+    for (int i = 0; i < kAskers; ++i)
       threads.emplace_back([&] {
         for (int job = 0; job < kJobs; ++job)
           queue.Push([&] { ++ran; });
       });
   }
-  EXPECT_EQ(ran, kThreads * kJobs);
+  EXPECT_EQ(ran, kAskers * kJobs);
 }
 
 }  // namespace
