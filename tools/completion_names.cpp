@@ -3,7 +3,6 @@
 #include "tools/completion_names.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <unordered_map>
 
@@ -12,17 +11,19 @@ namespace {
 
 using client::Property;
 
+// Shortest first. The text is one for all: few of the forms are looked at again.
 constexpr std::size_t kForms = 3;
-using Forms = std::array<std::string, kForms>;
-
-// Shortest first.
-Forms FormsOf(const Property& property) {
-  return {property.name, property.group_name + "/" + property.name,
-          property.component_name + "/" + property.group_name + "/" + property.name};
+void WriteForm(const Property& property, std::size_t form, std::string& text) {
+  text.clear();
+  if (form > 1) text.append(property.component_name).push_back('/');
+  if (form > 0) text.append(property.group_name).push_back('/');
+  text.append(property.name);
 }
 
-std::string GuidsOf(const Property& property) {
-  return property.component + "/" + property.group_guid + "/" + property.guid;
+void WriteGuids(const Property& property, std::string& text) {
+  text.assign(property.component).push_back('/');
+  text.append(property.group_guid).push_back('/');
+  text.append(property.guid);
 }
 
 bool CanBeTyped(std::string_view text) {
@@ -40,30 +41,45 @@ void Count(const std::string& form, const Property& property, Meanings& meanings
   if (!is_new && entry->second != &property) entry->second = nullptr;
 }
 
+// The meanings of all forms that begin with what was typed.
+Meanings MeaningsOf(std::string_view typed, std::span<const Property> properties) {
+  Meanings meanings;
+  std::string text;
+  for (const Property& property : properties) {
+    for (std::size_t form = 0; form < kForms; ++form) {
+      WriteForm(property, form, text);
+      if (text.starts_with(typed)) Count(text, property, meanings);
+    }
+    if (property.guid.starts_with(typed)) Count(property.guid, property, meanings);
+  }
+  return meanings;
+}
+
+// Leaves the shortest form that means the property alone in `text`; false when there is none.
+bool WriteName(const Property& property, std::string_view typed, const Meanings& meanings,
+               std::string& text) {
+  for (std::size_t form = 0; form < kForms; ++form) {
+    WriteForm(property, form, text);
+    if (text.starts_with(typed) && CanBeTyped(text) && meanings.at(text) != nullptr) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 std::vector<std::string> NameCandidates(std::string_view typed,
                                         std::span<const Property> properties) {
-  Meanings meanings;
-  std::vector<Forms> forms;
-  forms.reserve(properties.size());
-  for (const Property& property : properties) {
-    for (const std::string& form : forms.emplace_back(FormsOf(property))) {
-      if (form.starts_with(typed)) Count(form, property, meanings);
-    }
-    if (property.guid.starts_with(typed)) Count(property.guid, property, meanings);
-  }
+  const Meanings meanings = MeaningsOf(typed, properties);
   std::vector<std::string> names;
   std::vector<std::string> guids;
-  for (std::size_t i = 0; i < properties.size(); ++i) {
-    const auto shortest =
-        std::find_if(forms[i].begin(), forms[i].end(), [&](const std::string& form) {
-          return CanBeTyped(form) && form.starts_with(typed) && meanings.at(form) != nullptr;
-        });
-    if (shortest != forms[i].end())
-      names.push_back(std::move(*shortest));
-    else if (std::string form = GuidsOf(properties[i]); form.starts_with(typed))
-      guids.push_back(std::move(form));
+  std::string text;
+  for (const Property& property : properties) {
+    if (WriteName(property, typed, meanings, text)) {
+      names.push_back(text);
+      continue;
+    }
+    WriteGuids(property, text);
+    if (text.starts_with(typed)) guids.push_back(text);
   }
   // GUIDs begin with letters too; whoever types the beginning of a name wants none.
   if (typed.empty() || names.empty()) names.insert(names.end(), guids.begin(), guids.end());
