@@ -21,6 +21,7 @@ using client::Client;
 using client::Deadline;
 using client::Property;
 using ::testing::AllOf;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
@@ -115,6 +116,14 @@ TEST_F(DeskTest, GetsTheDefaultOfWhatIsNotThere) {
   EXPECT_EQ(Run({"get", "Speed"}).code, 4);
 }
 
+TEST_F(DeskTest, HasNoDefaultForANameThatCouldBeSeveral) {
+  const auto first = Publish("Motion/Speed=1");
+  const auto second = Publish("Fan/Speed=2");
+  const Outcome outcome = Run({"get", "--default", "-", "Speed"});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_EQ(outcome.output, "");
+}
+
 TEST_F(DeskTest, PutsBytesThatAreNoTextUnderAnotherKey) {
   const auto publisher = Publish("Motion/Speed=\xff\xfe");
   EXPECT_EQ(Run({"get", "Speed"}).output, "\xff\xfe\n");
@@ -157,6 +166,13 @@ TEST_F(DeskTest, VerifiesWithBadValueWhenTheOwnerReportsAnother) {
   EXPECT_EQ(outcome.errors, "valmere: Head/Motion/Speed reports \"100\", not \"500\"\n");
 }
 
+TEST_F(DeskTest, VerifiesABooleanHoweverItIsWritten) {
+  EXPECT_EQ(Run({"set", "--verify", "LeakTracking", "TRUE"}).code, 0);
+  EXPECT_EQ(Run({"get", "LeakTracking"}).output, "True\n");
+  EXPECT_EQ(Run({"set", "--verify", "LeakTracking", "fALSE"}).code, 0);
+  EXPECT_EQ(Run({"get", "LeakTracking"}).output, "False\n");
+}
+
 TEST_F(DeskTest, EndsWithFiveForAPropertyThatCannotBeSet) {
   const Outcome outcome = Run({"set", "Components/Valmere", "x"});
   EXPECT_EQ(outcome.code, 5);
@@ -170,6 +186,14 @@ TEST_F(DeskTest, WaitsForAPropertyThatIsNotThereYet) {
   EXPECT_EQ(waiting->Wait(), 0);
   EXPECT_EQ(waiting->output() + waiting->errors(), "");
   EXPECT_EQ(Run({"wait", "Speed"}).code, 0);
+}
+
+TEST_F(DeskTest, WaitsForNoNameThatCouldBeSeveral) {
+  const auto first = Publish("Motion/Speed=1");
+  const auto second = Publish("Fan/Speed=2");
+  const Outcome outcome = Run({"wait", "Speed=3"});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_THAT(outcome.errors, AllOf(HasSubstr("Head/Motion/Speed"), HasSubstr("Head/Fan/Speed")));
 }
 
 TEST_F(DeskTest, WaitsNoLongerThanItMay) {
@@ -191,6 +215,17 @@ TEST_F(DeskTest, WatchesFromTheCurrentValuesOn) {
   EXPECT_EQ(Run({"set", "Speed", "43"}).code, 0);
   EXPECT_EQ(watching->ReadLine(), "Head/Motion/Speed=43");
   EXPECT_EQ(watching->Wait(), 0);
+}
+
+TEST_F(DeskTest, WatchesOnlyWhatMatches) {
+  const auto fan = Publish("Fan/Rate=1");
+  const auto motion = Publish("Motion/Speed=42");
+  const auto watch = Start({"watch", "--count", "1", "Head/Motion/*"});
+  EXPECT_EQ(watch->ReadErrorLine(), "valmere: watching");
+  // The fan's line would come first.
+  EXPECT_EQ(Run({"set", "--verify", "Rate", "2"}).code, 0);
+  EXPECT_EQ(Run({"set", "--verify", "Speed", "43"}).code, 0);
+  EXPECT_THAT(Finish(*watch).output, StartsWith("Head/Motion/Speed="));
 }
 
 TEST_F(DeskTest, WatchesUntilTheTimeIsUp) {
@@ -255,6 +290,13 @@ TEST_F(DeskTest, MonitorsItsOwnConnection) {
                            "[0-9:.]+ received [0-9]+ bytes\n  property .*"));
 }
 
+TEST_F(DeskTest, MonitorsWithBytesOnlyWhenAsked) {
+  EXPECT_THAT(Run({"monitor", "--count", "1"}).output, Not(HasSubstr("B3 EC 09 9A")));
+  EXPECT_THAT(Run({"--json", "monitor", "--count", "1"}).output, Not(HasSubstr("\"hex\"")));
+  EXPECT_THAT(Run({"--json", "monitor", "--hex", "--count", "1"}).output,
+              HasSubstr(R"("hex":"B3EC099A229248FA83D006840BC99102)"));
+}
+
 TEST_F(DeskTest, MeasuresRoundTrips) {
   EXPECT_THAT(Run({"ping", "--count", "3"}).output,
               MatchesRegex("3 round trips: p50 [0-9.]+ us, p99 [0-9.]+ us, max [0-9.]+ us\n"));
@@ -282,10 +324,12 @@ TEST_F(DeskTest, ImportsWhatItExported) {
   const std::string period = "'Property Publishing Period in ms'";
   const Outcome outcome = RunShell(
       "set -e; cd $dir; $valmere export >a; $valmere set --verify Speed 1; $valmere set " + period +
-      " 750; $valmere import a >set; $valmere export >b; cmp a b; cat set; $valmere import a");
+      " 750; $valmere import a >set; $valmere export >b; cmp a b; cat set; echo again; $valmere "
+      "import a");
   EXPECT_EQ(outcome.code, 0) << outcome.errors;
-  EXPECT_THAT(outcome.output, AllOf(HasSubstr("Head/Motion/Speed=\xff 42\n"),
-                                    HasSubstr("Property Publishing Period in ms=500\n")));
+  EXPECT_THAT(outcome.output,
+              AllOf(HasSubstr("Head/Motion/Speed=\xff 42\n"),
+                    HasSubstr("Property Publishing Period in ms=500\n"), EndsWith("again\n")));
 }
 
 TEST_F(DeskTest, ImportsWhatItCanAndNamesTheRest) {
