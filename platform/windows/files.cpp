@@ -63,7 +63,7 @@ bool IsFile(DWORD attributes) {
 }
 
 // The mode of _wfopen; nothing when the combination makes no sense. To write without truncating
-// takes a file that is there, so a missing one is made first.
+// takes a file that is there, so a missing one is made first, and a stream that could be read too.
 struct Mode {
   const wchar_t* text;
   bool make_first;
@@ -81,10 +81,11 @@ std::optional<Mode> StreamMode(OpenFlags flags) {
 
 class RuntimeFile final : public File {
  public:
-  explicit RuntimeFile(std::FILE* stream) : stream_(stream) {}
+  RuntimeFile(std::FILE* stream, bool readable) : stream_(stream), readable_(readable) {}
   ~RuntimeFile() override { std::fclose(stream_); }
 
   std::size_t Read(void* buffer, std::size_t length) override {
+    if (!readable_) return 0;
     Turn(Direction::kReading);
     return std::fread(buffer, 1, length, stream_);
   }
@@ -112,6 +113,7 @@ class RuntimeFile final : public File {
   }
 
   std::FILE* const stream_;
+  const bool readable_;
   Direction direction_ = Direction::kNone;
 };
 
@@ -174,7 +176,7 @@ class WindowsFileSystem final : public FileSystem {
     if (stream == nullptr) return nullptr;
     std::setvbuf(stream, nullptr, _IONBF, 0);
     if (Has(flags, OpenFlags::kAtEnd)) std::fseek(stream, 0, SEEK_END);
-    return std::make_unique<RuntimeFile>(stream);
+    return std::make_unique<RuntimeFile>(stream, Has(flags, OpenFlags::kRead));
   }
 
   bool Exists(WidePathView path) override {

@@ -18,7 +18,7 @@ constexpr int kLooksBeforeSleep = 50;
 CRITICAL_SECTION* Section(void* storage) {
   return static_cast<CRITICAL_SECTION*>(storage);
 }
-HANDLE& Handle(void* storage) {
+HANDLE& HandleIn(void* storage) {
   return *static_cast<HANDLE*>(storage);
 }
 
@@ -89,22 +89,22 @@ Semaphore::Semaphore(std::uint32_t initial) {
 }
 
 Semaphore::~Semaphore() {
-  CloseHandle(Handle(storage_));
+  CloseHandle(HandleIn(storage_));
 }
 
 void Semaphore::Release() noexcept {
-  ReleaseSemaphore(Handle(storage_), 1, nullptr);
+  ReleaseSemaphore(HandleIn(storage_), 1, nullptr);
 }
 
 void Semaphore::Wait() noexcept {
-  WaitForSingleObject(Handle(storage_), INFINITE);
+  WaitForSingleObject(HandleIn(storage_), INFINITE);
 }
 
 // The kernel counts in its own clock's steps and may come back a little early.
 bool Semaphore::WaitUntil(Ticks deadline) noexcept {
   for (;;) {
     const DWORD milliseconds = MillisecondsUntil(deadline);
-    if (WaitForSingleObject(Handle(storage_), milliseconds) == WAIT_OBJECT_0) return true;
+    if (WaitForSingleObject(HandleIn(storage_), milliseconds) == WAIT_OBJECT_0) return true;
     if (MonotonicNow() >= deadline) return false;
   }
 }

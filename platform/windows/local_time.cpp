@@ -1,14 +1,22 @@
-// The C runtime's localtime has a buffer for each thread, so it can be called from any.
+// From the kernel: not every C runtime for it knows local times.
 #include "platform/local_time.h"
 
-#include <time.h>
+#include "platform/windows/windows_api.h"
 
 namespace valmere::platform {
 
 std::tm LocalNow() noexcept {
-  const __time64_t now = _time64(nullptr);
-  const std::tm* const local = _localtime64(&now);
-  return local != nullptr ? *local : std::tm{};
+  SYSTEMTIME now{};
+  GetLocalTime(&now);
+  std::tm local{};
+  local.tm_year = now.wYear - 1900;
+  local.tm_mon = now.wMonth - 1;
+  local.tm_mday = now.wDay;
+  local.tm_hour = now.wHour;
+  local.tm_min = now.wMinute;
+  local.tm_sec = now.wSecond;
+  local.tm_wday = now.wDayOfWeek;
+  return local;
 }
 
 }  // namespace valmere::platform

@@ -22,6 +22,10 @@ static_assert(kConnectionAborted == WSAECONNABORTED && kConnectionReset == WSAEC
 // A peer that takes nothing for this long is given up.
 constexpr Ticks kPatience = 5'000 * kTicksPerMillisecond;
 
+// Not every system ends a select when its own side shuts the stream down, so whoever waits looks
+// now and then whether it was closed.
+constexpr Ticks kLongestWait = 100 * kTicksPerMillisecond;
+
 class Handle {
  public:
   Handle() = default;
@@ -107,7 +111,9 @@ class WindowsStreamSocket final : public StreamSocket {
       }
       const int code = WSAGetLastError();
       if (code != WSAEWOULDBLOCK) return {-1, KnownCode(code)};
-      if (!WaitForRoom(deadline)) return {-1, kTimedOut};
+      if (closed_.load()) return {-1, kConnectionReset};
+      if (MonotonicNow() >= deadline) return {-1, kTimedOut};
+      WaitForRoom(deadline);
     }
     return {sent, 0};
   }
@@ -122,21 +128,24 @@ class WindowsStreamSocket final : public StreamSocket {
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(socket_.get(), &readable);
-    select(0, &readable, nullptr, nullptr, nullptr);
+    timeval time = TimeOf(kLongestWait);
+    select(0, &readable, nullptr, nullptr, &time);
   }
 
-  // False when the time came first.
-  bool WaitForRoom(Ticks deadline) const {
-    const Ticks left = deadline - MonotonicNow();
-    if (left <= 0) return false;
+  void WaitForRoom(Ticks deadline) const {
     fd_set writable;
     FD_ZERO(&writable);
     FD_SET(socket_.get(), &writable);
-    constexpr Ticks kTicksPerSecond = 1000 * kTicksPerMillisecond;
+    timeval time = TimeOf(std::clamp<Ticks>(deadline - MonotonicNow(), 0, kLongestWait));
+    select(0, nullptr, &writable, nullptr, &time);
+  }
+
+  static timeval TimeOf(Ticks ticks) {
+    constexpr Ticks kSecond = 1000 * kTicksPerMillisecond;
     timeval time{};
-    time.tv_sec = static_cast<long>(left / kTicksPerSecond);
-    time.tv_usec = static_cast<long>(left % kTicksPerSecond / 10);
-    return select(0, nullptr, &writable, nullptr, &time) != 0;
+    time.tv_sec = static_cast<long>(ticks / kSecond);
+    time.tv_usec = static_cast<long>(ticks % kSecond / 10);
+    return time;
   }
 
   const Handle socket_;

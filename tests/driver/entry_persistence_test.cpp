@@ -38,12 +38,14 @@ class StoredTest : public ::testing::Test {
   }
   void SetUp() override {
     // The service of the test before may still be writing its lines: it ends here, and the one in
-    // its place writes none.
+    // its place finds no folder for any file.
+    device().Use("nowhere");
     ASSERT_EQ(PRN_Init(0), 1u);
+    device().Use("root");
     for (const char* path : {"Store/ValmereProperties.ini", "Store/ValmerePropertiesOverride.ini",
                              "Store/ValmereLog.txt", "Store/ValmereLogFileName.txt",
                              "windows/version.ini", "boot/qtlibs_version.ini"})
-      remove(device().At(std::string("root/") + path).c_str());
+      device().Remove(std::string("root/") + path);
   }
 
   static DeviceRoot& device() {

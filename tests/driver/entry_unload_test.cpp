@@ -1,6 +1,5 @@
-// The end of the service, and what is left of it. POSIX with /proc.
+// The end of the service, and what is left of it.
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include <atomic>
 #include <memory>
@@ -100,11 +99,11 @@ TEST(UnloadTest, WritesItsMarkerIntoTheRootOfThatInit) {
   EXPECT_EQ(Marker(device, "other"), "");
 }
 
-TEST(LeftoverTest, NoThreadDescriptorOrMemoryIsLeft) {
+TEST(LeftoverTest, NoThreadHandleOrMemoryIsLeft) {
   const DeviceRoot device;
   TestThread([] {}).Join();  // a sanitizer's own thread comes with the first other one
   const std::size_t threads = ThreadCount();
-  const std::size_t descriptors = DescriptorCount();
+  const std::size_t handles = HandleCount();
   std::size_t memory[2] = {};
   for (std::size_t& in_use : memory) {
     ASSERT_EQ(PRN_Init(0), 1u);
@@ -117,8 +116,8 @@ TEST(LeftoverTest, NoThreadDescriptorOrMemoryIsLeft) {
       EXPECT_EQ(PRN_Deinit(1), 1u);
     }
     EXPECT_EQ(ThreadCount(), threads);
-    EXPECT_EQ(DescriptorCount(), descriptors);
-    in_use = mallinfo2().uordblks;
+    EXPECT_EQ(HandleCount(), handles);
+    in_use = HeapBytes();
   }
   // What a first run leaves for good, such as buffers of the C library, a second one does not add
   // to.
@@ -155,7 +154,7 @@ TEST_F(ReplacedServiceTest, TakesItsThreadsAlong) {
 TEST_F(ReplacedServiceTest, ListensOnNoPort) {
   Client client;
   EXPECT_EQ(client.Ask(GetText(kOwnComponent)), OwnComponentText());
-  EXPECT_EQ(ListeningSockets().size(), 0u);
+  EXPECT_EQ(ListeningSocketCount(), 0u);
 }
 
 // What a session is sent after it has ended must not be kept.

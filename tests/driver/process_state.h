@@ -1,77 +1,20 @@
-// What the kernel tells of this process. POSIX with /proc.
+// What the kernel tells of this process. How it is asked lies in a folder for each system.
 #pragma once
 
-#include <dirent.h>
-#include <unistd.h>
-
+#include <cstddef>
 #include <cstdint>
-#include <fstream>
-#include <set>
-#include <sstream>
-#include <string>
 
 namespace valmere::testing {
 
-inline std::set<std::string> NamesIn(const std::string& folder) {
-  std::set<std::string> names;
-  DIR* const entries = opendir(folder.c_str());
-  if (entries == nullptr) return names;
-  while (const dirent* entry = readdir(entries)) {
-    const std::string name = entry->d_name;
-    if (name != "." && name != "..") names.insert(name);
-  }
-  closedir(entries);
-  return names;
-}
-
-inline std::size_t ThreadCount() {
-  return NamesIn("/proc/self/task").size();
-}
-
-// The descriptors that are open now; the one that lists them is among them each time.
-inline std::size_t DescriptorCount() {
-  return NamesIn("/proc/self/fd").size();
-}
-
+std::size_t ThreadCount();
+// The files, sockets and other objects of the kernel that are open now.
+std::size_t HandleCount();
 // True when the thread sleeps, in a lock or a wait.
-inline bool Sleeps(std::uint32_t thread) {
-  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
-  std::string stat;
-  std::getline(file, stat);
-  const std::size_t name_end = stat.rfind(')');
-  return name_end != std::string::npos && stat.compare(name_end, 3, ") S") == 0;
-}
-
-inline std::size_t ResidentBytes() {
-  std::ifstream file("/proc/self/statm");
-  std::size_t total = 0;
-  std::size_t resident = 0;
-  file >> total >> resident;
-  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-}
-
+bool Sleeps(std::uint32_t thread);
+std::size_t ResidentBytes();
+// The bytes that the C library has given out.
+std::size_t HeapBytes();
 // The sockets that this process holds and that listen for TCP connections.
-inline std::set<std::string> ListeningSockets() {
-  std::set<std::string> own;
-  for (const std::string& name : NamesIn("/proc/self/fd")) {
-    char target[64] = {};
-    if (readlink(("/proc/self/fd/" + name).c_str(), target, sizeof target - 1) < 0) continue;
-    const std::string text = target;
-    if (text.rfind("socket:[", 0) == 0) own.insert(text.substr(8, text.size() - 9));
-  }
-  std::set<std::string> listening;
-  for (const char* table : {"/proc/self/net/tcp", "/proc/self/net/tcp6"}) {
-    std::ifstream file(table);
-    std::string line;
-    while (std::getline(file, line)) {
-      std::istringstream fields(line);
-      std::string slot, local, remote, state, queues, timer, retries, user, timeout, inode;
-      fields >> slot >> local >> remote >> state >> queues >> timer >> retries >> user >> timeout >>
-          inode;
-      if (state == "0A" && own.count(inode) != 0) listening.insert(inode);
-    }
-  }
-  return listening;
-}
+std::size_t ListeningSocketCount();
 
 }  // namespace valmere::testing

@@ -43,9 +43,9 @@ TEST(JsonWriter, WritesFloatsWithSixSignificantDigits) {
 
 TEST(JsonWriter, WritesEveryFloatAsAStreamDoes) {
   using Limits = std::numeric_limits<double>;
-  std::vector<double> values = {
-      0.0,    999999.5,      9999995.0,          1e100,    1.0 / 3, Limits::max(),      5e-324,
-      1e-310, Limits::min(), Limits::infinity(), 100000.0, 1e-4,    Limits::quiet_NaN()};
+  std::vector<double> values = {0.0,           999999.5,           9999995.0, 1e100,
+                                1.0 / 3,       Limits::max(),      5e-324,    1e-310,
+                                Limits::min(), Limits::infinity(), 100000.0,  1e-4};
   std::uint64_t bits = 1;
   for (int i = 0; i < 2000; ++i) {
     bits = bits * 6364136223846793005U + 1442695040888963407U;
@@ -56,6 +56,13 @@ TEST(JsonWriter, WritesEveryFloatAsAStreamDoes) {
     EXPECT_EQ(Written(JsonValue(value)), Streamed(value));
     EXPECT_EQ(Written(JsonValue(-value)), Streamed(-value));
   }
+}
+
+// A stream's text for it is the C library's own.
+TEST(JsonWriter, WritesWhatIsNoNumberWithItsSign) {
+  constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_EQ(Written(JsonValue(kNoNumber)), "nan");
+  EXPECT_EQ(Written(JsonValue(-kNoNumber)), "-nan");
 }
 
 TEST(JsonWriter, WritesTheOtherScalars) {

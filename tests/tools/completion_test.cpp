@@ -59,6 +59,15 @@ TEST(NameCandidates, AreGuidsOnlyWhereNoNameBeginsSo) {
   EXPECT_THAT(tools::NameCandidates("CG1", confusing), ElementsAre("CG1/GG1/PG1", "CG1/GG1/PG2"));
 }
 
+TEST(NameCandidates, AreNoNameThatIsAnothersGuid) {
+  const std::vector<Property> confusing{
+      {"GG1", "General", "PG1", "PG2", "1", client::kSuccessful, "CG1", "Head"},
+      {"GG1", "General", "PG2", "Name", "2", client::kSuccessful, "CG1", "Head"},
+  };
+  EXPECT_THAT(tools::NameCandidates("PG", confusing), IsEmpty());
+  EXPECT_THAT(tools::NameCandidates("Gen", confusing), ElementsAre("General/Name", "General/PG2"));
+}
+
 class CompletionTest : public ::testing::Test {
  protected:
   CompletionTest() {

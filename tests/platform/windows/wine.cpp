@@ -1,0 +1,11 @@
+#include "tests/platform/wine.h"
+
+#include <windows.h>
+
+namespace valmere::testing {
+
+bool InWine() {
+  return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
+}  // namespace valmere::testing
