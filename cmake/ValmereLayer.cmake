@@ -9,6 +9,11 @@ add_library(valmere_options INTERFACE)
 target_include_directories(valmere_options INTERFACE ${PROJECT_SOURCE_DIR})
 # Unique symbols would keep the library loaded after dlclose.
 target_compile_options(valmere_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+if(NOT WIN32 AND CMAKE_SIZEOF_VOID_P EQUAL 4)
+  # File sizes, inode numbers and times have 64 bits, as elsewhere: files that do not fit into less
+  # could not even be looked at, and the device may be at work after 2038.
+  target_compile_definitions(valmere_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
 if(VALMERE_WARNINGS_AS_ERRORS)
   target_compile_options(valmere_options INTERFACE -Werror)
 endif()

@@ -82,7 +82,9 @@ class Thread {
  public:
   using Entry = void (*)(void* argument);
 
-  // Worker threads run in this much stack: enough for the deepest message that is accepted.
+  // Worker threads run in this much stack. A message of 9,900 nested arrays needs 8 kB of it on
+  // 32-bit ARM, no more than any other: neither reading nor releasing a value recurses. The rest is
+  // for what the owner of a property does in its callbacks, and for the C library.
   static constexpr std::size_t kStackBytes = std::size_t{256} * 1024;
 
   Thread() noexcept = default;
