@@ -85,6 +85,7 @@ class SocketTransport final : public Transport {
   void End(const Error& why);
   std::optional<Error> end() const;
   Result<void> WaitForRoom(Deadline deadline) const;
+  bool TakeInterruption() const;
   Result<void> WaitForBytes(Deadline deadline);
   Result<void> ReadBytes();
   Result<std::size_t> FrameBytes() const;
@@ -130,7 +131,7 @@ Result<void> SocketTransport::Send(std::string_view frame, Deadline deadline) {
       return *end();
     }
     if (Result<void> waited = WaitForRoom(deadline); !waited) {
-      End(ConnectionLost("the service did not take a request in time"));
+      End(ConnectionLost("the service did not take a request to its end"));
       return waited;
     }
   }
@@ -138,10 +139,18 @@ Result<void> SocketTransport::Send(std::string_view frame, Deadline deadline) {
 }
 
 Result<void> SocketTransport::WaitForRoom(Deadline deadline) const {
-  pollfd wanted{socket_.get(), POLLOUT, 0};
-  const int ready = poll(&wanted, 1, PollTime(deadline));
-  if (ready > 0 || (ready < 0 && errno == EINTR)) return {};
-  return Timeout("sending a request");
+  pollfd wanted[] = {{socket_.get(), POLLOUT, 0}, {interrupt_.get(), POLLIN, 0}};
+  const int ready = poll(wanted, 2, PollTime(deadline));
+  if (ready == 0) return Timeout("sending a request");
+  if (ready < 0 && errno != EINTR) return LostBy(errno);
+  if (ready > 0 && wanted[1].revents != 0 && TakeInterruption())
+    return Error{ErrorKind::kInterrupted, "interrupted"};
+  return {};
+}
+
+bool SocketTransport::TakeInterruption() const {
+  std::uint64_t count = 0;
+  return read(interrupt_.get(), &count, sizeof(count)) == sizeof(count);
 }
 
 Result<void> SocketTransport::Receive(std::string& text, Deadline deadline) {
@@ -197,9 +206,7 @@ Result<void> SocketTransport::WaitForBytes(Deadline deadline) {
       return LostBy(errno);
     }
     if (wanted[1].revents == 0) return {};
-    std::uint64_t count = 0;
-    if (read(interrupt_.get(), &count, sizeof(count)) == sizeof(count))
-      return Error{ErrorKind::kInterrupted, "interrupted"};
+    if (TakeInterruption()) return Error{ErrorKind::kInterrupted, "interrupted"};
   }
 }
 

@@ -26,7 +26,8 @@ class Transport {
   // The next frame's text, without the header. A deadline that has passed still gives what is
   // there already; bytes of a frame that is not complete in time are kept for the next call.
   virtual Result<void> Receive(std::string& text, Deadline deadline) = 0;
-  // Makes the Receive that waits, or else the next one, return kInterrupted.
+  // Makes one call that waits, or else the next that would wait, return kInterrupted; the next
+  // Receive also when it need not wait.
   virtual void Interrupt() noexcept = 0;
   // Ends the connection; a call that waits and every later one fail with kConnectionLost.
   virtual void Close() = 0;

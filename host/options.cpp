@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -18,6 +19,7 @@ namespace {
 
 constexpr const char* kLibraryName = "libvalmere.so";
 constexpr double kLongestSeconds = 86400;
+constexpr std::uint64_t kMostUnreadBytes = std::uint64_t{1} << 40;
 constexpr const char* kAfterHelp = R"(
 Limits:
   A client over --max-clients is accepted and closed at once. One that exceeds another limit has its
@@ -70,12 +72,19 @@ struct ParsedLimits {
   double unread = InSeconds(Limits{}.unread);
 };
 
+std::string CheckIsNumber(const std::string& text) {
+  double number = 0;
+  if (CLI::detail::lexical_cast(text, number) && !std::isnan(number)) return "";
+  return "\"" + text + "\" is no number";
+}
+
 void AddLimits(CLI::App& app, ParsedLimits& parsed) {
   app.add_option("--max-clients", parsed.clients, "Clients that are served at once")
       ->type_name("N")
       ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 20))
       ->capture_default_str();
-  const auto seconds = CLI::Range(0.001, kLongestSeconds);
+  // A range alone lets "nan" pass, which is neither below nor above it.
+  const auto seconds = CLI::Range(0.001, kLongestSeconds) & CLI::Validator(CheckIsNumber, "");
   app.add_option("--frame-timeout", parsed.frame,
                  "Seconds that a client may take over the rest of a frame it began")
       ->type_name("SECONDS")
@@ -84,6 +93,7 @@ void AddLimits(CLI::App& app, ParsedLimits& parsed) {
   app.add_option("--max-unread", parsed.unread_bytes, "Bytes that a client may leave unread")
       ->type_name("BYTES")
       ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::Range(std::uint64_t{0}, kMostUnreadBytes).description(""))
       ->capture_default_str();
   app.add_option("--unread-timeout", parsed.unread,
                  "Seconds that a client may leave any byte unread")

@@ -2,6 +2,7 @@
 #include "tools/command.h"
 
 #include <CLI/CLI.hpp>
+#include <string>
 #include <utility>
 
 namespace valmere::tools {
@@ -9,6 +10,14 @@ namespace {
 
 constexpr double kLongestTime = 1e6;  // seconds
 constexpr std::size_t kHighestCount = 1'000'000'000;
+
+// What is wrong with a time, if anything. No number at all is neither too small nor too great.
+std::string CheckTime(const std::string& text) {
+  double seconds = 0;
+  if (CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= kLongestTime)
+    return "";
+  return "\"" + text + "\" is no time of 0 to 1000000 seconds";
+}
 
 }  // namespace
 
@@ -23,7 +32,7 @@ CLI::Option* AddSeconds(CLI::App& app, const char* name, const char* about,
           about)
       ->type_name("SECONDS")
       ->take_last()
-      ->check(CLI::Range(0.0, kLongestTime).description(""));
+      ->check(CLI::Validator([](const std::string& text) { return CheckTime(text); }, ""));
 }
 
 Command::Command(CLI::App& parent, const char* name, const char* about)

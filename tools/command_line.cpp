@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "client/socket_path.h"
@@ -48,7 +49,7 @@ void AddOutputOptions(CLI::App& app, GlobalOptions& global) {
          "When to use colour")
       ->type_name("auto|always|never")
       ->take_last()
-      ->check(CLI::IsMember({"auto", "always", "never"}, CLI::ignore_case).description(""))
+      ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
       ->default_str("auto");
   app.add_flag_callback(
       "--json", [&global] { global.form = OutputForm::kJson; }, "Print JSON");
@@ -75,26 +76,51 @@ void AddNullOption(CLI::App& app, GlobalOptions& global) {
   }
 }
 
+// A command's help lists its own options alone.
+void NameCommonOptions(CLI::App& app) {
+  for (CLI::App* command : app.get_subcommands({})) {
+    command->footer(command->get_footer() +
+                    "\n\nEvery command takes --socket, --timeout, --color, --json, --format and -0 "
+                    "too:\nsee valmere --help.");
+    NameCommonOptions(*command);
+  }
+}
+
 int ComplainUsage(const char* text) {
   std::fprintf(stderr, "valmere: %s\nvalmere: see valmere --help\n", text);
   return kExitUsage;
 }
+
+// The parser would take a word in brackets for a list, and split it; "++" for the end of a command;
+// and for an empty "--option=" the next word. A mark before it hides that until the word has been
+// handed to its option.
+constexpr char kMark = '\x01';
 
 int ReportUsage(const CLI::App& app, const CLI::ParseError& error) {
   std::ostringstream out;
   std::ostringstream problem;
   const int code = app.exit(error, out, problem);
   std::fputs(out.str().c_str(), stdout);
-  return code == 0 ? kExitOk : ComplainUsage(error.what());
+  if (code == 0) return kExitOk;
+  std::string text = error.what();
+  std::erase(text, kMark);
+  return ComplainUsage(text.c_str());
 }
 
-// The parser would take a word in brackets for a list, and split it. A mark before it hides that
-// until the word has been handed to its option.
-constexpr char kMark = '\x01';
+bool NeedsMark(std::string_view value) {
+  return value == "++" || value.starts_with(kMark) ||
+         (value.starts_with('[') && value.ends_with(']'));
+}
 
-void HideBrackets(std::vector<std::string>& words) {
+void HideFromParser(std::vector<std::string>& words) {
+  bool options_may_follow = true;
   for (std::string& word : words) {
-    if (word.starts_with('[') && word.ends_with(']')) word.insert(word.begin(), kMark);
+    std::size_t value = 0;
+    if (options_may_follow && word.starts_with("--")) value = word.find('=') + 1;
+    const bool attached = value > 0;
+    if (NeedsMark(std::string_view(word).substr(value)) || (attached && value == word.size()))
+      word.insert(value, 1, kMark);
+    if (word == "--") options_may_follow = false;
   }
 }
 
@@ -117,7 +143,7 @@ void TakeMarksOff(CLI::App& app) {
 // reported.
 std::optional<int> Parse(CLI::App& app, std::vector<std::string> words) {
   TakeMarksOff(app);
-  HideBrackets(words);
+  HideFromParser(words);
   std::reverse(words.begin(), words.end());  // as CLI::App takes them
   try {
     app.parse(words);
@@ -171,6 +197,7 @@ void BuildCommandLine(CLI::App& app, Invocation& invocation) {
   AddPropfileCommand(app, invocation);
   AddFrameCommand(app, invocation);
   AddNullOption(app, global);
+  NameCommonOptions(app);
 }
 
 int Start(const std::vector<std::string>& words) {

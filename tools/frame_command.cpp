@@ -57,15 +57,16 @@ std::optional<std::string> JudgeText(const std::string& text) {
   }
 }
 
-// No more than a byte over the limit, however long the input is.
+// Little more than the limit, however long the input is. A short read is the end; a terminal would
+// have to give another one twice.
 std::variant<std::string, Failure> ReadText(std::FILE* file) {
   std::string text;
   char buffer[65536];
   std::size_t count = 0;
-  while (text.size() <= kMaximumMessageBytes &&
-         (count = std::fread(buffer, 1, sizeof buffer, file)) > 0) {
+  do {
+    count = std::fread(buffer, 1, sizeof buffer, file);
     text.append(buffer, count);
-  }
+  } while (count == sizeof buffer && text.size() <= kMaximumMessageBytes);
   if (std::ferror(file) != 0)
     return Failure{kExitRefused, std::string("cannot read: ") + std::strerror(errno)};
   if (text.ends_with('\n')) text.pop_back();

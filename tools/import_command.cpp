@@ -1,16 +1,16 @@
 // Sets what differs, and waits until the properties report it. Nothing is set before the whole input
 // has been understood. The service tells of its own properties at once whether they took a value;
 // one that can't be set does not, and that is no failure: an export has all of them.
-#include <fstream>
-#include <iostream>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <variant>
 
 #include "tools/address_order.h"
 #include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
+#include "tools/input.h"
 #include "tools/name_resolver.h"
 #include "tools/observation.h"
 #include "tools/property_json.h"
@@ -38,7 +38,10 @@ struct ImportOptions {
   bool dry_run = false;
 };
 
-std::variant<std::vector<Property>, Failure> ReadLines(std::istream& input) {
+std::variant<std::vector<Property>, Failure> ReadLines(const std::string& file) {
+  auto text = ReadInput(file);
+  if (const Failure* failure = std::get_if<Failure>(&text)) return *failure;
+  std::istringstream input(std::get<std::string>(std::move(text)));
   std::vector<Property> properties;
   std::string line;
   for (std::size_t number = 1; std::getline(input, line); ++number) {
@@ -49,13 +52,6 @@ std::variant<std::vector<Property>, Failure> ReadLines(std::istream& input) {
     properties.push_back(std::move(*property));
   }
   return properties;
-}
-
-std::variant<std::vector<Property>, Failure> ReadInput(const std::string& file) {
-  if (file == "-") return ReadLines(std::cin);
-  std::ifstream input(file);
-  if (!input) return Failure{kExitUsage, "cannot read " + file};
-  return ReadLines(input);
 }
 
 class Import {
@@ -109,6 +105,7 @@ void Import::Compare(const std::vector<Property>& imported, const std::vector<Pr
   }
   for (const Property& property : imported) {
     const auto found = by_address.find(property.address());
+    wanted_.erase(property.address());  // of two lines for one property the later one counts
     if (found == by_address.end()) {
       ++missing_;
       Complain("no property " + FullName(property));
@@ -185,7 +182,7 @@ void AddImportCommand(CLI::App& app, Invocation& invocation) {
   command.AddFlag("--dry-run", options->dry_run, "Only print what would be set");
   command.SetFooter(kAboutImport);
   command.SetRun(invocation, [options, &invocation](Output& out) -> std::optional<Failure> {
-    const auto imported = ReadInput(options->file);
+    const auto imported = ReadLines(options->file);
     if (const Failure* failure = std::get_if<Failure>(&imported)) return *failure;
     return Import(invocation.global, *options, out).Run(std::get<0>(imported));
   });

@@ -2,13 +2,13 @@
 // resolved against the list of everything: the service looks properties up by GUID alone.
 #include <strings.h>
 
-#include <iostream>
-#include <iterator>
 #include <memory>
+#include <utility>
 
 #include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
+#include "tools/input.h"
 #include "tools/name_resolver.h"
 #include "tools/observation.h"
 #include "tools/service_properties.h"
@@ -133,12 +133,6 @@ class Setting {
   const Deadline deadline_;
 };
 
-std::string ReadInput() {
-  std::string text{std::istreambuf_iterator<char>(std::cin), {}};
-  if (text.ends_with('\n')) text.pop_back();
-  return text;
-}
-
 }  // namespace
 
 void AddSetCommand(CLI::App& app, Invocation& invocation) {
@@ -149,8 +143,13 @@ void AddSetCommand(CLI::App& app, Invocation& invocation) {
   set.AddPositional("VALUE", options->value, "Its new value; - reads standard input", kRequired);
   set.AddFlag("--verify", options->verify, "Wait until the property reports the value");
   set.SetFooter(kAboutSet);
-  set.SetRun(invocation, [options, &invocation](Output&) {
-    if (options->value == "-") options->value = ReadInput();
+  set.SetRun(invocation, [options, &invocation](Output&) -> std::optional<Failure> {
+    if (options->value == "-") {
+      auto input = ReadInput("-");
+      if (const Failure* failure = std::get_if<Failure>(&input)) return *failure;
+      options->value = std::get<std::string>(std::move(input));
+      if (options->value.ends_with('\n')) options->value.pop_back();
+    }
     return Setting(invocation.global, *options).Run();
   });
 }

@@ -25,6 +25,7 @@ void PrintRow(const Cells& cells, const std::vector<std::size_t>& widths, Ink in
     line += out.Painted(ink, shown);
     if (i + 1 < cells.size()) line.append(widths[i] - DisplayWidth(shown) + kGap, ' ');
   }
+  if (cells.back().empty()) line.erase(line.find_last_not_of(' ') + 1);
   out.ShownLine(line);
 }
 

@@ -185,7 +185,7 @@ TEST_F(SessionTest, GivesUpSendingToAServiceThatDoesNotRead) {
     sent = session_->Set(large, Past());
   }
   EXPECT_EQ(sent.error().kind, ErrorKind::kTimeout);
-  EXPECT_EQ(TakeLost().text, "connection lost: the service did not take a request in time");
+  EXPECT_EQ(TakeLost().text, "connection lost: the service did not take a request to its end");
 }
 
 }  // namespace

@@ -140,6 +140,19 @@ TEST(SocketTransport, IsInterruptedWhileItWaits) {
   EXPECT_EQ(ReceiveError(*transport, Deadline::Never()), ErrorKind::kInterrupted);
 }
 
+TEST(SocketTransport, IsInterruptedWhileTheServiceDoesNotRead) {
+  std::atomic<bool> done{false};
+  FakeService service([&](const FakeConnection&) { done.wait(false); });
+  const auto transport = ConnectTo(service);
+  transport->Interrupt();
+  const auto sent = transport->Send(FrameOf(std::string(8 << 20, 'x')), Soon());
+  done = true;
+  done.notify_all();
+  ASSERT_FALSE(sent);
+  EXPECT_EQ(sent.error().kind, ErrorKind::kInterrupted);
+  EXPECT_EQ(ReceiveError(*transport, Past()), ErrorKind::kConnectionLost);
+}
+
 TEST(SocketTransport, IsInterruptedByWhatCameBeforeTheWaitOnce) {
   FakeService service([&](const FakeConnection& connection) {
     connection.Send(connection.Receive());

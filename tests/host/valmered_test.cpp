@@ -248,6 +248,22 @@ TEST(ValmeredCommand, DemandsARoot) {
   EXPECT_THAT(refused.output(), IsEmpty());
 }
 
+TEST(ValmeredCommand, RefusesLimitsThatAreNone) {
+  const std::vector<std::pair<std::string, std::string>> bad{
+      {"--max-clients", "0"},      {"--max-clients", "-1"},
+      {"--frame-timeout", "nan"},  {"--frame-timeout", "0"},
+      {"--frame-timeout", "-1"},   {"--unread-timeout", "nan"},
+      {"--unread-timeout", "1e9"}, {"--max-unread", "-1"},
+      {"--max-unread", "1X"},      {"--max-unread", "99999999999999999999"},
+  };
+  for (const auto& [option, value] : bad) {
+    // Were it taken, the root could not be made.
+    Subprocess refused({VALMERED, "--root", "/dev/null/root", option, value});
+    EXPECT_EQ(refused.Wait(), 2) << option << " " << value;
+    EXPECT_THAT(refused.errors(), HasSubstr("valmered: " + option));
+  }
+}
+
 TEST(ValmeredCommand, ExplainsItself) {
   Subprocess help({VALMERED, "--help"});
   EXPECT_EQ(help.Wait(), 0);

@@ -144,6 +144,32 @@ TEST_F(DeskTest, TakesWordsInBracketsAsTheyAre) {
   EXPECT_EQ(Run({"get", "[a,b]"}).output, "[1,2]\n");
 }
 
+TEST_F(DeskTest, TakesAnyWordForAValue) {
+  const auto publisher = Publish("Motion/Speed=42");
+  for (const char* value : {"++", "{}", "", "\x01\x01", "get", "%%", "-5", "--x=y=", "--"}) {
+    EXPECT_EQ(Run({"set", "--verify", "Speed", "--", value}).code, 0) << value;
+    EXPECT_EQ(Run({"get", "Speed"}).output, std::string(value) + "\n");
+  }
+  EXPECT_EQ(Run({"set", "--verify", "Speed", "++"}).code, 0);
+  EXPECT_EQ(Run({"get", "Speed"}).output, "++\n");
+}
+
+TEST_F(DeskTest, TakesAnEmptyValueOfAnOption) {
+  EXPECT_EQ(Run({"get", "--default=", "Speed"}).output, "\n");
+  EXPECT_EQ(Run({"get", "Speed", "--default="}).output, "\n");
+  EXPECT_EQ(Run({"get", "--default=[a,b]", "Speed"}).output, "[a,b]\n");
+}
+
+TEST_F(DeskTest, SetsNothingWhenStandardInputCannotBeRead) {
+  const auto publisher = Publish("Motion/Speed=42");
+  for (const char* line : {"$valmere set Speed - <&-", "$valmere set Speed - <$dir"}) {
+    const Outcome outcome = RunShell(line);
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_THAT(outcome.errors, StartsWith("valmere: cannot read standard input: "));
+  }
+  EXPECT_EQ(Run({"get", "Speed"}).output, "42\n");
+}
+
 TEST_F(DeskTest, VerifiesWithTimeOutWhenTheOwnerDoesNothing) {
   const Client owner = Own();
   const Outcome outcome = Run({"--timeout", "1", "set", "--verify", "Speed", "43"});
@@ -354,6 +380,21 @@ TEST_F(DeskTest, ImportsNothingOfAFileThatItDoesNotUnderstand) {
   const Outcome outcome = Run({"import", folder_.Path("lines")});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_EQ(outcome.errors, "valmere: line 2 is no exported property\n");
+}
+
+TEST_F(DeskTest, ImportsNothingOfAFileThatItCannotRead) {
+  const Outcome outcome = Run({"import", folder_.Path("")});
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_THAT(outcome.errors, HasSubstr("cannot read " + folder_.Path("")));
+}
+
+TEST_F(DeskTest, ImportsTheLaterOfTwoLinesForOneProperty) {
+  const auto publisher = Publish("Motion/Speed=42");
+  EXPECT_EQ(RunShell("cd $dir; $valmere export '*/Speed' >a; sed s/42/41/ a | cat - a >b").code, 0);
+  const Outcome outcome = Run({"import", folder_.Path("b")});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(Run({"get", "Speed"}).output, "42\n");
 }
 
 TEST_F(DeskTest, ImportsWithTimeOutWhenTheOwnerDoesNothing) {

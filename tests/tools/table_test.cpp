@@ -102,6 +102,15 @@ TEST_F(OnTerminal, ATableIsAsWideAsItNeedsToBe) {
   EXPECT_EQ(TableOf(80), "NAME   VALUE\nSpeed  42\nNote   a long\\tremark\n");
 }
 
+TEST_F(OnTerminal, ATableHasNoBlanksAtTheEndOfItsLines) {
+  const Terminal terminal(80);
+  Output out(terminal.file(), Colored(ColorChoice::kNever));
+  Table table({"NAME", "VALUE"});
+  table.AddRow({"Speed", ""});
+  table.Print(out);
+  EXPECT_EQ(terminal.Shown(out), "NAME   VALUE\nSpeed\n");
+}
+
 TEST_F(OnTerminal, ATableKeepsToTheWidth) {
   EXPECT_EQ(TableOf(16), "NAME   VALUE\nSpeed  42\nNote   a long\\t…\n");
 }

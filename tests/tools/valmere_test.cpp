@@ -4,8 +4,10 @@
 
 #include <csignal>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <mutex>
+#include <sstream>
 
 #include "tests/client/fake_service.h"
 #include "tests/tools/desk_samples.h"
@@ -15,6 +17,7 @@ namespace valmere::test {
 namespace {
 
 using client::Property;
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -178,6 +181,8 @@ TEST_F(ValmereTest, EndsWithTwoForBadUsage) {
       {"list", "--bogus"},
       {"list", "--timeout", "soon"},
       {"list", "--timeout", "-1"},
+      {"list", "--timeout", "nan"},
+      {"list", "--timeout="},
       {"publish", "Speed=1"},
       {"publish", "--hold"},
       {"publish", "--hold", "Speed"},
@@ -185,6 +190,8 @@ TEST_F(ValmereTest, EndsWithTwoForBadUsage) {
       {"list", "--json", "--format", "%v"},
       {"list", "--tree", "--json"},
       {"list", "--color", "green"},
+      {"list", "--color", "ALWAYS"},
+      {"[a]"},
       {"watch", "--count", "0"},
   };
   for (const auto& arguments : bad) {
@@ -194,6 +201,7 @@ TEST_F(ValmereTest, EndsWithTwoForBadUsage) {
     EXPECT_THAT(outcome.errors, StartsWith("valmere: "));
   }
   EXPECT_THAT(Run({"bogus"}).errors, HasSubstr("bogus"));
+  EXPECT_THAT(Run({"[a]"}).errors, HasSubstr(" [a]\n"));
 }
 
 TEST_F(ValmereTest, EndsWithThreeWhenNobodyServes) {
@@ -303,13 +311,36 @@ TEST_F(ValmereTest, SaysThatAPropertyWasNotTaken) {
 }
 
 TEST_F(ValmereTest, ExplainsItself) {
-  for (const auto& arguments : std::vector<std::vector<std::string>>{
-           {"--help"}, {"get", "--help"}, {"publish", "--help"}}) {
-    const Outcome outcome = Run(arguments);
+  for (const char* command : {"",
+                              "list",
+                              "get",
+                              "set",
+                              "watch",
+                              "wait",
+                              "publish",
+                              "info",
+                              "monitor",
+                              "ping",
+                              "store",
+                              "load",
+                              "export",
+                              "import",
+                              "propfile",
+                              "propfile show",
+                              "propfile check",
+                              "propfile set",
+                              "propfile seal",
+                              "frame",
+                              "frame encode",
+                              "frame decode"}) {
+    std::istringstream words(std::string(command) + " --help");
+    const Outcome outcome = Run({std::istream_iterator<std::string>(words), {}});
     EXPECT_EQ(outcome.code, 0);
     EXPECT_THAT(outcome.output, HasSubstr("Usage: valmere"));
     EXPECT_EQ(outcome.errors, "");
   }
+  EXPECT_THAT(Run({"frame", "decode", "--help"}).output,
+              AllOf(HasSubstr("--check"), HasSubstr("Every command takes --socket, --timeout")));
   EXPECT_THAT(Run({"--version"}).output, ::testing::MatchesRegex("valmere [0-9.]+\n"));
 }
 
