@@ -55,7 +55,7 @@ bool LineQueue::Drain() {
   bool written = false;
   while (const auto request = TakeFirst()) {
     if ((signal_.Get() & kStop) != 0) break;
-    const RewriteResult result = RewriteLine(*files_, *request);
+    const RewriteResult result = Rewrite(*request);
     if (result == RewriteResult::kWritten) {
       written = true;
       continue;
@@ -64,6 +64,11 @@ bool LineQueue::Drain() {
     if (StopsDraining(result)) return result != RewriteResult::kShortRead && written;
   }
   return written;
+}
+
+RewriteResult LineQueue::Rewrite(const WriteRequest& request) {
+  const ScopedLock hold(file_lock_);
+  return RewriteLine(*files_, request);
 }
 
 void LineQueue::Report(const platform::WidePath& path, RewriteResult result) {

@@ -178,10 +178,11 @@ LoadOutcome Persistence::LoadFiles() {
   const platform::WidePath main_path = platform::WidenPath(main_path_->ToString());
   const platform::WidePath override_path = platform::WidenPath(override_path_->ToString());
   PropertyMap map;
-  const LoadOutcome outcome =
-      LoadPropertyFiles(*files_, main_path, override_path, map, [&](const PropertyLine& line) {
-        lines_.Push(MakeWriteRequest(line.left_side, line.value, main_path));
-      });
+  const LoadOutcome outcome = lines_.BetweenRewrites([&] {
+    return LoadPropertyFiles(*files_, main_path, override_path, map, [&](const PropertyLine& line) {
+      lines_.Push(MakeWriteRequest(line.left_side, line.value, main_path));
+    });
+  });
   if (TookLines(outcome)) loaded_ = std::move(map);
   LogLoad(outcome, main_path, override_path);
   return outcome;

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
 #include <memory>
 #include <new>
 #include <string>
@@ -12,6 +11,7 @@
 
 #include "tests/persist/property_file_samples.h"
 #include "tests/persist/thread_end.h"
+#include "tests/persist/watched_file_system.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/test_thread.h"
 
@@ -136,26 +136,6 @@ TEST_F(LineQueueTest, ItsThreadLosesNoLineOfManyThreads) {
   const std::size_t all = std::string("k100|n=v\n").size() * 100 + 2;
   EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile).value_or("").size() == all; }));
 }
-
-// A disk that tells of each file that is about to be rewritten, on the thread that does it.
-class WatchedFileSystem final : public platform::FileSystem {
- public:
-  explicit WatchedFileSystem(std::function<void()> before_rewrite)
-      : before_rewrite_(std::move(before_rewrite)) {}
-
-  std::unique_ptr<platform::File> Open(platform::WidePathView path,
-                                       platform::OpenFlags flags) override {
-    if (Has(flags, platform::OpenFlags::kWrite)) before_rewrite_();
-    return disk.Open(path, flags);
-  }
-  bool Exists(platform::WidePathView path) override { return disk.Exists(path); }
-  bool Remove(platform::WidePathView path) override { return disk.Remove(path); }
-
-  MemoryFileSystem disk;
-
- private:
-  const std::function<void()> before_rewrite_;
-};
 
 void ReportToNobody(const platform::WidePath&, RewriteResult) {}
 

@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "tests/persist/persistence_fixture.h"
+#include "tests/persist/watched_file_system.h"
 
 namespace valmere::testing {
 namespace {
@@ -354,6 +355,29 @@ TEST_F(PersistenceTest, OneLoadEndsBeforeTheNextBegins) {
   second->Join();
   EXPECT_FALSE(ended_too_soon);
   EXPECT_EQ(files_->opens(), opens + 2);
+}
+
+// Here too: the load gets a moment in which it mustn't read.
+TEST_F(PersistenceTest, ALoadDoesNotMeetALineThatIsBeingWritten) {
+  std::unique_ptr<TestThread> loading;
+  std::atomic<bool> loaded{false};
+  platform::Semaphore load_ended;
+  const auto disk = std::make_shared<WatchedFileSystem>([&] {
+    if (loading) return;
+    loading = std::make_unique<TestThread>([&] {
+      loaded = persistence_->Load();
+      load_ended.Release();
+    });
+    load_ended.WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond);
+  });
+  disk->disk.Put(kMain, WithTrailer("G:P|Group:Number=700\n"));
+  persistence_ = Persistence::Make(disk, kMain, kOverride);
+  persistence_->StartWorker(251);
+  const auto number = RegisterNumber(5);
+  number->SetValue(701);
+  EXPECT_TRUE(Eventually([&] { return loaded.load(); }));
+  loading->Join();
+  EXPECT_EQ(number->GetValue(), 701u);
 }
 
 TEST_F(PersistenceTest, APropertyIsRegisteredBeforeOrAfterALoad) {
