@@ -103,8 +103,9 @@ class Session {
   Result<void> Set(const SetRequest& request, By by = {}) { return Set({&request, 1}, by); }
 
   // Tells `callback` of the properties at the addresses that change, come or go, or of all there
-  // are and all to come. One that has gone has the status kNoLongerAvailable. Returns when the
-  // service has noted it; the callback may run before. Values that stand already are not told of.
+  // are and all to come. One that has gone has the status kNoLongerAvailable; the value that it comes
+  // back with may be told of twice. Returns when the service has noted it; the callback may run
+  // before. Values that stand already are not told of.
   // The service knows no end of a subscription: what was subscribed to still comes in, and is
   // dropped, until the last subscription has ended, which closes their connection.
   Result<Subscription> Subscribe(std::span<const PropertyAddress> addresses,

@@ -271,6 +271,7 @@ void SessionCore::TellOfChanges(std::span<const Property> properties) {
     entry->callback(entry->to_all ? properties : wanted);
     EndCallback();
   }
+  Renew(properties);
 }
 
 bool SessionCore::BeginCallback(const SubscriptionEntry& entry) {

@@ -95,6 +95,7 @@ class SessionCore {
 
   // Run by the dispatcher.
   void TellOfChanges(std::span<const Property> properties);
+  void Renew(std::span<const Property> properties);
   void TellOfSet(const SetRequest& set);
   void PostEvent(SessionEvent event);
   bool BeginCallback(const SubscriptionEntry& entry);

@@ -3,6 +3,7 @@
 // not be told of before them.
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -171,6 +172,49 @@ Result<void> SessionCore::RestoreSubscriptions(std::uint64_t epoch, Deadline dea
   if (to_all) return ask(*SubscribeAllFrame());
   const std::vector<PropertyAddress> list(addresses.begin(), addresses.end());
   return SendInParts(std::span(list), SubscribeFrame, ask);
+}
+
+// The service strikes a property that has gone off the names of a subscription, so it is named again;
+// and looked at, because it may be back already.
+void SessionCore::Renew(std::span<const Property> properties) {
+  std::vector<PropertyAddress> gone;
+  for (const Property& property : properties) {
+    if (property.status == kNoLongerAvailable) gone.push_back(property.address());
+  }
+  if (gone.empty()) return;
+  const Deadline deadline = Deadline::After(options_.timeout);
+  std::vector<Property> back;
+  {
+    const Turn::Hold turn(subscribing_, deadline);
+    if (!turn.taken()) return;
+    std::shared_ptr<Link> changes;
+    std::shared_ptr<Link> requests;
+    {
+      const Hold hold(lock_);
+      if (state_ != State::kConnected || changes_to_all_ || !changes_) return;
+      std::erase_if(gone, [&](const PropertyAddress& address) {
+        return std::ranges::none_of(
+            subscriptions_, [&](const auto& entry) { return entry->addresses.contains(address); });
+      });
+      changes = changes_;
+      requests = requests_;
+    }
+    const auto name = [&](const std::string& frame) -> Result<void> {
+      const auto confirmed = changes->Ask(frame, deadline);
+      if (!confirmed) return confirmed.error();
+      return {};
+    };
+    const auto look = [&](const std::string& frame) -> Result<void> {
+      auto values = requests->Ask(frame, deadline);
+      if (!values) return values.error();
+      std::ranges::copy_if(*values, std::back_inserter(back), &Property::found);
+      return {};
+    };
+    const std::span<const PropertyAddress> addresses(gone);
+    if (!SendInParts(addresses, SubscribeFrame, name)) return;
+    if (!SendInParts(addresses, GetFrame, look)) return;
+  }
+  if (!back.empty()) TellOfChanges(back);
 }
 
 Result<void> SessionCore::TellUntold(Link& requests, const Publications::Untold& untold,

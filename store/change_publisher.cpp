@@ -71,19 +71,47 @@ void ChangePublisher::Collect(ChangeStack& changes) {
   }
 }
 
+// What has gone is taken down before the changes and told of after them: a change that was made
+// before the going must not be told of in the pass after it, as if the property were there.
 void ChangePublisher::CollectAll() {
-  Collect(changes_);
-  Collect(component_changes_);
   Announcements::Taken taken;
   try {
     taken = announcements_.Take();
   } catch (const std::exception&) {
     // They wait for a pass with more memory.
   }
+  Collect(changes_);
+  Collect(component_changes_);
   for (const auto& property : taken.added)
-    Append(*property, kStatusSuccessful);
-  for (const auto& property : taken.vanished)
+    AppendNew(property);
+  for (const auto& property : taken.vanished) {
     Append(*property, kStatusNoLongerAvailable);
+    unheard_.erase(property);
+  }
+}
+
+void ChangePublisher::AppendNew(const std::shared_ptr<Property>& property) {
+  try {
+    if (!property->observed() && subscribers_.Any())
+      unheard_.insert_or_assign(property, property->GetValueString());
+  } catch (const std::exception&) {
+    // No memory to see later that it has changed.
+  }
+  Append(*property, kStatusSuccessful);
+}
+
+// A property that nobody listened to when it was announced may have changed before somebody
+// subscribed to it. What he reads then is the new value, so the old one must not be the last that he
+// is told. Answers go out under the subscriber list's lock: none can come in between.
+void ChangePublisher::AppendOvertaken() {
+  for (const auto& [property, announced] : unheard_) {
+    try {
+      if (property->observed() && property->GetValueString() != announced)
+        Append(*property, kStatusSuccessful);
+    } catch (const std::exception&) {
+      // No memory to look at this one.
+    }
+  }
 }
 
 void ChangePublisher::EndPeriod() {
@@ -96,6 +124,7 @@ void ChangePublisher::EndPeriod() {
     // No memory: this period's entries are lost, the next period is not.
   }
   entries_.Clear();
+  unheard_.clear();
   if (frame_.capacity() > kKeptFrameBytes) std::string().swap(frame_);
   ticks_left_ = TicksOfPeriod();
   if (subscribed_all) on_subscribe_all_();
@@ -105,6 +134,7 @@ bool ChangePublisher::Deliver() {
   bool subscribed_all = false;
   SubscriberList::Entries dropped;  // let go after the lock
   const ScopedLock hold(subscribers_.lock);
+  AppendOvertaken();
   dropped = subscribers_.KeepIf([&](Subscriber& subscriber) {
     const bool had_keys = !subscriber.keys.empty();
     if (!DeliverTo(subscriber)) return false;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "driver/sync/event_flags.h"
@@ -68,6 +69,8 @@ class ChangePublisher {
   void Run();
   void CollectAll();
   void Collect(ChangeStack& changes);
+  void AppendNew(const std::shared_ptr<Property>& property);
+  void AppendOvertaken() REQUIRES(subscribers_.lock);
   void Append(const Property& property, std::string_view status);
   void EndPeriod();
   // True when a subscriber lost its last key.
@@ -91,6 +94,8 @@ class ChangePublisher {
   // The publishing thread's own.
   std::uint32_t ticks_left_;
   UpdateEntries entries_;
+  // What was announced in this period while nobody listened to its changes, and with what value.
+  std::unordered_map<std::shared_ptr<Property>, std::string> unheard_;
   std::string frame_;  // the last one that was picked for a subscriber
 
   EventFlags stop_{EventFlags::AutoClear::kNo};

@@ -85,6 +85,37 @@ TEST_F(SessionDriverTest, CarriesAPropertyThroughItsLife) {
   EXPECT_FALSE(user.Get(speed_).value().found());
 }
 
+TEST_F(SessionDriverTest, TellsOfANamedPropertyThatGoesAndComesBack) {
+  Box<Property> news;
+  Session user = Open();
+  const std::vector<PropertyAddress> addresses{speed_, colour_};
+  const auto subscription = user.Subscribe(addresses, [&](std::span<const Property> properties) {
+    for (const Property& property : properties) {
+      if (property.address() == speed_) news.Put(property);
+    }
+  });
+  ASSERT_TRUE(subscription);
+  Session owner = Open();
+  const std::vector<Property> both{kSpeed, kColour};
+  ASSERT_TRUE(owner.Publish(both));
+  ASSERT_EQ(news.Take(), kSpeed);
+  // The value that it came back with may be told of twice.
+  const auto other_news = [&] {
+    Property next = kSpeed;
+    while (next == kSpeed)
+      next = news.Take();
+    return next;
+  };
+  for (int time = 0; time < 2; ++time) {
+    ASSERT_TRUE(owner.Withdraw({&speed_, 1}));
+    ASSERT_EQ(other_news().status, kNoLongerAvailable);
+    ASSERT_TRUE(owner.Publish({&kSpeed, 1}));
+    ASSERT_EQ(news.Take(), kSpeed);
+  }
+  ASSERT_TRUE(owner.Update({speed_, "43"}));
+  EXPECT_EQ(other_news(), WithValue(kSpeed, "43"));
+}
+
 TEST_F(SessionDriverTest, SubscribesToSomeThenToAllThenToSome) {
   Box<Changes> some;
   Box<Changes> all;

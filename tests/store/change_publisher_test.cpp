@@ -154,6 +154,47 @@ TEST_F(Publishing, TellsOwnChangesThenComponentsThenNewThenVanished) {
             client.TakeTexts());
 }
 
+// Says when its value is read.
+class WatchedProperty final : public ComponentProperty {
+ public:
+  static std::shared_ptr<WatchedProperty> Make() {
+    return std::make_shared<WatchedProperty>(
+        MakeToken(), "V", PropertyIdentity("W", "Name", "G", "Group", "C", "Client"), nullptr);
+  }
+  using ComponentProperty::ComponentProperty;
+  std::string GetValueString() const override {
+    on_read();
+    return ComponentProperty::GetValueString();
+  }
+
+  std::function<void()> on_read;
+};
+
+// A change that the pass no longer takes, and the going right after it.
+TEST_F(Publishing, TellsOfAGoingAfterTheChangesBeforeIt) {
+  Subscribe(client);
+  const auto leaving = Published("1");
+  const auto busy = WatchedProperty::Make();
+  std::uint32_t reads = 0;
+  busy->on_read = [&] {
+    if (++reads < ChangeStack::kSlots) publisher.PushComponentChange(busy);
+    if (reads != ChangeStack::kSlots) return;
+    publisher.PushComponentChange(leaving);
+    publisher.AnnounceVanished(leaving);
+  };
+  publisher.PushComponentChange(busy);
+  EndPeriod();
+  EndPeriod();
+  std::string told;
+  for (const std::string& text : client.TakeTexts())
+    told += text;
+  const std::size_t change = told.rfind(EntryText{.guid = "1"}.Text());
+  const std::size_t going = told.rfind(EntryText{.guid = "1", .status = kGone}.Text());
+  ASSERT_NE(std::string::npos, change);
+  ASSERT_NE(std::string::npos, going);
+  EXPECT_LT(change, going);
+}
+
 TEST_F(Publishing, TakesChangesAgainAfterThePassThatEmptiedTheStack) {
   Subscribe(client);
   EXPECT_FALSE(publisher.HasChanges());

@@ -71,6 +71,44 @@ TEST_F(Observation, TellsOnlyOfChanges) {
   EXPECT_TRUE(EndPeriod(client).empty());
 }
 
+TEST_F(Observation, TellsOfAChangeBetweenTheAnnouncementAndTheSubscription) {
+  Client other;
+  Subscribe(other, "C", "G:Q");
+  Publish(owner, EntryText{});
+  engine->PublishPass();
+  Publish(owner, {.value = "W"});
+  Subscribe(client, "C", "G:P");
+  engine->PublishPass();
+  EXPECT_EQ((Texts{Responses({EntryText{}, {.value = "W"}})}), client.TakeTexts())
+      << "the last that it is told is not older than what it may have read";
+  EXPECT_TRUE(EndPeriod(client).empty());
+}
+
+TEST_F(Observation, TellsAnAnnouncedValueOnceIfItHasNotChanged) {
+  Client other;
+  Subscribe(other, "C", "G:Q");
+  Publish(owner, EntryText{});
+  engine->PublishPass();
+  Subscribe(client, "C", "G:P");
+  engine->PublishPass();
+  EXPECT_EQ((Texts{Responses({EntryText{}})}), client.TakeTexts());
+}
+
+TEST_F(Observation, TellsNothingOfAPropertyAfterItsGoing) {
+  Client other;
+  Subscribe(other, "C", "G:Q");
+  Publish(owner, EntryText{});
+  engine->PublishPass();
+  Publish(owner, {.value = "W"});
+  SubscribeToAll(client);
+  Publish(owner, {.status = kGone, .value = "X"});
+  engine->PublishPass();
+  const Texts texts = client.TakeTexts();
+  ASSERT_EQ(1u, texts.size());
+  EXPECT_TRUE(texts[0].ends_with(Responses({{.status = kGone, .value = "X"}}).substr(26)))
+      << texts[0];
+}
+
 TEST_F(Observation, TellsASubscriberToAllOfWhatIsThereAndWhatComes) {
   const auto first = AddOwn("1", "V");
   Publish(owner, {.guid = "2"});
