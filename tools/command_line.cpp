@@ -100,8 +100,11 @@ int ReportUsage(const CLI::App& app, const CLI::ParseError& error) {
   std::ostringstream out;
   std::ostringstream problem;
   const int code = app.exit(error, out, problem);
-  std::fputs(out.str().c_str(), stdout);
-  if (code == 0) return kExitOk;
+  if (code == 0) {
+    Output help(stdout, GlobalOptions{});
+    help.Raw(out.str());
+    return Conclude(std::nullopt, help);
+  }
   std::string text = error.what();
   std::erase(text, kMark);
   return ComplainUsage(text.c_str());

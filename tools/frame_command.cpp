@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <memory>
 #include <string>
@@ -16,6 +15,7 @@
 #include "tools/command.h"
 #include "tools/frame_reader.h"
 #include "tools/hex_dump.h"
+#include "tools/input.h"
 
 namespace valmere::tools {
 namespace {
@@ -33,20 +33,6 @@ constexpr const char* kAboutDecode = R"(
 Line feeds within a text, where they mean no more than a blank, are printed as one, so that there is
 one text a line; with -0 texts are printed as they are.)";
 
-struct FileCloser {
-  void operator()(std::FILE* file) const {
-    if (file != stdin) std::fclose(file);
-  }
-};
-using InputFile = std::unique_ptr<std::FILE, FileCloser>;
-
-std::variant<InputFile, Failure> OpenInput(const std::string& path) {
-  if (path == "-") return InputFile(stdin);
-  InputFile file(std::fopen(path.c_str(), "rb"));
-  if (!file) return Failure{kExitRefused, "cannot read " + path + ": " + std::strerror(errno)};
-  return file;
-}
-
 // What is wrong with a message's text; nothing for one that the service would take.
 std::optional<std::string> JudgeText(const std::string& text) {
   try {
@@ -57,23 +43,15 @@ std::optional<std::string> JudgeText(const std::string& text) {
   }
 }
 
-// Little more than the limit, however long the input is. A short read is the end; a terminal would
-// have to give another one twice.
-std::variant<std::string, Failure> ReadText(std::FILE* file) {
-  std::string text;
-  char buffer[65536];
-  std::size_t count = 0;
-  do {
-    count = std::fread(buffer, 1, sizeof buffer, file);
-    text.append(buffer, count);
-  } while (count == sizeof buffer && text.size() <= kMaximumMessageBytes);
-  if (std::ferror(file) != 0)
-    return Failure{kExitRefused, std::string("cannot read: ") + std::strerror(errno)};
-  if (text.ends_with('\n')) text.pop_back();
-  if (text.size() > kMaximumMessageBytes)
-    return Failure{kExitRefused, "the text is longer than a frame may hold (" +
-                                     std::to_string(kMaximumMessageBytes) + " bytes)"};
-  return text;
+std::variant<std::string, Failure> ReadText(const std::string& path) {
+  auto input = ReadInput(path, kMaximumMessageBytes);
+  if (std::string* text = std::get_if<std::string>(&input)) {
+    if (text->ends_with('\n')) text->pop_back();
+    if (text->size() > kMaximumMessageBytes)
+      return Failure{kExitRefused, "the text is longer than a frame may hold (" +
+                                       std::to_string(kMaximumMessageBytes) + " bytes)"};
+  }
+  return input;
 }
 
 void Dump(std::string_view bytes, Output& out) {
@@ -82,9 +60,7 @@ void Dump(std::string_view bytes, Output& out) {
 }
 
 std::optional<Failure> Encode(const Arguments& arguments, Output& out) {
-  const auto input = OpenInput(arguments.file);
-  if (const Failure* failure = std::get_if<Failure>(&input)) return *failure;
-  const auto text = ReadText(std::get<InputFile>(input).get());
+  const auto text = ReadText(arguments.file);
   if (const Failure* failure = std::get_if<Failure>(&text)) return *failure;
   if (arguments.check) {
     if (const auto fault = JudgeText(std::get<std::string>(text)))
@@ -112,12 +88,14 @@ void PrintFrame(const FrameReader& frames, const Arguments& arguments, Output& o
 std::optional<Failure> Decode(const Arguments& arguments, Output& out) {
   const auto input = OpenInput(arguments.file);
   if (const Failure* failure = std::get_if<Failure>(&input)) return *failure;
-  FrameReader frames(std::get<InputFile>(input).get());
+  std::FILE* const file = std::get<InputFile>(input).get();
+  FrameReader frames(file);
   for (;;) {
     switch (frames.Next()) {
       case FrameReader::Outcome::kEnd:
         return std::nullopt;
       case FrameReader::Outcome::kBad:
+        if (std::ferror(file) != 0 && errno == EINTR) return UnreadableInput(arguments.file);
         return Failure{kExitRefused, frames.error()};
       case FrameReader::Outcome::kFrame:
         break;

@@ -3,16 +3,10 @@
 #include "tools/input.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <memory>
+#include <utility>
 
 namespace valmere::tools {
-namespace {
-
-struct OpenedFileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 Failure UnreadableInput(const std::string& path) {
   if (errno == EINTR) return {kExitInterrupted, "interrupted"};
@@ -20,23 +14,24 @@ Failure UnreadableInput(const std::string& path) {
   return {kExitRefused, "cannot read " + name + ": " + std::strerror(errno)};
 }
 
-}  // namespace
+std::variant<InputFile, Failure> OpenInput(const std::string& path) {
+  InputFile file(path == "-" ? stdin : std::fopen(path.c_str(), "rb"));
+  if (!file) return UnreadableInput(path);
+  return file;
+}
 
-std::variant<std::string, Failure> ReadInput(const std::string& path) {
-  std::unique_ptr<std::FILE, OpenedFileCloser> opened;
-  if (path != "-") {
-    opened.reset(std::fopen(path.c_str(), "rb"));
-    if (!opened) return UnreadableInput(path);
-  }
-  std::FILE* const file = opened ? opened.get() : stdin;
+std::variant<std::string, Failure> ReadInput(const std::string& path, std::size_t most) {
+  auto input = OpenInput(path);
+  if (Failure* failure = std::get_if<Failure>(&input)) return std::move(*failure);
+  const InputFile file = std::get<InputFile>(std::move(input));
   std::string text;
   char buffer[65536];
   std::size_t count = 0;
   do {  // not on behind an end: a terminal would have to give it twice
-    count = std::fread(buffer, 1, sizeof buffer, file);
+    count = std::fread(buffer, 1, sizeof buffer, file.get());
     text.append(buffer, count);
-  } while (count == sizeof buffer);
-  if (std::ferror(file) != 0) return UnreadableInput(path);
+  } while (count == sizeof buffer && text.size() <= most);
+  if (std::ferror(file.get()) != 0) return UnreadableInput(path);
   return text;
 }
 

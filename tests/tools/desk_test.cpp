@@ -414,9 +414,11 @@ TEST_F(DeskTest, EndsQuietlyWhenNobodyReads) {
 }
 
 TEST_F(DeskTest, SaysThatItCannotWrite) {
-  const Outcome outcome = RunShell("$valmere list >/dev/full");
-  EXPECT_EQ(outcome.code, 1);
-  EXPECT_EQ(outcome.errors, "valmere: cannot write to standard output\n");
+  for (const char* command : {"list", "--help", "get --help"}) {
+    const Outcome outcome = RunShell(std::string("$valmere ") + command + " >/dev/full");
+    EXPECT_EQ(outcome.code, 1) << command;
+    EXPECT_EQ(outcome.errors, "valmere: cannot write to standard output\n") << command;
+  }
 }
 
 }  // namespace

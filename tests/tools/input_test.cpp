@@ -13,6 +13,7 @@
 
 #include "tests/host/subprocess.h"
 #include "tests/tools/command_run.h"
+#include "tools/commands.h"
 
 namespace valmere::test {
 namespace {
@@ -103,6 +104,11 @@ TEST(Input, IsDroppedWhenItIsInterrupted) {
   ASSERT_EQ(write(writer, "half", 4), 4);
   const Alarms alarms;
   EXPECT_EQ(FailureOfInput(path).code, tools::kExitInterrupted);
+  for (const char* way : {"encode", "decode"}) {
+    ASSERT_EQ(write(writer, "half", 4), 4);
+    const CommandOutcome outcome = RunCommand(tools::AddFrameCommand, {"frame", way, path});
+    EXPECT_EQ(outcome.code, tools::kExitInterrupted) << way;
+  }
   close(writer);
 }
 
