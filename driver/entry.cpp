@@ -69,6 +69,12 @@ void PublishQtVersions(ValmereService& service) {
   service.PublishQtCommonVersion(std::move(version), std::move(build_number));
 }
 
+bool CompleteService() {
+  PublishQtVersions(*g_service);
+  g_service->StartAnnouncing();
+  return true;
+}
+
 // Gives worker threads time to leave. Nothing sets the flag.
 void WaitForStragglers() {
   valmere::EventFlags never(valmere::EventFlags::AutoClear::kNo);
@@ -84,13 +90,8 @@ uint32_t PRN_Init(uint32_t /*registry_context*/) {
   // The new one is complete before the one that it replaces goes.
   g_service.swap(service);
   service.reset();
-  return Guarded(std::uint32_t{1}, [] {
-    if (g_service) {
-      PublishQtVersions(*g_service);
-      g_service->StartAnnouncing();
-    }
-    return std::uint32_t{1};
-  });
+  if (g_service && !Guarded(false, CompleteService)) g_service.reset();
+  return 1;
 }
 
 uint32_t PRN_Deinit(uint32_t /*device_context*/) {
@@ -101,7 +102,8 @@ uint32_t PRN_Deinit(uint32_t /*device_context*/) {
   g_service.reset();
   Guarded(false, [] {
     WaitForStragglers();
-    if (g_files) valmere::MarkCleanUnload(*g_files);
+    const auto files = g_files ? std::move(g_files) : valmere::platform::MakeDeviceFileSystem();
+    valmere::MarkCleanUnload(*files);
     return true;
   });
   g_files.reset();

@@ -2,6 +2,8 @@
 // first of what has state, so that everything registered later finds its value.
 #include "driver/service.h"
 
+#include <new>
+
 #include "driver/priorities.h"
 #include "driver/step_log.h"
 #include "driver/sync/live_counters.h"
@@ -32,6 +34,11 @@ std::shared_ptr<StringProperty> MakeOwnComponent() {
                       "ADC1E631-2C12-4267-B128-95830EC9857D", "Components");
 }
 
+// Without one of its threads the service would look sound, while what that thread is for piled up.
+void Demand(bool started) {
+  if (!started) throw std::bad_alloc();
+}
+
 std::string LiveCounters() {
   return "Live: " + std::to_string(LiveWorkerThreads::Live()) + " worker threads, " +
          std::to_string(LiveEventFlags::Live()) + " event flags, " +
@@ -45,6 +52,7 @@ ValmereService::ValmereService(std::shared_ptr<platform::FileSystem> files, cons
     : files_(std::move(files)) {
   StepLog steps(DebugZone::kInit);
   tasks_ = std::make_shared<TaskQueue>(kBackgroundPriority);
+  Demand(tasks_->running());
   steps.Done("Task queue made");
   network_ = std::make_shared<NetworkStartup>();
   steps.Done("Network started");
@@ -56,8 +64,8 @@ ValmereService::ValmereService(std::shared_ptr<platform::FileSystem> files, cons
   steps.Done("Log opened");
   engine_ = PropertyEngine::Make(*persistence_, log_, own_component);
   persistence_->AttachEngine(engine_);
-  engine_->Start(kRequestPriority);
-  persistence_->StartWorker(kStorePriority);
+  Demand(engine_->Start(kRequestPriority));
+  Demand(persistence_->StartWorker(kStorePriority));
   steps.Done("Property engine made");
   handlers_ =
       std::make_shared<DataHandlerManager>(ServiceContext{engine_}, log_, tasks_, kRequestPriority);

@@ -61,7 +61,6 @@ Connection::Connection(const Surroundings& surroundings, int socket, Events even
   const int result = uv_poll_init(&surroundings.loop, &poll_, socket_);
   if (result != 0) {
     driver_.Close(handle_);
-    close(socket_);
     throw std::runtime_error(uv_strerror(result));
   }
   uv_timer_init(&surroundings.loop, &frame_timer_);
@@ -96,7 +95,7 @@ void Connection::Guarded(Action action) {
   try {
     action();
   } catch (const std::exception& error) {
-    Report("handle " + std::to_string(handle_) + ": " + error.what());
+    TryReport([&] { return "handle " + std::to_string(handle_) + ": " + error.what(); });
     Close();
   }
 }

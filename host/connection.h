@@ -40,7 +40,7 @@ class Connection {
     std::span<unsigned char> scratch;  // where bytes are read to, for the length of a call
   };
 
-  // Takes `socket` over, which must not block.
+  // Takes `socket` over, which must not block; when it throws, the socket is still the caller's.
   Connection(const Surroundings& surroundings, int socket, Events events);
   ~Connection();
   Connection(const Connection&) = delete;

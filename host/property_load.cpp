@@ -3,6 +3,7 @@
 #include "host/property_load.h"
 
 #include <cstdint>
+#include <exception>
 #include <string>
 
 #include "host/report.h"
@@ -19,18 +20,22 @@ constexpr char kSetLoadProperties[] =
 
 }  // namespace
 
-void LoadProperties(const DriverLibrary& driver) {
+// A signal has asked for it, and with it the loop, which must not meet an exception.
+void LoadProperties(const DriverLibrary& driver) noexcept try {
   std::string frame;
   BeginFrame(frame);
   frame += kSetLoadProperties;
   EndFrame(frame);
   const std::uint32_t handle = driver.Open();
   const auto* bytes = reinterpret_cast<const unsigned char*>(frame.data());
-  if (driver.Write(handle, {bytes, frame.size()}))
-    Report("loading the property file again");
-  else
-    Report("the driver does not take the request to load the property file");
+  const bool taken = driver.Write(handle, {bytes, frame.size()});
+  TryReport([taken] {
+    return taken ? "loading the property file again"
+                 : "the driver does not take the request to load the property file";
+  });
   driver.Close(handle);
+} catch (const std::exception&) {
+  TryReport([] { return "out of memory; the property file is not loaded again"; });
 }
 
 }  // namespace valmere::host

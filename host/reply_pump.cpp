@@ -27,7 +27,7 @@ void ReplyPump::Run(const std::function<void()>& ended) {
   try {
     end = Pump();
   } catch (const std::exception& error) {
-    Report("handle " + std::to_string(handle_) + ": " + error.what());
+    TryReport([&] { return "handle " + std::to_string(handle_) + ": " + error.what(); });
   }
   end_.store(end);
   ended();

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <exception>
 #include <optional>
 #include <string>
 
@@ -11,6 +12,15 @@ namespace valmere::host {
 // Writes "valmered: ", the text and a line end to standard error, in one piece; under systemd that
 // is the journal.
 void Report(const std::string& text);
+
+// The same for what `text` makes, where nothing may throw. Without memory for it nothing is said.
+template <class Text>
+void TryReport(Text text) noexcept {
+  try {
+    Report(text());
+  } catch (const std::exception&) {
+  }
+}
 
 // A duration as people write it: "10 s", "0.25 s".
 std::string Seconds(std::chrono::milliseconds duration);

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <exception>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -95,54 +96,74 @@ void Server::AcceptOne() {
     if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) PauseAccepting();
     return;
   }
+  if (connections_.size() >= limits_.clients) return TurnAway(socket);
   try {
-    if (connections_.size() < limits_.clients)
-      Adopt(socket);
-    else
-      TurnAway(socket);
+    Adopt(socket);
   } catch (const std::exception& error) {  // the loop is C and must not meet it
-    Report(std::string("cannot serve a client: ") + error.what());
+    close(socket);
+    TryReport([&] { return std::string("cannot serve a client: ") + error.what(); });
   }
 }
 
+// The place comes first: a connection that was made can only go by way of the loop.
 void Server::Adopt(int socket) {
   const Id id = ++last_id_;
+  const auto place = connections_.try_emplace(id).first;
   Connection::Events events{[this, id] { CallFor(id); }, [this, id] { connections_.erase(id); }};
-  auto connection = std::make_unique<Connection>(
-      Connection::Surroundings{loop_, driver_, limits_, scratch_}, socket, std::move(events));
-  connections_.emplace(id, std::move(connection));
+  try {
+    place->second = std::make_unique<Connection>(
+        Connection::Surroundings{loop_, driver_, limits_, scratch_}, socket, std::move(events));
+  } catch (const std::exception&) {
+    connections_.erase(place);
+    throw;
+  }
 }
 
 // Taken out of the queue and closed, so that it learns at once.
 void Server::TurnAway(int socket) {
   close(socket);
   if (const auto count = turned_away_.Count())
-    Report("turned away " + std::to_string(*count) + " client" + (*count == 1 ? "" : "s") + ": " +
-           std::to_string(limits_.clients) + " are served, which is the limit of --max-clients");
+    TryReport([&] {
+      return "turned away " + std::to_string(*count) + " client" + (*count == 1 ? "" : "s") + ": " +
+             std::to_string(limits_.clients) + " are served, which is the limit of --max-clients";
+    });
 }
 
 // The client stays in the queue, so the socket stays readable: without a pause the loop would spin.
 void Server::PauseAccepting() {
-  if (paused_.Count()) Report("out of descriptors or memory; clients have to wait");
+  if (paused_.Count())
+    TryReport([] { return "out of descriptors or memory; clients have to wait"; });
   uv_poll_stop(&accept_);
   uv_timer_start(
       &accept_again_, [](uv_timer_t* timer) { ServerOf(timer)->StartAccepting(); },
       kAcceptPauseMilliseconds, 0);
 }
 
-void Server::CallFor(Id id) {
+// What a pump has to say must arrive, if need be without its name.
+void Server::CallFor(Id id) noexcept {
   {
     const std::lock_guard lock(calls_lock_);
-    calls_.push_back(id);
+    try {
+      calls_.push_back(id);
+    } catch (const std::bad_alloc&) {
+      all_called_ = true;
+    }
   }
   uv_async_send(&calls_wait_);
 }
 
 void Server::AttendToCalls() {
   std::vector<Id> calls;
+  bool all = false;
   {
     const std::lock_guard lock(calls_lock_);
     calls.swap(calls_);
+    all = std::exchange(all_called_, false);
+  }
+  if (all) {
+    for (const auto& [id, connection] : connections_)
+      connection->Attend();
+    return;
   }
   for (const Id id : calls) {
     const auto found = connections_.find(id);

@@ -45,7 +45,7 @@ class Server {
   void Adopt(int socket);
   void PauseAccepting();
   void TurnAway(int socket);
-  void CallFor(Id id);  // on a pump's thread
+  void CallFor(Id id) noexcept;  // on a pump's thread
   void AttendToCalls();
   void Stop();
 
@@ -67,7 +67,8 @@ class Server {
   ReportLimit paused_;
 
   std::mutex calls_lock_;
-  std::vector<Id> calls_;  // connections that want attention; guarded by calls_lock_
+  std::vector<Id> calls_;    // connections that want attention; guarded by calls_lock_
+  bool all_called_ = false;  // one does that there was no room for; guarded by calls_lock_
 };
 
 }  // namespace valmere::host

@@ -22,9 +22,6 @@ constexpr std::uint32_t kRetryMilliseconds = 100;
 Acceptor::Acceptor(std::shared_ptr<Listener> listener, std::shared_ptr<StreamSink> sink,
                    int priority)
     : listener_(std::move(listener)), sink_(std::move(sink)) {
-  // The first wait on event flags takes memory. Take it here, so that the loop can still pause when
-  // memory is what accepting fails for.
-  closing_.WaitFor(kClosing, 0);
   if (listener_->Open() != 0) return;
   thread_.emplace([this] { Run(); }, priority);
   // Peers must not queue up at a port where nobody will accept them.

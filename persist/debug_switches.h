@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <exception>
 #include <memory>
 
 #include "persist/log_sink.h"
@@ -42,10 +43,15 @@ inline bool IsOn(DebugZone zone) {
 }
 
 // Logs what `message` returns if the zone is on; `message` is not called otherwise. `log` is a
-// handle that may be empty.
+// handle that may be empty. A line that there is no memory for is lost: it is not worth more than
+// what it tells of.
 template <class Handle, class Message>
-void LogIn(DebugZone zone, const Handle& log, Message message) {
-  if (IsOn(zone) && log) log->Log(message());
+void LogIn(DebugZone zone, const Handle& log, Message message) noexcept {
+  if (!IsOn(zone) || !log) return;
+  try {
+    log->Log(message());
+  } catch (const std::exception&) {
+  }
 }
 
 }  // namespace valmere

@@ -18,9 +18,9 @@ LineQueue::~LineQueue() {
   signal_.Set(kStop);
 }
 
-void LineQueue::Start(int priority) {
+bool LineQueue::Start(int priority) {
   thread_.emplace([this] { Run(); }, priority);
-  thread_->Start();
+  return thread_->Start();
 }
 
 void LineQueue::Push(WriteRequest request) {

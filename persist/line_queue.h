@@ -31,8 +31,8 @@ class LineQueue {
   LineQueue(const LineQueue&) = delete;
   LineQueue& operator=(const LineQueue&) = delete;
 
-  // Lines queue up until the worker is started.
-  void Start(int priority);
+  // Lines queue up until the worker is started; false when there is no thread to be had.
+  bool Start(int priority);
   void Push(WriteRequest request) EXCLUDES(lock_);
   // Applies requests until none is left, or until one could not be read or finished: the others
   // then wait for the next push. True once at least one was written completely.

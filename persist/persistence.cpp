@@ -263,10 +263,17 @@ void Persistence::LogChangesOf(Property& property) {
 }
 
 // The value is read under the lock: of two changes at once the line queued last has the last value.
+// Whatever becomes of the line, the change has happened and the other listeners are to hear of it.
 void Persistence::StoreOne(const Property& property) {
   if (IsRestoring(property)) return;
-  const ScopedLock hold(store_lock_);
-  QueueLine(property);
+  try {
+    const ScopedLock hold(store_lock_);
+    QueueLine(property);
+  } catch (const std::exception&) {
+    LogIn(DebugZone::kError, [&] {
+      return "Property " + QuoteForLog(property.name()) + " was not stored: out of memory";
+    });
+  }
 }
 
 void Persistence::StoreAll() {

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -53,8 +54,8 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void AttachEngine(const std::shared_ptr<PropertySink>& engine) EXCLUDES(publish_lock_);
   // What has happened so far is logged at once.
   void AttachLog(const std::shared_ptr<LogSink>& log) EXCLUDES(log_lock_);
-  // Starts the thread that writes lines.
-  void StartWorker(int priority) { lines_.Start(priority); }
+  // Starts the thread that writes lines; false when there is none to be had.
+  bool StartWorker(int priority) { return lines_.Start(priority); }
 
   // Reads the files anew and gives their values to the registered properties, which announce them.
   bool Load() EXCLUDES(load_lock_);
@@ -80,10 +81,15 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void LogChangesOf(Property& property);
   void StoreOne(const Property& property) EXCLUDES(store_lock_);
   void QueueLine(const Property& property) REQUIRES(store_lock_);
-  // Logs what `message` returns, now or when there is a log.
+  // Logs what `message` returns, now or when there is a log. A line that there is no memory for is
+  // lost.
   template <class Message>
-  void LogIn(DebugZone zone, Message message) {
-    if (IsOn(zone)) LogLine(message());
+  void LogIn(DebugZone zone, Message message) noexcept {
+    if (!IsOn(zone)) return;
+    try {
+      LogLine(message());
+    } catch (const std::exception&) {
+    }
   }
   void LogLine(std::string message) EXCLUDES(log_lock_);
 

@@ -46,7 +46,8 @@ class FileSystem {
   // Null when the file can't be opened; a folder can't. A name that ends in ":" ("PRN1:") is a
   // device, which this never creates. Folders are not created either.
   virtual std::unique_ptr<File> Open(WidePathView path, OpenFlags flags) = 0;
-  // True for a file and for a folder.
+  // True for a file and for a folder; also where a want of memory or descriptors keeps the system
+  // from telling, lest a file be taken for missing and be written anew.
   virtual bool Exists(WidePathView path) = 0;
   // True when the file is gone because of this call; folders stay.
   virtual bool Remove(WidePathView path) = 0;

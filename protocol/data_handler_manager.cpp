@@ -2,6 +2,7 @@
 // queue to do so.
 #include "protocol/data_handler_manager.h"
 
+#include <algorithm>
 #include <atomic>
 #include <exception>
 #include <new>
@@ -27,6 +28,7 @@ class DataHandlerManager::StreamTable {
   struct Record {
     std::shared_ptr<PeekableStream> stream;
     std::unique_ptr<WorkerThread> thread;
+    bool overdue = false;  // it has ended, and nobody could be asked to release it
   };
 
   // Records the stream and starts its thread, in one step: the thread's end finds the record. False
@@ -41,19 +43,26 @@ class DataHandlerManager::StreamTable {
     return false;
   }
 
-  // Releases one record, waiting for its thread; not called on that thread.
+  // Releases one record and those that are overdue, waiting for their threads; called on none of
+  // them.
   void Release(std::uint32_t serial) EXCLUDES(lock_) {
-    Record ended;
+    Record ended = Take(serial);
+    while (ended.thread)
+      ended = TakeOverdue();
+  }
+
+  // The record stays until the next one is released.
+  void Defer(std::uint32_t serial) noexcept EXCLUDES(lock_) {
     const ScopedLock hold(lock_);
     const auto place = records_.find(serial);
     if (place == records_.end()) return;
-    ended = std::move(place->second);
-    records_.erase(place);
+    place->second.overdue = true;
+    ++overdue_;
   }
 
   // Ends all streams. All are told before the first is waited for.
   void CloseAll() EXCLUDES(lock_) {
-    std::unordered_map<std::uint32_t, Record> ending;
+    Records ending;
     {
       const ScopedLock hold(lock_);
       closed_ = true;
@@ -69,9 +78,30 @@ class DataHandlerManager::StreamTable {
   }
 
  private:
+  using Records = std::unordered_map<std::uint32_t, Record>;
+
+  Record Take(std::uint32_t serial) EXCLUDES(lock_) {
+    const ScopedLock hold(lock_);
+    return TakeAt(records_.find(serial));
+  }
+  Record TakeOverdue() EXCLUDES(lock_) {
+    const ScopedLock hold(lock_);
+    if (overdue_ == 0) return {};
+    --overdue_;
+    return TakeAt(std::find_if(records_.begin(), records_.end(),
+                               [](const auto& entry) { return entry.second.overdue; }));
+  }
+  Record TakeAt(Records::iterator place) REQUIRES(lock_) {
+    if (place == records_.end()) return {};
+    Record taken = std::move(place->second);
+    records_.erase(place);
+    return taken;
+  }
+
   mutable Lock lock_;
   bool closed_ GUARDED_BY(lock_) = false;
-  std::unordered_map<std::uint32_t, Record> records_ GUARDED_BY(lock_);
+  std::size_t overdue_ GUARDED_BY(lock_) = 0;
+  Records records_ GUARDED_BY(lock_);
 };
 
 DataHandlerManager::DataHandlerManager(ServiceContext context, std::shared_ptr<LogSink> log,
@@ -117,7 +147,7 @@ void DataHandlerManager::AskForRelease(std::uint32_t serial) {
   try {
     tasks_->Push([streams = streams_, serial] { streams->Release(serial); });
   } catch (const std::bad_alloc&) {
-    // The record stays until the manager goes.
+    streams_->Defer(serial);
   }
 }
 

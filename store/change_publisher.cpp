@@ -28,9 +28,9 @@ ChangePublisher::~ChangePublisher() {
   stop_.Set(kStop);
 }
 
-void ChangePublisher::Start(int priority) {
+bool ChangePublisher::Start(int priority) {
   thread_.emplace([this] { Run(); }, priority);
-  thread_->Start();
+  return thread_->Start();
 }
 
 void ChangePublisher::Run() {

@@ -39,8 +39,8 @@ class ChangePublisher {
   ChangePublisher(const ChangePublisher&) = delete;
   ChangePublisher& operator=(const ChangePublisher&) = delete;
 
-  // Passes every 250 ms from here on.
-  void Start(int priority);
+  // Passes every 250 ms from here on; false when there is no thread to be had.
+  bool Start(int priority);
 
   // Each is false when the change was dropped. The second is for properties of components.
   bool PushChange(const std::shared_ptr<Property>& property) { return changes_.Push(property); }

@@ -44,8 +44,7 @@ bool ComponentRegistry::Reassign(const Handle& property, const ClientConnection&
   return true;
 }
 
-std::vector<ComponentRegistry::Handle> ComponentRegistry::RemoveOwnedBy(
-    const ClientConnection& connection) {
+ComponentRegistry::Arrivals ComponentRegistry::RemoveOwnedBy(const ClientConnection& connection) {
   const ScopedLock hold(index_lock_);
   return index_.RemoveIf(
       [&](const ComponentProperty& property) { return property.PublishedOn(connection); });

@@ -14,10 +14,11 @@ namespace valmere {
 // Purpose: finds published properties by (component, group GUID, GUID) and by group.
 // Owner: the property engine.
 // Threads: any.
-// Errors: Add, the lists and RemoveOwnedBy throw std::bad_alloc, with nothing changed.
+// Errors: Add and the lists throw std::bad_alloc, with nothing changed.
 class ComponentRegistry {
  public:
   using Handle = std::shared_ptr<ComponentProperty>;
+  using Arrivals = PropertyIndex<ComponentProperty>::Arrivals;
 
   // False, and nothing is registered, when the component has one of that group GUID and GUID.
   bool Add(Handle property);
@@ -33,8 +34,8 @@ class ComponentRegistry {
   // Gives the property a new owner if it is still registered and still owned by `from`.
   bool Reassign(const Handle& property, const ClientConnection& from,
                 std::shared_ptr<ClientConnection> to);
-  // Takes out all that were published last on this connection, in the order of ListAll.
-  std::vector<Handle> RemoveOwnedBy(const ClientConnection& connection);
+  // Takes out all that were published last on this connection. Asks for no memory.
+  Arrivals RemoveOwnedBy(const ClientConnection& connection);
 
  private:
   mutable Lock index_lock_;  // a property's value lock may be taken under it

@@ -115,7 +115,7 @@ void PropertyEngine::Subscribe(const PropertyMessage& message,
   });
 }
 
-bool PropertyEngine::Unsubscribe(const ClientConnection& client) {
+bool PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
   std::unique_ptr<Subscriber> removed;
   {
     const ScopedLock hold(subscribers_.lock);
@@ -137,7 +137,7 @@ bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& repl
   return WriteWhole(sender, reply, wake);
 }
 
-void PropertyEngine::ConnectionEnded(const ClientConnection& client) {
+void PropertyEngine::ConnectionEnded(const ClientConnection& client) noexcept {
   Unsubscribe(client);
   WithdrawAllOf(client);
 }

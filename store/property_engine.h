@@ -40,8 +40,8 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
   PropertyEngine(const PropertyEngine&) = delete;
   PropertyEngine& operator=(const PropertyEngine&) = delete;
 
-  // Starts the publishing thread.
-  void Start(int priority) { publisher_.Start(priority); }
+  // Starts the publishing thread; false when there is none to be had.
+  bool Start(int priority) { return publisher_.Start(priority); }
   // From here on every property that comes is announced; what came before was there from the start.
   void AnnounceFromNow() { announcing_.store(true); }
   // A property of this key announces no changes: subscribers get it at every period's end. Told
@@ -57,8 +57,9 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
   bool HandleMessage(const PropertyMessage& message,
                      const std::shared_ptr<ClientConnection>& sender, ReplyBuffer& reply);
 
-  // The client's stream has ended: what it published goes, and so does its subscription.
-  void ConnectionEnded(const ClientConnection& client);
+  // The client's stream has ended: what it published goes, and so does its subscription. Also when
+  // memory has run out, which may be what ended it.
+  void ConnectionEnded(const ClientConnection& client) noexcept;
 
   // Appends the answer to each request, in order; a request without a property GUID asks for the
   // whole group.
@@ -99,7 +100,7 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
 
   void BuildReply(const PropertyMessage& message, ReplyBuffer& reply) const;
   void Subscribe(const PropertyMessage& message, const std::shared_ptr<ClientConnection>& sender);
-  bool Unsubscribe(const ClientConnection& client);
+  bool Unsubscribe(const ClientConnection& client) noexcept;
   // Makes the property's changes reach the publisher; once, however many subscribe.
   void Observe(const std::shared_ptr<Property>& property) EXCLUDES(observe_lock_);
   void ObserveAll();
@@ -114,8 +115,9 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
   void Appeared(const std::shared_ptr<Property>& property) EXCLUDES(presence_lock_);
   // Both take published properties away and announce that.
   void Withdraw(const PropertyAddress& address) EXCLUDES(presence_lock_);
-  void WithdrawAllOf(const ClientConnection& client) EXCLUDES(presence_lock_);
-  void Vanished(const std::shared_ptr<ComponentProperty>& property) REQUIRES(presence_lock_);
+  void WithdrawAllOf(const ClientConnection& client) noexcept EXCLUDES(presence_lock_);
+  void Vanished(const std::shared_ptr<ComponentProperty>& property) noexcept
+      REQUIRES(presence_lock_);
   bool SendReply(ClientConnection& sender, const ReplyBuffer& reply);
 
   const std::shared_ptr<LogSink> log_;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <new>
@@ -26,12 +27,14 @@ template <class P>
 class PropertyIndex {
  public:
   using Handle = std::shared_ptr<P>;
+  // Properties in the order in which they came.
+  using Arrivals = std::map<std::uint64_t, Handle>;
 
   // False, and nothing changes, when the key is present.
   bool Add(const Handle& property) {
     const auto next = by_key_.lower_bound(property->key());
     if (next != by_key_.end() && next->property->key() == property->key()) return false;
-    Group& group = GroupOf(property->group_guid());
+    Arrivals& group = GroupOf(property->group_guid());
     const auto placed = by_key_.insert(next, Entry{property, next_arrival_});
     try {
       group.emplace_hint(group.end(), next_arrival_, property);
@@ -55,17 +58,20 @@ class PropertyIndex {
     return found == by_key_.end() ? Handle() : Take(found);
   }
 
-  // Takes out, in the order of List, all that `wanted` picks.
+  // Takes out all that `wanted` picks. Asks for no memory: their nodes change over.
   template <class Predicate>
-  std::vector<Handle> RemoveIf(Predicate wanted) {
-    std::vector<Handle> removed;
-    for (const auto& [group_guid, group] : by_group_) {
-      for (const auto& [arrival, property] : group) {
-        if (wanted(*property)) removed.push_back(property);
+  Arrivals RemoveIf(Predicate wanted) {
+    Arrivals removed;
+    for (auto group = by_group_.begin(); group != by_group_.end();) {
+      Arrivals& members = group->second;
+      for (auto place = members.begin(); place != members.end();) {
+        const auto member = place++;
+        if (!wanted(*member->second)) continue;
+        by_key_.erase(by_key_.find(member->second->key()));
+        removed.insert(members.extract(member));
       }
+      group = members.empty() ? by_group_.erase(group) : std::next(group);
     }
-    for (const Handle& property : removed)
-      Take(by_key_.find(property->key()));
     return removed;
   }
 
@@ -101,9 +107,8 @@ class PropertyIndex {
     [[no_unique_address]] PropertyKeyLess less;
   };
   using KeyOrder = std::set<Entry, ByKey>;
-  using Group = std::map<std::uint64_t, Handle>;
 
-  Group& GroupOf(std::string_view guid) {
+  Arrivals& GroupOf(std::string_view guid) {
     const auto found = by_group_.find(guid);
     return found != by_group_.end() ? found->second : by_group_[std::string(guid)];
   }
@@ -117,14 +122,14 @@ class PropertyIndex {
     return property;
   }
 
-  static void AppendGroup(const Group& group, std::vector<Handle>& out) {
+  static void AppendGroup(const Arrivals& group, std::vector<Handle>& out) {
     for (const auto& [arrival, property] : group)
       out.push_back(property);
   }
 
   KeyOrder by_key_;
   // Also the set of the groups that there are.
-  std::map<std::string, Group, std::less<>> by_group_;
+  std::map<std::string, Arrivals, std::less<>> by_group_;
   std::uint64_t next_arrival_ = 0;
 };
 

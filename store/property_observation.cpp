@@ -1,5 +1,6 @@
 // Whose changes reach the publisher: a property gets its listener when the first subscription wants
 // it, so that nobody pays for changes that no one asked for.
+#include <exception>
 #include <utility>
 #include <vector>
 
@@ -87,17 +88,21 @@ void PropertyEngine::Withdraw(const PropertyAddress& address) {
   if (property) Vanished(property);
 }
 
-void PropertyEngine::WithdrawAllOf(const ClientConnection& client) {
+void PropertyEngine::WithdrawAllOf(const ClientConnection& client) noexcept {
   const ScopedLock hold(presence_lock_);
-  for (const auto& property : components_.RemoveOwnedBy(client))
+  for (const auto& [arrival, property] : components_.RemoveOwnedBy(client))
     Vanished(property);
 }
 
 // The announcement may wait for a while; the client's stream is not kept for it.
-void PropertyEngine::Vanished(const std::shared_ptr<ComponentProperty>& property) {
+void PropertyEngine::Vanished(const std::shared_ptr<ComponentProperty>& property) noexcept {
   property->set_connection(nullptr);
   publisher_.PublishNoLonger(property);
-  publisher_.AnnounceVanished(property);
+  try {
+    publisher_.AnnounceVanished(property);
+  } catch (const std::exception&) {
+    // No memory: it has gone all the same, and this may be all that its client leaves behind.
+  }
 }
 
 bool PropertyEngine::IsWanted(const Property& property) {

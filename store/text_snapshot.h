@@ -43,10 +43,10 @@ Lock& TextLock(const void* cell);
 // Purpose: a cell that holds one text at a time; readers get the whole old or the whole new one.
 // Owner: the object whose text it is.
 // Threads: any thread loads and stores.
-// Errors: none.
+// Errors: std::bad_alloc when the first of all is made and the kernel has no locks for them.
 class TextSnapshot {
  public:
-  explicit TextSnapshot(SharedText text) noexcept : text_(std::move(text)) {}
+  explicit TextSnapshot(SharedText text) : text_(std::move(text)) { TextLock(this); }
 
   SharedText Load() const noexcept {
     const ScopedLock hold(TextLock(this));

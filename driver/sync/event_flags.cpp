@@ -4,18 +4,13 @@
 // node's thread stays in its wait until it has taken that release, also when its time ran out in
 // between. So the count of a node that is used again is always 0, and the last release is the last
 // that a waking thread touches of the object. Nodes stay with the object: once as many were made as
-// threads ever waited at one time, waiting allocates nothing.
+// threads ever waited at one time, waiting allocates nothing. The first is part of the object: what
+// has one waiter, as a worker's own flags have, can always be waited for.
 #include "driver/sync/event_flags.h"
 
 #include <utility>
 
 namespace valmere {
-
-struct EventFlags::Waiter {
-  platform::Semaphore wake;
-  Need need{};
-  Waiter* next = nullptr;  // in the list that it is in: waiting, picked or idle
-};
 
 EventFlags::PendingWake::PendingWake(PendingWake&& other) noexcept
     : first_(std::exchange(other.first_, nullptr)) {}
@@ -136,8 +131,8 @@ bool EventFlags::Sleep(const Need& need, const platform::Ticks* deadline) {
 
 EventFlags::Waiter& EventFlags::Enlist(const Need& need) {
   if (idle_ == nullptr) {
-    waiters_.push_back(std::make_unique<Waiter>());
-    idle_ = waiters_.back().get();
+    more_.push_back(std::make_unique<Waiter>());
+    idle_ = more_.back().get();
   }
   Waiter& waiter = *idle_;
   idle_ = waiter.next;

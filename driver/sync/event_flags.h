@@ -15,7 +15,8 @@ namespace valmere {
 // Purpose: threads wait for flags that other threads raise; a flag raised early is not lost.
 // Owner: whoever waits for its work; must outlive every call on it and every PendingWake from it.
 // Threads: any thread may call anything.
-// Errors: none; std::bad_alloc when a wait needs one more semaphore and there is none.
+// Errors: std::bad_alloc when it is made, and when a wait needs one more semaphore and there is none;
+// the one of a lone waiter is there from the start.
 // With auto-clear, a wait that ends because of its mask takes those flags with it.
 class EventFlags {
   struct Waiter;
@@ -72,6 +73,11 @@ class EventFlags {
     std::uint32_t mask;
     const Predicate* predicate;
   };
+  struct Waiter {
+    platform::Semaphore wake;
+    Need need{};
+    Waiter* next = nullptr;  // in the list that it is in: waiting, picked or idle
+  };
 
   std::uint32_t Await(const Need& need, const std::uint32_t* milliseconds);
   bool Met(const Need& need) const REQUIRES(lock_);
@@ -85,8 +91,9 @@ class EventFlags {
   mutable Lock lock_;
   std::uint32_t flags_ GUARDED_BY(lock_) = 0;
   Waiter* waiting_ GUARDED_BY(lock_) = nullptr;  // asleep and not yet picked, the newest first
-  Waiter* idle_ GUARDED_BY(lock_) = nullptr;     // kept for the waits to come
-  std::vector<std::unique_ptr<Waiter>> waiters_ GUARDED_BY(lock_);  // all that were ever needed
+  Waiter* idle_ GUARDED_BY(lock_) = &first_;     // kept for the waits to come
+  Waiter first_ GUARDED_BY(lock_);
+  std::vector<std::unique_ptr<Waiter>> more_ GUARDED_BY(lock_);  // all others that were ever needed
 };
 
 }  // namespace valmere

@@ -25,6 +25,8 @@ class TaskQueue {
   TaskQueue(const TaskQueue&) = delete;
   TaskQueue& operator=(const TaskQueue&) = delete;
 
+  // False when the kernel gave no thread.
+  bool running() const { return worker_.started(); }
   // Jobs run in the order in which they are pushed; each is destroyed when it has run.
   void Push(Job job);
 

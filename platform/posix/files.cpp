@@ -34,6 +34,11 @@ auto Uninterrupted(Call call) {
   return result;
 }
 
+// Errors that say nothing of the file.
+bool IsShortage(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO;
+}
+
 Descriptor OpenAt(int folder, const char* name, int flags) {
   return Descriptor(
       Uninterrupted([&] { return openat(folder, name, flags | O_CLOEXEC, kNewFileMode); }));
@@ -65,7 +70,7 @@ bool NamesDevice(const Names& names) {
 }
 
 // The flags of open(2); nothing when the combination makes no sense. The first position is the
-// File's own business.
+// File's own business, and a file is emptied only when it is known to be one.
 std::optional<int> SystemFlags(OpenFlags flags) {
   const bool read = Has(flags, OpenFlags::kRead);
   const bool append = Has(flags, OpenFlags::kAppend);
@@ -75,13 +80,16 @@ std::optional<int> SystemFlags(OpenFlags flags) {
   int system = read ? O_RDWR : O_WRONLY;
   if (!read || append || truncate) system |= O_CREAT;
   if (append) system |= O_APPEND;
-  if (truncate) system |= O_TRUNC;
   return system;
 }
 
 class HostFile final : public File {
  public:
-  explicit HostFile(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
+  // Empty until it is given its descriptor, once, and the size that the file has.
+  void Adopt(Descriptor descriptor, std::uint64_t size) {
+    descriptor_ = std::move(descriptor);
+    size_ = size;
+  }
 
   std::size_t Read(void* buffer, std::size_t length) override {
     return Transfer(length, [&](std::size_t done) {
@@ -94,9 +102,10 @@ class HostFile final : public File {
     });
   }
   std::uint64_t Size() override {
+    // A file that only can't be looked at must not be taken for an empty one.
     struct stat status {};
-    if (fstat(descriptor_.get(), &status) != 0) return 0;
-    return static_cast<std::uint64_t>(status.st_size);
+    if (fstat(descriptor_.get(), &status) == 0) size_ = static_cast<std::uint64_t>(status.st_size);
+    return size_;
   }
 
  private:
@@ -113,6 +122,7 @@ class HostFile final : public File {
   }
 
   Descriptor descriptor_;
+  std::uint64_t size_ = 0;  // as it was last seen
 };
 
 // Purpose: the files below one folder of the host; no path leads out of it.
@@ -127,22 +137,29 @@ class HostFileSystem final : public FileSystem {
     const std::optional<int> system = SystemFlags(flags);
     const std::optional<Place> place = Find(path);
     if (!system || !place) return nullptr;
+    // Made first: a file that is emptied and then not opened, for want of memory, would be lost.
+    auto opened = std::make_unique<HostFile>();
     // Opening must not wait for the other end of a pipe that somebody put there.
     Descriptor file = OpenAt(place->folder.get(), place->name.c_str(),
                              *system | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK);
     struct stat status {};
     if (!file.valid() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
       return nullptr;
+    const bool truncate = Has(flags, OpenFlags::kTruncate);
+    if (truncate && ftruncate(file.get(), 0) != 0) return nullptr;
     if (Has(flags, OpenFlags::kAtEnd)) lseek(file.get(), 0, SEEK_END);
-    return std::make_unique<HostFile>(std::move(file));
+    opened->Adopt(std::move(file), truncate ? 0 : static_cast<std::uint64_t>(status.st_size));
+    return opened;
   }
 
   bool Exists(WidePathView path) override {
+    errno = 0;
     const std::optional<Place> place = Find(path);
     struct stat status {};
-    return place &&
-           fstatat(place->folder.get(), place->name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-           (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode));
+    if (!place ||
+        fstatat(place->folder.get(), place->name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+      return IsShortage(errno);
+    return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
   }
 
   bool Remove(WidePathView path) override {

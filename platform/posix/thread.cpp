@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cassert>
@@ -80,9 +81,9 @@ void InstallEndHandler(void (*handler)(int, siginfo_t*, void*)) {
 
 // Returns when the kernel has no such thread of ours any more, or at the deadline.
 void AwaitGone(pid_t id, Ticks deadline) {
-  Semaphore pause;
+  constexpr timespec kPause{0, 100'000};  // nanoseconds
   while (syscall(SYS_tgkill, getpid(), id, 0) == 0 && MonotonicNow() < deadline)
-    pause.WaitUntil(MonotonicNow() + kTicksPerMillisecond / 10);
+    nanosleep(&kPause, nullptr);
 }
 
 }  // namespace
@@ -113,8 +114,12 @@ Thread::~Thread() {
 
 bool Thread::Start(Entry entry, void* argument, int /*priority*/) noexcept {
   assert(state_ == nullptr && "started twice");
-  std::unique_ptr<State> state(new (std::nothrow) State(entry, argument));
-  if (!state) return false;
+  std::unique_ptr<State> state;
+  try {
+    state = std::make_unique<State>(entry, argument);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return false;
   const bool started = SetAttributes(&attributes) &&

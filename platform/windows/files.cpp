@@ -81,8 +81,13 @@ std::optional<Mode> StreamMode(OpenFlags flags) {
 
 class RuntimeFile final : public File {
  public:
-  RuntimeFile(std::FILE* stream, bool readable) : stream_(stream), readable_(readable) {}
-  ~RuntimeFile() override { std::fclose(stream_); }
+  explicit RuntimeFile(bool readable) : readable_(readable) {}
+  ~RuntimeFile() override {
+    if (stream_ != nullptr) std::fclose(stream_);
+  }
+
+  // Without a stream until it is given one, once.
+  void Adopt(std::FILE* stream) { stream_ = stream; }
 
   std::size_t Read(void* buffer, std::size_t length) override {
     if (!readable_) return 0;
@@ -112,15 +117,19 @@ class RuntimeFile final : public File {
     direction_ = direction;
   }
 
-  std::FILE* const stream_;
+  std::FILE* stream_ = nullptr;
   const bool readable_;
   Direction direction_ = Direction::kNone;
 };
 
 class DeviceFile final : public File {
  public:
-  explicit DeviceFile(HANDLE handle) : handle_(handle) {}
-  ~DeviceFile() override { CloseHandle(handle_); }
+  ~DeviceFile() override {
+    if (handle_ != INVALID_HANDLE_VALUE) CloseHandle(handle_);
+  }
+
+  // Without a handle until it is given one, once.
+  void Adopt(HANDLE handle) { handle_ = handle; }
 
   std::size_t Read(void* buffer, std::size_t length) override {
     DWORD count = 0;
@@ -139,7 +148,7 @@ class DeviceFile final : public File {
     return static_cast<DWORD>(std::min<std::size_t>(length, 0x7fffffff));
   }
 
-  const HANDLE handle_;
+  HANDLE handle_ = INVALID_HANDLE_VALUE;
 };
 
 std::unique_ptr<File> OpenDevice(const std::wstring& name, OpenFlags flags) {
@@ -147,10 +156,12 @@ std::unique_ptr<File> OpenDevice(const std::wstring& name, OpenFlags flags) {
   if (Has(flags, OpenFlags::kRead)) access |= GENERIC_READ;
   if (Has(flags, OpenFlags::kWrite)) access |= GENERIC_WRITE;
   if (access == 0) return nullptr;
+  auto opened = std::make_unique<DeviceFile>();
   const HANDLE handle = CreateFileW(name.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                     nullptr, OPEN_EXISTING, 0, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return nullptr;
-  return std::make_unique<DeviceFile>(handle);
+  opened->Adopt(handle);
+  return opened;
 }
 
 // Purpose: the files below one folder, or the system's own tree where there is no such folder.
@@ -170,13 +181,16 @@ class WindowsFileSystem final : public FileSystem {
     if (!mode || !place) return nullptr;
     const DWORD attributes = GetFileAttributesW(place->c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && !IsFile(attributes)) return nullptr;
+    // Made first: a file that is emptied and then not opened, for want of memory, would be lost.
+    auto opened = std::make_unique<RuntimeFile>(Has(flags, OpenFlags::kRead));
     std::FILE* stream = _wfopen(place->c_str(), mode->text);
     if (stream == nullptr && mode->make_first && attributes == INVALID_FILE_ATTRIBUTES)
       stream = _wfopen(place->c_str(), L"w+b");
     if (stream == nullptr) return nullptr;
     std::setvbuf(stream, nullptr, _IONBF, 0);
     if (Has(flags, OpenFlags::kAtEnd)) std::fseek(stream, 0, SEEK_END);
-    return std::make_unique<RuntimeFile>(stream, Has(flags, OpenFlags::kRead));
+    opened->Adopt(stream);
+    return opened;
   }
 
   bool Exists(WidePathView path) override {

@@ -1,0 +1,198 @@
+// The server of valmered in this program. What is refused to it costs at most the client whom it
+// concerns.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <tuple>
+
+#include "host/driver_library.h"
+#include "host/server.h"
+#include "tests/faults/faults.h"
+#include "tests/platform/device_root.h"
+#include "tests/support/frames.h"
+#include "tests/support/test_thread.h"
+
+namespace valmere::host {
+namespace {
+
+using testing::Extent;
+using testing::Fault;
+using testing::FrameOf;
+using testing::InSystem;
+using testing::OrderedFault;
+
+sockaddr_un AddressOf(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.data(), path.size());
+  return address;
+}
+
+int MakeListener(const std::string& path) {
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  const sockaddr_un address = AddressOf(path);
+  EXPECT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(listen(listener, 16), 0);
+  return listener;
+}
+
+int CountDescriptors() {
+  DIR* const folder = opendir("/proc/self/fd");
+  int count = 0;
+  while (readdir(folder) != nullptr)
+    ++count;
+  closedir(folder);
+  return count;
+}
+
+class Peer {
+ public:
+  explicit Peer(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    const sockaddr_un address = AddressOf(path);
+    EXPECT_EQ(connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  }
+  ~Peer() { close(socket_); }
+  Peer(const Peer&) = delete;
+  Peer& operator=(const Peer&) = delete;
+
+  // Sends the bytes and tells whether as many come back before the end of the stream.
+  bool Exchange(const std::string& bytes) const {
+    if (!Send(bytes)) return false;
+    std::string back(bytes.size(), '\0');
+    return Receive(back) && back == bytes;
+  }
+  bool Send(const std::string& bytes) const {
+    return send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+           static_cast<ssize_t>(bytes.size());
+  }
+  // All that is sent has been sent; reads to the end of the stream.
+  void Finish() const {
+    shutdown(socket_, SHUT_WR);
+    std::array<char, 256> rest;
+    while (recv(socket_, rest.data(), rest.size(), 0) > 0) {
+    }
+  }
+
+ private:
+  bool Receive(std::string& bytes) const {
+    return recv(socket_, bytes.data(), bytes.size(), MSG_WAITALL) ==
+           static_cast<ssize_t>(bytes.size());
+  }
+
+  const int socket_;
+};
+
+class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
+ protected:
+  // What a first life leaves for ever, such as the loop's own descriptors, is no leak.
+  HostFaults() {
+    Start();
+    Stop();
+    blocks_ = testing::SystemBlocks();
+    descriptors_ = CountDescriptors();
+    Start();
+  }
+
+  bool Answers() const { return Peer(path_).Exchange(FrameOf("still there?")); }
+
+  void Start() {
+    unlink(path_.c_str());
+    listener_.emplace(MakeListener(path_));
+    thread_.emplace([this] {
+      const InSystem in_system;
+      Server server(*listener_, driver_, limits_);
+      server.Start();
+      server.Run();
+    });
+    EXPECT_TRUE(Answers());
+    Peer(path_).Finish();
+  }
+  void Stop() {
+    std::raise(SIGTERM);
+    thread_.reset();
+    listener_.reset();
+  }
+  void StopCleanly() {
+    Stop();
+    EXPECT_EQ(testing::SystemBlocks(), blocks_);
+    EXPECT_EQ(CountDescriptors(), descriptors_);
+  }
+
+  template <class Act>
+  static void ForEachFault(Act act) {
+    const auto [fault, extent] = GetParam();
+    // Every one at first, where what a connection is made of lies; later ones in growing steps.
+    for (std::uint64_t n = 1;; n += 1 + n / 16) {
+      SCOPED_TRACE(n);
+      OrderedFault ordered(fault, n, extent);
+      act();
+      if (!ordered.End() || HasFailure()) return;
+    }
+  }
+
+  const testing::DeviceRoot folder_;
+  const std::string path_ = folder_.At("socket");
+  const DriverLibrary driver_{ECHO_DRIVER};
+  const Limits limits_;
+  std::optional<ListeningSocket> listener_;
+  std::int64_t blocks_ = 0;
+  int descriptors_ = 0;
+  std::optional<testing::TestThread> thread_;
+};
+
+TEST_P(HostFaults, CostAtMostTheClientConcerned) {
+  std::optional<Peer> bystander(path_);
+  EXPECT_TRUE(bystander->Exchange(FrameOf("first")));
+  const std::string frame = FrameOf("a frame in two pieces");
+  ForEachFault([&] {
+    Peer peer(path_);
+    if (peer.Exchange(FrameOf("hello")) && peer.Send(frame.substr(0, 30)))
+      peer.Send(frame.substr(30));
+    peer.Finish();
+  });
+  EXPECT_TRUE(Answers());
+  EXPECT_TRUE(bystander->Exchange(FrameOf("last")));
+  bystander.reset();
+  StopCleanly();
+}
+
+TEST_P(HostFaults, CostAtMostTheClientWhoLeavesItsRepliesUnread) {
+  std::optional<Peer> bystander(path_);
+  EXPECT_TRUE(bystander->Exchange(FrameOf("first")));
+  const std::string frame = FrameOf(std::string(8000, 'x'));
+  ForEachFault([&] {
+    Peer peer(path_);
+    for (int i = 0; i < 100 && peer.Send(frame); ++i) {
+    }
+    peer.Finish();
+  });
+  EXPECT_TRUE(Answers());
+  EXPECT_TRUE(bystander->Exchange(FrameOf("last")));
+  bystander.reset();
+  StopCleanly();
+}
+
+std::string FaultOfHost(const ::testing::TestParamInfo<HostFaults::ParamType>& info) {
+  const auto [fault, extent] = info.param;
+  return testing::TestNameOf(fault) + (extent == Extent::kOnce ? "Once" : "Onward");
+}
+
+INSTANTIATE_TEST_SUITE_P(Every, HostFaults,
+                         ::testing::Combine(::testing::Values(Fault::kMemory, Fault::kThread,
+                                                              Fault::kLoop),
+                                            ::testing::Values(Extent::kOnce, Extent::kOnward)),
+                         FaultOfHost);
+// While nobody can be accepted, clients wait.
+INSTANTIATE_TEST_SUITE_P(Single, HostFaults,
+                         ::testing::Values(std::tuple(Fault::kSocket, Extent::kOnce)), FaultOfHost);
+
+}  // namespace
+}  // namespace valmere::host

@@ -1,0 +1,68 @@
+// A start that meets a fault leaves a whole service or none, and nothing else.
+#include "store/string_property.h"
+#include "tests/faults/fault_fixture.h"
+
+namespace valmere {
+namespace {
+
+using testing::Extent;
+using testing::Fault;
+using testing::FaultClient;
+using testing::OrderedFault;
+
+// So many starts are followed by one look at every thread of the service.
+constexpr std::uint64_t kStartsForEachUse = 32;
+
+class StartFaults : public testing::FaultTest {
+ protected:
+  static std::size_t Properties() {
+    const std::string all = FaultClient().Ask(R"({"GetAllProperties": true})").value_or("");
+    std::size_t count = 0;
+    for (std::size_t at = 0; (at = all.find("NameString", at)) != std::string::npos; ++at)
+      ++count;
+    return count;
+  }
+};
+
+TEST_P(StartFaults, LeaveAWholeServiceOrNone) {
+  Start();
+  const std::size_t properties = Properties();
+  StopCleanly();
+  ForEachFault([&](std::uint64_t n) {
+    OrderedFault ordered(fault(), n, extent());
+    Start();
+    const bool reached = ordered.End();
+    if (FaultClient().handle() != 0) {
+      EXPECT_TRUE(Answers());
+      EXPECT_EQ(Properties(), properties);
+      if (fault() != Fault::kMemory || n % kStartsForEachUse == 0) {
+        EXPECT_TRUE(Use());
+      }
+    }
+    StopCleanly();
+    return reached;
+  });
+}
+
+// What all texts share is made with the first of them, which is in a process of its own here.
+TEST(FirstText, IsRefusedWhereItsLocksAreAndMadeOnceTheyAreNot) {
+  for (std::uint64_t n = 1;; ++n) {
+    OrderedFault ordered(Fault::kKernelObject, n, Extent::kOnce);
+    try {
+      const testing::InSystem in_system;
+      EXPECT_EQ(StringProperty::Make("value", "P", "Name", "G", "Group")->ToString(), "value");
+    } catch (const std::bad_alloc&) {
+    }
+    if (!ordered.End()) return;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Every, StartFaults,
+    ::testing::Combine(::testing::Values(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
+                                         Fault::kOpen, Fault::kLook, Fault::kRead, Fault::kWrite),
+                       ::testing::Values(Extent::kOnce, Extent::kOnward)),
+    testing::FaultName);
+
+}  // namespace
+}  // namespace valmere

@@ -1,0 +1,140 @@
+// The rewrite of the property file. A fault costs that line; the file is the old or the new one,
+// whole. Only what breaks a write off leaves a file that is refused, which the next rewrite mends.
+#include "persist/persistence.h"
+#include "persist/property_file.h"
+#include "persist/property_file_writer.h"
+#include "store/uint_property.h"
+#include "tests/faults/fault_fixture.h"
+
+namespace valmere {
+namespace {
+
+using testing::Eventually;
+using testing::Extent;
+using testing::Fault;
+using testing::FaultClient;
+using testing::Holds;
+using testing::InSystem;
+using testing::kPeriod;
+using testing::OrderedFault;
+using testing::PropertyFile;
+
+class StoreFaults : public testing::FaultTest {
+ protected:
+  // Those in which a write that has begun comes to no end.
+  static bool BreaksWritesOff() { return fault() == Fault::kWrite || fault() == Fault::kTornWrite; }
+
+  static RewriteResult Rewrite(platform::FileSystem& files, std::string_view value) {
+    const InSystem in_system;
+    const std::string_view left_side =
+        testing::kPeriodLine.substr(0, testing::kPeriodLine.size() - 1);
+    try {
+      return RewriteLine(files, MakeWriteRequest(left_side, value, testing::kPropertyFile));
+    } catch (const std::bad_alloc&) {
+      return RewriteResult::kShortRead;
+    }
+  }
+
+  static PropertyFileResult Read(platform::FileSystem& files) {
+    PropertyMap map;
+    return ReadPropertyFile(files, testing::kPropertyFile, map);
+  }
+};
+
+TEST_P(StoreFaults, InARewriteLeaveTheOldFileOrTheNewOne) {
+  const auto files = platform::MakeDeviceFileSystem();
+  ForEachFault([&](std::uint64_t n) {
+    device_.Put(kFile, PropertyFile("750"));
+    OrderedFault ordered(fault(), n, extent());
+    const RewriteResult result = Rewrite(*files, "1000");
+    const bool reached = ordered.End();
+    const std::string left = device_.Get(kFile);
+    if (result == RewriteResult::kWritten) {
+      EXPECT_EQ(left, PropertyFile("1000"));
+    } else if (BreaksWritesOff()) {
+      EXPECT_NE(Read(*files), PropertyFileResult::kRead);
+    } else {
+      EXPECT_EQ(left, PropertyFile("750"));
+    }
+    EXPECT_EQ(Rewrite(*files, "2000"), RewriteResult::kWritten);
+    // Half a line of a torn file may have become a whole, malformed one.
+    if (fault() != Fault::kTornWrite || Read(*files) != PropertyFileResult::kMalformedLine) {
+      EXPECT_EQ(Read(*files), PropertyFileResult::kRead);
+    }
+    EXPECT_TRUE(Holds(device_.Get(kFile), std::string(testing::kPeriodLine) + "2000\n"));
+    return reached;
+  });
+}
+
+TEST_P(StoreFaults, DoNotMakeAFileAMissingOne) {
+  const auto files = platform::MakeDeviceFileSystem();
+  device_.Put(kFile, PropertyFile("750"));
+  ForEachFault([&](std::uint64_t n) {
+    OrderedFault ordered(fault(), n, extent());
+    try {
+      const InSystem in_system;
+      EXPECT_TRUE(files->Exists(testing::kPropertyFile));
+    } catch (const std::bad_alloc&) {
+    }
+    return ordered.End();
+  });
+}
+
+TEST_P(StoreFaults, OfAServiceCostItNoMoreThanThatLine) {
+  Start();
+  ASSERT_TRUE(Use());
+  ForEachFault([this](std::uint64_t n) {
+    device_.Put(kFile, PropertyFile("750"));
+    const std::string meanwhile = std::to_string(10'000 + n);
+    OrderedFault ordered(fault(), n, extent());
+    {
+      FaultClient client;
+      client.Ask(testing::SetAndGetText(kPeriod, meanwhile));
+      EXPECT_TRUE(Eventually(
+          [&] { return ordered.reached() || device_.Get(kFile) == PropertyFile(meanwhile); }));
+    }
+    const bool reached = ordered.End();
+
+    FaultClient client;
+    const std::string after = std::to_string(20'000 + n);
+    EXPECT_TRUE(
+        Holds(client.Ask(testing::SetAndGetText(kPeriod, after)), testing::ValueText(after)));
+    EXPECT_TRUE(Eventually([&] {
+      return BreaksWritesOff()
+                 ? Holds(device_.Get(kFile), std::string(testing::kPeriodLine) + after + "\n")
+                 : device_.Get(kFile) == PropertyFile(after);
+    }));
+    return reached;
+  });
+  StopCleanly();
+}
+
+TEST_P(StoreFaults, OfALineLeaveTheChangeToTheOtherListeners) {
+  const auto persistence = [] {
+    const InSystem in_system;
+    return Persistence::Make(platform::MakeDeviceFileSystem(), u"/a", u"/b");
+  }();
+  const auto property = UIntProperty::Make(0, "P", "Name", "G", "Group");
+  persistence->RegisterProperty(property);
+  std::uint64_t heard = 0;
+  property->AddListener([&](const std::shared_ptr<Property>&) { ++heard; });
+  ForEachFault([&](std::uint64_t n) {
+    OrderedFault ordered(fault(), n, extent());
+    {
+      const InSystem in_system;
+      EXPECT_NO_THROW(property->SetValue(static_cast<std::uint32_t>(n)));
+    }
+    EXPECT_EQ(heard, n);
+    return ordered.End();
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(Every, StoreFaults,
+                         ::testing::Combine(::testing::Values(Fault::kMemory, Fault::kOpen,
+                                                              Fault::kLook, Fault::kRead,
+                                                              Fault::kWrite, Fault::kTornWrite),
+                                            ::testing::Values(Extent::kOnce, Extent::kOnward)),
+                         testing::FaultName);
+
+}  // namespace
+}  // namespace valmere
