@@ -15,7 +15,7 @@
 #include "driver/sync/live_counters.h"
 #include "persist/debug_switches.h"
 #include "tests/driver/messages.h"
-#include "tests/faults/faults.h"
+#include "tests/faults/fault_parameters.h"
 #include "tests/persist/property_file_samples.h"
 #include "tests/platform/device_root.h"
 #include "tests/support/frame_client.h"
@@ -194,10 +194,5 @@ class FaultTest : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
   Remains before_{};
   int uses_ = 0;
 };
-
-inline std::string FaultName(const ::testing::TestParamInfo<FaultTest::ParamType>& info) {
-  return TestNameOf(std::get<Fault>(info.param)) +
-         (std::get<Extent>(info.param) == Extent::kOnce ? "Once" : "Onward");
-}
 
 }  // namespace valmere::testing

@@ -15,7 +15,7 @@
 
 #include "host/driver_library.h"
 #include "host/server.h"
-#include "tests/faults/faults.h"
+#include "tests/faults/fault_parameters.h"
 #include "tests/platform/device_root.h"
 #include "tests/support/frames.h"
 #include "tests/support/test_thread.h"
@@ -180,19 +180,13 @@ TEST_P(HostFaults, CostAtMostTheClientWhoLeavesItsRepliesUnread) {
   StopCleanly();
 }
 
-std::string FaultOfHost(const ::testing::TestParamInfo<HostFaults::ParamType>& info) {
-  const auto [fault, extent] = info.param;
-  return testing::TestNameOf(fault) + (extent == Extent::kOnce ? "Once" : "Onward");
-}
-
 INSTANTIATE_TEST_SUITE_P(Every, HostFaults,
-                         ::testing::Combine(::testing::Values(Fault::kMemory, Fault::kThread,
-                                                              Fault::kLoop),
-                                            ::testing::Values(Extent::kOnce, Extent::kOnward)),
-                         FaultOfHost);
+                         testing::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kLoop),
+                         testing::FaultName);
 // While nobody can be accepted, clients wait.
 INSTANTIATE_TEST_SUITE_P(Single, HostFaults,
-                         ::testing::Values(std::tuple(Fault::kSocket, Extent::kOnce)), FaultOfHost);
+                         ::testing::Values(std::tuple(Fault::kSocket, Extent::kOnce)),
+                         testing::FaultName);
 
 }  // namespace
 }  // namespace valmere::host

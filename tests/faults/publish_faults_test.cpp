@@ -137,9 +137,8 @@ TEST_P(PublishFaults, OfASetForAnotherComponentLeaveBothSidesInStep) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, PublishFaults,
-                         ::testing::Combine(::testing::Values(Fault::kMemory, Fault::kThread,
-                                                              Fault::kKernelObject),
-                                            ::testing::Values(Extent::kOnce, Extent::kOnward)),
+                         testing::EveryFaultOf(Fault::kMemory, Fault::kThread,
+                                               Fault::kKernelObject),
                          testing::FaultName);
 
 }  // namespace

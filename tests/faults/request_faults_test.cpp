@@ -43,9 +43,8 @@ TEST_P(RequestFaults, CostNoMoreThanTheSession) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, RequestFaults,
-                         ::testing::Combine(::testing::Values(Fault::kMemory, Fault::kThread,
-                                                              Fault::kKernelObject),
-                                            ::testing::Values(Extent::kOnce, Extent::kOnward)),
+                         testing::EveryFaultOf(Fault::kMemory, Fault::kThread,
+                                               Fault::kKernelObject),
                          testing::FaultName);
 
 }  // namespace

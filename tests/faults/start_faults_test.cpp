@@ -57,12 +57,11 @@ TEST(FirstText, IsRefusedWhereItsLocksAreAndMadeOnceTheyAreNot) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Every, StartFaults,
-    ::testing::Combine(::testing::Values(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
-                                         Fault::kOpen, Fault::kLook, Fault::kRead, Fault::kWrite),
-                       ::testing::Values(Extent::kOnce, Extent::kOnward)),
-    testing::FaultName);
+INSTANTIATE_TEST_SUITE_P(Every, StartFaults,
+                         testing::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
+                                               Fault::kOpen, Fault::kLook, Fault::kRead,
+                                               Fault::kWrite),
+                         testing::FaultName);
 
 }  // namespace
 }  // namespace valmere

@@ -130,10 +130,8 @@ TEST_P(StoreFaults, OfALineLeaveTheChangeToTheOtherListeners) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, StoreFaults,
-                         ::testing::Combine(::testing::Values(Fault::kMemory, Fault::kOpen,
-                                                              Fault::kLook, Fault::kRead,
-                                                              Fault::kWrite, Fault::kTornWrite),
-                                            ::testing::Values(Extent::kOnce, Extent::kOnward)),
+                         testing::EveryFaultOf(Fault::kMemory, Fault::kOpen, Fault::kLook,
+                                               Fault::kRead, Fault::kWrite, Fault::kTornWrite),
                          testing::FaultName);
 
 }  // namespace

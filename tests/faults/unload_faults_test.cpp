@@ -45,12 +45,11 @@ TEST_P(UnloadFaults, LeaveNothingOfTheService) {
   StopCleanly();
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Every, UnloadFaults,
-    ::testing::Combine(::testing::Values(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
-                                         Fault::kOpen, Fault::kLook, Fault::kRead, Fault::kWrite),
-                       ::testing::Values(Extent::kOnce, Extent::kOnward)),
-    testing::FaultName);
+INSTANTIATE_TEST_SUITE_P(Every, UnloadFaults,
+                         testing::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
+                                               Fault::kOpen, Fault::kLook, Fault::kRead,
+                                               Fault::kWrite),
+                         testing::FaultName);
 
 }  // namespace
 }  // namespace valmere
