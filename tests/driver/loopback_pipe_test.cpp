@@ -9,11 +9,13 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support/allocations.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere {
 namespace {
 
+using testing::Eventually;
 using testing::TestThread;
 
 // Sizes on both sides of the powers of two that a queue may be cut up by.
@@ -123,6 +125,20 @@ TEST(PipeBuffer, IsUsedAgainAfterItWasDrained) {
   }
 }
 
+TEST(PipeBuffer, NeedsNoMemoryForAWriteThatFitsWhereADrainedOneWas) {
+  PipeBuffer buffer;
+  WriteText(buffer, "drained");
+  ReadText(buffer, 7);
+  const std::string sent = Pattern(100'000);
+  {
+    const testing::LimitedAllocations none(0);
+    EXPECT_EQ(buffer.Write(sent.data(), 1024), 1024);
+  }
+  WriteText(buffer, std::string_view(sent).substr(1024));
+  EXPECT_TRUE(ReadText(buffer, 1024) == sent.substr(0, 1024));
+  EXPECT_TRUE(ReadText(buffer, 100'000) == sent.substr(1024));
+}
+
 TEST(PipeBuffer, WritesBetweenReadsGoToTheEnd) {
   PipeBuffer buffer;
   const std::string sent = Pattern(20'000);
@@ -209,6 +225,30 @@ TEST(PipeBuffer, CloseWakesEveryReader) {
     buffer.Close();
   }
   EXPECT_EQ(drained, 3);
+}
+
+// Another reader drains the buffer between the close and the waking of the one that waits for it.
+TEST(PipeBuffer, AReaderLearnsOfTheCloseThoughAnotherTookTheLastBytes) {
+  for (int round = 0; round < 20; ++round) {
+    PipeBuffer buffer;
+    std::atomic<bool> waits{false};
+    int result = 0;
+    TestThread reader([&] {
+      char byte;
+      waits = true;
+      result = buffer.Read(&byte, 1);
+    });
+    EXPECT_TRUE(Eventually([&] { return waits.load(); }));
+    {
+      EventFlags::PendingWake wake;
+      buffer.WriteDeferringWake("x", 1, wake);
+      const EventFlags::PendingWake wake_closed = buffer.CloseDeferringWake();
+      ReadText(buffer, 1);
+    }
+    reader.Join();
+    // It has taken the byte itself when it came to wait no more.
+    EXPECT_TRUE(result == Connection::kDrained || result == 1) << result;
+  }
 }
 
 // A reader that is alone is never woken for bytes that an earlier read has taken: no read gives 0,

@@ -163,6 +163,15 @@ TEST_F(PeekableStreamTest, ReadsAHalfPeekedFrameFieldByField) {
   EXPECT_EQ((Lengths{32, static_cast<int>(text.size()) - 12}), connection->reads());
 }
 
+TEST_F(PeekableStreamTest, GivesNothingOnceItIsClosed) {
+  Script({"abcd", "efgh"});
+  stream->Peek(4);
+  stream->Close();
+  EXPECT_FALSE(stream->Peek(4));
+  EXPECT_EQ((Result{Connection::kGone, ""}), Read(4));
+  EXPECT_EQ((Lengths{4}), connection->reads());
+}
+
 TEST_F(PeekableStreamTest, WritesAndClosesTheConnection) {
   Script({});
   EXPECT_EQ(2, stream->Write("ab", 2));

@@ -12,6 +12,7 @@
 #include "protocol/client_connection.h"
 #include "tests/store/make_connection.h"
 #include "tests/store/start_gate.h"
+#include "tests/support/allocations.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere {
@@ -56,6 +57,17 @@ std::vector<std::string> AllOf(const ComponentRegistry& registry) {
   std::vector<Handle> properties;
   registry.ListAll(properties);
   return Keys(properties);
+}
+
+TEST(ComponentRegistry, IsAsItWasWhenThereIsNoMemoryToAdd) {
+  ComponentRegistry registry;
+  const auto present = Make("c", "g", "b");
+  registry.Add(present);
+  const auto property = Make("c", "g", "a");
+  testing::FailEachAllocation([&] { registry.Add(property); },
+                              [&] { EXPECT_EQ(registry.Find("a", "g", "c"), nullptr); });
+  EXPECT_EQ(registry.Find("a", "g", "c"), property);
+  EXPECT_THAT(GroupOf(registry, "g"), ElementsAre(present->key(), property->key()));
 }
 
 TEST(ComponentRegistry, FindsWhatWasAdded) {

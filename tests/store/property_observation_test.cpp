@@ -398,9 +398,11 @@ TEST_F(Observation, LogsSubscriptionsAndChangesInTheirZones) {
   SwitchOf(DebugZone::kInfo) = true;
   Subscribe(reader, "C", "G:P");
   engine->ConnectionEnded(*reader.connection);
+  SubscribeToAll(reader);
   SwitchOf(DebugZone::kInfo) = false;
   const std::string name = "Client " + std::to_string(reader.connection->instance_number());
-  EXPECT_EQ((Texts{name + " subscribes to 1 more", name + " is no subscriber any more"}),
+  EXPECT_EQ((Texts{name + " subscribes to 1 more", name + " is no subscriber any more",
+                   name + " subscribes to all properties"}),
             log->TakeLines());
 }
 

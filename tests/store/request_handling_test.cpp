@@ -285,6 +285,24 @@ TEST_F(SetRequests, ForUnknownPropertiesArePassedOver) {
   EXPECT_TRUE(owner.TakeTexts().empty());
 }
 
+TEST_F(SetRequests, ThatSetNothingAreLogged) {
+  AddOwn("P", "old")->set_attribute(0);
+  const auto number = UIntProperty::Make(7, "U", "Number", "G", "Group");
+  engine->AddProperty(number);
+  SendSet(Set("OWN", "G:x", "new"));
+  SendSet(Set("C", "G:x", "new"));
+  SendSet(Set("OWN", "G:P", "new"));
+  SendSet(Set("OWN", "G:U", "8"));
+  EXPECT_EQ((Texts{R"(A set request names no property: "OWN" "G" "x")",
+                   R"(A set request names no property: "C" "G" "x")",
+                   R"(Property "Name" was not set to "new": it can't be set)"}),
+            log->TakeLines());
+  SendSet(Set("OWN", "G:U", "letters"));
+  const Texts lines = log->TakeLines();
+  ASSERT_EQ(1u, lines.size());
+  EXPECT_EQ(0u, lines[0].find(R"(Property "Number" was not set to "letters": )"));
+}
+
 TEST_F(SetRequests, GoToTheOwnerOfAPublishedProperty) {
   Client owner;
   Publish(owner, EntryText{});

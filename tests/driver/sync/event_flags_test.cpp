@@ -323,6 +323,33 @@ TEST(EventFlags, KeepAPickedWaiterWhoseTimeIsUpUntilItIsReleased) {
   EXPECT_EQ(again.asked(), 2);
 }
 
+TEST(EventFlags, AskAPickedWaiterWhoseTimeIsUpUnderTheirLock) {
+  EventFlags flags(kKeep);
+  Gate gate;
+  const EventFlags::Predicate ask = gate.predicate();
+  platform::Thread other;
+  TestThread waiter([&] {
+    flags.WaitFor(
+        [&] {
+          if (!ask()) return false;
+          EXPECT_TRUE(
+              other.Start([](void* f) { static_cast<EventFlags*>(f)->Set(1); }, &flags, 249));
+          EXPECT_FALSE(other.WaitEnded(20));
+          return true;
+        },
+        100);
+  });
+  gate.AwaitSleeper(flags);
+  gate.Open();
+  {
+    const EventFlags::PendingWake wake = flags.Raise(0);
+    platform::Semaphore never;
+    never.WaitUntil(MonotonicNow() + 150 * kTicksPerMillisecond);
+  }
+  waiter.Join();
+  EXPECT_TRUE(other.WaitEnded(kLong));
+}
+
 TEST(EventFlags, ReportAFlagThatRoseAsTheTimeRanOut) {
   EventFlags flags(kAutoClear);
   for (int round = 0; round < 200; ++round) {
