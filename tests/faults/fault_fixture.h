@@ -177,11 +177,14 @@ class FaultTest : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
   }
 
   // A new session is answered, that many others are being served, each by a thread, and none is left
-  // of the threads that were.
+  // of the threads that were. One whose end could not be told of for want of memory goes with the
+  // next session that ends; that may be one after the first.
   static bool Serves(std::uint32_t sessions) {
     constexpr std::uint32_t kOwnThreads = 5;  // task queue, acceptor, publisher, lines, log
-    return Answers() &&
-           Eventually([&] { return LiveWorkerThreads::Live() == kOwnThreads + sessions; });
+    const auto at_rest = [sessions] {
+      return Eventually([&] { return LiveWorkerThreads::Live() == kOwnThreads + sessions; });
+    };
+    return Answers() && (at_rest() || (Answers() && at_rest()));
   }
 
   template <class Choice>
