@@ -36,8 +36,9 @@ class PropertySink {
 // merges the override file, once.
 // Owner: shared by the service and those who register.
 // Threads: any. A change queues its line and never waits for a file; a load reads on its caller's
-// thread.
-// Errors: a load that fails sets "Property Loading Error" and is logged with its cause.
+// thread, and waits for the one line that is being written.
+// Errors: a load that fails sets "Property Loading Error" and is logged with its cause; so is a line
+// that there is no memory for, which is lost.
 class Persistence : public std::enable_shared_from_this<Persistence> {
  public:
   // Loads the files.
