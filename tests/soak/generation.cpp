@@ -12,6 +12,8 @@ constexpr std::uint32_t kRovers = 3;
 constexpr std::uint32_t kPropertiesOfARover = 6;
 constexpr std::uint32_t kStrangers = 2;
 constexpr std::size_t kMostSubscribers = 9;
+// More than the longest publishing period.
+constexpr std::chrono::seconds kSurelyTold{2};
 
 bool IsOfClients(const PropertyAddress& address) {
   return address.component != kOwnComponent;
@@ -38,13 +40,26 @@ void Beacon::Send() {
 void Beacon::Shine() {
   while (!stop_) {
     Send();
-    if (!Await([&] { return watcher_->beacon() >= sent_; })) {
+    if (!AwaitTold()) {
       world_.summary.Fail("the beacon is not told of any more");
       world_.budget.End();
       return;
     }
     world_.budget.BeginWindow();
   }
+}
+
+// Of the change at hand, or of one that was made since in its place.
+bool Beacon::AwaitTold() {
+  const std::uint64_t first = sent_;
+  Deadline again = Deadline::After(kSurelyTold);
+  return Await([&] {
+    if (flood_ && again.passed()) {
+      Send();
+      again = Deadline::After(kSurelyTold);
+    }
+    return watcher_->beacon() >= first;
+  });
 }
 
 Generation::Generation(World& world, std::uint32_t number, testing::DeviceRoot& device)
@@ -118,6 +133,7 @@ void Generation::ComeToRest() {
 
 void Generation::Flood() {
   const std::uint64_t told_before = beacon_.watcher().flood_entries();
+  beacon_.BeginFlood();
   std::vector<std::thread> threads;
   for (const auto& owner : owners_)
     threads.emplace_back([&owner] { owner->Flood(); });
@@ -125,6 +141,7 @@ void Generation::Flood() {
     thread.join();
   CheckGets();
   AwaitPeriods(2);
+  beacon_.EndFlood();
   world_.summary.Add(Kind::kFloodToldOf, beacon_.watcher().flood_entries() - told_before);
   for (const auto& owner : owners_)
     owner->ChangeEach();

@@ -18,7 +18,7 @@ namespace valmere::soak {
 // Purpose: changes a property of its own once in each publishing period, as long as it lives, which
 // is what tells all others that a period has ended.
 // Owner: a Generation.
-// Threads: a thread of its own changes; sent() from any.
+// Threads: a thread of its own changes; all may be called from any.
 class Beacon {
  public:
   explicit Beacon(World& world);
@@ -29,15 +29,20 @@ class Beacon {
   // The number that was sent last.
   std::uint64_t sent() const { return sent_; }
   const Subscriber& watcher() const { return *watcher_; }
+  // In a flood a change may find no room: the beacon is changed again until it is told of.
+  void BeginFlood() { flood_ = true; }
+  void EndFlood() { flood_ = false; }
 
  private:
   void Shine();
+  bool AwaitTold();
   void Send();
 
   World& world_;
   client::Client client_;
   std::atomic<std::uint64_t> sent_{0};
   std::atomic<bool> stop_{false};
+  std::atomic<bool> flood_{false};
   std::unique_ptr<Subscriber> watcher_;
   std::thread thread_;  // the last member: it uses the others
 };
