@@ -6,11 +6,13 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <optional>
 #include <span>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -69,7 +71,9 @@ using Changes = std::vector<Property>;
 // Runs a call that waits for what the test is going to do.
 template <class Call>
 auto Meanwhile(Call call) {
-  return std::async(std::launch::async, std::move(call));
+  // As a function, so that what starts a thread is compiled once for each type of result.
+  return std::async(std::launch::async,
+                    std::function<std::invoke_result_t<Call>()>(std::move(call)));
 }
 
 class SessionTest : public ::testing::Test {

@@ -1,9 +1,8 @@
 # cmake -D BUILD=... -D PREFIX=... -D LIBRARY_FOLDER=... -D CONFIGURATION=... -D COMPILER=...
-#       -D FLAGS=... -D CONSUMER=... -P check_install.cmake
+#       -D CONSUMER=... -P check_install.cmake
 #
 # Installs the build into PREFIX, looks at what is there, and builds and runs the program in
 # CONSUMER on it: by the CMake package, by pkg-config, and each public header alone.
-# FLAGS is what has to be compiled and linked with, beside what the installed files say.
 
 function(run what)
   cmake_parse_arguments(RUN "" "OUTPUT" "" ${ARGN})
@@ -44,9 +43,6 @@ foreach(program valmered valmere)
   run("bin/${program} --help" ${PREFIX}/bin/${program} --help)
 endforeach()
 
-set(flags ${FLAGS})
-separate_arguments(flags UNIX_COMMAND "${flags}")
-
 # Each header is enough by itself, strictly by the standard.
 file(GLOB headers RELATIVE ${PREFIX}/include ${PREFIX}/include/valmere/*.h
                            ${PREFIX}/include/valmere/client/*.h)
@@ -69,7 +65,7 @@ endfunction()
 run("configuring by find_package"
     ${CMAKE_COMMAND} -S ${CONSUMER} -B ${PREFIX}.work/by-cmake
     -D CMAKE_BUILD_TYPE=${CONFIGURATION} -D CMAKE_CXX_COMPILER=${COMPILER}
-    "-DCMAKE_CXX_FLAGS=${FLAGS}" -D CMAKE_PREFIX_PATH=${PREFIX})
+    -D CMAKE_PREFIX_PATH=${PREFIX})
 run("building by find_package" ${CMAKE_COMMAND} --build ${PREFIX}.work/by-cmake)
 check_consumer(find_package ${PREFIX}.work/by-cmake/consumer)
 
@@ -80,6 +76,6 @@ run("pkg-config --libs" ${pkg_config} --libs valmere-client OUTPUT libraries)
 separate_arguments(compile UNIX_COMMAND "${compile}")
 separate_arguments(libraries UNIX_COMMAND "${libraries}")
 run("building by pkg-config"
-    ${COMPILER} -std=c++20 ${flags} ${compile} ${CONSUMER}/consumer.cpp ${libraries} -lvalmere
+    ${COMPILER} -std=c++20 ${compile} ${CONSUMER}/consumer.cpp ${libraries} -lvalmere
     -o ${PREFIX}.work/by-pkg-config)
 check_consumer(pkg-config ${PREFIX}.work/by-pkg-config)
