@@ -239,8 +239,10 @@ void Connection::CloseFor(const std::string& cause) {
 void Connection::BeginClose() {
   if (close_begun_) return;
   close_begun_ = true;
-  driver_.Close(handle_);  // wakes a pump that waits for the driver
+  // In this order: a pump that is in the middle of a frame when the handle goes reads nothing more
+  // into it, and must not get that out to the client.
   shutdown(socket_, SHUT_RDWR);
+  driver_.Close(handle_);  // wakes a pump that waits for the driver
 }
 
 void Connection::Close() {

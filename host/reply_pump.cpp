@@ -1,7 +1,8 @@
 // PRN_Read reports its count whatever happened and leaves the buffer alone when the session has
-// ended. So the room for the identifier is cleared before each read: anything else than the
-// identifier afterwards means that nothing came. The driver puts a frame into its pipe in one
-// piece, so once the identifier is there, the length and the text are there too.
+// ended. So the room for the header is cleared before each read: anything else than the identifier
+// afterwards means that nothing came. The driver puts a frame into its pipe in one piece, so once the
+// identifier is there, the length and the text are there too, unless the connection closes the handle;
+// its socket takes nothing more by then.
 #include "host/reply_pump.h"
 
 #include <cstddef>
@@ -46,7 +47,7 @@ ReplyPump::End ReplyPump::Pump() {
 bool ReplyPump::ReadFrame() {
   const std::size_t identifier_bytes = kStreamFormatIdentifier.size();
   frame_.MakeRoom(kFrameHeaderBytes, 0);
-  std::memset(frame_.data(), 0, identifier_bytes);
+  std::memset(frame_.data(), 0, kFrameHeaderBytes);
   driver_.Read(handle_, frame_.data(), identifier_bytes);
   if (std::memcmp(frame_.data(), kStreamFormatIdentifier.data(), identifier_bytes) != 0)
     return false;

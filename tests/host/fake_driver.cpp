@@ -7,10 +7,13 @@
 //   refuse                 PRN_Write fails
 //   silent                 nothing comes back
 //   bytes N                a frame of N bytes of text comes back
+//   cut off                the identifier of a frame comes back and nothing more; closing the handle
+//                          then takes until whoever reads it asks for the frame after, or a while
 //   anything else          the frame itself comes back
 // Bytes that are no frame end the session once there are 16 of them. With FAKE_DRIVER_SIGNAL in the
 // environment, PRN_Init takes so long that SIGTERM comes meanwhile.
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <cstdio>
@@ -29,12 +32,14 @@ namespace {
 struct Session {
   std::string replies;
   bool ended = false;
+  bool cut_off = false;
 };
 
 std::mutex lock;
 std::condition_variable changed;
 std::map<uint32_t, std::shared_ptr<Session>> sessions;
 uint32_t last_handle = 0;
+uint32_t reads_of_the_closed = 0;
 
 void Log(const std::string& line) {
   static const char* path = std::getenv("FAKE_DRIVER_LOG");
@@ -66,12 +71,16 @@ bool IsFrame(const std::string& bytes) {
 
 void Answer(Session& session, const std::string& frame) {
   const std::string text = frame.substr(valmere::kFrameHeaderBytes);
-  if (text == R"({"Disconnect": true})" || text == "end")
+  if (text == R"({"Disconnect": true})" || text == "end") {
     session.ended = true;
-  else if (text.starts_with("bytes "))
+  } else if (text.starts_with("bytes ")) {
     session.replies += Frame(std::string(std::stoul(text.substr(6)), 'x'));
-  else if (text != "silent")
+  } else if (text == "cut off") {
+    session.replies += frame.substr(0, valmere::kStreamFormatIdentifier.size());
+    session.cut_off = true;
+  } else if (text != "silent") {
     session.replies += frame;
+  }
 }
 
 }  // namespace
@@ -98,20 +107,29 @@ FAKE_ENTRY uint32_t PRN_Open(uint32_t, uint32_t, uint32_t) {
 }
 
 FAKE_ENTRY uint32_t PRN_Close(uint32_t handle) {
-  const std::lock_guard hold(lock);
+  std::unique_lock hold(lock);
   const auto session = Find(handle);
   Log("close " + std::to_string(handle));
   if (session == nullptr) return 0;
   session->ended = true;
   sessions.erase(handle);
   changed.notify_all();
+  if (session->cut_off) {
+    constexpr std::chrono::milliseconds kWhile{300};
+    const uint32_t before = reads_of_the_closed;
+    changed.wait_for(hold, kWhile, [&] { return reads_of_the_closed != before; });
+  }
   return 1;
 }
 
 FAKE_ENTRY uint32_t PRN_Read(uint32_t handle, void* buffer, uint32_t count) {
   std::unique_lock hold(lock);
   const auto session = Find(handle);
-  if (session == nullptr) return count;
+  if (session == nullptr) {
+    ++reads_of_the_closed;
+    changed.notify_all();
+    return count;
+  }
   changed.wait(hold, [&] { return session->ended || !session->replies.empty(); });
   const std::size_t copied = std::min<std::size_t>(count, session->replies.size());
   std::memcpy(buffer, session->replies.data(), copied);

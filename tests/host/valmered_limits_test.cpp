@@ -71,6 +71,16 @@ TEST_F(ValmeredLimitsTest, ClosesAClientThatReadsAByteNowAndThen) {
   Stop(SIGTERM);
 }
 
+TEST_F(ValmeredLimitsTest, SendsNothingOfAReplyThatTheClosingOfTheHandleCutsOff) {
+  Start({"--frame-timeout", "0.3"});
+  const RawClient client(socket_);
+  client.Send(FrameOf("cut off") + FrameOf("overdue").substr(0, 21));
+  EXPECT_EQ(client.ReceiveToEnd(), "");
+  EXPECT_EQ(valmered_->ReadErrorLine(),
+            ClosedLine(1, "the rest of a frame did not come within 0.3 s"));
+  Stop(SIGTERM);
+}
+
 TEST_F(ValmeredLimitsTest, ClosesAClientThatStopsInTheMiddleOfAFrame) {
   Start({"--frame-timeout", "0.3"});
   RawClient half(socket_);
