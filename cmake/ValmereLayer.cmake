@@ -33,6 +33,12 @@ if(VALMERE_SANITIZE)
       $<$<BOOL:$<TARGET_PROPERTY:VALMERE_IS_TEST>>:-fno-sanitize=null,alignment,vptr>)
   endif()
 endif()
+if(VALMERE_SANITIZE STREQUAL "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # As a C++ linker clang adds the sanitizer's operators new and delete, where tests have their own.
+  set(CMAKE_CXX_LINK_EXECUTABLE
+      "<CMAKE_C_COMPILER> <FLAGS> <CMAKE_CXX_LINK_FLAGS> <LINK_FLAGS> <OBJECTS> -o <TARGET> \
+<LINK_LIBRARIES> -lstdc++ -lm")
+endif()
 if(VALMERE_COVERAGE)
   # By clang, which counts the branches of the source. gcc counts each call that may throw as one.
   target_compile_options(valmere_options INTERFACE -fprofile-instr-generate -fcoverage-mapping)

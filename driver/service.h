@@ -26,8 +26,9 @@ struct StorePaths {
 
 // Purpose: the root that everything hangs off.
 // Owner: the entry points.
-// Threads: made, completed and destroyed on the device manager's thread; sessions() from any.
-// Errors: std::bad_alloc from the constructor, also when the kernel has no thread for it.
+// Threads: made, completed and destroyed on the device manager's thread; sessions are opened, found
+// and closed by any.
+// Errors: std::bad_alloc, from the constructor also when the kernel has no thread for it.
 class ValmereService {
  public:
   ValmereService(std::shared_ptr<platform::FileSystem> files, const StorePaths& paths,

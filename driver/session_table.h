@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "driver/driver_session.h"
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 
 namespace valmere {
 

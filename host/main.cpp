@@ -45,17 +45,17 @@ int Serve(const Options& options) {
   ListeningSocket listener =
       inherited ? ListeningSocket(*inherited) : ListeningSocket(options.socket, root);
   DriverLibrary driver(options.library);
-  {
-    Server server(listener, driver, options.limits);
-    driver.Init();
-    if (server.Start()) {
-      std::printf("valmered: ready on %s\n", listener.path().c_str());
-      std::fflush(stdout);
-      NotifyReady();
-    }
-    server.Run();
-    NotifyStopping();
+  Server server(listener, driver, options.limits);
+  driver.Init();
+  if (server.Start()) {
+    std::printf("valmered: ready on %s\n", listener.path().c_str());
+    std::fflush(stdout);
+    NotifyReady();
   }
+  server.Run();
+  NotifyStopping();
+  // The clients have gone. The loop stays until the driver's threads have, so that more signals are
+  // taken and the loop's descriptors are not theirs under another name.
   driver.Deinit();
   return kExitOk;
 }

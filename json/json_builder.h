@@ -13,7 +13,7 @@
 namespace valmere {
 
 // Purpose: keeps the finished values and texts of a parse until a container or the caller takes
-//   them; the grammar's own stack holds only numbers and marks.
+//   them; the grammar's own stack holds only scalars, marks and places in the text.
 // Owner: the call of ParseJson, for its length.
 // Threads: one.
 // Errors: each step returns false when it failed; RethrowFailure then throws what stopped it. An

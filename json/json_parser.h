@@ -13,9 +13,9 @@ namespace valmere {
 // of the accepted language are json_scanner.l and json_grammar.y.
 //
 // Throws std::invalid_argument for a \u in single quotes without a hexadecimal number, and
-// std::bad_alloc; nothing is left behind. Should the scanner itself find no memory, it ends the
-// process. Any number of threads may parse at once; the stack that a parse needs does not grow with
-// the nesting of its text.
+// std::bad_alloc; nothing is left behind. A stack that finds no memory gives null, like a text that
+// can't be read. Should the scanner's buffers find none, it ends the process. Any number of threads
+// may parse at once; the stack that a parse needs does not grow with the nesting of its text.
 JsonValue ParseJson(std::string_view text);
 
 // The same without a copy of the text, which is overwritten. Two bytes are appended to it.

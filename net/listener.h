@@ -10,7 +10,8 @@ namespace valmere {
 // Purpose: waits for peers and yields a connection to each.
 // Owner: shared; the acceptor that serves it opens and closes it.
 // Threads: Accept blocks its caller; Close comes from any thread and ends it.
-// Errors: Open reports -1; Accept yields an empty pointer when it failed or the listener is closed.
+// Errors: Open reports -1; Accept yields an empty pointer when it failed or the listener is closed,
+// and throws std::bad_alloc where there is no memory for the connection.
 class Listener {
  public:
   Listener() = default;

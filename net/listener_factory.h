@@ -12,6 +12,7 @@ namespace valmere {
 inline constexpr std::uint16_t kNoListenerPort = 65534;
 
 // A null listener for kNoListenerPort, else a TCP listener for `port`; not opened yet.
+// Any thread; std::bad_alloc.
 std::shared_ptr<Listener> MakeListener(std::uint16_t port, int backlog);
 
 }  // namespace valmere

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "net/listener.h"
 #include "platform/sockets.h"
 

@@ -68,7 +68,11 @@ bool LineQueue::Drain() {
 
 RewriteResult LineQueue::Rewrite(const WriteRequest& request) {
   const ScopedLock hold(file_lock_);
-  return RewriteLine(*files_, request);
+  try {
+    return RewriteLine(*files_, request);
+  } catch (const std::exception&) {
+    return RewriteResult::kShortRead;  // no memory: to be told of, like a file that can't be read
+  }
 }
 
 void LineQueue::Report(const platform::WidePath& path, RewriteResult result) {

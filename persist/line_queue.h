@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "driver/sync/event_flags.h"
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "driver/sync/worker_thread.h"
 #include "persist/property_file_writer.h"
 #include "platform/files.h"

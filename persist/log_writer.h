@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "driver/sync/event_flags.h"
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "driver/sync/worker_thread.h"
 #include "net/connection.h"
 

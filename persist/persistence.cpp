@@ -83,14 +83,11 @@ std::shared_ptr<Persistence> Persistence::Make(std::shared_ptr<platform::FileSys
 void Persistence::PublishOwn() {
   const std::weak_ptr<Persistence> self = weak_from_this();
   load_command_->AddListener([self](const std::shared_ptr<Property>&) {
-    if (const auto persistence = self.lock()) persistence->Load();
+    if (const auto persistence = self.lock()) persistence->LoadOnCommand();
   });
   store_command_->AddListener([self](const std::shared_ptr<Property>&) {
     if (const auto persistence = self.lock()) persistence->StoreAll();
   });
-  LogChangesOf(*main_path_);
-  LogChangesOf(*override_path_);
-  LogChangesOf(*loading_error_);
   Publish(main_path_);
   Publish(override_path_);
   Publish(loading_error_);
@@ -109,7 +106,6 @@ void Persistence::RegisterProperty(const std::shared_ptr<Property>& property) {
   property->AddListener([self = weak_from_this()](const std::shared_ptr<Property>& changed) {
     if (const auto persistence = self.lock()) persistence->StoreOne(*changed);
   });
-  LogChangesOf(*property);
   Publish(property);
 }
 
@@ -172,6 +168,17 @@ bool Persistence::Load() {
   return outcome.Succeeded();
 }
 
+// Whoever asked for it by a message hears of a failure as of any other.
+void Persistence::LoadOnCommand() {
+  try {
+    Load();
+  } catch (const std::exception&) {
+    loading_error_->SetValue(true);
+    LogIn(DebugZone::kError,
+          [] { return std::string("No property file was loaded: out of memory"); });
+  }
+}
+
 // A file that is refused whole leaves what was loaded before. Any other takes its place entirely,
 // so that a line that has gone from the file is forgotten.
 LoadOutcome Persistence::LoadFiles() {
@@ -226,15 +233,11 @@ void Persistence::RestoreSilently(Property& property) {
 }
 
 void Persistence::RestoreAnnounced(Property& property, const std::string& text) {
-  restoring_thread_.store(platform::CurrentThreadId());
-  // A listener of another property that is being restored may have asked for this load.
-  const Property* const outer = restoring_.exchange(&property);
   try {
     property.SetFromString(text);
   } catch (const std::exception&) {
     LogUnfit(property, text);
   }
-  restoring_.store(outer);
 }
 
 void Persistence::LogUnfit(const Property& property, std::string_view text) {
@@ -244,36 +247,10 @@ void Persistence::LogUnfit(const Property& property, std::string_view text) {
   });
 }
 
-bool Persistence::IsRestoring(const Property& property) const {
-  return restoring_.load() == &property && restoring_thread_.load() == platform::CurrentThreadId();
-}
-
-void Persistence::LogChange(const Property& property) {
-  LogIn(DebugZone::kProperty, [&] {
-    return "Property " + QuoteForLog(property.name()) + " is now " +
-           QuoteForLog(property.GetValueString());
-  });
-}
-
-void Persistence::LogChangesOf(Property& property) {
-  property.AddListener([self = weak_from_this()](const std::shared_ptr<Property>& changed) {
-    if (!IsOn(DebugZone::kProperty)) return;
-    if (const auto persistence = self.lock()) persistence->LogChange(*changed);
-  });
-}
-
 // The value is read under the lock: of two changes at once the line queued last has the last value.
-// Whatever becomes of the line, the change has happened and the other listeners are to hear of it.
 void Persistence::StoreOne(const Property& property) {
-  if (IsRestoring(property)) return;
-  try {
-    const ScopedLock hold(store_lock_);
-    QueueLine(property);
-  } catch (const std::exception&) {
-    LogIn(DebugZone::kError, [&] {
-      return "Property " + QuoteForLog(property.name()) + " was not stored: out of memory";
-    });
-  }
+  const ScopedLock hold(store_lock_);
+  QueueLine(property);
 }
 
 void Persistence::StoreAll() {
@@ -282,18 +259,25 @@ void Persistence::StoreAll() {
     QueueLine(*property);
 }
 
-// A line ends at its first line feed, so a value that has one can't be stored.
-void Persistence::QueueLine(const Property& property) {
-  const std::string value = property.GetValueString();
-  if (value.find('\n') != std::string::npos) {
+// A line ends at its first line feed, so a value that has one can't be stored. Whatever becomes of
+// the line, the change has happened, and the other lines and listeners are to have their turn.
+void Persistence::QueueLine(const Property& property) noexcept {
+  try {
+    const std::string value = property.GetValueString();
+    if (value.find('\n') != std::string::npos) {
+      LogIn(DebugZone::kError, [&] {
+        return "Property " + QuoteForLog(property.name()) + " can't be stored: its value is " +
+               QuoteForLog(value);
+      });
+      return;
+    }
+    lines_.Push(
+        MakeWriteRequest(LeftSide(property), value, platform::WidenPath(main_path_->ToString())));
+  } catch (const std::exception&) {
     LogIn(DebugZone::kError, [&] {
-      return "Property " + QuoteForLog(property.name()) + " can't be stored: its value is " +
-             QuoteForLog(value);
+      return "Property " + QuoteForLog(property.name()) + " was not stored: out of memory";
     });
-    return;
   }
-  lines_.Push(
-      MakeWriteRequest(LeftSide(property), value, platform::WidenPath(main_path_->ToString())));
 }
 
 }  // namespace valmere

@@ -1,7 +1,6 @@
 // The service's own properties and the files that keep their values.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <exception>
@@ -10,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "persist/debug_switches.h"
 #include "persist/line_queue.h"
 #include "persist/log_sink.h"
@@ -58,7 +57,8 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   // Starts the thread that writes lines; false when there is none to be had.
   bool StartWorker(int priority) { return lines_.Start(priority); }
 
-  // Reads the files anew and gives their values to the registered properties, which announce them.
+  // Reads the files anew and gives their values to the registered properties, which announce them
+  // and so are stored anew. False when it fails; std::bad_alloc.
   bool Load() EXCLUDES(load_lock_);
   // Queues a line for every registered property, in the order of registration.
   void StoreAll() EXCLUDES(store_lock_);
@@ -69,6 +69,7 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
 
   void PublishOwn();
   void Publish(const std::shared_ptr<Property>& property) EXCLUDES(publish_lock_);
+  void LoadOnCommand() EXCLUDES(load_lock_);
   LoadOutcome LoadFiles() REQUIRES(load_lock_);
   void LogLoad(const LoadOutcome& outcome, platform::WidePathView main_path,
                platform::WidePathView override_path);
@@ -77,11 +78,8 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void RestoreSilently(Property& property) REQUIRES(load_lock_);
   void RestoreAnnounced(Property& property, const std::string& text);
   void LogUnfit(const Property& property, std::string_view text);
-  bool IsRestoring(const Property& property) const;
-  void LogChange(const Property& property);
-  void LogChangesOf(Property& property);
   void StoreOne(const Property& property) EXCLUDES(store_lock_);
-  void QueueLine(const Property& property) REQUIRES(store_lock_);
+  void QueueLine(const Property& property) noexcept REQUIRES(store_lock_);
   // Logs what `message` returns, now or when there is a log. A line that there is no memory for is
   // lost.
   template <class Message>
@@ -104,7 +102,7 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   Lock load_lock_;  // held around every load
   PropertyMap loaded_ GUARDED_BY(load_lock_);
 
-  mutable Lock store_lock_;  // held while lines are built and queued
+  Lock store_lock_;  // held while lines are built and queued
   std::deque<std::shared_ptr<Property>> registered_ GUARDED_BY(store_lock_);
 
   Lock publish_lock_;
@@ -116,11 +114,6 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   std::weak_ptr<LogSink> log_ GUARDED_BY(log_lock_);
   bool logging_ GUARDED_BY(log_lock_) = false;
   std::vector<std::string> early_messages_ GUARDED_BY(log_lock_);
-
-  // The property that a load is giving its value to, and on which thread: its announcement must not
-  // write the same line back.
-  std::atomic<const Property*> restoring_{nullptr};
-  std::atomic<std::uint32_t> restoring_thread_{0};
 
   LineQueue lines_;  // the last member: its thread uses the others
 };

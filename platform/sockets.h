@@ -13,11 +13,14 @@ inline constexpr int kNoBufferSpace = 10055;
 inline constexpr int kTimedOut = 10060;
 inline constexpr int kOtherSocketError = 10000;
 
-// Starts the socket library (version 2.2) and, when that went well, cleans it up at the end.
-bool StartSockets() noexcept;
+// The version of the socket library that is asked for: 2.2.
+inline constexpr std::uint16_t kSocketLibrary = 0x0202;
+
+// Starts the socket library: the version that there is, or 0 when it does not start.
+std::uint16_t StartSockets() noexcept;
 void CleanUpSockets() noexcept;
 
-// What a transfer gave: a count of 0 or more and the thread's last error code, or -1 and its error.
+// What a transfer gave: a count of 0 or more and no error, or -1 and its error.
 struct Transfer {
   int count;
   int error;

@@ -1,10 +1,11 @@
 // A client's stream as the message layer sees it: many threads may write to it.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <utility>
 
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "net/connection.h"
 
 namespace valmere {
@@ -27,11 +28,22 @@ class ClientConnection : public Connection {
     const ScopedLock hold(write_lock_);
     return stream_->WriteDeferringWake(buffer, length, wake);
   }
-  void Close() override { stream_->Close(); }
+  void Close() override {
+    ended_ = true;
+    stream_->Close();
+  }
   bool IsOpen() const override { return stream_->IsOpen(); }
+  // Whether the service has closed it. What a client wrote before it closed its own end still counts.
+  bool ended() const { return ended_; }
+
+  // Whether properties have been published on it; that of one that never did costs nothing to end.
+  bool has_published() const { return has_published_; }
+  void set_has_published() { has_published_ = true; }
 
  private:
   const std::shared_ptr<Connection> stream_;
+  std::atomic<bool> ended_{false};
+  std::atomic<bool> has_published_{false};
   Lock write_lock_;  // held for the length of a write; nothing is taken under it but the stream's
                      // own
 };

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "driver/sync/task_queue.h"
 #include "net/stream_sink.h"
 #include "persist/log_sink.h"

@@ -1,5 +1,6 @@
-// Frames in and out. A frame's fields are each read by exactly one call: every stream delivers what
-// was written in one piece as one piece, so a field that comes in two is a peer that lost its way.
+// Frames in and out. A frame's fields are each read by exactly one call. A driver session's stream
+// gives what was written in one piece as one piece, so there a field that comes in two is a peer that
+// lost its way; a TCP stream may cut up any text, and such a session ends all the same.
 #include "protocol/json_message.h"
 
 #include <stdexcept>

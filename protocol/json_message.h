@@ -11,13 +11,14 @@
 
 namespace valmere {
 
-// The one lock of the process under which JSON text is parsed and written.
+// The one lock of the process under which messages are parsed and written. What the publishing thread
+// renders shares nothing with them.
 platform::Lock& ParserLock();
 
 // Purpose: reads and writes framed messages and owns the object of the one at hand.
 // Owner: whoever holds the conversation; may be used for one message after another.
 // Threads: one at a time.
-// Errors: Read and Write return false. Read never throws for what a peer sent.
+// Errors: Read and Write return false, and throw std::bad_alloc, Read also for a text that is long.
 class JsonMessage {
  public:
   JsonMessage() : object_(JsonValue::Object()) {}

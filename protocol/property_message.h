@@ -9,9 +9,9 @@ namespace valmere {
 
 // Purpose: fills and takes apart the top-level keys of one message.
 // Owner, threads: those of JsonMessage.
-// Errors: none. Builders escape every text that they are given. Parsers read a missing key, a value
-// that is no string and an entry that is no object as empty texts; a key that is absent or holds no
-// array has no entries. What parsers return names texts inside this message.
+// Errors: std::bad_alloc. Builders escape every text that they are given. Parsers read a missing key,
+// a value that is no string and an entry that is no object as empty texts; a key that is absent or
+// holds no array has no entries. What parsers return names texts inside this message.
 class PropertyMessage : public JsonMessage {
  public:
   void SubscribeAll();

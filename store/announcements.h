@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "store/property.h"
 
 namespace valmere {

@@ -68,6 +68,7 @@ void ChangePublisher::Collect(ChangeStack& changes) {
     const auto changed = changes.Pop();
     if (!changed) return;
     Append(*changed, kStatusSuccessful);
+    unheard_.erase(changed);  // somebody listens to it now, and has heard of this
   }
 }
 
@@ -146,11 +147,15 @@ bool ChangePublisher::Deliver() {
 
 // False when the subscriber's connection took less than the frame.
 bool ChangePublisher::DeliverTo(Subscriber& subscriber) {
-  const std::string* const frame = FrameFor(subscriber);
-  if (frame == nullptr) return true;
-  const ScopedLock hold(subscriber.write_lock);
-  const int length = static_cast<int>(frame->size());
-  return subscriber.connection->Write(frame->data(), length) == length;
+  try {
+    const std::string* const frame = FrameFor(subscriber);
+    if (frame == nullptr) return true;
+    const ScopedLock hold(subscriber.write_lock);
+    const int length = static_cast<int>(frame->size());
+    return subscriber.connection->Write(frame->data(), length) == length;
+  } catch (const std::exception&) {
+    return true;  // no memory for its text: it goes without this period's, the others do not
+  }
 }
 
 const std::string* ChangePublisher::FrameFor(Subscriber& subscriber) {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <utility>
 
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "store/property.h"
 
 namespace valmere {

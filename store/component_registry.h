@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "store/component_property.h"
 #include "store/property_index.h"
 

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "driver/sync/live_counters.h"
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "store/listener_list.h"
 #include "store/property_identity.h"
 

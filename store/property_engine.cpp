@@ -66,7 +66,7 @@ void PropertyEngine::LogChangesOf(Property& property) const {
 bool PropertyEngine::HandleMessage(const PropertyMessage& message,
                                    const std::shared_ptr<ClientConnection>& sender,
                                    ReplyBuffer& reply) {
-  if (message.Has(keys::kSetRequests)) HandleSetRequests(message.ParseSetRequests());
+  if (message.Has(keys::kSetRequests)) HandleSetRequests(message.ParseSetRequests(), *sender);
   const bool answer = message.Has(keys::kGetRequests) || message.Has(keys::kGetAll);
   if (answer) BuildReply(message, reply);
   if (message.Has(keys::kSubscribeRequests) || message.Has(keys::kSubscribeAll))
@@ -115,15 +115,14 @@ void PropertyEngine::Subscribe(const PropertyMessage& message,
   });
 }
 
-bool PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
+void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
   std::unique_ptr<Subscriber> removed;
   {
     const ScopedLock hold(subscribers_.lock);
     removed = subscribers_.Remove(client);
   }
-  if (!removed) return false;
+  if (!removed) return;
   LogIn(DebugZone::kInfo, log_, [&] { return ClientText(client) + " is no subscriber any more"; });
-  return true;
 }
 
 // A reply and a notification to the same client must not meet on its stream, so a reply goes out

@@ -69,7 +69,8 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
   void HandleGetAll(ResponseFrame& replies) const;
   // Sets the service's own properties that clients may set; passes the others on to their owners,
   // one message for each owner. Unknown ones are passed over.
-  void HandleSetRequests(std::span<const PropertySetRecord> requests);
+  void HandleSetRequests(std::span<const PropertySetRecord> requests,
+                         const ClientConnection& sender);
   // Takes what a component says of its own properties.
   void ApplyComponentEntries(std::span<const PropertyResponseRecord> entries,
                              const std::shared_ptr<ClientConnection>& sender);
@@ -100,7 +101,7 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
 
   void BuildReply(const PropertyMessage& message, ReplyBuffer& reply) const;
   void Subscribe(const PropertyMessage& message, const std::shared_ptr<ClientConnection>& sender);
-  bool Unsubscribe(const ClientConnection& client) noexcept;
+  void Unsubscribe(const ClientConnection& client) noexcept;
   // Makes the property's changes reach the publisher; once, however many subscribe.
   void Observe(const std::shared_ptr<Property>& property) EXCLUDES(observe_lock_);
   void ObserveAll();

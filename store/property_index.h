@@ -34,12 +34,14 @@ class PropertyIndex {
   bool Add(const Handle& property) {
     const auto next = by_key_.lower_bound(property->key());
     if (next != by_key_.end() && next->property->key() == property->key()) return false;
-    Arrivals& group = GroupOf(property->group_guid());
     const auto placed = by_key_.insert(next, Entry{property, next_arrival_});
     try {
+      Arrivals& group = GroupOf(property->group_guid());
       group.emplace_hint(group.end(), next_arrival_, property);
     } catch (const std::bad_alloc&) {
       by_key_.erase(placed);
+      const auto group = by_group_.find(property->group_guid());
+      if (group != by_group_.end() && group->second.empty()) by_group_.erase(group);
       throw;
     }
     ++next_arrival_;

@@ -89,6 +89,7 @@ void PropertyEngine::Withdraw(const PropertyAddress& address) {
 }
 
 void PropertyEngine::WithdrawAllOf(const ClientConnection& client) noexcept {
+  if (!client.has_published()) return;  // most clients; it takes a look at every property to tell
   const ScopedLock hold(presence_lock_);
   for (const auto& [arrival, property] : components_.RemoveOwnedBy(client))
     Vanished(property);

@@ -109,9 +109,12 @@ std::shared_ptr<ClientConnection> PropertyEngine::OwnerOf(const PropertySetRecor
   return found ? found->connection() : nullptr;
 }
 
-void PropertyEngine::HandleSetRequests(std::span<const PropertySetRecord> requests) {
+// A service that ends does not wait until tens of thousands of sets in one message are done.
+void PropertyEngine::HandleSetRequests(std::span<const PropertySetRecord> requests,
+                                       const ClientConnection& sender) {
   RequestsByOwner forwards;
   for (const PropertySetRecord& request : requests) {
+    if (sender.ended()) break;
     if (IsOwnComponent(request.component)) {
       SetOwn(request);
     } else if (auto owner = OwnerOf(request)) {
@@ -169,6 +172,7 @@ std::shared_ptr<ComponentProperty> PropertyEngine::FindPublished(
     const auto owner = found->connection();
     if (!owner) continue;
     if (owner == publisher || owner->IsOpen()) return found;
+    publisher->set_has_published();
     if (components_.Reassign(found, *owner, publisher)) return found;
   }
 }
@@ -179,12 +183,13 @@ void PropertyEngine::ApplyComponentEntry(const PropertyResponseRecord& entry,
   const bool gone = entry.status == kStatusNoLongerAvailable;
   if (const auto found = FindPublished(entry, sender)) {
     LogReported(*found, entry.value);
-    found->SetFromString(std::string(entry.value));
+    found->SetValue(entry.value);
     if (gone) Withdraw({entry.component, entry.group_guid, entry.guid});
   } else if (gone) {
     // Nobody knew it, but somebody may have subscribed to it.
     publisher_.AnnounceVanished(MakePublished(entry, nullptr));
   } else if (entry.status == kStatusSuccessful) {
+    sender->set_has_published();
     const auto published = MakePublished(entry, sender);
     if (components_.Add(published)) Appeared(published);
   }

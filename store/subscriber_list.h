@@ -9,7 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "protocol/client_connection.h"
 #include "protocol/property_records.h"
 
@@ -54,7 +54,8 @@ class SubscriberList {
   template <class Keep>
   [[nodiscard]] Entries KeepIf(Keep keep) REQUIRES(lock);
   // Whether there is any, without the lock; what is changing meanwhile may go either way.
-  bool Any() const { return count_.load(std::memory_order_relaxed) != 0; }
+  // Sequentially consistent: who subscribes and reads a value meanwhile reads the new one, or is seen.
+  bool Any() const { return count_.load() != 0; }
 
  private:
   Entries RemoveFrom(Entries::iterator first) REQUIRES(lock);

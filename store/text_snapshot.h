@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 
 namespace valmere {
 

@@ -20,7 +20,8 @@ void ClearKeeping(std::size_t kept, Container& container) {
 }  // namespace
 
 bool UpdateEntries::Append(const PropertyResponseRecord& record) {
-  if (text_.size() >= kMostBytes) return false;
+  const bool vanished = record.status == kStatusNoLongerAvailable;
+  if (text_.size() >= kMostBytes && !vanished) return false;
   const std::size_t old_end = text_.size();
   whole_frame_is_current_ = false;
   try {
@@ -28,7 +29,7 @@ bool UpdateEntries::Append(const PropertyResponseRecord& record) {
     const std::size_t begin = text_.size();
     AppendResponseEntry(record, text_);
     entries_.push_back({PropertyKey(record.component, record.group_guid, record.guid).Text(), begin,
-                        text_.size(), record.status == kStatusNoLongerAvailable});
+                        text_.size(), vanished});
   } catch (const std::exception&) {
     text_.resize(old_end);
     throw;
@@ -55,14 +56,20 @@ const std::string& UpdateEntries::WholeFrame() {
 
 bool UpdateEntries::FrameFor(Keys& keys, std::string& frame) const {
   ResponseFrame picked(frame);
-  for (const Entry& entry : entries_) {
-    const auto key = keys.find(entry.key);
-    if (key == keys.end()) continue;
-    if (entry.vanished) keys.erase(key);
-    picked.AppendText(TextOf(entry));
+  Keys gone;
+  try {
+    for (const Entry& entry : entries_) {
+      const auto key = keys.find(entry.key);
+      if (key == keys.end()) continue;
+      picked.AppendText(TextOf(entry));
+      if (entry.vanished) gone.insert(keys.extract(key));
+    }
+    if (picked.empty()) return false;
+    picked.Finish();
+  } catch (const std::exception&) {
+    keys.merge(gone);
+    throw;
   }
-  if (picked.empty()) return false;
-  picked.Finish();
   return true;
 }
 

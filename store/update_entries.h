@@ -23,7 +23,8 @@ class UpdateEntries {
   // a period that never ends from taking all memory.
   static constexpr std::size_t kMostBytes = std::size_t{16} << 20;
 
-  // Refuses an entry that comes after kMostBytes of text.
+  // Refuses an entry that comes after kMostBytes of text, but for one that tells of a property's end:
+  // whoever misses that never learns of it, and a property ends but once.
   bool Append(const PropertyResponseRecord& record);
   bool empty() const { return entries_.empty(); }
   std::size_t size() const { return entries_.size(); }
@@ -34,6 +35,7 @@ class UpdateEntries {
   const std::string& WholeFrame();
   // Builds in `frame` the one with the entries whose keys are in `keys`, in order; a key whose
   // property is no longer available is taken out of `keys`. False when there is no such entry.
+  // std::bad_alloc leaves `keys` as they were.
   bool FrameFor(Keys& keys, std::string& frame) const;
 
  private:

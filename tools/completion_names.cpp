@@ -12,7 +12,7 @@ namespace {
 using client::Property;
 
 // Shortest first. The text is one for all: few of the forms are looked at again.
-constexpr std::size_t kForms = 3;
+constexpr std::size_t kNameForms = 3;
 void WriteForm(const Property& property, std::size_t form, std::string& text) {
   text.clear();
   if (form > 1) text.append(property.component_name).push_back('/');
@@ -46,7 +46,7 @@ Meanings MeaningsOf(std::string_view typed, std::span<const Property> properties
   Meanings meanings;
   std::string text;
   for (const Property& property : properties) {
-    for (std::size_t form = 0; form < kForms; ++form) {
+    for (std::size_t form = 0; form < kNameForms; ++form) {
       WriteForm(property, form, text);
       if (text.starts_with(typed)) Count(text, property, meanings);
     }
@@ -58,7 +58,7 @@ Meanings MeaningsOf(std::string_view typed, std::span<const Property> properties
 // Leaves the shortest form that means the property alone in `text`; false when there is none.
 bool WriteName(const Property& property, std::string_view typed, const Meanings& meanings,
                std::string& text) {
-  for (std::size_t form = 0; form < kForms; ++form) {
+  for (std::size_t form = 0; form < kNameForms; ++form) {
     WriteForm(property, form, text);
     if (text.starts_with(typed) && CanBeTyped(text) && meanings.at(text) != nullptr) return true;
   }

@@ -20,7 +20,7 @@
 namespace valmere::tools {
 namespace {
 
-struct Arguments {
+struct FrameOptions {
   std::string file = "-";
   bool check = false;
   bool hex = false;
@@ -59,7 +59,7 @@ void Dump(std::string_view bytes, Output& out) {
     out.ShownLine(line);
 }
 
-std::optional<Failure> Encode(const Arguments& arguments, Output& out) {
+std::optional<Failure> Encode(const FrameOptions& arguments, Output& out) {
   const auto text = ReadText(arguments.file);
   if (const Failure* failure = std::get_if<Failure>(&text)) return *failure;
   if (arguments.check) {
@@ -77,7 +77,7 @@ std::optional<Failure> Encode(const Arguments& arguments, Output& out) {
   return std::nullopt;
 }
 
-void PrintFrame(const FrameReader& frames, const Arguments& arguments, Output& out) {
+void PrintFrame(const FrameReader& frames, const FrameOptions& arguments, Output& out) {
   if (arguments.hex) Dump(frames.header(), out);
   std::string text = frames.text();
   if (!out.style().null_ends) std::replace(text.begin(), text.end(), '\n', ' ');
@@ -85,7 +85,7 @@ void PrintFrame(const FrameReader& frames, const Arguments& arguments, Output& o
   out.Flush();
 }
 
-std::optional<Failure> Decode(const Arguments& arguments, Output& out) {
+std::optional<Failure> Decode(const FrameOptions& arguments, Output& out) {
   const auto input = OpenInput(arguments.file);
   if (const Failure* failure = std::get_if<Failure>(&input)) return *failure;
   std::FILE* const file = std::get<InputFile>(input).get();
@@ -108,11 +108,11 @@ std::optional<Failure> Decode(const Arguments& arguments, Output& out) {
   }
 }
 
-using Action = std::optional<Failure> (*)(const Arguments&, Output&);
+using FrameAction = std::optional<Failure> (*)(const FrameOptions&, Output&);
 
 void AddAction(Command& frame, Invocation& invocation, const char* name, const char* about,
-               const char* hex, const char* footer, Action action) {
-  const auto arguments = std::make_shared<Arguments>();
+               const char* hex, const char* footer, FrameAction action) {
+  const auto arguments = std::make_shared<FrameOptions>();
   Command command = frame.AddCommand(name, about);
   command.AddPositional("FILE", arguments->file, "What to read; - is standard input",
                         Command::Need::kOptional);

@@ -16,7 +16,7 @@
 namespace valmere::tools {
 namespace {
 
-struct Arguments {
+struct PropfileOptions {
   std::string file;
   std::string wanted;
   std::string value;
@@ -90,7 +90,7 @@ void Print(const PropfileText& file, Output& out) {
   }
 }
 
-std::optional<Failure> Show(const Arguments& arguments, Output& out) {
+std::optional<Failure> Show(const PropfileOptions& arguments, Output& out) {
   const auto bytes = ReadWholeFile(arguments.file);
   if (const Failure* failure = std::get_if<Failure>(&bytes)) return *failure;
   const PropfileText file = ReadPropfileText(std::get<std::string>(bytes));
@@ -102,7 +102,7 @@ std::optional<Failure> Show(const Arguments& arguments, Output& out) {
   return std::nullopt;
 }
 
-std::optional<Failure> Check(const Arguments& arguments, Output& out) {
+std::optional<Failure> Check(const PropfileOptions& arguments, Output& out) {
   const auto bytes = ReadWholeFile(arguments.file);
   if (const Failure* failure = std::get_if<Failure>(&bytes)) return *failure;
   const PropfileText file = ReadPropfileText(std::get<std::string>(bytes));
@@ -135,7 +135,7 @@ std::variant<const PropfileLine*, Failure> FindLine(const PropfileText& file,
   return found;
 }
 
-std::optional<Failure> Set(const Arguments& arguments, Output&) {
+std::optional<Failure> Set(const PropfileOptions& arguments, Output&) {
   if (arguments.value.find('\n') != std::string::npos)
     return Failure{kExitBadValue, "a value in a property file cannot hold a line feed"};
   const auto bytes = ReadWholeFile(arguments.file);
@@ -150,7 +150,7 @@ std::optional<Failure> Set(const Arguments& arguments, Output&) {
   return ReplaceFile(arguments.file, Sealed(WithValue(file, target, arguments.value)));
 }
 
-std::optional<Failure> Seal(const Arguments& arguments, Output&) {
+std::optional<Failure> Seal(const PropfileOptions& arguments, Output&) {
   const auto bytes = ReadWholeFile(arguments.file);
   if (const Failure* failure = std::get_if<Failure>(&bytes)) return *failure;
   const std::string& old = std::get<std::string>(bytes);
@@ -162,11 +162,11 @@ std::optional<Failure> Seal(const Arguments& arguments, Output&) {
   return ReplaceFile(arguments.file, sealed);
 }
 
-using Action = std::optional<Failure> (*)(const Arguments&, Output&);
+using PropfileAction = std::optional<Failure> (*)(const PropfileOptions&, Output&);
 
 Command AddAction(Command& propfile, Invocation& invocation,
-                  const std::shared_ptr<Arguments>& arguments, const char* name, const char* about,
-                  Action action) {
+                  const std::shared_ptr<PropfileOptions>& arguments, const char* name,
+                  const char* about, PropfileAction action) {
   Command command = propfile.AddCommand(name, about);
   command.AddPositional("FILE", arguments->file, "The property file", Command::Need::kRequired);
   command.SetRun(invocation, [arguments, action](Output& out) { return action(*arguments, out); });
@@ -178,7 +178,7 @@ Command AddAction(Command& propfile, Invocation& invocation,
 void AddPropfileCommand(CLI::App& app, Invocation& invocation) {
   using enum Command::Need;
   Command propfile(app, "propfile", "Look into property files, and mend them");
-  const auto arguments = std::make_shared<Arguments>();
+  const auto arguments = std::make_shared<PropfileOptions>();
   AddAction(propfile, invocation, arguments, "show",
             "Print key, names and value of each line, and whether the CRC is good", Show);
   AddAction(propfile, invocation, arguments, "check",

@@ -16,7 +16,7 @@ struct Form {
   std::size_t length;
 };
 
-constexpr Form kForms[] = {
+constexpr Form kUtf8Forms[] = {
     {0x80, 0x00, 0, 1}, {0xe0, 0xc0, 0x80, 2}, {0xf0, 0xe0, 0x800, 3}, {0xf8, 0xf0, 0x10000, 4}};
 
 bool IsCharacter(char32_t number, const Form& form) {
@@ -43,7 +43,7 @@ struct Character {
 
 Character FirstOf(std::string_view text) {
   const auto first = static_cast<unsigned char>(text.front());
-  for (const Form& form : kForms) {
+  for (const Form& form : kUtf8Forms) {
     if ((first & form.mask) != form.value) continue;
     if (const auto number = Decode(text, form)) return {form.length, number};
   }

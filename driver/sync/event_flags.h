@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "driver/sync/live_counters.h"
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 
 namespace valmere {
 

@@ -5,13 +5,13 @@
 #include <vector>
 
 #include "driver/sync/event_flags.h"
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "driver/sync/worker_thread.h"
 
 namespace valmere {
 
 // Purpose: runs jobs one after another on a background thread.
-// Owner: the service, as its first member, so that it outlives all who push jobs.
+// Owner: shared by the service and the manager of the streams, whose threads push jobs.
 // Threads: Push from any thread, from within a job too.
 // Errors: a job must not throw. Jobs still queued at destruction are run before it returns; where
 // the kernel gave no thread, all of them run there.

@@ -198,8 +198,8 @@ bool FinishInterruptedConnect(int descriptor) {
 }  // namespace
 
 // The kernel's sockets need no start.
-bool StartSockets() noexcept {
-  return true;
+std::uint16_t StartSockets() noexcept {
+  return kSocketLibrary;
 }
 void CleanUpSockets() noexcept {}
 

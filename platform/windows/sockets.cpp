@@ -195,9 +195,9 @@ class WindowsListenSocket final : public ListenSocket {
 
 }  // namespace
 
-bool StartSockets() noexcept {
+std::uint16_t StartSockets() noexcept {
   WSADATA data{};
-  return WSAStartup(MAKEWORD(2, 2), &data) == 0;
+  return WSAStartup(kSocketLibrary, &data) == 0 ? data.wVersion : 0;
 }
 
 void CleanUpSockets() noexcept {

@@ -62,6 +62,15 @@ class BadInputTest : public EntryTest {
   std::optional<Client> bystander_;
 };
 
+TEST_F(BadInputTest, NoBufferIsNeitherFilledNorRead) {
+  Client client;
+  EXPECT_TRUE(client.Send(GetText(kOwnComponent)));
+  EXPECT_EQ(PRN_Write(client.handle(), nullptr, 5), -1);
+  EXPECT_EQ(PRN_Read(client.handle(), nullptr, 5), 5u);
+  EXPECT_EQ(client.Receive(), OwnComponentText());
+  EXPECT_EQ(client.Ask(GetText(kOwnComponent)), OwnComponentText());
+}
+
 TEST_F(BadInputTest, AFrameOfTheWrongLengthEndsTheSession) {
   const std::string text = GetText(kOwnComponent);
   const auto length = static_cast<std::uint32_t>(text.size());

@@ -1,4 +1,5 @@
 // The end of the service, and what is left of it.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -8,11 +9,15 @@
 #include "platform/kernel.h"
 #include "tests/driver/entry_fixture.h"
 #include "tests/driver/process_state.h"
+#include "tests/persist/property_file_samples.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere::testing {
 namespace {
 
+constexpr const char* kInfoZoneOn =
+    "E96B0063-C2EF-4545-92E1-AC4990BA1B37:8D6BC3E1-3943-4E0D-97E7-601690F93C1E|"
+    "Debug Zones:Enable Info Debug Zone=True\n";
 constexpr platform::Ticks kGrace = 3000 * platform::kTicksPerMillisecond;
 
 // A thread that waits in PRN_Read.
@@ -63,7 +68,7 @@ void UseService(std::vector<std::unique_ptr<Client>>& clients) {
 }
 
 TEST(UnloadTest, IsCleanWithSessionsInEveryState) {
-  const DeviceRoot device;
+  DeviceRoot device;
   ASSERT_EQ(PRN_Init(0), 1u);
   auto clients = OpenClients(14);
   UseService(clients);
@@ -83,10 +88,15 @@ TEST(UnloadTest, IsCleanWithSessionsInEveryState) {
   char byte = 'x';
   EXPECT_EQ(PRN_Read(1, &byte, 1), 1u);
 
+  device.MakeFolder("root/Store");
+  device.Put("root/Store/ValmereProperties.ini", WithTrailer(kInfoZoneOn));
   ASSERT_EQ(PRN_Init(0), 1u);
   EXPECT_EQ(PRN_Open(1, 0, 0), 1u);
   EXPECT_EQ(PRN_Deinit(1), 1u);
   EXPECT_EQ(Marker(device), kMarkerBytes + kMarkerBytes);
+  EXPECT_THAT(device.Get("root/Store/ValmereLog.txt"),
+              ::testing::HasSubstr(",All sessions are closed\r\n"))
+      << "while the service was there";
 }
 
 TEST(UnloadTest, WritesItsMarkerIntoTheRootOfThatInit) {

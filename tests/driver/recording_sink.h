@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "driver/sync/shared_lock.h"
+#include "driver/sync/lock.h"
 #include "net/stream_sink.h"
 
 namespace valmere::testing {

@@ -106,6 +106,10 @@ struct Remains {
   }
 };
 
+#ifndef VALMERE_ALLOCATION_STEP
+#define VALMERE_ALLOCATION_STEP 1
+#endif
+
 // One kind of fault; runs an act with the first, the second, the third ... call of its kind failing,
 // until the act comes to its end without that.
 class FaultTest : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
@@ -137,7 +141,7 @@ class FaultTest : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
   // `act` is given n, orders the fault and tells whether it was reached.
   template <class Act>
   static void ForEachFault(Act act) {
-    for (std::uint64_t n = 1;; ++n) {
+    for (std::uint64_t n = 1;; n += fault() == Fault::kMemory ? VALMERE_ALLOCATION_STEP : 1) {
       SCOPED_TRACE(TestNameOf(fault()) + " " + std::to_string(n));
       if (!act(n) || HasFailure()) return;
     }

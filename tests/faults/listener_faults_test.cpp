@@ -58,6 +58,10 @@ class ListeningService {
     }
     return received == reply;
   }
+  // Whether each stream is released once its peer has gone.
+  bool KeepsNoStream() const {
+    return testing::Eventually([&] { return handlers_->LiveStreams() == 0; });
+  }
 
  private:
   std::shared_ptr<TaskQueue> tasks_;
@@ -79,6 +83,7 @@ TEST_P(ListenerFaults, CostThatPeer) {
       service.Answers();
       const bool reached = ordered.End();
       ASSERT_TRUE(service.Answers());
+      ASSERT_TRUE(service.KeepsNoStream());
       if (!reached) break;
     }
   }

@@ -44,6 +44,26 @@ TEST_P(StartFaults, LeaveAWholeServiceOrNone) {
   });
 }
 
+class ReplacementFaults : public testing::FaultTest {};
+
+// Handles count from one again in a new service.
+TEST_P(ReplacementFaults, LeaveTheNewServiceOrNone) {
+  ForEachFault([&](std::uint64_t n) {
+    Start();
+    const FaultClient of_the_old_one;
+    OrderedFault ordered(fault(), n, extent());
+    Start();
+    const bool reached = ordered.End();
+    const std::uint32_t handle = FaultClient().handle();
+    EXPECT_LE(handle, 1u);
+    if (handle != 0) {
+      EXPECT_TRUE(Answers());
+    }
+    StopCleanly();
+    return reached;
+  });
+}
+
 // What all texts share is made with the first of them, which is in a process of its own here.
 TEST(FirstText, IsRefusedWhereItsLocksAreAndMadeOnceTheyAreNot) {
   for (std::uint64_t n = 1;; ++n) {
@@ -61,6 +81,10 @@ INSTANTIATE_TEST_SUITE_P(Every, StartFaults,
                          testing::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
                                                Fault::kOpen, Fault::kLook, Fault::kRead,
                                                Fault::kWrite),
+                         testing::FaultName);
+
+INSTANTIATE_TEST_SUITE_P(Every, ReplacementFaults,
+                         testing::EveryFaultOf(Fault::kThread, Fault::kKernelObject, Fault::kOpen),
                          testing::FaultName);
 
 }  // namespace

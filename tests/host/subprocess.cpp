@@ -13,6 +13,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "platform/posix/sanitizers.h"
+
 extern char** environ;
 
 namespace valmere::test {
@@ -21,7 +23,7 @@ namespace {
 // The thread sanitizer's runtime takes a program's signals first and passes them on when it sees
 // fit; about one in some hundred it has been seen to lose. There, and only there, a signal is sent
 // again after ten silent seconds.
-#ifdef __SANITIZE_THREAD__
+#ifdef VALMERE_THREAD_SANITIZER
 constexpr bool kSignalsGetLost = true;
 #else
 constexpr bool kSignalsGetLost = false;

@@ -8,13 +8,18 @@ namespace {
 int starts = 0;
 int clean_ups = 0;
 
-bool Succeed() noexcept {
+std::uint16_t Succeed() noexcept {
   ++starts;
-  return true;
+  return 0x0202;
 }
-bool Fail() noexcept {
+std::uint16_t Fail() noexcept {
   ++starts;
-  return false;
+  return 0;
+}
+// The lower byte is the major version.
+std::uint16_t GiveAnOlderOne() noexcept {
+  ++starts;
+  return 0x0102;
 }
 void CleanUp() noexcept {
   ++clean_ups;
@@ -36,13 +41,17 @@ TEST_F(NetworkStartupTest, StartsTheLibraryAndCleansItUpWhenItDies) {
   EXPECT_EQ(1, clean_ups);
 }
 
-TEST_F(NetworkStartupTest, LeavesALibraryAloneThatDidNotStart) {
-  {
-    const NetworkStartup guard(Fail, CleanUp);
-    EXPECT_FALSE(guard.started());
-    EXPECT_EQ(1, starts);
+TEST_F(NetworkStartupTest, CleansALibraryUpAtOnceThatDidNotStartOrIsOfAnotherVersion) {
+  for (const NetworkStartup::StartFunction start : {Fail, GiveAnOlderOne}) {
+    SetUp();
+    {
+      const NetworkStartup guard(start, CleanUp);
+      EXPECT_FALSE(guard.started());
+      EXPECT_EQ(1, starts);
+      EXPECT_EQ(1, clean_ups);
+    }
+    EXPECT_EQ(1, clean_ups);
   }
-  EXPECT_EQ(0, clean_ups);
 }
 
 TEST_F(NetworkStartupTest, StartsTheRealLibrary) {

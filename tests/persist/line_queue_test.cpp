@@ -213,12 +213,16 @@ TEST(LineQueueThread, LeavesTheOtherLinesForTheNextPushAfterAShortRead) {
   }
 }
 
-TEST(LineQueueThread, GoesOnAfterALineForWhichThereWasNoMemory) {
+TEST(LineQueueThread, TellsOfALineForWhichThereWasNoMemoryAndGoesOn) {
   bool memory = false;
   const auto files = std::make_shared<WatchedFileSystem>([&memory] {
     if (!std::exchange(memory, true)) throw std::bad_alloc();
   });
-  LineQueue queue(files, ReportToNobody);
+  std::atomic<int> reports{0};
+  LineQueue queue(files, [&](const platform::WidePath&, RewriteResult cause) {
+    EXPECT_EQ(cause, RewriteResult::kShortRead);
+    ++reports;
+  });
   queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
   queue.Push(MakeWriteRequest("c|d", "2", kQueuedFile));
   queue.Start(251);
@@ -226,6 +230,7 @@ TEST(LineQueueThread, GoesOnAfterALineForWhichThereWasNoMemory) {
     queue.Push(MakeWriteRequest("e|f", "3", kQueuedFile));
     return files->disk.Get(kQueuedFile) == WithTrailer("c|d=2\ne|f=3\n");
   }));
+  EXPECT_EQ(reports, 1);
 }
 
 }  // namespace

@@ -168,10 +168,10 @@ TEST_F(PropertyFileTest, ReadsLinesOfAMebibyte) {
   EXPECT_EQ(map_["a"].value, value);
 }
 
-TEST_F(PropertyFileTest, ReadsAHundredThousandLines) {
-  EXPECT_EQ(ReadBody(testing::ManyLines(100'000)), PropertyFileResult::kRead);
-  ASSERT_EQ(map_.size(), 100'000u);
-  EXPECT_EQ(map_.rbegin()->second.value, "99999");
+TEST_F(PropertyFileTest, ReadsTensOfThousandsOfLines) {
+  EXPECT_EQ(ReadBody(testing::ManyLines(30'000)), PropertyFileResult::kRead);
+  ASSERT_EQ(map_.size(), 30'000u);
+  EXPECT_EQ(map_.rbegin()->second.value, "29999");
 }
 
 TEST(PropertyFileResult, HasAnEndOfASentenceForEachValue) {

@@ -1,6 +1,7 @@
 // Sockets on the loopback address, always on ports that the system chose.
 #include "platform/sockets.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
@@ -58,12 +59,19 @@ std::vector<char> ReceiveAll(StreamSocket& socket, int length) {
   return bytes;
 }
 
-std::vector<char> Pattern(int length, int seed) {
-  std::vector<char> bytes(static_cast<std::size_t>(length));
-  unsigned state = static_cast<unsigned>(seed);
-  for (char& byte : bytes) {
+// A block of random bytes again and again, whose size divides no buffer's.
+std::vector<char> Pattern(std::size_t length, unsigned seed) {
+  std::vector<char> block(65'521);
+  unsigned state = seed;
+  for (char& byte : block) {
     state = state * 1664525U + 1013904223U;
     byte = static_cast<char>(state >> 24);
+  }
+  std::vector<char> bytes;
+  bytes.reserve(length);
+  while (bytes.size() < length) {
+    const std::size_t count = std::min(block.size(), length - bytes.size());
+    bytes.insert(bytes.end(), block.data(), block.data() + count);
   }
   return bytes;
 }
@@ -342,7 +350,7 @@ TEST(StreamSocket, FailsASendFiveSecondsAfterThePeerLastTookAnything) {
 }
 
 TEST(SocketLibrary, StartsAndIsCleanedUp) {
-  ASSERT_TRUE(StartSockets());
+  ASSERT_EQ(kSocketLibrary, StartSockets());
   CleanUpSockets();
 }
 

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/kernel.h"
 #include "protocol/message_frame.h"
 #include "protocol/property_message.h"
 #include "tests/support/frames.h"
@@ -32,6 +33,10 @@ bool Reads(std::vector<std::string> pieces) {
   ScriptedConnection connection(std::move(pieces));
   PropertyMessage message;
   return message.Read(connection);
+}
+
+platform::Ticks AMomentLater() {
+  return platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond;
 }
 
 // An object whose text has exactly `size` bytes.
@@ -193,15 +198,34 @@ TEST(JsonMessageRead, FailsForABrokenUnicodeEscapeInSingleQuotesAndFreesTheParse
 TEST(JsonMessageRead, WaitsForTheParserLockButReadsWithoutIt) {
   ScriptedConnection connection(FieldsOf("{}"));
   bool read = false;
+  platform::Semaphore done;
   ParserLock().Enter();
   TestThread reader([&] {
     PropertyMessage message;
     read = message.Read(connection);
+    done.Release();
   });
   EXPECT_TRUE(testing::Eventually([&] { return connection.reads().size() == 3; }));
+  EXPECT_FALSE(done.WaitUntil(AMomentLater()));
   ParserLock().Leave();
   reader.Join();
   EXPECT_TRUE(read);
+}
+
+TEST(JsonMessageWrite, WaitsForTheParserLock) {
+  ScriptedConnection connection;
+  platform::Semaphore done;
+  ParserLock().Enter();
+  TestThread writer([&] {
+    PropertyMessage message;
+    EXPECT_TRUE(message.Write(connection));
+    done.Release();
+  });
+  EXPECT_FALSE(done.WaitUntil(AMomentLater()));
+  EXPECT_TRUE(connection.writes().empty());
+  ParserLock().Leave();
+  writer.Join();
+  EXPECT_EQ(1u, connection.writes().size());
 }
 
 TEST(JsonMessageWrite, WritesTheWholeFrameByOneCall) {

@@ -528,13 +528,23 @@ class ThrowingConnection final : public Connection {
   bool IsOpen() const override { return true; }
 };
 
-TEST_F(Publishing, GoesOnWithTheNextPeriodWhenMemoryRunsOutWhileItWrites) {
+TEST_F(Publishing, TellsThoseBehindASubscriberForWhomThereIsNoMemory) {
   const Client throwing(std::make_shared<ThrowingConnection>());
-  Subscribe(client);
   Subscribe(throwing);
+  Subscribe(client);
   for (int i = 0; i < 3; ++i)
     EXPECT_EQ(2, PassesUntilWritten(client, 10));
   EXPECT_EQ(2u, CountSubscribers());
+}
+
+TEST_F(Publishing, TellsOfAGoingHoweverMuchElseThePeriodHas) {
+  Subscribe(client, {{"C", "G", "1"}});
+  property->SetFromString(std::string(UpdateEntries::kMostBytes, 'x'));
+  publisher.PushChange(property);
+  publisher.AnnounceVanished(Published("1"));
+  EndPeriod();
+  EXPECT_EQ((Texts{Responses({{.guid = "1", .status = kGone}})}), client.TakeTexts());
+  EXPECT_EQ(0u, KeysOf(client).size());
 }
 
 // Says when it was written to.

@@ -70,6 +70,15 @@ TEST(ComponentRegistry, IsAsItWasWhenThereIsNoMemoryToAdd) {
   EXPECT_THAT(GroupOf(registry, "g"), ElementsAre(present->key(), property->key()));
 }
 
+TEST(ComponentRegistry, KeepsNoGroupThatThereWasNoMemoryToFill) {
+  ComponentRegistry registry;
+  const auto property = Make("c", std::string(100, 'g'), "a");
+  const std::size_t before = testing::BytesInUse();
+  testing::FailEachAllocation([&] { registry.Add(property); },
+                              [&] { EXPECT_EQ(testing::BytesInUse(), before); });
+  EXPECT_THAT(AllOf(registry), ElementsAre(property->key()));
+}
+
 TEST(ComponentRegistry, FindsWhatWasAdded) {
   ComponentRegistry registry;
   const auto first = Make("c", "g", "a");

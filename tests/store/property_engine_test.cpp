@@ -114,6 +114,17 @@ TEST_F(MessageHandling, DoesAllThatAMessageAsksForWithADisconnectButAnswersNothi
   EXPECT_EQ(Responses({EntryText{}}), Get("C", "G:P"));
 }
 
+TEST_F(MessageHandling, LeavesTheSetsThatAreLeftWhenTheServiceEndsTheSession) {
+  const auto property = AddOwn("P", "old");
+  const auto other = AddOwn("Q", "old");
+  property->AddListener([&](const std::shared_ptr<Property>&) { client.connection->Close(); });
+  const std::string sets = R"("PropertySetRequests": [{"Component": "OWN","GUID": "G:P",)"
+                           R"("Value": "new"},{"Component": "OWN","GUID": "G:Q","Value": "new"}])";
+  Send(client, Message({sets}));
+  EXPECT_EQ("new", property->GetValue());
+  EXPECT_EQ("old", other->GetValue());
+}
+
 TEST_F(MessageHandling, EndsTheSessionAtADisconnectOfAnyValue) {
   for (const char* value : {"true", "false", "null", "0", R"("")", "[]"})
     EXPECT_FALSE(Send(client, std::string(R"({"Disconnect": )") + value + "}")) << value;
@@ -180,6 +191,25 @@ class ProbedConnection final : public Connection {
  private:
   const std::function<void()> probe_;
 };
+
+TEST_F(MessageHandling, MakesTheReplyUnderTheParserLock) {
+  for (const std::string& text : {std::string(kGetAllText), Message({kGetOwn})}) {
+    testing::ScriptedConnection frame({testing::FrameOf(text)});
+    PropertyMessage message;
+    ASSERT_TRUE(message.Read(frame));
+    platform::Semaphore done;
+    ParserLock().Enter();
+    TestThread asking([&] {
+      EXPECT_TRUE(engine->HandleMessage(message, client.connection, client.reply));
+      done.Release();
+    });
+    EXPECT_FALSE(done.WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond));
+    EXPECT_TRUE(client.TakeTexts().empty());
+    ParserLock().Leave();
+    asking.Join();
+    EXPECT_EQ(1u, client.TakeTexts().size());
+  }
+}
 
 TEST_F(MessageHandling, WritesTheReplyWithoutTheParserLock) {
   bool lock_was_free = false;

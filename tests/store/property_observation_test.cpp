@@ -524,5 +524,28 @@ TEST_F(Observation, SurvivesSubscribersAndPublishersThatComeAndGoWhileItPublishe
   EXPECT_TRUE(EndPeriod(client).empty()) << "nothing is left that would be published";
 }
 
+TEST_F(Observation, TellsOnceOfAChangeThatComesAfterTheSubscription) {
+  Client other;
+  Subscribe(other, "C", "G:Q");
+  Publish(owner, EntryText{});
+  engine->PublishPass();
+  Subscribe(client, "C", "G:P");
+  Publish(owner, {.value = "W"});
+  engine->PublishPass();
+  EXPECT_EQ((Texts{Responses({EntryText{}, {.value = "W"}})}), client.TakeTexts());
+}
+
+TEST_F(Observation, LogsAChangeOfAPropertyThatIsStoredOnce) {
+  persistence->AttachEngine(engine);
+  persistence->AttachLog(log);
+  const auto property = StringProperty::Make("V", "P", "Name", "G", "Group");
+  persistence->RegisterProperty(property);
+  log->TakeLines();
+  SwitchOf(DebugZone::kProperty) = true;
+  property->SetValue("W");
+  SwitchOf(DebugZone::kProperty) = false;
+  EXPECT_EQ((std::vector<std::string>{R"(Property "Name" changes to "W")"}), log->TakeLines());
+}
+
 }  // namespace
 }  // namespace valmere

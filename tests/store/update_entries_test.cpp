@@ -134,6 +134,21 @@ TEST(UpdateEntries, StayAsTheyAreWhenThereIsNoMemoryForOneMore) {
   EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = guid}})), entries.WholeFrame());
 }
 
+TEST(UpdateEntries, LeaveTheKeysAsTheyAreWhenThereIsNoMemoryForTheirText) {
+  UpdateEntries entries;
+  const std::string value(100'000, 'x');
+  entries.Append({"G", "Group", "1", "Name", value, kStatusNoLongerAvailable, "C", "Client"});
+  entries.Append(Record("2", value));
+  UpdateEntries::Keys keys{"C:G:1", "C:G:2"};
+  std::string frame;
+  testing::FailEachAllocation([&] { entries.FrameFor(keys, frame); },
+                              [&] {
+                                EXPECT_EQ(2u, keys.size());
+                                std::string().swap(frame);
+                              });
+  EXPECT_EQ(UpdateEntries::Keys{"C:G:2"}, keys);
+}
+
 TEST(UpdateEntries, TakesTheEntryThatReachesTheMostAndNoneAfterIt) {
   const std::size_t others = EntryText{.value = ""}.Text().size();
   const std::string value(UpdateEntries::kMostBytes - others, 'x');

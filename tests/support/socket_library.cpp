@@ -9,7 +9,7 @@ namespace {
 
 class SocketLibrary final : public ::testing::Environment {
  public:
-  void SetUp() override { ASSERT_TRUE(platform::StartSockets()); }
+  void SetUp() override { ASSERT_EQ(platform::kSocketLibrary, platform::StartSockets()); }
   void TearDown() override { platform::CleanUpSockets(); }
 };
 
