@@ -88,8 +88,10 @@ TEST(EventFlagsStress, KeepPredicatesAndMasksApart) {
       threads.emplace_back([&, timed = i % 2 == 0] {
         for (int round = 0; round < kRounds; ++round) {
           if (timed) {
-            while (flags.WaitFor(take, 1) == 0) {
-            }
+            // Not the word tells whether something was taken: until the first Set it is 0.
+            bool took = false;
+            while (!took)
+              flags.WaitFor([&] { return took = take(); }, 1);
           } else {
             flags.Wait(take);
           }
