@@ -67,8 +67,8 @@ bool PropertyEngine::HandleMessage(const PropertyMessage& message,
                                    const std::shared_ptr<ClientConnection>& sender,
                                    ReplyBuffer& reply) {
   if (message.Has(keys::kSetRequests)) HandleSetRequests(message.ParseSetRequests(), *sender);
-  const bool answer = message.Has(keys::kGetRequests) || message.Has(keys::kGetAll);
-  if (answer) BuildReply(message, reply);
+  const bool answer = (message.Has(keys::kGetRequests) || message.Has(keys::kGetAll)) &&
+                      BuildReply(message, *sender, reply);
   if (message.Has(keys::kSubscribeRequests) || message.Has(keys::kSubscribeAll))
     Subscribe(message, sender);
   if (message.Has(keys::kGetResponses)) ApplyComponentEntries(message.ParseGetResponses(), sender);
@@ -82,17 +82,24 @@ bool PropertyEngine::HandleMessage(const PropertyMessage& message,
   return sent;
 }
 
-void PropertyEngine::BuildReply(const PropertyMessage& message, ReplyBuffer& reply) const {
+// Nothing is made for a client that is gone: a service that ends with many requests queued would
+// spend the time of all sessions on replies that nobody reads. Looked at under the lock, for which
+// many may have waited while their clients went.
+bool PropertyEngine::BuildReply(const PropertyMessage& message, const ClientConnection& sender,
+                                ReplyBuffer& reply) const {
+  std::vector<PropertyAddress> requests;
+  const bool all = message.Has(keys::kGetAll);
+  if (!all) requests = message.ParseGetRequests();
+  const ScopedLock hold(ParserLock());
+  if (!sender.IsOpen()) return false;
   ResponseFrame frame(reply);
-  if (message.Has(keys::kGetAll)) {
-    const ScopedLock hold(ParserLock());
+  if (all) {
     HandleGetAll(frame);
   } else {
-    const std::vector<PropertyAddress> requests = message.ParseGetRequests();
-    const ScopedLock hold(ParserLock());
     HandleGetRequests(requests, frame);
   }
   frame.Finish();
+  return true;
 }
 
 void PropertyEngine::Subscribe(const PropertyMessage& message,

@@ -99,7 +99,9 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
   void LogChangesOf(Property& property) const;
   std::shared_ptr<ClientConnection> OwnerOf(const PropertySetRecord& request) const;
 
-  void BuildReply(const PropertyMessage& message, ReplyBuffer& reply) const;
+  // False when there is nobody to reply to any more.
+  bool BuildReply(const PropertyMessage& message, const ClientConnection& sender,
+                  ReplyBuffer& reply) const;
   void Subscribe(const PropertyMessage& message, const std::shared_ptr<ClientConnection>& sender);
   void Unsubscribe(const ClientConnection& client) noexcept;
   // Makes the property's changes reach the publisher; once, however many subscribe.

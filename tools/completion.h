@@ -17,7 +17,7 @@ namespace valmere::tools {
 // Gives the properties of the service that listens at a socket.
 using PropertySource = std::function<std::vector<client::Property>(const std::string& socket)>;
 
-// Asks the service itself, for 300 ms at most; no properties when it does not answer.
+// Asks the service itself, for a second at most; no properties when it does not answer.
 std::vector<client::Property> LiveProperties(const std::string& socket);
 
 // What may stand for the last of `words`, which are those after the program's name: commands,

@@ -13,7 +13,8 @@
 namespace valmere::tools {
 namespace {
 
-constexpr std::chrono::milliseconds kServicePatience{300};
+// Ample for a service on a loaded machine; who waits that long has one that hangs.
+constexpr std::chrono::seconds kServicePatience{1};
 
 void PrintLines(const std::vector<std::string>& lines) {
   for (const std::string& line : lines) {

@@ -211,6 +211,30 @@ TEST_F(MessageHandling, MakesTheReplyUnderTheParserLock) {
   }
 }
 
+TEST_F(MessageHandling, MakesNoReplyForAClientThatIsGone) {
+  for (const std::string& text : {std::string(kGetAllText), Message({kGetOwn})}) {
+    Client leaving;
+    testing::ScriptedConnection frame({testing::FrameOf(text)});
+    PropertyMessage message;
+    ASSERT_TRUE(message.Read(frame));
+    ParserLock().Enter();
+    TestThread asking([&] { engine->HandleMessage(message, leaving.connection, leaving.reply); });
+    leaving.stream->Close();
+    ParserLock().Leave();
+    asking.Join();
+    EXPECT_EQ("", leaving.reply);
+    EXPECT_TRUE(leaving.stream->writes().empty());
+  }
+}
+
+TEST_F(MessageHandling, DoesWhatAClientAskedForBeforeItWent) {
+  const auto property = AddOwn("P", "old");
+  client.stream->Close();
+  EXPECT_TRUE(Send(client, Message({kGetOwn, kSetOwn}))) << "more of its messages may be queued";
+  EXPECT_EQ("", client.reply);
+  EXPECT_EQ("new", property->GetValue());
+}
+
 TEST_F(MessageHandling, WritesTheReplyWithoutTheParserLock) {
   bool lock_was_free = false;
   Client probed(

