@@ -133,7 +133,7 @@ TEST_F(StoredTest, LoadPropertiesTellsSubscribersOfWhatIsNew) {
             Responses(Entry(Own(kPeriod), "Valmere", "General", "Property Publishing Period in ms",
                             "Successful", "250")));
   EXPECT_EQ(Get(client, kLoadingError), "False");
-  EXPECT_EQ(device().Get(kMain), WithTrailer(kPeriodLine + "250\n"));
+  EXPECT_TRUE(MainBecomes(kPeriodLine + "250\n"));
 }
 
 TEST_F(StoredTest, ALoadThatFailsIsAnErrorAndLoggedWithItsCause) {

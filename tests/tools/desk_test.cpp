@@ -331,14 +331,20 @@ TEST_F(DeskTest, MeasuresRoundTrips) {
 TEST_F(DeskTest, StoresAndLoads) {
   EXPECT_EQ(Run({"store"}).code, 0);
   const std::string file = folder_.Path("root/Store/ValmereProperties.ini");
-  const auto written = [&] {
+  const auto holds = [&](const std::string& line_part) {
     std::ifstream input(file);
     std::stringstream text;
     text << input.rdbuf();
-    return text.str().find("Qt Common Modules Build Number=") != std::string::npos;
+    return text.str().find(line_part) != std::string::npos;
   };
   // The service writes behind our back, this line as the last; a load of half a file would fail.
-  EXPECT_TRUE(testing::Eventually([&] { return written() && Run({"load"}).code == 0; }));
+  EXPECT_TRUE(testing::Eventually(
+      [&] { return holds("Qt Common Modules Build Number=") && Run({"load"}).code == 0; }));
+  // A load writes its lines back; the one that is asked for now comes behind them.
+  EXPECT_EQ(Run({"set", "Property Publishing Period in ms", "750"}).code, 0);
+  EXPECT_TRUE(testing::Eventually([&] {
+    return holds("Period in ms=750\n") && Run({"propfile", "check", file}).code == 0;
+  }));
   std::ofstream(file) << "no property file";
   const Outcome outcome = Run({"load"});
   EXPECT_EQ(outcome.code, 1);
