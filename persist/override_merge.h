@@ -32,7 +32,8 @@ using RequestWrite = std::function<void(const PropertyLine& line)>;
 
 // Reads the main file into `map`; if that went well and there is an override file that reads well,
 // applies it to `map`, asks for the lines to be written and removes it. An override file that
-// doesn't read well is neither applied nor removed.
+// doesn't read well is neither applied nor removed. std::bad_alloc, also from `request_write`: the
+// override file is still there then, and the map may be half filled.
 LoadOutcome LoadPropertyFiles(platform::FileSystem& files, platform::WidePathView main_path,
                               platform::WidePathView override_path, PropertyMap& map,
                               const RequestWrite& request_write);

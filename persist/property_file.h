@@ -41,7 +41,8 @@ std::string_view Describe(PropertyFileResult result) noexcept;
 
 // Adds the lines of the file to `map`; a line replaces an earlier one of its key. Nothing is added
 // unless the result is kRead or kMalformedLine. A last line without its "\n" is passed over: it is
-// what a file that was cut off and then given a good CRC would end with.
+// what a file that was cut off and then given a good CRC would end with. std::bad_alloc, with some
+// of the lines added.
 PropertyFileResult ReadPropertyFile(platform::FileSystem& files, platform::WidePathView path,
                                     PropertyMap& map);
 

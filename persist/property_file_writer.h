@@ -39,7 +39,8 @@ std::string_view Describe(RewriteResult result) noexcept;
 // Rewrites the file with the request's line in place of the first one that begins with its prefix,
 // or with the line at the end if none does. The old checksum isn't looked at: a file with a wrong
 // one is mended. A last line without its "\n" is given one. The new checksum is written last, so a
-// rewrite that was cut off anywhere leaves a file that is refused whole.
+// rewrite that was cut off anywhere leaves a file that is refused whole. std::bad_alloc, while the
+// file is still as it was.
 RewriteResult RewriteLine(platform::FileSystem& files, const WriteRequest& request);
 
 }  // namespace valmere
