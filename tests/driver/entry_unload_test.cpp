@@ -125,7 +125,7 @@ TEST(LeftoverTest, NoThreadHandleOrMemoryIsLeft) {
   for (std::size_t& in_use : memory) {
     ASSERT_EQ(PRN_Init(0), 1u);
     {
-      auto clients = OpenClients(100);
+      auto clients = OpenClients(30);
       UseService(clients);
       // Each has a thread that is at work; not for longer than a thread is given to end, though.
       for (std::size_t i = 10; i < clients.size(); ++i)
