@@ -69,6 +69,9 @@ TEST(JsonNumber, ReadsFloatsAsTheCLibraryDoes) {
   EXPECT_EQ(FloatFromToken("-1e309"), -kInfinity);
   EXPECT_EQ(FloatFromToken(std::string(400, '1') + ".0"), kInfinity);
   EXPECT_EQ(FloatFromToken("0." + std::string(400, '0') + "1"), 0.0);
+  // Far from 1 by its zeros and by its exponent, which all but make up for each other.
+  EXPECT_EQ(FloatFromToken("0." + std::string(1329, '0') + "1e1000"), 0.0);
+  EXPECT_EQ(FloatFromToken("0." + std::string(999, '0') + "1e1330"), kInfinity);
 }
 
 TEST(JsonNumber, ReadsTokensWithoutADigitAsZero) {
