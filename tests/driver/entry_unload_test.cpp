@@ -5,6 +5,8 @@
 #include <atomic>
 #include <memory>
 #include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/kernel.h"
@@ -121,8 +123,14 @@ TEST(LeftoverTest, NoThreadHandleOrMemoryIsLeft) {
   TestThread([] {}).Join();  // a sanitizer's own thread comes with the first other one
   const std::size_t threads = ThreadCount();
   const std::size_t handles = HandleCount();
-  std::size_t memory[2] = {};
-  for (std::size_t& in_use : memory) {
+  // A run may leave something for good, such as what the C library keeps at hand; a run that leaks
+  // does so each time.
+  constexpr int kMostRuns = 5;
+  constexpr std::size_t kKeptAtHand = 8 * 1024;
+  std::string marker;
+  std::size_t in_use = 0;
+  bool grows = true;
+  for (int run = 0; run < kMostRuns && grows; ++run) {
     ASSERT_EQ(PRN_Init(0), 1u);
     {
       auto clients = OpenClients(30);
@@ -135,12 +143,12 @@ TEST(LeftoverTest, NoThreadHandleOrMemoryIsLeft) {
     }
     EXPECT_EQ(ThreadCount(), threads);
     EXPECT_EQ(HandleCount(), handles);
-    in_use = HeapBytes();
+    marker += kMarkerBytes;
+    EXPECT_EQ(Marker(device), marker);
+    const std::size_t before = std::exchange(in_use, HeapBytes());
+    grows = run == 0 || in_use > before + kKeptAtHand;
   }
-  // What a first run leaves for good, such as buffers of the C library, a second one does not add
-  // to.
-  EXPECT_LT(memory[1], memory[0] + 16 * 1024);
-  EXPECT_EQ(Marker(device), kMarkerBytes + kMarkerBytes);
+  EXPECT_FALSE(grows);
 }
 
 class ReplacedServiceTest : public EntryTest {};
