@@ -53,7 +53,7 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
   bool AddProperty(std::shared_ptr<Property> property) override;
 
   // Handles all that one message asks for, in a fixed order, and writes the reply, if there is one,
-  // to the sender. False when the session is over.
+  // to the sender, unless that has gone. False when the session is over.
   bool HandleMessage(const PropertyMessage& message,
                      const std::shared_ptr<ClientConnection>& sender, ReplyBuffer& reply);
 

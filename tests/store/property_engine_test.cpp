@@ -227,13 +227,6 @@ TEST_F(MessageHandling, MakesNoReplyForAClientThatIsGone) {
   }
 }
 
-TEST_F(MessageHandling, LeavesTheSetsOfASessionThatTheServiceHasEnded) {
-  const auto property = AddOwn("P", "old");
-  client.connection->Close();
-  EXPECT_TRUE(Send(client, Message({kSetOwn})));
-  EXPECT_EQ("old", property->GetValue());
-}
-
 TEST_F(MessageHandling, DoesWhatAClientAskedForBeforeItWent) {
   const auto property = AddOwn("P", "old");
   client.stream->Close();
