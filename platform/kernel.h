@@ -76,8 +76,8 @@ class Semaphore {
   alignas(8) std::byte storage_[4 * sizeof(void*)];
 };
 
-// One kernel thread. Start, WaitEnded and ForceEnd are called by one thread at a time, never by the
-// thread itself.
+// One kernel thread. Start, WaitEnded, ForceEnd and LeaveBehind are called by one thread at a time,
+// never by the thread itself.
 class Thread {
  public:
   using Entry = void (*)(void* argument);
@@ -88,7 +88,7 @@ class Thread {
   static constexpr std::size_t kStackBytes = std::size_t{256} * 1024;
 
   Thread() noexcept = default;
-  // The thread must have ended, by itself (WaitEnded) or by force.
+  // The thread must have ended, by itself (WaitEnded) or by force, or have been left behind.
   ~Thread();
   Thread(const Thread&) = delete;
   Thread& operator=(const Thread&) = delete;
@@ -99,11 +99,14 @@ class Thread {
   bool Start(Entry entry, void* argument, int priority) noexcept;
   // True when the thread has ended or was never started; false after `milliseconds`.
   bool WaitEnded(std::uint32_t milliseconds) noexcept;
-  // Ends the thread where it stands and waits until it is gone: nothing of its stack is unwound,
-  // locks that it holds stay held, its stack may stay allotted. A last resort for a thread that
-  // does not come back. Waits no longer than a second: a thread that hangs in the kernel ends
-  // later.
-  void ForceEnd() noexcept;
+  // Ends the thread where it stands, if it waits in a call of this layer and holds no Lock: nothing
+  // of its stack is unwound, and its stack may stay allotted, but nobody waits for what it held. False,
+  // and nothing has happened, when it is anywhere else; a moment later it may be there. Waits no
+  // longer than a second: a thread that hangs in the kernel goes later.
+  bool ForceEnd() noexcept;
+  // Gives the thread up: it goes on until its entry returns, whenever that is, and what the entry uses
+  // must stay. The code that it runs is not unloaded.
+  void LeaveBehind() noexcept;
 
  private:
   struct State;

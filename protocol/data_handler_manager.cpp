@@ -1,5 +1,6 @@
 // One thread per stream. A thread can't release its own wrapper, so its last act is to ask the task
-// queue to do so.
+// queue to do so. What it serves with is shared with it: a thread that was left behind at the end may
+// need it for longer than the manager is there.
 #include "protocol/data_handler_manager.h"
 
 #include <algorithm>
@@ -8,7 +9,9 @@
 #include <new>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
+#include "driver/sync/lock.h"
 #include "driver/sync/worker_thread.h"
 #include "protocol/client_connection.h"
 
@@ -21,6 +24,28 @@ constexpr std::string_view kUnknownFormat =
 std::atomic<std::uint32_t> g_next_serial{0};
 
 }  // namespace
+
+// What serves a stream, on the calling thread.
+class DataHandlerManager::Server {
+ public:
+  Server(ServiceContext context, std::shared_ptr<LogSink> log)
+      : context_(std::move(context)), log_(std::move(log)) {}
+
+  void RegisterFactory(std::shared_ptr<DataHandlerFactory> factory) EXCLUDES(lock_) {
+    const ScopedLock hold(lock_);
+    factories_.push_back(std::move(factory));
+  }
+  int Handle(const std::shared_ptr<PeekableStream>& stream) EXCLUDES(lock_);
+  void HandleAndClose(const std::shared_ptr<PeekableStream>& stream) EXCLUDES(lock_);
+
+ private:
+  DataHandlerFactory* BestFactory(const PeekableStream& stream) EXCLUDES(lock_);
+
+  const ServiceContext context_;
+  const std::shared_ptr<LogSink> log_;
+  Lock lock_;
+  std::vector<std::shared_ptr<DataHandlerFactory>> factories_ GUARDED_BY(lock_);
+};
 
 // The live streams by serial number. Once closed it takes no more.
 class DataHandlerManager::StreamTable {
@@ -70,6 +95,9 @@ class DataHandlerManager::StreamTable {
     }
     for (auto& [serial, record] : ending)
       record.stream->Close();
+    const platform::Ticks deadline = WorkerThread::TimeToEnd();
+    for (auto& [serial, record] : ending)
+      record.thread->EndBy(deadline);
   }
 
   std::size_t size() const EXCLUDES(lock_) {
@@ -104,37 +132,7 @@ class DataHandlerManager::StreamTable {
   Records records_ GUARDED_BY(lock_);
 };
 
-DataHandlerManager::DataHandlerManager(ServiceContext context, std::shared_ptr<LogSink> log,
-                                       std::shared_ptr<TaskQueue> tasks, int priority)
-    : context_(std::move(context)),
-      log_(std::move(log)),
-      tasks_(std::move(tasks)),
-      priority_(priority),
-      streams_(std::make_shared<StreamTable>()) {}
-
-DataHandlerManager::~DataHandlerManager() {
-  streams_->CloseAll();
-}
-
-void DataHandlerManager::RegisterFactory(std::shared_ptr<DataHandlerFactory> factory) {
-  const ScopedLock hold(factories_lock_);
-  factories_.push_back(std::move(factory));
-}
-
-void DataHandlerManager::AddStream(std::shared_ptr<Connection> stream) {
-  const std::uint32_t serial = g_next_serial.fetch_add(1);
-  auto peekable =
-      std::make_shared<PeekableStream>(std::make_shared<ClientConnection>(std::move(stream)));
-  auto thread = std::make_unique<WorkerThread>(
-      [this, serial, peekable] {
-        ServeAndClose(peekable);
-        AskForRelease(serial);
-      },
-      priority_);
-  if (!streams_->Add(serial, {peekable, std::move(thread)})) peekable->Close();
-}
-
-void DataHandlerManager::ServeAndClose(const std::shared_ptr<PeekableStream>& stream) {
+void DataHandlerManager::Server::HandleAndClose(const std::shared_ptr<PeekableStream>& stream) {
   try {
     Handle(stream);
   } catch (const std::exception&) {
@@ -143,15 +141,7 @@ void DataHandlerManager::ServeAndClose(const std::shared_ptr<PeekableStream>& st
   stream->Close();
 }
 
-void DataHandlerManager::AskForRelease(std::uint32_t serial) {
-  try {
-    tasks_->Push([streams = streams_, serial] { streams->Release(serial); });
-  } catch (const std::bad_alloc&) {
-    streams_->Defer(serial);
-  }
-}
-
-int DataHandlerManager::Handle(const std::shared_ptr<PeekableStream>& stream) {
+int DataHandlerManager::Server::Handle(const std::shared_ptr<PeekableStream>& stream) {
   DataHandlerFactory* factory = nullptr;
   while (factory == nullptr) {
     if (!stream->Peek(kPeekBytes)) {
@@ -164,9 +154,9 @@ int DataHandlerManager::Handle(const std::shared_ptr<PeekableStream>& stream) {
   return handler ? handler->Serve(context_) : 0;
 }
 
-DataHandlerFactory* DataHandlerManager::BestFactory(const PeekableStream& stream) {
+DataHandlerFactory* DataHandlerManager::Server::BestFactory(const PeekableStream& stream) {
   constexpr std::uint32_t kWorstScore = 0xffff;
-  const ScopedLock hold(factories_lock_);
+  const ScopedLock hold(lock_);
   DataHandlerFactory* best = nullptr;
   std::uint32_t best_score = kWorstScore;
   for (const auto& factory : factories_) {
@@ -177,6 +167,57 @@ DataHandlerFactory* DataHandlerManager::BestFactory(const PeekableStream& stream
     }
   }
   return best;
+}
+
+DataHandlerManager::DataHandlerManager(ServiceContext context, std::shared_ptr<LogSink> log,
+                                       std::shared_ptr<TaskQueue> tasks, int priority)
+    : server_(std::make_shared<Server>(std::move(context), std::move(log))),
+      tasks_(std::move(tasks)),
+      priority_(priority),
+      streams_(std::make_shared<StreamTable>()) {}
+
+DataHandlerManager::~DataHandlerManager() {
+  End();
+}
+
+void DataHandlerManager::End() {
+  streams_->CloseAll();
+}
+
+void DataHandlerManager::RegisterFactory(std::shared_ptr<DataHandlerFactory> factory) {
+  server_->RegisterFactory(std::move(factory));
+}
+
+void DataHandlerManager::AddStream(std::shared_ptr<Connection> stream) {
+  const std::uint32_t serial = g_next_serial.fetch_add(1);
+  auto peekable =
+      std::make_shared<PeekableStream>(std::make_shared<ClientConnection>(std::move(stream)));
+  // The thread belongs to the table, and a thread that was left behind has outlived the queue.
+  auto thread = std::make_unique<WorkerThread>(
+      [server = server_, streams = std::weak_ptr(streams_), tasks = std::weak_ptr(tasks_), serial,
+       peekable] {
+        server->HandleAndClose(peekable);
+        AskForRelease(streams, tasks, serial);
+      },
+      priority_);
+  if (!streams_->Add(serial, {peekable, std::move(thread)})) peekable->Close();
+}
+
+void DataHandlerManager::AskForRelease(const std::weak_ptr<StreamTable>& streams,
+                                       const std::weak_ptr<TaskQueue>& tasks,
+                                       std::uint32_t serial) {
+  const auto table = streams.lock();
+  const auto queue = tasks.lock();
+  if (!table || !queue) return;
+  try {
+    queue->Push([table, serial] { table->Release(serial); });
+  } catch (const std::bad_alloc&) {
+    table->Defer(serial);
+  }
+}
+
+int DataHandlerManager::Handle(const std::shared_ptr<PeekableStream>& stream) {
+  return server_->Handle(stream);
 }
 
 std::size_t DataHandlerManager::LiveStreams() const {

@@ -1,11 +1,10 @@
 // Gives every new stream a thread and finds out what it carries.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
-#include "driver/sync/lock.h"
 #include "driver/sync/task_queue.h"
 #include "net/stream_sink.h"
 #include "persist/log_sink.h"
@@ -15,7 +14,7 @@ namespace valmere {
 
 // Purpose: serves each stream on a thread of its own, by the handler that knows its format.
 // Owner: shared by the service, the acceptor and the session table.
-// Threads: any. Destroyed by none of its stream threads; closes and ends them all.
+// Threads: any. Ended by none of its stream threads.
 // Errors: a stream for which no thread can be had is closed at once.
 class DataHandlerManager : public StreamSink {
  public:
@@ -25,33 +24,32 @@ class DataHandlerManager : public StreamSink {
   // `log` may be empty. The priority is that of the stream threads.
   DataHandlerManager(ServiceContext context, std::shared_ptr<LogSink> log,
                      std::shared_ptr<TaskQueue> tasks, int priority);
+  // As End.
   ~DataHandlerManager() override;
   DataHandlerManager(const DataHandlerManager&) = delete;
   DataHandlerManager& operator=(const DataHandlerManager&) = delete;
 
-  void RegisterFactory(std::shared_ptr<DataHandlerFactory> factory) EXCLUDES(factories_lock_);
+  void RegisterFactory(std::shared_ptr<DataHandlerFactory> factory);
   // Starts serving the stream; when that ends the service's end of it is closed.
   void AddStream(std::shared_ptr<Connection> stream) override;
   // Serves the stream on the calling thread: the handler's result, or 0 when none was found.
-  int Handle(const std::shared_ptr<PeekableStream>& stream) EXCLUDES(factories_lock_);
+  int Handle(const std::shared_ptr<PeekableStream>& stream);
+  // Closes all streams, then ends their threads, which share the time that one is given. A stream
+  // that is added later is closed at once.
+  void End();
   // How many streams are being served.
   std::size_t LiveStreams() const;
 
  private:
+  class Server;
   class StreamTable;
 
-  DataHandlerFactory* BestFactory(const PeekableStream& stream) EXCLUDES(factories_lock_);
-  void ServeAndClose(const std::shared_ptr<PeekableStream>& stream);
-  void AskForRelease(std::uint32_t serial);
+  static void AskForRelease(const std::weak_ptr<StreamTable>& streams,
+                            const std::weak_ptr<TaskQueue>& tasks, std::uint32_t serial);
 
-  const ServiceContext context_;
-  const std::shared_ptr<LogSink> log_;
+  const std::shared_ptr<Server> server_;
   const std::shared_ptr<TaskQueue> tasks_;
   const int priority_;
-
-  Lock factories_lock_;
-  std::vector<std::shared_ptr<DataHandlerFactory>> factories_ GUARDED_BY(factories_lock_);
-
   // Shared with the jobs that release ended streams, which may run after the manager has gone.
   const std::shared_ptr<StreamTable> streams_;
 };

@@ -1,31 +1,77 @@
-// The thread's end is the wrapper's end: the owner first tells the function to return, then
-// destroys the wrapper, which gives the thread a moment and after that takes it away.
+// The thread's end is the wrapper's end: the owner first tells the function to return, then ends the
+// wrapper, which gives the thread a moment and after that takes it away, or leaves it to itself where
+// taking it away would take more than the thread. What the function owns lies in a body of its own,
+// which goes with whichever of the two needs it longer.
 #include "driver/sync/worker_thread.h"
 
+#include <atomic>
 #include <cassert>
 #include <utility>
 
 namespace valmere {
+namespace {
+
+// After the time is up: how long a worker that runs may take to come to a place where it can be
+// ended by force.
+constexpr platform::Ticks kForceTime = 50 * platform::kTicksPerMillisecond;
+
+// What is left until then, in whole milliseconds.
+std::uint32_t MillisecondsUntil(platform::Ticks deadline) {
+  const platform::Ticks left = deadline - platform::MonotonicNow();
+  return left > 0 ? static_cast<std::uint32_t>(left / platform::kTicksPerMillisecond) : 0;
+}
+
+}  // namespace
+
+struct WorkerThread::Body {
+  explicit Body(std::function<void()> function) : entry(std::move(function)) {}
+
+  // The last of the two gives it back.
+  void LetGo() {
+    if (holders.fetch_sub(1) == 1) delete this;
+  }
+
+  const LiveWorkerThreads live;
+  const std::function<void()> entry;
+  std::atomic<std::uint32_t> thread_id{0};  // of the running thread; 0 before it runs
+  std::atomic<int> holders{1};
+};
 
 WorkerThread::WorkerThread(std::function<void()> entry, int priority)
-    : entry_(std::move(entry)), priority_(priority) {}
+    : priority_(priority), body_(new Body(std::move(entry))) {}
 
 WorkerThread::~WorkerThread() {
-  assert((!started_ || thread_id_.load() != platform::CurrentThreadId()) &&
-         "a worker's wrapper is destroyed on its own thread");
-  if (!thread_.WaitEnded(kEndWaitMilliseconds)) thread_.ForceEnd();
+  End();
+  body_->LetGo();
 }
 
 bool WorkerThread::Start() {
   if (started_) return false;
-  started_ = thread_.Start(&WorkerThread::Run, this, priority_);
+  body_->holders = 2;
+  started_ = thread_.Start(&WorkerThread::Run, body_, priority_);
+  if (!started_) body_->holders = 1;
   return started_;
 }
 
-void WorkerThread::Run(void* self) {
-  auto* const worker = static_cast<WorkerThread*>(self);
-  worker->thread_id_ = platform::CurrentThreadId();
-  worker->entry_();
+void WorkerThread::Run(void* argument) {
+  Body* const body = static_cast<Body*>(argument);
+  body->thread_id = platform::CurrentThreadId();
+  body->entry();
+  body->LetGo();
+}
+
+platform::Ticks WorkerThread::TimeToEnd() {
+  return platform::MonotonicNow() + kEndWaitMilliseconds * platform::kTicksPerMillisecond;
+}
+
+void WorkerThread::EndBy(platform::Ticks deadline) noexcept {
+  assert((!started_ || body_->thread_id != platform::CurrentThreadId()) &&
+         "a worker is ended on its own thread");
+  if (thread_.WaitEnded(MillisecondsUntil(deadline))) return;
+  while (!thread_.WaitEnded(1)) {
+    if (thread_.ForceEnd()) return body_->LetGo();  // the thread itself does not come to it
+    if (platform::MonotonicNow() >= deadline + kForceTime) return thread_.LeaveBehind();
+  }
 }
 
 }  // namespace valmere

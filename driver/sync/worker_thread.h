@@ -1,7 +1,6 @@
 // A worker: one thread with a priority, ended with its wrapper.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 
@@ -12,17 +11,20 @@ namespace valmere {
 
 // Purpose: runs one function on a thread of its own.
 // Owner: the component whose work it does; never destroyed on the thread that it wraps.
-// Threads: Start and destruction on the owner's thread.
+// Threads: Start, End and destruction on the owner's thread.
 // Errors: Start returns false when the kernel gives no thread. The function must not throw.
+//
+// A function that does not return in time is ended by force if it waits in the kernel with no lock
+// held, and otherwise left behind: it goes on until it returns, counted among the live workers. So it
+// owns all that it touches, by handles of its own; they are given back when it has ended.
 class WorkerThread {
  public:
-  // How long the destructor waits for the function to return before it ends the thread by force.
+  // How long the end waits for the function to return.
   static constexpr std::uint32_t kEndWaitMilliseconds = 500;
 
   // Priority 0 to 255, smaller is more urgent.
   WorkerThread(std::function<void()> entry, int priority);
-  // The owner must have told the function to return; after kEndWaitMilliseconds it is ended where
-  // it stands.
+  // As End.
   ~WorkerThread();
   WorkerThread(const WorkerThread&) = delete;
   WorkerThread& operator=(const WorkerThread&) = delete;
@@ -32,14 +34,21 @@ class WorkerThread {
   bool started() const { return started_; }
   int priority() const { return priority_; }
 
- private:
-  static void Run(void* self);
+  // The owner must have told the function to return. After kEndWaitMilliseconds it is ended by force
+  // or left behind.
+  void End() noexcept { EndBy(TimeToEnd()); }
+  // The same for several that share the time: all are told, then each is ended by the same deadline.
+  static platform::Ticks TimeToEnd();
+  void EndBy(platform::Ticks deadline) noexcept;
 
-  LiveWorkerThreads live_;
-  const std::function<void()> entry_;
+ private:
+  struct Body;
+
+  static void Run(void* body);
+
   const int priority_;
   bool started_ = false;
-  std::atomic<std::uint32_t> thread_id_{0};  // of the running thread; 0 before it runs
+  Body* body_;
   platform::Thread thread_;
 };
 

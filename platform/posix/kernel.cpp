@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <new>
 
+#include "platform/posix/current_thread.h"
 #include "platform/posix/sanitizers.h"
 #ifdef VALMERE_THREAD_SANITIZER
 #include <sanitizer/tsan_interface.h>
@@ -51,6 +52,14 @@ sem_t* Sem(void* storage) {
   return static_cast<sem_t*>(storage);
 }
 
+// A worker that holds a lock is not ended by force.
+inline void CountTaken() {
+  if (current_thread_mark != nullptr) current_thread_mark->TookLock();
+}
+inline void CountLeft() {
+  if (current_thread_mark != nullptr) current_thread_mark->LeftLock();
+}
+
 }  // namespace
 
 Ticks MonotonicNow() noexcept {
@@ -81,6 +90,7 @@ Lock::~Lock() {
 // What is guarded takes far less than going to sleep and being woken, so a thread that finds the
 // lock held looks again for a moment before it sleeps.
 void Lock::Enter() noexcept {
+  CountTaken();
   for (int look = 0; look < kLooksBeforeSleep; ++look) {
     if (pthread_mutex_trylock(Mutex(storage_)) == 0) return;
     Pause();
@@ -89,11 +99,14 @@ void Lock::Enter() noexcept {
 }
 
 bool Lock::TryEnter() noexcept {
-  return pthread_mutex_trylock(Mutex(storage_)) == 0;
+  if (pthread_mutex_trylock(Mutex(storage_)) != 0) return false;
+  CountTaken();
+  return true;
 }
 
 void Lock::Leave() noexcept {
   pthread_mutex_unlock(Mutex(storage_));
+  CountLeft();
 }
 
 Semaphore::Semaphore(std::uint32_t initial) {
@@ -111,12 +124,14 @@ void Semaphore::Release() noexcept {
 }
 
 void Semaphore::Wait() noexcept {
+  const WaitInKernel wait;
   while (sem_wait(Sem(storage_)) != 0 && errno == EINTR) {
   }
 }
 
 bool Semaphore::WaitUntil(Ticks deadline) noexcept {
   const timespec time = ToTimespec(deadline);
+  const WaitInKernel wait;
   for (;;) {
     // Asked first on every round: under the thread sanitizer this is also where a signal that broke
     // the sleep, such as a forced end, gets its turn.

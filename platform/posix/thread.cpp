@@ -1,7 +1,9 @@
-// Threads and their forced end. The kernel knows no call that ends another thread where it stands,
-// so ForceEnd sends the thread a signal whose handler leaves by the bare exit call: nothing is
-// unwound, no exit hook runs, and it works whether the thread sleeps or spins. The C library never
-// learns that such a thread is gone; its stack stays allotted until the process ends.
+// Threads and their forced end. The kernel knows no call that ends another thread, so ForceEnd sends
+// the thread a signal whose handler leaves by the bare exit call: nothing is unwound and no exit hook
+// runs. It is sent only to a thread that has been settled with while it waits in the kernel, and that
+// does nothing else any more. The C library never learns that such a thread is gone; its stack stays
+// allotted until the process ends.
+#include <dlfcn.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -14,6 +16,7 @@
 #include <utility>
 
 #include "platform/kernel.h"
+#include "platform/posix/current_thread.h"
 #include "platform/posix/sanitizers.h"
 
 namespace valmere::platform {
@@ -21,6 +24,7 @@ namespace valmere::platform {
 struct Thread::State {
   const Entry entry;
   void* const argument;
+  ThreadMark mark;
   pthread_t handle{};
   pid_t forced_id = 0;  // the kernel's number of a thread that was ended by force
   Semaphore ended;      // released once, by the thread's last act or by its forced end
@@ -35,7 +39,8 @@ namespace {
 
 // How long a forced end waits for the kernel; only a thread inside an uninterruptible system call
 // takes longer than a moment.
-constexpr Ticks kForceWait = 1000 * kTicksPerMillisecond;
+constexpr std::uint32_t kForceMilliseconds = 1000;
+constexpr Ticks kForceWait = kForceMilliseconds * kTicksPerMillisecond;
 
 // Sanitizers keep their own data of a thread on its stack and make every frame larger.
 #ifdef VALMERE_SANITIZER
@@ -71,12 +76,45 @@ bool SetAttributes(pthread_attr_t* attributes) {
          pthread_attr_setsigmask_np(attributes, &blocked) == 0;
 }
 
-void InstallEndHandler(void (*handler)(int, siginfo_t*, void*)) {
-  struct sigaction action {};
-  action.sa_sigaction = handler;
-  action.sa_flags = SA_SIGINFO;
-  sigfillset(&action.sa_mask);
-  sigaction(EndSignal(), &action, nullptr);
+// Purpose: lends the end signal to threads that are being ended; the program's own handler is back
+//   when the last of them has gone.
+// Owner: a call of ForceEnd.
+// Threads: any.
+// Errors: none.
+class LentSignal {
+ public:
+  explicit LentSignal(void (*handler)(int, siginfo_t*, void*)) {
+    const ScopedLock hold(lock_);
+    if (borrowers_++ > 0) return;
+    struct sigaction action {};
+    action.sa_sigaction = handler;
+    action.sa_flags = SA_SIGINFO;
+    sigfillset(&action.sa_mask);
+    sigaction(EndSignal(), &action, &program_);
+  }
+  // Not after Keep: a thread that has yet to meet its signal must find our handler.
+  ~LentSignal() {
+    const ScopedLock hold(lock_);
+    if (!kept_ && --borrowers_ == 0) sigaction(EndSignal(), &program_, nullptr);
+  }
+  LentSignal(const LentSignal&) = delete;
+  LentSignal& operator=(const LentSignal&) = delete;
+
+  void Keep() { kept_ = true; }
+
+ private:
+  static inline Lock lock_;
+  static inline int borrowers_ GUARDED_BY(lock_) = 0;
+  static inline struct sigaction program_ GUARDED_BY(lock_) {};
+
+  bool kept_ = false;
+};
+
+// Keeps the library that this code is in from being unloaded under a thread that still runs in it.
+void StayLoaded() {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<void*>(&StayLoaded), &info) != 0)
+    dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
 // Returns when the kernel has no such thread of ours any more, or at the deadline.
@@ -88,21 +126,30 @@ void AwaitGone(pid_t id, Ticks deadline) {
 
 }  // namespace
 
+void WaitInKernel::StayForEver() {
+  for (;;)
+    pause();
+}
+
 void* Thread::State::Run(void* argument) {
   State* const state = static_cast<State*>(argument);
-  // A forced end has its place while the entry runs: before that it would break the C library's
-  // start of the thread, after that it would release a second time.
   const sigset_t end = EndSignalSet();
   pthread_sigmask(SIG_UNBLOCK, &end, nullptr);
+  current_thread_mark = &state->mark;
   state->entry(state->argument);
+  current_thread_mark = nullptr;
   pthread_sigmask(SIG_BLOCK, &end, nullptr);
-  state->ended.Release();
+  if (state->mark.End())
+    state->ended.Release();
+  else
+    delete state;
   return nullptr;
 }
 
 void Thread::State::OnEndSignal(int, siginfo_t* info, void*) {
   if (info->si_code != SI_QUEUE || info->si_pid != getpid()) return;
   State* const state = static_cast<State*>(info->si_value.sival_ptr);
+  if (!state->mark.forced()) return;
   state->forced_id = static_cast<pid_t>(syscall(SYS_gettid));
   state->ended.Release();
   syscall(SYS_exit, 0);
@@ -137,20 +184,39 @@ bool Thread::WaitEnded(std::uint32_t milliseconds) noexcept {
   return true;
 }
 
-void Thread::ForceEnd() noexcept {
-  if (WaitEnded(0)) return;
-  InstallEndHandler(&State::OnEndSignal);
+bool Thread::ForceEnd() noexcept {
+  if (state_ == nullptr || !state_->mark.Force()) return false;
+  LentSignal signal(&State::OnEndSignal);
   State* const state = std::exchange(state_, nullptr);
   const Ticks deadline = MonotonicNow() + kForceWait;
   sigval value{};
   value.sival_ptr = state;
   pthread_sigqueue(state->handle, EndSignal(), value);
   const bool ended = state->ended.WaitUntil(deadline);
-  if (ended && state->forced_id != 0) AwaitGone(state->forced_id, deadline);
+  if (ended) AwaitGone(state->forced_id, deadline);
   // Not joined: that would wait for exit hooks that never run.
   pthread_detach(state->handle);
-  // A thread that the kernel holds back still meets its signal later, and needs its state then.
-  if (ended) delete state;
+  if (ended) {
+    delete state;
+  } else {
+    // The kernel holds it back; it meets its signal later, and needs its state and us then.
+    signal.Keep();
+    StayLoaded();
+  }
+  return true;
+}
+
+void Thread::LeaveBehind() noexcept {
+  if (WaitEnded(0)) return;
+  const pthread_t handle = state_->handle;
+  StayLoaded();
+  if (!state_->mark.LeaveBehind()) {
+    while (!WaitEnded(kForceMilliseconds)) {
+    }
+    return;
+  }
+  state_ = nullptr;  // the thread gives it back
+  pthread_detach(handle);
 }
 
 }  // namespace valmere::platform

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/windows/current_thread.h"
 #include "platform/windows/windows_api.h"
 
 namespace valmere::platform {
@@ -20,6 +21,14 @@ CRITICAL_SECTION* Section(void* storage) {
 }
 HANDLE& HandleIn(void* storage) {
   return *static_cast<HANDLE*>(storage);
+}
+
+// A worker that holds a lock is not ended by force.
+void CountTaken() {
+  if (ThreadMark* const mark = CurrentThreadMark()) mark->TookLock();
+}
+void CountLeft() {
+  if (ThreadMark* const mark = CurrentThreadMark()) mark->LeftLock();
 }
 
 // The counter's steps a second never change while the system runs.
@@ -65,6 +74,7 @@ Lock::~Lock() {
 // What is guarded takes far less than going to sleep and being woken, so a thread that finds the
 // lock held looks again for a moment before it sleeps.
 void Lock::Enter() noexcept {
+  CountTaken();
   for (int look = 0; look < kLooksBeforeSleep; ++look) {
     if (TryEnterCriticalSection(Section(storage_)) != FALSE) return;
     YieldProcessor();
@@ -73,11 +83,14 @@ void Lock::Enter() noexcept {
 }
 
 bool Lock::TryEnter() noexcept {
-  return TryEnterCriticalSection(Section(storage_)) != FALSE;
+  if (TryEnterCriticalSection(Section(storage_)) == FALSE) return false;
+  CountTaken();
+  return true;
 }
 
 void Lock::Leave() noexcept {
   LeaveCriticalSection(Section(storage_));
+  CountLeft();
 }
 
 Semaphore::Semaphore(std::uint32_t initial) {
@@ -97,11 +110,13 @@ void Semaphore::Release() noexcept {
 }
 
 void Semaphore::Wait() noexcept {
+  const WaitInKernel wait;
   WaitForSingleObject(HandleIn(storage_), INFINITE);
 }
 
 // The kernel counts in its own clock's steps and may come back a little early.
 bool Semaphore::WaitUntil(Ticks deadline) noexcept {
+  const WaitInKernel wait;
   for (;;) {
     const DWORD milliseconds = MillisecondsUntil(deadline);
     if (WaitForSingleObject(HandleIn(storage_), milliseconds) == WAIT_OBJECT_0) return true;

@@ -1,40 +1,36 @@
 // Threads of the kernel, without the standard library's: the device's tools know none.
-#include <atomic>
 #include <cassert>
 #include <memory>
 #include <new>
 #include <utility>
 
 #include "platform/kernel.h"
+#include "platform/windows/current_thread.h"
 #include "platform/windows/thread_priority.h"
 #include "platform/windows/windows_api.h"
 
 namespace valmere::platform {
 
-// A forced end has its place while the entry runs. Before and after it the kernel starts and ends the
-// thread under locks of its own, which would stay held and keep every later thread from starting.
 struct Thread::State {
-  enum class Phase { kStarting, kRunning, kEnding, kForced };
-
   State(Entry thread_entry, void* thread_argument)
       : entry(thread_entry), argument(thread_argument) {}
-
-  // True when the thread goes on from one phase to the next; false when it is to end.
-  bool Advance(Phase from, Phase to) { return phase.compare_exchange_strong(from, to); }
+  ~State() {
+    if (handle != nullptr) CloseHandle(handle);
+  }
 
   static DWORD WINAPI Run(void* state) {
     State* const self = static_cast<State*>(state);
-    if (!self->Advance(Phase::kStarting, Phase::kRunning)) return 0;
+    SetCurrentThreadMark(&self->mark);
     self->entry(self->argument);
-    // Whoever forces the end has seen the entry run, and is about to.
-    if (!self->Advance(Phase::kRunning, Phase::kEnding)) Sleep(INFINITE);
+    SetCurrentThreadMark(nullptr);
+    if (!self->mark.End()) delete self;
     return 0;
   }
 
   const Entry entry;
   void* const argument;
   HANDLE handle = nullptr;
-  std::atomic<Phase> phase{Phase::kStarting};
+  ThreadMark mark;
 };
 
 namespace {
@@ -42,7 +38,51 @@ namespace {
 // How long a forced end waits for the kernel.
 constexpr DWORD kForceMilliseconds = 1000;
 
+// Keeps the library that this code is in from being unloaded under a thread that still runs in it.
+void StayLoaded() {
+  MEMORY_BASIC_INFORMATION info{};
+  if (VirtualQuery(reinterpret_cast<const void*>(&StayLoaded), &info, sizeof info) == 0) return;
+  wchar_t path[MAX_PATH];
+  const DWORD length =
+      GetModuleFileNameW(static_cast<HMODULE>(info.AllocationBase), path, MAX_PATH);
+  if (length > 0 && length < MAX_PATH) LoadLibraryW(path);
+}
+
+// Taken when the library is loaded and given back when it goes.
+class Slot {
+ public:
+  Slot() : index_plus_one_(TlsAlloc() + 1) {}
+  ~Slot() {
+    if (index_plus_one_ != 0) TlsFree(index_plus_one_ - 1);
+  }
+  Slot(const Slot&) = delete;
+  Slot& operator=(const Slot&) = delete;
+
+  // Without a slot no worker is ended by force.
+  void* Get() const { return index_plus_one_ != 0 ? TlsGetValue(index_plus_one_ - 1) : nullptr; }
+  void Set(void* value) const {
+    if (index_plus_one_ != 0) TlsSetValue(index_plus_one_ - 1, value);
+  }
+
+ private:
+  // 0 when there is none to be had, and before it was asked for.
+  const DWORD index_plus_one_;
+};
+const Slot g_slot;
+
 }  // namespace
+
+ThreadMark* CurrentThreadMark() noexcept {
+  return static_cast<ThreadMark*>(g_slot.Get());
+}
+void SetCurrentThreadMark(ThreadMark* mark) noexcept {
+  g_slot.Set(mark);
+}
+
+void WaitInKernel::StayForEver() {
+  for (;;)
+    Sleep(INFINITE);
+}
 
 Thread::~Thread() {
   assert(state_ == nullptr && "a thread outlives its object");
@@ -65,19 +105,31 @@ bool Thread::Start(Entry entry, void* argument, int priority) noexcept {
 bool Thread::WaitEnded(std::uint32_t milliseconds) noexcept {
   if (state_ == nullptr) return true;
   if (WaitForSingleObject(state_->handle, milliseconds) != WAIT_OBJECT_0) return false;
-  CloseHandle(state_->handle);
   delete std::exchange(state_, nullptr);
   return true;
 }
 
-void Thread::ForceEnd() noexcept {
+// The kernel starts and ends a thread under locks of its own; one that waits is far from either.
+bool Thread::ForceEnd() noexcept {
+  if (state_ == nullptr || !state_->mark.Force()) return false;
+  TerminateThread(state_->handle, 0);
+  if (!WaitEnded(kForceMilliseconds)) {
+    // The kernel holds it back; it may come out of its wait yet, and needs its state and us then.
+    StayLoaded();
+    state_ = nullptr;
+  }
+  return true;
+}
+
+void Thread::LeaveBehind() noexcept {
   if (WaitEnded(0)) return;
-  if (state_->phase.exchange(State::Phase::kForced) == State::Phase::kRunning)
-    TerminateThread(state_->handle, 0);
-  if (WaitEnded(kForceMilliseconds)) return;
-  // The kernel holds the thread back; it may not even have begun, and needs its state then.
-  CloseHandle(state_->handle);
-  state_ = nullptr;
+  StayLoaded();
+  if (state_->mark.LeaveBehind()) {
+    state_ = nullptr;  // the thread gives it back
+    return;
+  }
+  while (!WaitEnded(kForceMilliseconds)) {
+  }
 }
 
 }  // namespace valmere::platform

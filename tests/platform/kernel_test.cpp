@@ -6,7 +6,6 @@
 #include <memory>
 #include <vector>
 
-#include "platform/posix/sanitizers.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere::platform {
@@ -14,12 +13,6 @@ namespace {
 
 using testing::Eventually;
 using testing::TestThread;
-
-#ifdef VALMERE_THREAD_SANITIZER
-constexpr bool kThreadSanitizer = true;
-#else
-constexpr bool kThreadSanitizer = false;
-#endif
 
 constexpr std::uint32_t kLong = 60'000;
 
@@ -194,7 +187,8 @@ TEST(Thread, RunsItsEntryWithItsArgument) {
 TEST(Thread, HasEndedWhenItWasNeverStarted) {
   Thread thread;
   EXPECT_TRUE(thread.WaitEnded(0));
-  thread.ForceEnd();
+  EXPECT_FALSE(thread.ForceEnd());
+  thread.LeaveBehind();
   EXPECT_TRUE(thread.WaitEnded(0));
 }
 
@@ -241,6 +235,7 @@ struct Traces {
   Lock lock;
   Semaphore never;
   std::atomic<bool> running{false};
+  std::atomic<bool> stop{false};
   std::atomic<bool> unwound{false};
   std::atomic<unsigned> turns{0};
 };
@@ -254,19 +249,37 @@ class OnUnwinding {
   std::atomic<bool>& flag_;
 };
 
-void ExpectForcedEnd(Thread::Entry entry, Traces& traces) {
-  Thread thread;
-  ASSERT_TRUE(thread.Start(entry, &traces, 249));
-  ASSERT_TRUE(Eventually([&] { return traces.running.load(); }));
-  ASSERT_FALSE(thread.WaitEnded(10));
-  thread.ForceEnd();
-  EXPECT_TRUE(thread.WaitEnded(0));
-  EXPECT_FALSE(traces.unwound);
-}
+// A thread that runs an entry with traces and is then asked for its end.
+class Stuck {
+ public:
+  Stuck(Thread::Entry entry, Traces& traces) : traces_(traces) {
+    EXPECT_TRUE(thread_.Start(entry, &traces, 249));
+    EXPECT_TRUE(Eventually([&] { return traces.running.load(); }));
+    EXPECT_FALSE(thread_.WaitEnded(10));
+  }
+
+  void ExpectForcedEnd() {
+    EXPECT_TRUE(Eventually([&] { return thread_.ForceEnd(); }));
+    EXPECT_TRUE(thread_.WaitEnded(0));
+    EXPECT_FALSE(traces_.unwound);
+  }
+  // Tried for a while: it must not come to a place where it can be ended.
+  void ExpectNoForcedEnd() {
+    for (int i = 0; i < 10; ++i) {
+      EXPECT_FALSE(thread_.ForceEnd());
+      EXPECT_FALSE(thread_.WaitEnded(1));
+    }
+  }
+  Thread& thread() { return thread_; }
+
+ private:
+  Traces& traces_;
+  Thread thread_;
+};
 
 TEST(Thread, IsEndedByForceWhileItWaits) {
   Traces traces;
-  ExpectForcedEnd(
+  Stuck stuck(
       [](void* argument) {
         Traces& t = *static_cast<Traces*>(argument);
         OnUnwinding mark(t.unwound);
@@ -274,11 +287,12 @@ TEST(Thread, IsEndedByForceWhileItWaits) {
         t.never.Wait();
       },
       traces);
+  stuck.ExpectForcedEnd();
 }
 
 TEST(Thread, IsEndedByForceWhileItWaitsForATime) {
   Traces traces;
-  ExpectForcedEnd(
+  Stuck stuck(
       [](void* argument) {
         Traces& t = *static_cast<Traces*>(argument);
         OnUnwinding mark(t.unwound);
@@ -286,30 +300,52 @@ TEST(Thread, IsEndedByForceWhileItWaitsForATime) {
         t.never.WaitUntil(In(kLong));
       },
       traces);
+  stuck.ExpectForcedEnd();
 }
 
-TEST(Thread, IsEndedByForceWhileItSpins) {
+// It may be anywhere, inside the allocator too.
+TEST(Thread, IsNotEndedByForceWhileItRuns) {
   Traces traces;
-  ExpectForcedEnd(
+  Stuck stuck(
       [](void* argument) {
         Traces& t = *static_cast<Traces*>(argument);
         OnUnwinding mark(t.unwound);
         t.running = true;
-        for (;;)
+        while (!t.stop)
           ++t.turns;
       },
       traces);
-  const unsigned turns = traces.turns;
-  traces.never.WaitUntil(In(20));
-  EXPECT_EQ(traces.turns, turns);
+  stuck.ExpectNoForcedEnd();
+  traces.stop = true;
+  EXPECT_TRUE(stuck.thread().WaitEnded(kLong));
+  EXPECT_TRUE(traces.unwound);
 }
 
-TEST(Thread, IsEndedByForceWhileItWaitsForALock) {
-  if (kThreadSanitizer)
-    GTEST_SKIP() << "the thread sanitizer holds signals back while a thread waits for a mutex";
+TEST(Thread, IsNotEndedByForceWhileItHoldsALock) {
   Traces traces;
-  ScopedLock hold(traces.lock);
-  ExpectForcedEnd(
+  Stuck stuck(
+      [](void* argument) {
+        Traces& t = *static_cast<Traces*>(argument);
+        OnUnwinding mark(t.unwound);
+        {
+          ScopedLock hold(t.lock);
+          ScopedLock again(t.lock);
+          t.running = true;
+          t.never.Wait();
+        }
+        t.never.Wait();
+      },
+      traces);
+  stuck.ExpectNoForcedEnd();
+  traces.never.Release();
+  stuck.ExpectForcedEnd();
+  EXPECT_TRUE(CanEnter(traces.lock));
+}
+
+TEST(Thread, IsNotEndedByForceWhileItWaitsForALock) {
+  Traces traces;
+  auto hold = std::make_unique<ScopedLock>(traces.lock);
+  Stuck stuck(
       [](void* argument) {
         Traces& t = *static_cast<Traces*>(argument);
         OnUnwinding mark(t.unwound);
@@ -317,23 +353,34 @@ TEST(Thread, IsEndedByForceWhileItWaitsForALock) {
         ScopedLock wait(t.lock);
       },
       traces);
+  stuck.ExpectNoForcedEnd();
+  hold.reset();
+  EXPECT_TRUE(stuck.thread().WaitEnded(kLong));
+  EXPECT_TRUE(traces.unwound);
 }
 
-TEST(Thread, EndedByForceLeavesItsLocksHeld) {
-  // Kept for good: a lock that is held can't be destroyed.
+TEST(Thread, GoesOnWhenItIsLeftBehind) {
+  // Kept for good: nobody learns when the thread is done with it.
   static Traces* const traces = new Traces;
-  ExpectForcedEnd(
+  Stuck stuck(
       [](void* argument) {
         Traces& t = *static_cast<Traces*>(argument);
+        OnUnwinding mark(t.unwound);
         ScopedLock hold(t.lock);
         t.running = true;
         t.never.Wait();
       },
       *traces);
-  EXPECT_FALSE(CanEnter(traces->lock));
+  stuck.thread().LeaveBehind();
+  EXPECT_TRUE(stuck.thread().WaitEnded(0));
+  EXPECT_FALSE(stuck.thread().ForceEnd());
+  EXPECT_FALSE(traces->unwound);
+  traces->never.Release();
+  EXPECT_TRUE(Eventually([&] { return traces->unwound.load(); }));
+  EXPECT_TRUE(Eventually([&] { return CanEnter(traces->lock); }));
 }
 
-TEST(Thread, MayHaveEndedByItselfWhenItIsEndedByForce) {
+TEST(Thread, MayEndByItselfWhileItIsToBeEndedByForce) {
   std::atomic<int> runs{0};
   for (int round = 1; round <= 50; ++round) {
     Thread thread;
@@ -341,8 +388,8 @@ TEST(Thread, MayHaveEndedByItselfWhenItIsEndedByForce) {
     // Some have ended by now, some end just now, some have not begun.
     for (int i = 0; i < round && runs != round; ++i)
       CurrentThreadId();
-    thread.ForceEnd();
-    EXPECT_TRUE(thread.WaitEnded(0));
+    EXPECT_FALSE(thread.ForceEnd()) << "it never waits";
+    EXPECT_TRUE(thread.WaitEnded(kLong));
     runs = round;
   }
 }

@@ -10,8 +10,11 @@
 
 #include <gtest/gtest.h>
 
+#include "driver/sync/event_flags.h"
 #include "driver/sync/live_counters.h"
+#include "driver/sync/lock.h"
 #include "driver/sync/task_queue.h"
+#include "driver/sync/worker_thread.h"
 #include "protocol/data_handler_manager.h"
 #include "protocol/json_message_handler.h"
 #include "tests/support/scripted_connection.h"
@@ -165,6 +168,33 @@ TEST_F(StreamThreads, EndWithTheManagerAllAtOnce) {
   manager.reset();
   // Ended by force one after another, they would take half a second each.
   EXPECT_GT(10'000 * platform::kTicksPerMillisecond, platform::MonotonicNow() - begin);
+}
+
+// With a lock held none of them can be ended by force: each is left behind with all that it needs.
+TEST_F(StreamThreads, ShareTheTimeToEndAndOutliveTheManagerWhenTheyAreStuck) {
+  constexpr int kStreams = 30;
+  std::atomic<int> serving{0};
+  EventFlags go_on(EventFlags::AutoClear::kNo);
+  Start([&](const ServiceContext&, PeekableStream&) {
+    Lock own;
+    const ScopedLock hold(own);
+    ++serving;
+    go_on.Wait(1);
+  });
+  std::vector<std::shared_ptr<ScriptedConnection>> streams;
+  for (int i = 0; i < kStreams; ++i)
+    streams.push_back(AddOpen("x"));
+  EXPECT_TRUE(Eventually([&] { return serving == kStreams; }));
+  const platform::Ticks begin = platform::MonotonicNow();
+  manager.reset();
+  EXPECT_GT(kStreams / 2 * WorkerThread::kEndWaitMilliseconds * platform::kTicksPerMillisecond,
+            platform::MonotonicNow() - begin);
+  tasks.reset();
+  EXPECT_EQ(threads_before + kStreams, LiveWorkerThreads::Live());
+  go_on.Set(1);
+  EXPECT_TRUE(Eventually([&] { return LiveWorkerThreads::Live() == threads_before; }));
+  for (const auto& stream : streams)
+    EXPECT_TRUE(Eventually([&] { return stream.use_count() == 1; }));
 }
 
 TEST_F(StreamThreads, MayEndWhileTheManagerDoes) {
