@@ -77,15 +77,15 @@ Result<std::string> ConfirmedFrame(std::string_view key, JsonValue value) {
   return FrameOf(message);
 }
 
-std::string TakeText(JsonValue& entry, std::string_view key) {
-  JsonValue* member = entry.Find(key);
-  return member != nullptr ? member->TakeText() : std::string();
+std::string TextOf(const JsonValue& entry, std::string_view key) {
+  const JsonValue* member = entry.Find(key);
+  return member != nullptr ? std::string(member->text()) : std::string();
 }
 
-PropertyAddress TakeAddress(JsonValue& entry) {
+PropertyAddress AddressOf(const JsonValue& entry) {
   PropertyAddress address;
-  address.component = TakeText(entry, keys::kComponent);
-  address.group_guid = TakeText(entry, keys::kGuid);
+  address.component = TextOf(entry, keys::kComponent);
+  address.group_guid = TextOf(entry, keys::kGuid);
   const std::size_t colon = address.group_guid.find(':');
   if (colon == std::string::npos) {
     address.guid = address.group_guid;
@@ -96,33 +96,30 @@ PropertyAddress TakeAddress(JsonValue& entry) {
   return address;
 }
 
-Property TakeProperty(JsonValue& entry) {
-  PropertyAddress address = TakeAddress(entry);
+Property PropertyOf(const JsonValue& entry) {
+  PropertyAddress address = AddressOf(entry);
   Property property;
   property.group_guid = std::move(address.group_guid);
-  property.group_name = TakeText(entry, keys::kGroupString);
+  property.group_name = TextOf(entry, keys::kGroupString);
   property.guid = std::move(address.guid);
-  property.name = TakeText(entry, keys::kNameString);
-  property.value = TakeText(entry, keys::kValue);
-  property.status = TakeText(entry, keys::kStatus);
+  property.name = TextOf(entry, keys::kNameString);
+  property.value = TextOf(entry, keys::kValue);
+  property.status = TextOf(entry, keys::kStatus);
   property.component = std::move(address.component);
-  property.component_name = TakeText(entry, keys::kComponentString);
+  property.component_name = TextOf(entry, keys::kComponentString);
   return property;
 }
 
-Incoming TakeContent(JsonValue& message) {
+Incoming ContentOf(const JsonValue& message) {
   Incoming incoming;
-  if (JsonValue* sets = message.Find(keys::kSetRequests)) {
-    for (std::size_t i = 0; i < sets->size(); ++i) {
-      JsonValue& entry = sets->At(i);
-      incoming.sets.push_back({TakeAddress(entry), TakeText(entry, keys::kValue)});
-    }
+  if (const JsonValue* sets = message.Find(keys::kSetRequests)) {
+    for (const JsonValue& entry : sets->elements())
+      incoming.sets.push_back({AddressOf(entry), TextOf(entry, keys::kValue)});
   }
-  if (JsonValue* responses = message.Find(keys::kGetResponses)) {
+  if (const JsonValue* responses = message.Find(keys::kGetResponses)) {
     incoming.properties.emplace().reserve(responses->size());
-    for (std::size_t i = 0; i < responses->size(); ++i) {
-      incoming.properties->push_back(TakeProperty(responses->At(i)));
-    }
+    for (const JsonValue& entry : responses->elements())
+      incoming.properties->push_back(PropertyOf(entry));
   }
   return incoming;
 }
@@ -183,8 +180,8 @@ bool IsConfirmation(const std::vector<Property>& properties) {
 
 Result<Incoming> ReadMessage(std::string& text) {
   try {
-    JsonValue message = ParseJsonInPlace(text);
-    if (message.kind() == JsonKind::kObject) return TakeContent(message);
+    const JsonValue message = ParseJsonInPlace(text);
+    if (message.kind() == JsonKind::kObject) return ContentOf(message);
     return Error{ErrorKind::kProtocol, "the service sent a message that is no JSON object"};
   } catch (const std::exception& error) {
     return Error{ErrorKind::kProtocol, std::string("unreadable message: ") + error.what()};

@@ -3,12 +3,13 @@
 
 #include <cstddef>
 #include <exception>
-#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "json/json_text.h"
 #include "json/json_value.h"
+#include "json/parse_stop.h"
 
 namespace valmere {
 
@@ -17,13 +18,14 @@ namespace valmere {
 // Owner: the call of ParseJson, for its length.
 // Threads: one.
 // Errors: each step returns false when it failed; RethrowFailure then throws what stopped it. An
-//   exception must not pass through the generated parser, which would lose its stack.
+//   exception must not pass through the generated parser, which would lose its stack. A parse that is
+//   stopped fails at the next step, or within one.
 class JsonBuilder {
  public:
   // Where the values of an open container begin.
   using Mark = std::size_t;
 
-  JsonBuilder();
+  explicit JsonBuilder(const ParseStop& stop);
 
   Mark AfterLast() const { return values_.size(); }
   Mark AtLast() const { return values_.size() - 1; }
@@ -35,7 +37,7 @@ class JsonBuilder {
   bool PushNull();
   template <class Scalar>
   bool Push(Scalar scalar) {
-    return Try([&] { values_.emplace_back(scalar); });
+    return Try([&] { NextValue().emplace_back(scalar); });
   }
   // Makes the values since `first`, with as many texts as keys, one value.
   bool CloseObject(Mark first);
@@ -57,8 +59,17 @@ class JsonBuilder {
     }
   }
 
+  // Each with room for one more.
+  std::vector<JsonValue>& NextValue() {
+    if (values_.size() == values_.capacity()) GrowValues();
+    return values_;
+  }
+  std::vector<JsonText>& NextText();
+  void GrowValues();
+
+  const ParseStop stop_;
   std::vector<JsonValue> values_;
-  std::vector<std::string> texts_;
+  std::vector<JsonText> texts_;
   std::exception_ptr failure_;
 };
 

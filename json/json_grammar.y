@@ -6,9 +6,21 @@
 #include <cstdint>
 
 #include "json/json_builder.h"
+#include "json/parse_stop.h"
 }
 
 %code provides {
+namespace valmere {
+
+// What a scanner knows beside its text.
+struct ScanState {
+  ParseStop stop;
+  const char* broken_end = nullptr;  // of the string that is none, while the scanner is in one
+  std::size_t passed_over = 0;       // matches that gave no token
+};
+
+}  // namespace valmere
+
 int valmere_json_lex(VALMERE_JSON_STYPE* token, void* scanner);
 }
 

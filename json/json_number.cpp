@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstddef>
 #include <limits>
+#include <string>
 #include <system_error>
 
 namespace valmere {
@@ -18,46 +19,112 @@ constexpr std::int64_t kSmallest = std::numeric_limits<std::int32_t>::min();
 // Far beyond the exponents of a double, far below an overflow.
 constexpr std::int64_t kExponentLimit = 1'000'000'000;
 
-std::int64_t ExponentOf(std::string_view exponent) {
-  const bool negative = exponent.starts_with('-');
-  if (negative || exponent.starts_with('+')) exponent.remove_prefix(1);
+// More decimal digits than it takes to tell any double from its neighbours; of what follows them only
+// whether it is zero matters.
+constexpr std::size_t kMostDigits = 800;
+
+// Looks once in a while on a walk along a token.
+class Walk {
+ public:
+  explicit Walk(const ParseStop& stop) : stop_(stop) {}
+  void Step() {
+    if (++steps_ % ParseStop::kBytesBetweenLooks == 0) stop_.Look();
+  }
+
+ private:
+  const ParseStop& stop_;
+  std::size_t steps_ = 0;
+};
+
+bool TakeSign(std::string_view& token) {
+  const bool negative = token.starts_with('-');
+  if (negative || token.starts_with('+')) token.remove_prefix(1);
+  return negative;
+}
+
+std::int64_t ExponentOf(std::string_view exponent, Walk& walk) {
+  const bool negative = TakeSign(exponent);
   std::int64_t value = 0;
-  for (const char digit : exponent)
+  for (const char digit : exponent) {
     value = std::min(value * 10 + (digit - '0'), kExponentLimit);
+    walk.Step();
+  }
   return negative ? -value : value;
 }
 
-// Tells a number too large for a double from one too small: the place of its first digit other than
-// zero, counted from the decimal point.
-bool IsLarge(std::string_view number) {
-  const std::size_t mantissa_end = std::min(number.find_first_of("eE"), number.size());
-  const std::string_view mantissa = number.substr(0, mantissa_end);
-  const std::size_t point = std::min(mantissa.find('.'), mantissa.size());
-  const std::size_t first = mantissa.find_first_not_of("0.");
-  const std::int64_t exponent =
-      mantissa_end < number.size() ? ExponentOf(number.substr(mantissa_end + 1)) : 0;
-  return static_cast<std::int64_t>(point) - static_cast<std::int64_t>(first) + exponent > 0;
+// A number as 0.DIGITS times ten to the power of `exponent`, with no more digits than matter. Digits
+// are empty for zero.
+struct Decimal {
+  std::string digits;
+  std::int64_t exponent = 0;
+};
+
+bool IsExponentLetter(char byte) {
+  return byte == 'e' || byte == 'E';
+}
+
+// Of digits with at most one point among them; cuts them off `number`.
+Decimal TakeMantissa(std::string_view& number, Walk& walk) {
+  Decimal decimal;
+  bool behind_point = false;
+  for (; !number.empty() && !IsExponentLetter(number[0]); number.remove_prefix(1)) {
+    const char byte = number[0];
+    walk.Step();
+    if (byte == '.') {
+      behind_point = true;
+      continue;
+    }
+    const bool leading_zero = byte == '0' && decimal.digits.empty();
+    if (!behind_point && !leading_zero) ++decimal.exponent;
+    if (behind_point && leading_zero) --decimal.exponent;
+    if (leading_zero) continue;
+    if (decimal.digits.size() < kMostDigits)
+      decimal.digits += byte;
+    else if (byte != '0' && decimal.digits.size() == kMostDigits)
+      decimal.digits += '1';
+  }
+  return decimal;
+}
+
+// For numbers that are long, or beyond the range of a double.
+double FloatOfDecimal(std::string_view number, const ParseStop& stop) {
+  Walk walk(stop);
+  Decimal decimal = TakeMantissa(number, walk);
+  if (decimal.digits.empty()) return 0;
+  if (!number.empty()) decimal.exponent += ExponentOf(number.substr(1), walk);
+  const std::string text = "." + decimal.digits + "e" + std::to_string(decimal.exponent);
+  double value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc::result_out_of_range) return value;
+  return decimal.exponent > 0 ? std::numeric_limits<double>::infinity() : 0;
+}
+
+bool HasMantissa(std::string_view number) {
+  const std::size_t first = number.starts_with('.') ? 1 : 0;
+  return first < number.size() && number[first] >= '0' && number[first] <= '9';
 }
 
 }  // namespace
 
-std::int64_t IntegerFromToken(std::string_view token) {
-  const bool negative = token.starts_with('-');
-  if (negative || token.starts_with('+')) token.remove_prefix(1);
+std::int64_t IntegerFromToken(std::string_view token, const ParseStop& stop) {
+  Walk walk(stop);
+  const bool negative = TakeSign(token);
   std::int64_t value = 0;
-  for (const char digit : token)
+  for (const char digit : token) {
     value = std::min(value * 10 + (digit - '0'), kLargest + 1);
+    walk.Step();
+  }
   return negative ? std::max(-value, kSmallest) : std::min(value, kLargest);
 }
 
-double FloatFromToken(std::string_view token) {
-  const bool negative = token.starts_with('-');
-  if (negative || token.starts_with('+')) token.remove_prefix(1);
+double FloatFromToken(std::string_view token, const ParseStop& stop) {
+  const bool negative = TakeSign(token);
+  if (!HasMantissa(token)) return 0;
   double value = 0;
-  const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), value);
-  if (error == std::errc::invalid_argument) return 0;
-  if (error == std::errc::result_out_of_range)
-    value = IsLarge(token) ? std::numeric_limits<double>::infinity() : 0;
+  auto error = std::errc::result_out_of_range;
+  if (token.size() <= kMostDigits)
+    error = std::from_chars(token.data(), token.data() + token.size(), value).ec;
+  if (error == std::errc::result_out_of_range) value = FloatOfDecimal(token, stop);
   return negative ? -value : value;
 }
 

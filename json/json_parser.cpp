@@ -19,8 +19,8 @@ constexpr std::size_t kScannerEndBytes = 2;
 // A scanner on a text; both its buffer record and itself go with it.
 class Scanner {
  public:
-  explicit Scanner(std::string& text) {
-    if (valmere_json_lex_init(&state_) != 0) throw std::bad_alloc();
+  Scanner(std::string& text, ScanState& extra) {
+    if (valmere_json_lex_init_extra(&extra, &state_) != 0) throw std::bad_alloc();
     valmere_json__scan_buffer(text.data(), text.size(), state_);
   }
   ~Scanner() { valmere_json_lex_destroy(state_); }
@@ -35,11 +35,12 @@ class Scanner {
 
 }  // namespace
 
-JsonValue ParseJsonInPlace(std::string& text) {
+JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop) {
   text.resize(std::min(text.find('\0'), text.size()));
   text.append(kScannerEndBytes, '\0');
-  JsonBuilder builder;
-  const Scanner scanner(text);
+  JsonBuilder builder(stop);
+  ScanState state{stop};
+  const Scanner scanner(text, state);
   const bool parsed = valmere_json_parse(builder, scanner.state()) == 0;
   builder.RethrowFailure();
   return parsed ? builder.TakeResult() : JsonValue();

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "json/json_value.h"
+#include "json/parse_stop.h"
 
 namespace valmere {
 
@@ -18,7 +19,8 @@ namespace valmere {
 // may parse at once; the stack that a parse needs does not grow with the nesting of its text.
 JsonValue ParseJson(std::string_view text);
 
-// The same without a copy of the text, which is overwritten. Two bytes are appended to it.
-JsonValue ParseJsonInPlace(std::string& text);
+// The same without a copy of the text, which is overwritten. Two bytes are appended to it. When it is
+// stopped it gives null within milliseconds, and writes nothing.
+JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop = {});
 
 }  // namespace valmere

@@ -4,7 +4,6 @@
 #include "json/json_unescape.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <stdexcept>
 
 namespace valmere {
@@ -62,12 +61,23 @@ void AppendEscape(char letter, std::string& out) {
 
 }  // namespace
 
-std::string UnescapeJson(std::string_view content) {
+std::size_t EscapeSize(std::string_view text) {
+  constexpr std::size_t kUnicodeSize = 2 + kUnicodeDigits;
+  if (text.size() < 2 || text[0] != '\\') return 0;
+  if (text[1] != 'u') return std::string_view("\"\\/bfnrt").find(text[1]) != text.npos ? 2 : 0;
+  const std::string_view digits = text.substr(2, kUnicodeDigits);
+  const bool whole =
+      digits.size() == kUnicodeDigits && std::all_of(digits.begin(), digits.end(), IsHexDigit);
+  return whole ? kUnicodeSize : 0;
+}
+
+std::string UnescapeJson(std::string_view content, const ParseStop& stop) {
   std::size_t backslash = content.find('\\');
   if (backslash == std::string_view::npos) return std::string(content);
   std::string text;
   text.reserve(content.size());
-  while (backslash != std::string_view::npos) {
+  for (std::size_t escapes = 0; backslash != std::string_view::npos; ++escapes) {
+    if (escapes % ParseStop::kValuesBetweenLooks == 0) stop.Look();
     text.append(content.substr(0, backslash));
     content.remove_prefix(backslash + 1);
     if (content.empty()) return text;

@@ -1,4 +1,4 @@
-// Most values of a message are short texts, so a value is a text, a number and one pointer; members
+// Most values of a message are short texts, so a value is a text or a number and one pointer; members
 // and elements live behind the pointer and are made only for the values that have some. The blocks
 // behind the pointers are chained when a tree is destroyed: a message nested ten thousand deep must
 // not overflow the small stack of the thread that read it.
@@ -14,25 +14,48 @@ namespace {
 // Up to this many members an insertion sort is quicker than asking for a merge buffer.
 constexpr std::size_t kFewMembers = 16;
 
-bool KeyLess(const JsonMember& left, const JsonMember& right) {
-  return left.key < right.key;
-}
+// Compares keys, and looks now and then whether the parse that they come from has been stopped: a
+// text may hold hundreds of thousands.
+class KeyOrder {
+ public:
+  explicit KeyOrder(const ParseStop& stop) : stop_(stop) {}
 
-bool InOrder(const std::vector<JsonMember>& members) {
+  bool Less(const JsonMember& left, const JsonMember& right) {
+    Count();
+    return left.key < right.key;
+  }
+  bool Equal(const JsonMember& left, const JsonMember& right) {
+    Count();
+    return left.key == right.key;
+  }
+
+ private:
+  void Count() {
+    if (++compared_ % ParseStop::kValuesBetweenLooks == 0) stop_.Look();
+  }
+
+  const ParseStop& stop_;
+  std::size_t compared_ = 0;
+};
+
+bool InOrder(const std::vector<JsonMember>& members, KeyOrder& order) {
   return std::adjacent_find(members.begin(), members.end(),
-                            [](const JsonMember& left, const JsonMember& right) {
-                              return !KeyLess(left, right);
+                            [&](const JsonMember& left, const JsonMember& right) {
+                              return !order.Less(left, right);
                             }) == members.end();
 }
 
 // Keeps members with equal keys in the order in which they came.
-void SortByKey(std::vector<JsonMember>& members) {
+void SortByKey(std::vector<JsonMember>& members, KeyOrder& order) {
+  const auto less = [&](const JsonMember& left, const JsonMember& right) {
+    return order.Less(left, right);
+  };
   if (members.size() > kFewMembers) {
-    std::stable_sort(members.begin(), members.end(), KeyLess);
+    std::stable_sort(members.begin(), members.end(), less);
     return;
   }
   for (auto next = members.begin(); next != members.end(); ++next)
-    std::rotate(std::upper_bound(members.begin(), next, *next, KeyLess), next, next + 1);
+    std::rotate(std::upper_bound(members.begin(), next, *next, less), next, next + 1);
 }
 
 template <class Elements>
@@ -45,11 +68,13 @@ auto& CheckedAt(Elements& elements, std::size_t index) {
 
 constinit const JsonValue::Children JsonValue::kNoChildren;
 
-JsonValue::JsonValue(JsonMembers members) : kind_(JsonKind::kObject) {
+JsonValue::JsonValue(JsonMembers members) {
+  set_kind(JsonKind::kObject);
   if (!members.empty()) OwnChildren().members = std::move(members);
 }
 
-JsonValue::JsonValue(std::vector<JsonValue> elements) : kind_(JsonKind::kArray) {
+JsonValue::JsonValue(std::vector<JsonValue> elements) {
+  set_kind(JsonKind::kArray);
   if (!elements.empty()) OwnChildren().elements = std::move(elements);
 }
 
@@ -62,9 +87,7 @@ JsonValue JsonValue::Array() {
 }
 
 JsonValue::JsonValue(const JsonValue& other)
-    : scalar_(other.scalar_),
-      text_(other.text_),
-      kind_(other.kind_),
+    : payload_(other.payload_),
       children_(other.children_ ? new Children(*other.children_) : nullptr) {}
 
 // Takes the blocks below each block out of their values before it deletes it, so that no destructor
@@ -123,28 +146,30 @@ JsonMembers JsonValue::TakeMembers() {
   return children_ ? std::exchange(children_->members, {}) : JsonMembers();
 }
 
-JsonMembers::JsonMembers(std::vector<JsonMember> members) : members_(std::move(members)) {
-  if (InOrder(members_)) return;
-  SortByKey(members_);
-  const auto same_key = [](const JsonMember& left, const JsonMember& right) {
-    return left.key == right.key;
+JsonMembers::JsonMembers(std::vector<JsonMember> members, const ParseStop& stop)
+    : members_(std::move(members)) {
+  KeyOrder order(stop);
+  if (InOrder(members_, order)) return;
+  SortByKey(members_, order);
+  const auto same_key = [&](const JsonMember& left, const JsonMember& right) {
+    return order.Equal(left, right);
   };
   members_.erase(std::unique(members_.begin(), members_.end(), same_key), members_.end());
 }
 
 JsonValue& JsonMembers::operator[](std::string_view key) {
   const auto key_less = [](const JsonMember& member, std::string_view wanted) {
-    return member.key < wanted;
+    return member.key.view() < wanted;
   };
   auto place = std::lower_bound(members_.begin(), members_.end(), key, key_less);
-  if (place == members_.end() || place->key != key)
-    place = members_.emplace(place, std::string(key), JsonValue());
+  if (place == members_.end() || place->key.view() != key)
+    place = members_.emplace(place, JsonText(key), JsonValue());
   return place->value;
 }
 
 const JsonValue* JsonMembers::Find(std::string_view key) const {
   for (const JsonMember& member : members_)
-    if (member.key == key) return &member.value;
+    if (member.key.view() == key) return &member.value;
   return nullptr;
 }
 

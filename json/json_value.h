@@ -9,6 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "json/json_text.h"
+#include "json/parse_stop.h"
+
 namespace valmere {
 
 enum class JsonKind : std::uint32_t {
@@ -32,16 +35,16 @@ class JsonMembers;
 // writing recurse once per level.
 class JsonValue {
  public:
-  JsonValue() noexcept = default;
-  explicit JsonValue(bool value) noexcept : kind_(JsonKind::kBoolean) { scalar_.boolean = value; }
-  explicit JsonValue(double value) noexcept : kind_(JsonKind::kFloat) { scalar_.real = value; }
-  explicit JsonValue(std::int64_t value) noexcept : kind_(JsonKind::kInteger) {
-    scalar_.integer = value;
-  }
+  JsonValue() noexcept { set_kind(JsonKind::kNull); }
+  explicit JsonValue(bool value) noexcept : JsonValue(JsonText::With(value), JsonKind::kBoolean) {}
+  explicit JsonValue(double value) noexcept : JsonValue(JsonText::With(value), JsonKind::kFloat) {}
+  explicit JsonValue(std::int64_t value) noexcept
+      : JsonValue(JsonText::With(value), JsonKind::kInteger) {}
   explicit JsonValue(int value) noexcept : JsonValue(std::int64_t{value}) {}
-  explicit JsonValue(std::string text) noexcept
-      : text_(std::move(text)), kind_(JsonKind::kString) {}
-  explicit JsonValue(const char* text) : JsonValue(std::string(text)) {}
+  explicit JsonValue(JsonText text) noexcept : JsonValue(std::move(text), JsonKind::kString) {}
+  explicit JsonValue(std::string_view text) : JsonValue(JsonText(text)) {}
+  explicit JsonValue(const std::string& text) : JsonValue(std::string_view(text)) {}
+  explicit JsonValue(const char* text) : JsonValue(std::string_view(text)) {}
   // Any other pointer would quietly become a boolean.
   explicit JsonValue(const void*) = delete;
   explicit JsonValue(JsonMembers members);
@@ -55,11 +58,13 @@ class JsonValue {
   JsonValue& operator=(JsonValue&&) noexcept = default;
   ~JsonValue() = default;
 
-  JsonKind kind() const { return kind_; }
-  std::int64_t integer() const { return kind_ == JsonKind::kInteger ? scalar_.integer : 0; }
-  double real() const { return kind_ == JsonKind::kFloat ? scalar_.real : 0; }
-  bool boolean() const { return kind_ == JsonKind::kBoolean && scalar_.boolean; }
-  const std::string& text() const { return text_; }
+  JsonKind kind() const { return static_cast<JsonKind>(payload_.note()); }
+  std::int64_t integer() const {
+    return kind() == JsonKind::kInteger ? payload_.As<std::int64_t>() : 0;
+  }
+  double real() const { return kind() == JsonKind::kFloat ? payload_.As<double>() : 0; }
+  bool boolean() const { return kind() == JsonKind::kBoolean && payload_.As<bool>(); }
+  std::string_view text() const { return payload_.view(); }
   const JsonMembers& members() const;
   const std::vector<JsonValue>& elements() const;
 
@@ -76,8 +81,7 @@ class JsonValue {
   JsonValue& At(std::size_t index);
   void Append(JsonValue element);
 
-  // Each moves the payload out and leaves it empty; the kind stays.
-  std::string TakeText() { return std::exchange(text_, {}); }
+  // Moves the payload out and leaves it empty; the kind stays.
   JsonMembers TakeMembers();
 
  private:
@@ -90,25 +94,22 @@ class JsonValue {
   Children& OwnChildren();
   const Children& children() const;
 
-  union Scalar {
-    std::int64_t integer;
-    double real;
-    bool boolean;
-  };
+  JsonValue(JsonText payload, JsonKind kind) noexcept : payload_(std::move(payload)) {
+    set_kind(kind);
+  }
+  void set_kind(JsonKind kind) { payload_.set_note(static_cast<std::uint8_t>(kind)); }
 
-  Scalar scalar_{};
-  std::string text_;
-  JsonKind kind_ = JsonKind::kNull;
+  JsonText payload_;  // its note is the kind
   // Last, so that a value can be assigned from one of its own descendants: they go after all else
   // has been moved.
   std::unique_ptr<Children, ChildrenDeleter> children_;
 };
 
 struct JsonMember {
-  JsonMember(std::string member_key, JsonValue member_value) noexcept
+  JsonMember(JsonText member_key, JsonValue member_value) noexcept
       : key(std::move(member_key)), value(std::move(member_value)) {}
 
-  std::string key;
+  JsonText key;
   JsonValue value;
 };
 
@@ -122,8 +123,8 @@ class JsonMembers {
   using Iterator = std::vector<JsonMember>::const_iterator;
 
   JsonMembers() = default;
-  // Takes members in any order; of members with the same key the first stays.
-  explicit JsonMembers(std::vector<JsonMember> members);
+  // Takes members in any order; of members with the same key the first stays. ParseStopped.
+  explicit JsonMembers(std::vector<JsonMember> members, const ParseStop& stop = {});
 
   std::size_t size() const { return members_.size(); }
   bool empty() const { return members_.empty(); }

@@ -35,6 +35,7 @@ class ClientConnection : public Connection {
   bool IsOpen() const override { return stream_->IsOpen(); }
   // Whether the service has closed it. What a client wrote before it closed its own end still counts.
   bool ended() const { return ended_; }
+  const std::atomic<bool>& ended_flag() const { return ended_; }
 
   // Whether properties have been published on it; that of one that never did costs nothing to end.
   bool has_published() const { return has_published_; }

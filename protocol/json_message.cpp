@@ -42,13 +42,13 @@ bool JsonMessage::ReadText(Connection& connection) {
   return ReadField(connection, buffer_.data(), length);
 }
 
-bool JsonMessage::Read(Connection& connection) {
+bool JsonMessage::Read(Connection& connection, const ParseStop& stop) {
   bool read = false;
   if (ReadText(connection)) {
     JsonValue value;
     try {
       const platform::ScopedLock hold(ParserLock());
-      value = ParseJsonInPlace(buffer_);
+      value = ParseJsonInPlace(buffer_, stop);
     } catch (const std::invalid_argument&) {
       // A \u that no hexadecimal digits follow, in single quotes: a text that can't be read.
     }

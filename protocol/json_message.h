@@ -5,6 +5,7 @@
 #include <string>
 
 #include "json/json_value.h"
+#include "json/parse_stop.h"
 #include "net/connection.h"
 #include "platform/kernel.h"
 #include "protocol/property_records.h"
@@ -28,8 +29,10 @@ class JsonMessage {
 
   // Reads one frame, each field by one read call; a field that comes in pieces is a failure, and so
   // is a text that is no JSON object. A length of 0 or above kMaximumMessageBytes is refused before
-  // memory is taken. After a failure the object is as it was.
-  virtual bool Read(Connection& connection);
+  // memory is taken. After a failure the object is as it was. One that is stopped fails, soon after
+  // it has what it waits for.
+  virtual bool Read(Connection& connection, const ParseStop& stop);
+  bool Read(Connection& connection) { return Read(connection, {}); }
   // Writes the object as one frame by one write call; false unless all of it was taken.
   virtual bool Write(Connection& connection);
   // Replaces the object by an empty one.

@@ -21,7 +21,8 @@ class JsonMessageHandler : public DataHandler {
     const EndOfConnection end{*context.engine, *stream_->client()};
     PropertyMessage message;
     ReplyBuffer reply;
-    while (message.Read(*stream_)) {
+    const ParseStop stop(stream_->client()->ended_flag());
+    while (message.Read(*stream_, stop)) {
       if (!context.engine->HandleMessage(message, stream_->client(), reply)) break;
       // Here, because the wait for the next message may be long.
       message.Clear();

@@ -15,7 +15,7 @@ namespace {
 
 std::string TextOf(const JsonValue& entry, std::string_view key) {
   const JsonValue* member = entry.Find(key);
-  return member != nullptr ? member->text() : std::string();
+  return member != nullptr ? std::string(member->text()) : std::string();
 }
 
 std::string DescribeAddress(const JsonValue& entry) {

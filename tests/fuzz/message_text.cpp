@@ -55,7 +55,7 @@ JsonValue ForWriting(const JsonValue& value) {
     case JsonKind::kObject: {
       std::vector<JsonMember> members;
       for (const JsonMember& member : value.members())
-        members.emplace_back(EscapeJson(member.key), ForWriting(member.value));
+        members.emplace_back(JsonText(EscapeJson(member.key)), ForWriting(member.value));
       return JsonValue(JsonMembers(std::move(members)));
     }
     default:

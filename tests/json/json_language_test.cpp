@@ -122,6 +122,78 @@ TEST(JsonLanguage, IsThatOfTheRulesForNestedLists) {
   EXPECT_GT(Compare(kPieces, Texts(100'000), 9, 4), Texts(4'000));
 }
 
+// The text without what it repeats at once.
+std::string Collapsed(std::string_view text) {
+  std::string collapsed;
+  for (const char byte : text) {
+    collapsed += byte;
+    for (std::size_t run = 1; run <= 3 && 2 * run <= collapsed.size(); ++run) {
+      const std::size_t end = collapsed.size() - run;
+      if (collapsed.compare(end, run, collapsed, end - run, run) == 0) collapsed.resize(end);
+    }
+  }
+  return collapsed;
+}
+
+// What is left of a value when the lengths of its texts and the values of its floats do not count.
+std::string Shape(const JsonValue& value) {
+  switch (value.kind()) {
+    case JsonKind::kArray: {
+      std::string shape = "[";
+      for (const JsonValue& element : value.elements())
+        shape += Shape(element) + ",";
+      return shape + "]";
+    }
+    case JsonKind::kString:
+      return "'" + Collapsed(value.text()) + "'";
+    case JsonKind::kFloat:
+      return "float";
+    default:
+      return Written(value);
+  }
+}
+
+std::string ShapeOf(const std::string& text) {
+  try {
+    return Shape(ParseJson(text));
+  } catch (const std::invalid_argument& error) {
+    return error.what();
+  }
+}
+
+// What is longer than the scanner's tables are trusted with is read as what is not.
+TEST(JsonLanguage, IsTheSameForLongTokens) {
+  constexpr int kLong = 17'000;
+  constexpr int kShort = 30;
+  const std::array<std::string_view, 7> fillers = {"x", "9", "0", " ", "\t", "\\\"", "\\u00e9"};
+  const std::array<std::string_view, 20> pieces = {"\"", "\"", "\"", "'",  "'",   "\\q",  ".",
+                                                   "e",  "-",  "+",  "[",  "[\"", "]",    "\"]",
+                                                   "',", ",",  "\\", "\n", "1",   "\\u12"};
+  std::mt19937 random(5);
+  int values = 0;
+  CaptureStderr();
+  for (int i = 0; i < Texts(2'000); ++i) {
+    std::string long_text;
+    std::string short_text;
+    for (unsigned left = random() % 7 + 1; left > 0; --left) {
+      const std::string_view piece = pieces[random() % pieces.size()];
+      long_text += piece;
+      short_text += piece;
+      if (random() % 3 != 0) continue;
+      const std::string_view filler = fillers[random() % fillers.size()];
+      for (int n = 0; n < kLong; ++n)
+        long_text += filler;
+      for (int n = 0; n < kShort; ++n)
+        short_text += filler;
+    }
+    const std::string shape = ShapeOf(long_text);
+    ASSERT_EQ(shape, ShapeOf(short_text)) << short_text;
+    if (shape != "null") ++values;
+  }
+  GetCapturedStderr();
+  EXPECT_GT(values, Texts(100));
+}
+
 // A text of the largest size; that its parse ends at all is the point of these tests.
 std::string Filled(const std::string& begin, const std::string& piece, const std::string& end) {
   std::string text = begin;

@@ -74,6 +74,23 @@ TEST(JsonNumber, ReadsFloatsAsTheCLibraryDoes) {
   EXPECT_EQ(FloatFromToken("0." + std::string(999, '0') + "1e1330"), kInfinity);
 }
 
+TEST(JsonNumber, ReadsLongFloatsAsTheCLibraryDoes) {
+  const std::string nines(1000, '9');
+  const std::string zeros(1000, '0');
+  // Half way between two doubles, as far as the last digit tells.
+  const std::string tie = "9007199254740993";
+  for (const std::string& token :
+       {nines + "." + nines + "e-990", "." + zeros + "123e1001", tie + "." + zeros,
+        tie + "." + zeros + "1", tie + zeros + "0e-1001", tie + zeros + "1e-1001",
+        "1e" + zeros + "17", "1e-" + zeros + "17", "1e" + nines, "1e-" + nines, zeros + ".5",
+        "-" + zeros + "." + zeros, zeros + "1e309", "." + zeros + "1e1310",
+        "24703282292062327208" + zeros + "e-1343", "24703282292062327209" + zeros + "e-1343"}) {
+    const double expected = std::strtod(token.c_str(), nullptr);
+    EXPECT_EQ(FloatFromToken(token), expected) << token;
+    EXPECT_EQ(std::signbit(FloatFromToken(token)), std::signbit(expected)) << token;
+  }
+}
+
 TEST(JsonNumber, ReadsTokensWithoutADigitAsZero) {
   for (const char* token : {"-", "+", ".", "+.", "-.", "e5", "E+5", "-e5", "+e-5", ".e5"}) {
     EXPECT_EQ(FloatFromToken(token), 0.0) << token;

@@ -17,14 +17,14 @@ namespace {
 std::vector<std::string> Keys(const JsonMembers& members) {
   std::vector<std::string> keys;
   for (const JsonMember& member : members)
-    keys.push_back(member.key);
+    keys.emplace_back(member.key.view());
   return keys;
 }
 
 JsonMembers MembersOf(const std::vector<std::string>& keys) {
   std::vector<JsonMember> members;
   for (std::size_t i = 0; i < keys.size(); ++i)
-    members.emplace_back(keys[i], JsonValue(static_cast<std::int64_t>(i)));
+    members.emplace_back(JsonText(keys[i]), JsonValue(static_cast<std::int64_t>(i)));
   return JsonMembers(std::move(members));
 }
 
@@ -141,12 +141,6 @@ TEST(JsonValue, ReplacesAndGivesAwayItsMembers) {
   EXPECT_TRUE(object.members().empty());
   EXPECT_EQ(object.kind(), JsonKind::kObject);
   EXPECT_TRUE(JsonValue(1).TakeMembers().empty());
-}
-
-TEST(JsonValue, GivesAwayItsText) {
-  JsonValue value("a text that is longer than any small buffer");
-  EXPECT_EQ(value.TakeText(), "a text that is longer than any small buffer");
-  EXPECT_EQ(value.text(), "");
 }
 
 TEST(JsonValue, RefusesAnIndexAtTheSizeOrBeyond) {
