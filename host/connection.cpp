@@ -23,6 +23,9 @@
 namespace valmere::host {
 namespace {
 
+// More than what the kernel keeps for a socket, unless it is told to keep more.
+constexpr std::size_t kMostDrainedBytes = 262144;
+
 std::string DisconnectFrame() {
   std::string frame;
   BeginFrame(frame);
@@ -112,11 +115,13 @@ void Connection::ReadOnce() {
   }
 }
 
-// The client went away with replies unread; what it had sent before still counts.
+// The client takes nothing any more; what it had sent before still counts. It may have closed its
+// reading side alone and go on sending, so there is an end to that.
 void Connection::DrainAndClose() {
-  for (;;) {
+  for (std::size_t drained = 0; drained < kMostDrainedBytes;) {
     const ssize_t count = recv(socket_, scratch_.data(), scratch_.size(), 0);
     if (count <= 0 || !PassOn(scratch_.first(static_cast<std::size_t>(count)))) break;
+    drained += static_cast<std::size_t>(count);
   }
   Close();
 }
