@@ -98,7 +98,8 @@ void Connection::Guarded(Action action) {
   try {
     action();
   } catch (const std::exception& error) {
-    TryReport([&] { return "handle " + std::to_string(handle_) + ": " + error.what(); });
+    TryReport([&] { return "handle " + std::to_string(handle_) + ": " + error.what(); },
+              ReportClient);
     Close();
   }
 }
@@ -236,8 +237,8 @@ void Connection::UnreadOverdue() {
 }
 
 void Connection::CloseFor(const std::string& cause) {
-  Report("handle " + std::to_string(handle_) + " (" + DescribePeer(socket_) +
-         "): closed: " + cause);
+  ReportClient("handle " + std::to_string(handle_) + " (" + DescribePeer(socket_) +
+               "): closed: " + cause);
   Close();
 }
 

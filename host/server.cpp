@@ -101,7 +101,7 @@ void Server::AcceptOne() {
     Adopt(socket);
   } catch (const std::exception& error) {  // the loop is C and must not meet it
     close(socket);
-    TryReport([&] { return std::string("cannot serve a client: ") + error.what(); });
+    TryReport([&] { return std::string("cannot serve a client: ") + error.what(); }, ReportClient);
   }
 }
 
