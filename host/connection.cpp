@@ -23,6 +23,9 @@
 namespace valmere::host {
 namespace {
 
+// More than what the kernel keeps for a socket, unless it is told to keep more.
+constexpr std::size_t kMostDrainedBytes = 262144;
+
 std::string DisconnectFrame() {
   std::string frame;
   BeginFrame(frame);
@@ -95,7 +98,8 @@ void Connection::Guarded(Action action) {
   try {
     action();
   } catch (const std::exception& error) {
-    TryReport([&] { return "handle " + std::to_string(handle_) + ": " + error.what(); });
+    TryReport([&] { return "handle " + std::to_string(handle_) + ": " + error.what(); },
+              ReportClient);
     Close();
   }
 }
@@ -112,11 +116,13 @@ void Connection::ReadOnce() {
   }
 }
 
-// The client went away with replies unread; what it had sent before still counts.
+// The client takes nothing any more; what it had sent before still counts. It may have closed its
+// reading side alone and go on sending, so there is an end to that.
 void Connection::DrainAndClose() {
-  for (;;) {
+  for (std::size_t drained = 0; drained < kMostDrainedBytes;) {
     const ssize_t count = recv(socket_, scratch_.data(), scratch_.size(), 0);
     if (count <= 0 || !PassOn(scratch_.first(static_cast<std::size_t>(count)))) break;
+    drained += static_cast<std::size_t>(count);
   }
   Close();
 }
@@ -231,8 +237,8 @@ void Connection::UnreadOverdue() {
 }
 
 void Connection::CloseFor(const std::string& cause) {
-  Report("handle " + std::to_string(handle_) + " (" + DescribePeer(socket_) +
-         "): closed: " + cause);
+  ReportClient("handle " + std::to_string(handle_) + " (" + DescribePeer(socket_) +
+               "): closed: " + cause);
   Close();
 }
 

@@ -33,7 +33,7 @@ class Outbox {
 
   // May take the frame's memory.
   Sent Send(FrameBuffer& frame);
-  // Sends what the socket takes now. False when it takes nothing any more.
+  // Sends what the socket takes now, a part of it if it is much. False when it takes nothing any more.
   bool Flush();
   // When the oldest byte that waits was given to Send; nothing while none waits.
   std::optional<Clock::time_point> waiting_since() const;
@@ -45,13 +45,17 @@ class Outbox {
     Clock::time_point since;
   };
 
+  // Adds to `sent` what the socket takes now; false when it takes nothing any more.
+  bool SendNow(const FrameBuffer& frame, std::size_t& sent) const;
+  // Keeps what is left behind the first `sent` bytes.
+  Sent Keep(FrameBuffer& frame, std::size_t sent);
   void Took(std::size_t bytes);
 
   const int socket_;
   const std::size_t limit_;
   const std::function<void()> backed_up_;
 
-  mutable std::mutex lock_;     // also held to send: the bytes of one frame stay together
+  mutable std::mutex lock_;     // also held to flush: the bytes of one frame stay together
   std::list<Waiting> waiting_;  // takes no memory while nothing waits
   std::size_t waiting_bytes_ = 0;
 };

@@ -39,7 +39,6 @@ class ReplyPump {
  private:
   void Run(const std::function<void()>& ended);
   End Pump();
-  bool ReadFrame();
 
   const DriverLibrary& driver_;
   const std::uint32_t handle_;

@@ -1,20 +1,25 @@
-// One line is one write, so that the lines of several threads do not mix.
+// The loop writes here too, so nobody who reads slowly or not at all may hold it up.
 #include "host/report.h"
 
-#include <cstdio>
 #include <sstream>
 #include <utility>
+
+#include "platform/standard_error.h"
 
 namespace valmere::host {
 namespace {
 
+constexpr std::string_view kProgram = "valmered: ";
 constexpr std::chrono::seconds kQuiet{10};
 
 }  // namespace
 
-void Report(const std::string& text) {
-  const std::string line = "valmered: " + text + "\n";
-  std::fputs(line.c_str(), stderr);
+void Report(std::string_view text) noexcept {
+  platform::WriteErrorLine({kProgram, text});
+}
+
+void ReportClient(std::string_view text) noexcept {
+  platform::WriteErrorLineSparingly({kProgram, text});
 }
 
 std::string Seconds(std::chrono::milliseconds duration) {

@@ -6,18 +6,23 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace valmere::host {
 
 // Writes "valmered: ", the text and a line end to standard error, in one piece; under systemd that
-// is the journal.
-void Report(const std::string& text);
+// is the journal. Never waits for it: a line that it can't take at once is left out, and a later one
+// tells so. For what an operator has to see, be it seldom or kept so by a ReportLimit.
+void Report(std::string_view text) noexcept;
+
+// The same for what a client can cause as often as it likes: after a burst, a line a second.
+void ReportClient(std::string_view text) noexcept;
 
 // The same for what `text` makes, where nothing may throw. Without memory for it nothing is said.
 template <class Text>
-void TryReport(Text text) noexcept {
+void TryReport(Text text, void (&report)(std::string_view) noexcept = Report) noexcept {
   try {
-    Report(text());
+    report(text());
   } catch (const std::exception&) {
   }
 }

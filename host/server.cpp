@@ -13,8 +13,6 @@
 #include <string>
 #include <utility>
 
-#include "host/property_load.h"
-
 namespace valmere::host {
 namespace {
 
@@ -35,7 +33,11 @@ Server* ServerOf(Handle* handle) {
 }  // namespace
 
 Server::Server(ListeningSocket& listener, const DriverLibrary& driver, const Limits& limits)
-    : listener_(listener), driver_(driver), limits_(limits), scratch_(kScratchBytes) {
+    : listener_(listener),
+      driver_(driver),
+      limits_(limits),
+      scratch_(kScratchBytes),
+      loader_(driver) {
   Watch(uv_loop_init(&loop_));
   accept_.data = accept_again_.data = calls_wait_.data = this;
   terminate_.data = interrupt_.data = hang_up_.data = this;
@@ -50,8 +52,7 @@ Server::Server(ListeningSocket& listener, const DriverLibrary& driver, const Lim
   Watch(uv_signal_start(&interrupt_, on_signal, SIGINT));
   Watch(uv_signal_init(&loop_, &hang_up_));
   Watch(uv_signal_start(
-      &hang_up_, [](uv_signal_t* signal, int) { LoadProperties(ServerOf(signal)->driver_); },
-      SIGHUP));
+      &hang_up_, [](uv_signal_t* signal, int) { ServerOf(signal)->LoadProperties(); }, SIGHUP));
 }
 
 Server::~Server() {
@@ -101,7 +102,7 @@ void Server::AcceptOne() {
     Adopt(socket);
   } catch (const std::exception& error) {  // the loop is C and must not meet it
     close(socket);
-    TryReport([&] { return std::string("cannot serve a client: ") + error.what(); });
+    TryReport([&] { return std::string("cannot serve a client: ") + error.what(); }, ReportClient);
   }
 }
 
@@ -171,6 +172,10 @@ void Server::AttendToCalls() {
   }
 }
 
+void Server::LoadProperties() noexcept {
+  if (loader_) loader_->Ask();
+}
+
 // All sessions are told first and waited for then, so that they end side by side.
 void Server::Stop() {
   if (stopping_) return;
@@ -187,6 +192,7 @@ void Server::Stop() {
   for (auto& [id, connection] : connections_) {
     connection->Close();
   }
+  loader_.reset();
   CloseHandle(calls_wait_);
 }
 

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "host/driver_library.h"
 #include "host/limits.h"
 #include "host/listening_socket.h"
+#include "host/property_loader.h"
 #include "host/report.h"
 
 namespace valmere::host {
@@ -47,6 +49,7 @@ class Server {
   void TurnAway(int socket);
   void CallFor(Id id) noexcept;  // on a pump's thread
   void AttendToCalls();
+  void LoadProperties() noexcept;
   void Stop();
 
   ListeningSocket& listener_;
@@ -63,6 +66,7 @@ class Server {
   std::unordered_map<Id, std::unique_ptr<Connection>> connections_;
   Id last_id_ = 0;
   bool stopping_ = false;
+  std::optional<PropertyLoader> loader_;  // until the end begins
   ReportLimit turned_away_;
   ReportLimit paused_;
 

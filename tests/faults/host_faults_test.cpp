@@ -180,6 +180,17 @@ TEST_P(HostFaults, CostAtMostTheClientWhoLeavesItsRepliesUnread) {
   StopCleanly();
 }
 
+TEST_P(HostFaults, CostAtMostALoadOfThePropertyFile) {
+  ForEachFault([&] {
+    std::raise(SIGHUP);
+    const Peer peer(path_);
+    peer.Exchange(FrameOf("after the signal"));
+    peer.Finish();
+  });
+  EXPECT_TRUE(Answers());
+  StopCleanly();
+}
+
 INSTANTIATE_TEST_SUITE_P(Every, HostFaults,
                          testing::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kLoop),
                          testing::FaultName);

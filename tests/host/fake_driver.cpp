@@ -6,7 +6,12 @@
 //   end                    the session ends
 //   refuse                 PRN_Write fails
 //   silent                 nothing comes back
+//   slow and so on         the same, after a moment
 //   bytes N                a frame of N bytes of text comes back
+//   a set of the property that loads the property file
+//                          the frame comes back once a client says that the file is loaded
+//   loaded                 the file is; the frame itself comes back too
+//   loads end              the sessions that wait for a load end; the frame itself comes back
 //   cut off                the identifier of a frame comes back and nothing more; closing the handle
 //                          then takes until whoever reads it asks for the frame after, or a while
 //   anything else          the frame itself comes back
@@ -23,14 +28,18 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 
 #include "driver/prn.h"
 #include "protocol/message_frame.h"
 
 namespace {
 
+constexpr char kLoadProperties[] = "0D9B0F83-2282-4728-A78E-FE2FF4E3A13C";
+
 struct Session {
   std::string replies;
+  std::string held;  // comes back when the property file is loaded
   bool ended = false;
   bool cut_off = false;
 };
@@ -69,8 +78,23 @@ bool IsFrame(const std::string& bytes) {
                        valmere::kFrameHeaderBytes) == 0;
 }
 
-void Answer(Session& session, const std::string& frame) {
+void EndLoads(const std::string& how) {
+  for (const auto& [handle, session] : sessions) {
+    if (session->held.empty()) continue;
+    if (how == "loaded") session->replies += session->held;
+    session->ended = how == "loads end";
+    session->held.clear();
+  }
+}
+
+void Answer(uint32_t handle, Session& session, const std::string& frame) {
   const std::string text = frame.substr(valmere::kFrameHeaderBytes);
+  if (text.find(kLoadProperties) != std::string::npos) {
+    Log("load " + std::to_string(handle));
+    session.held = frame;
+    return;
+  }
+  if (text == "loaded" || text == "loads end") EndLoads(text);
   if (text == R"({"Disconnect": true})" || text == "end") {
     session.ended = true;
   } else if (text.starts_with("bytes ")) {
@@ -78,7 +102,7 @@ void Answer(Session& session, const std::string& frame) {
   } else if (text == "cut off") {
     session.replies += frame.substr(0, valmere::kStreamFormatIdentifier.size());
     session.cut_off = true;
-  } else if (text != "silent") {
+  } else if (text != "silent" && !text.starts_with("slow")) {
     session.replies += frame;
   }
 }
@@ -139,6 +163,9 @@ FAKE_ENTRY uint32_t PRN_Read(uint32_t handle, void* buffer, uint32_t count) {
 
 FAKE_ENTRY int32_t PRN_Write(uint32_t handle, const void* buffer, uint32_t count) {
   const std::string bytes(static_cast<const char*>(buffer), count);
+  constexpr std::chrono::milliseconds kMoment{2};
+  if (bytes.compare(std::min<std::size_t>(count, 20), 4, "slow") == 0)
+    std::this_thread::sleep_for(kMoment);
   const std::lock_guard hold(lock);
   const auto session = Find(handle);
   const bool frame = IsFrame(bytes);
@@ -148,7 +175,7 @@ FAKE_ENTRY int32_t PRN_Write(uint32_t handle, const void* buffer, uint32_t count
   if (session == nullptr || (frame && bytes.substr(20) == "refuse")) return -1;
   if (session->ended) return static_cast<int32_t>(count);
   if (frame)
-    Answer(*session, bytes);
+    Answer(handle, *session, bytes);
   else if (count >= 16)
     session->ended = true;
   changed.notify_all();

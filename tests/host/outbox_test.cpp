@@ -6,11 +6,16 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <string>
+#include <thread>
 
 namespace valmere::host {
 namespace {
+
+constexpr std::chrono::seconds kPatience{60};
 
 class OutboxTest : public ::testing::Test {
  protected:
@@ -91,6 +96,54 @@ TEST_F(OutboxTest, KeepsWhatTheSocketDoesNotTakeAndCallsOnce) {
   EXPECT_GE(*outbox_.waiting_since(), before);
   EXPECT_TRUE(ReadAll() == large + "small");
   EXPECT_FALSE(outbox_.waiting_since());
+}
+
+TEST_F(OutboxTest, FlushesNoMoreThanAPartOfALongFrameAtOnce) {
+  constexpr std::size_t kPart = 262144;
+  const int much = kPart;  // the kernel doubles it
+  setsockopt(ends_[0], SOL_SOCKET, SO_SNDBUF, &much, sizeof(much));
+  const std::string large(kLimit, 'l');
+  EXPECT_EQ(Send(large), Outbox::Sent::kTaken);
+  std::string all = ReadSome();
+  ASSERT_LT(all.size(), large.size() - kPart) << "too little is left";
+  EXPECT_TRUE(outbox_.Flush());
+  const std::string flushed = ReadSome();
+  EXPECT_GT(flushed.size(), 0U);
+  EXPECT_LE(flushed.size(), kPart);
+  EXPECT_EQ((all + flushed + ReadAll()).size(), large.size());
+}
+
+TEST_F(OutboxTest, CallsWheneverSomethingBeginsToWait) {
+  std::string wanted;
+  for (int i = 0; i < 500; ++i)
+    wanted += std::string(20'000, static_cast<char>('a' + i % 26));
+  std::atomic<bool> called{false};
+  std::atomic<bool> over{false};
+  Outbox outbox(ends_[0], kLimit, [&] { called = true; });
+  std::thread pump([&] {
+    for (std::size_t at = 0; at < wanted.size(); at += 20'000) {
+      const std::string text = wanted.substr(at, 20'000);
+      Outbox::Sent sent = Outbox::Sent::kTooMuch;
+      while (sent == Outbox::Sent::kTooMuch && !over) {
+        FrameBuffer frame = FrameOf(text);
+        sent = outbox.Send(frame);
+      }
+    }
+  });
+  const auto deadline = Outbox::Clock::now() + kPatience;
+  std::string all;
+  bool waiting = false;
+  while (all.size() < wanted.size() && Outbox::Clock::now() < deadline) {
+    waiting = called.exchange(false) || waiting;
+    if (waiting) {
+      outbox.Flush();
+      waiting = outbox.waiting_since().has_value();
+    }
+    all += ReadSome();
+  }
+  over = true;
+  pump.join();
+  EXPECT_TRUE(all == wanted) << "something waits that nobody was told of";
 }
 
 TEST_F(OutboxTest, KeepsTheOrderOfManySmallFrames) {

@@ -10,6 +10,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 #include "protocol/message_frame.h"
@@ -32,6 +33,12 @@ int ListenOn(const std::string& path) {
   EXPECT_EQ(bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
   EXPECT_EQ(listen(socket, 1), 0);
   return socket;
+}
+
+std::size_t ThreadsOf(pid_t process) {
+  const auto tasks =
+      std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task");
+  return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
 }
 
 RawClient::RawClient(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STREAM, 0)) {

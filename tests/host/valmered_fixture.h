@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,6 +27,9 @@ void RepeatUntil(Done done, Step step) {
 
 // A socket that listens on `path`, as another program has it; the caller closes it.
 int ListenOn(const std::string& path);
+
+// How many threads a process has.
+std::size_t ThreadsOf(pid_t process);
 
 // Purpose: one raw connection to a Unix socket.
 // Owner: a test.

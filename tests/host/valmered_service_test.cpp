@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -118,6 +119,30 @@ TEST_F(ValmeredServiceTest, LoadsThePropertyFileAgainOnSighup) {
   WritePropertyFile(file, "750", "True", "\x04\x8b");
   valmered_->Signal(SIGHUP);
   EXPECT_EQ(valmered_->ReadErrorLine(), "valmered: loading the property file again");
+  std::string answer;
+  RepeatUntil([&] { return answer.find(R"("Value": "750")") != std::string::npos; },
+              [&] { answer = Ask(GetOf(kPeriodKey)); });
+  ExpectEndInTime();
+}
+
+TEST_F(ValmeredServiceTest, TakesAStormOfSighupWithFewThreads) {
+  constexpr int kSignals = 3000;
+  constexpr std::size_t kFew = 3;  // that asks for loads, that does them, that serves who asks here
+  std::filesystem::create_directories(root_ + "/Store");
+  const std::string file = root_ + "/Store/ValmereProperties.ini";
+  WritePropertyFile(file, "1000", "False", "\xfe\x67");
+  Start();
+  const std::size_t before = ThreadsOf(valmered_->process());
+  // It takes its time to be read, and is refused then.
+  std::ofstream(file) << std::string(kFullSize ? 20'000'000 : 1'000'000, 'x');
+  std::size_t most = 0;
+  for (int i = 0; i < kSignals; ++i) {
+    valmered_->Signal(SIGHUP);
+    if (i % 50 == 0) most = std::max(most, ThreadsOf(valmered_->process()));
+  }
+  EXPECT_LE(most, before + kFew);
+  WritePropertyFile(file, "750", "True", "\x04\x8b");
+  valmered_->Signal(SIGHUP);
   std::string answer;
   RepeatUntil([&] { return answer.find(R"("Value": "750")") != std::string::npos; },
               [&] { answer = Ask(GetOf(kPeriodKey)); });

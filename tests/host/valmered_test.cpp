@@ -18,12 +18,6 @@ using ::testing::IsEmpty;
 
 constexpr char kDisconnect[] = R"({"Disconnect": true})";
 
-std::size_t ThreadsOf(pid_t process) {
-  const auto tasks =
-      std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task");
-  return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
-}
-
 TEST_F(ValmeredTest, EndsCleanlyOnSigterm) {
   Start();
   Stop(SIGTERM);
