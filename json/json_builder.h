@@ -45,6 +45,9 @@ class JsonBuilder {
   bool CloseArray(Mark first);
 
   JsonValue TakeResult() { return std::move(values_.back()); }
+  // What the grammar says of a text that is none; a constant of its own. Empty for any other.
+  std::string_view error() const { return error_; }
+  void set_error(std::string_view error) { error_ = error; }
   void RethrowFailure();
 
  private:
@@ -70,6 +73,7 @@ class JsonBuilder {
   const ParseStop stop_;
   std::vector<JsonValue> values_;
   std::vector<JsonText> texts_;
+  std::string_view error_;
   std::exception_ptr failure_;
 };
 

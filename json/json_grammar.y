@@ -25,12 +25,10 @@ int valmere_json_lex(VALMERE_JSON_STYPE* token, void* scanner);
 }
 
 %code {
-#include <cstdio>
-
 namespace {
 
-void valmere_json_error(valmere::JsonBuilder&, void*, const char* message) {
-  std::fprintf(stderr, "error: %s\n", message);
+void valmere_json_error(valmere::JsonBuilder& builder, void*, const char* message) {
+  builder.set_error(message);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "json/json_builder.h"
 #include "json_grammar.tab.h"
 #include "json_scanner.lex.h"
+#include "platform/standard_error.h"
 
 namespace valmere {
 
@@ -35,15 +36,24 @@ class Scanner {
 
 }  // namespace
 
-JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop) {
+JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop, std::string_view& error) {
   text.resize(std::min(text.find('\0'), text.size()));
   text.append(kScannerEndBytes, '\0');
   JsonBuilder builder(stop);
   ScanState state{stop};
   const Scanner scanner(text, state);
   const bool parsed = valmere_json_parse(builder, scanner.state()) == 0;
+  error = builder.error();
   builder.RethrowFailure();
   return parsed ? builder.TakeResult() : JsonValue();
+}
+
+// Any client can cause an error with each of its messages.
+JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop) {
+  std::string_view error;
+  JsonValue value = ParseJsonInPlace(text, stop, error);
+  if (!error.empty()) platform::WriteErrorLineSparingly({"error: ", error});
+  return value;
 }
 
 JsonValue ParseJson(std::string_view text) {

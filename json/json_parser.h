@@ -10,7 +10,7 @@
 namespace valmere {
 
 // Parses `text`, which ends at its first NUL and is shorter than 2 GiB. A text that is not one
-// value gives null and one line on standard error. Bytes that begin no token are passed over; docs
+// value gives null and one line on standard error, which a flood of them may leave out. Bytes that begin no token are passed over; docs
 // of the accepted language are json_scanner.l and json_grammar.y.
 //
 // Throws std::invalid_argument for a \u in single quotes without a hexadecimal number, and
@@ -22,5 +22,9 @@ JsonValue ParseJson(std::string_view text);
 // The same without a copy of the text, which is overwritten. Two bytes are appended to it. When it is
 // stopped it gives null within milliseconds, and writes nothing.
 JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop = {});
+
+// The same for those who tell of errors themselves. `error` becomes "syntax error", "memory exhausted"
+// or empty.
+JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop, std::string_view& error);
 
 }  // namespace valmere

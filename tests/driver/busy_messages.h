@@ -1,0 +1,23 @@
+// Messages of the full length, made so that each keeps another part of the service at work for as long
+// as one message can.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace valmere::testing {
+
+struct BusyMessage {
+  std::string_view name;
+  std::string text;
+};
+
+// One for each request key and each kind of text that is long to read, of `bytes` each.
+std::vector<BusyMessage> MakeBusyMessages(std::size_t bytes);
+
+// What those who ask for groups are to find: properties in the group without a GUID.
+std::string EmptyGroupText(int properties);
+
+}  // namespace valmere::testing
