@@ -13,7 +13,6 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <memory>
 #include <string>
@@ -41,20 +40,15 @@ std::string ReadNow(int descriptor) {
   return text;
 }
 
-void SetBlocking(int descriptor, bool blocking) {
-  const int flags = fcntl(descriptor, F_GETFL);
-  fcntl(descriptor, F_SETFL, blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK);
-}
-
 // Writes until nothing more is taken, not even a byte.
 void Fill(int descriptor) {
-  SetBlocking(descriptor, false);
+  fcntl(descriptor, F_SETFL, O_NONBLOCK);
   for (const std::size_t size : {4096, 1}) {
     const std::string filling(size, '\n');
     while (write(descriptor, filling.data(), size) > 0) {
     }
   }
-  SetBlocking(descriptor, true);
+  fcntl(descriptor, F_SETFL, 0);
 }
 
 // While it lives, the process has another standard error.
