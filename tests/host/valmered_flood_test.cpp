@@ -19,8 +19,6 @@
 namespace valmere::test {
 namespace {
 
-using ::testing::HasSubstr;
-
 // A client that reads nothing and goes on sending; turned away, it comes back.
 class DeafSender {
  public:
@@ -190,16 +188,16 @@ TEST_F(ValmeredFloodTest, SaysWhatTheOperatorHasToKnowHoweverManyClientsFail) {
   }
   valmered_->Signal(SIGHUP);
   int closed = 0;
+  bool told = false;
   std::string line;
-  std::string before;
   while (line != "valmered: loading the property file again" && !HasFailure()) {
-    before = line;
     line = valmered_->ReadErrorLine();
     ASSERT_NE(line, "");
     if (line.find(": closed: ") != std::string::npos) ++closed;
+    told = told || line.ends_with(" left out");
   }
   EXPECT_LT(closed, kClients) << "clients can fill the log";
-  EXPECT_THAT(before, HasSubstr(" before this one were left out"));
+  EXPECT_TRUE(told);
   ExpectEnd();
 }
 

@@ -63,20 +63,20 @@ TEST(SparingErrorLines, AreABurstAndSoManyASecondAndToldOf) {
   const auto lines = static_cast<Ticks>(std::count(text.begin(), text.end(), '\n'));
   constexpr Ticks kOwn = 2;  // the last one, and what was left out before it
   EXPECT_LE(lines, Ticks{kErrorLineBurst} + seconds * kErrorLinesPerSecond + 2 * seconds + kOwn);
-  EXPECT_TRUE(text.ends_with(" lines before this one were left out\nby itself\n")) << text;
+  EXPECT_NE(text.find(" left out\n"), std::string::npos);
+  EXPECT_TRUE(text.ends_with("\nby itself\n")) << text;
 }
 
 TEST(SparingErrorLines, GoOnAfterAWhile) {
-  const std::string text = Captured([] {
+  std::string all = Captured([] {
     for (std::size_t i = 0; i < 2 * kErrorLineBurst; ++i)
       WriteErrorLineSparingly({"again"});
   });
-  std::string later;
   EXPECT_TRUE(Eventually([&] {
-    later = Captured([] { WriteErrorLineSparingly({"later"}); });
-    return !later.empty();
+    all += Captured([] { WriteErrorLineSparingly({"later"}); });
+    return all.ends_with("\nlater\n");
   }));
-  EXPECT_TRUE(later.ends_with("left out\nlater\n")) << later;
+  EXPECT_NE(all.find(" left out\n"), std::string::npos);
 }
 
 constexpr Ticks kInterval = 100;
