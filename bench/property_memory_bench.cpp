@@ -47,7 +47,7 @@ void Measure(int properties_per_group, bool with_listener) {
   const std::string name(kNameSize, 'n');
   std::size_t bytes = 0;
   std::size_t blocks = 0;
-  valmere::ComponentRegistry registry;
+  valmere::ComponentRegistry registry([](const valmere::ClientConnection&) { return true; });
   for (int i = 0; i < kProperties; ++i) {
     const std::string guid = Guid(i);
     const std::string group = Guid(i / properties_per_group);

@@ -42,14 +42,15 @@ void BM_PeriodEnd(benchmark::State& state) {
                                                "Bench Group Name ....", kGuid,
                                                "Bench Component Name", nullptr));
   }
-  SubscriberList subscribers;
+  const auto subscribers = std::make_shared<SubscriberList>();
   std::vector<LoopbackPipe> pipes(static_cast<std::size_t>(state.range(0)));
   {
-    const ScopedLock hold(subscribers.lock);
+    const ScopedLock hold(subscribers->lock);
+    Subscriber::Keys all;
     for (const LoopbackPipe& pipe : pipes)
-      subscribers.Add(std::make_shared<ClientConnection>(pipe.service_end()), {});
+      subscribers->Add(std::make_shared<ClientConnection>(pipe.service_end()), all);
   }
-  ChangePublisher publisher(own, period, subscribers, [] {});
+  ChangePublisher publisher(own, period, subscribers, {}, [] {});
   std::vector<char> room(4 << 20);
   std::size_t bytes = 0;
   for (auto _ : state) {

@@ -50,30 +50,6 @@ GuidPair SplitGuid(std::string_view text) {
   return {text.substr(0, colon), text.substr(colon + 1)};
 }
 
-// Calls `take` with each entry of the array under `key`.
-template <class Take>
-void ForEachEntry(const JsonValue& object, std::string_view key, Take take) {
-  const JsonValue* entries = object.Find(key);
-  if (entries == nullptr || entries->kind() != JsonKind::kArray) return;
-  for (std::size_t i = 0; i < entries->size(); ++i)
-    take(entries->At(i));
-}
-
-std::size_t EntryCount(const JsonValue& object, std::string_view key) {
-  const JsonValue* entries = object.Find(key);
-  return entries != nullptr ? entries->size() : 0;
-}
-
-std::vector<PropertyAddress> ParseAddresses(const JsonValue& object, std::string_view key) {
-  std::vector<PropertyAddress> addresses;
-  addresses.reserve(EntryCount(object, key));
-  ForEachEntry(object, key, [&](const JsonValue& entry) {
-    const GuidPair pair = SplitGuid(TextOf(entry, keys::kGuid));
-    addresses.push_back({TextOf(entry, keys::kComponent), pair.group_guid, pair.guid});
-  });
-  return addresses;
-}
-
 }  // namespace
 
 void PropertyMessage::SubscribeAll() {
@@ -114,36 +90,36 @@ void PropertyMessage::GetResponses(std::span<const PropertyResponseRecord> recor
   object_[keys::kGetResponses] = std::move(entries);
 }
 
-std::vector<PropertySetRecord> PropertyMessage::ParseSetRequests() const {
-  std::vector<PropertySetRecord> records;
-  records.reserve(EntryCount(object_, keys::kSetRequests));
-  ForEachEntry(object_, keys::kSetRequests, [&](const JsonValue& entry) {
-    const GuidPair pair = SplitGuid(TextOf(entry, keys::kGuid));
-    records.push_back(
-        {pair.guid, pair.group_guid, TextOf(entry, keys::kComponent), TextOf(entry, keys::kValue)});
-  });
-  return records;
+const JsonValue* PropertyMessage::EntriesUnder(std::string_view key) const {
+  const JsonValue* const entries = object_.Find(key);
+  return entries != nullptr && entries->kind() == JsonKind::kArray ? entries : nullptr;
 }
 
-std::vector<PropertyAddress> PropertyMessage::ParseGetRequests() const {
-  return ParseAddresses(object_, keys::kGetRequests);
+std::size_t PropertyMessage::Count(std::string_view key) const {
+  const JsonValue* const entries = EntriesUnder(key);
+  return entries != nullptr ? entries->size() : 0;
 }
 
-std::vector<PropertyAddress> PropertyMessage::ParseSubscribeRequests() const {
-  return ParseAddresses(object_, keys::kSubscribeRequests);
+PropertySetRecord PropertyMessage::SetRecordOf(const JsonValue& entry) {
+  const GuidPair pair = SplitGuid(TextOf(entry, keys::kGuid));
+  return {pair.guid, pair.group_guid, TextOf(entry, keys::kComponent), TextOf(entry, keys::kValue)};
 }
 
-std::vector<PropertyResponseRecord> PropertyMessage::ParseGetResponses() const {
-  std::vector<PropertyResponseRecord> records;
-  records.reserve(EntryCount(object_, keys::kGetResponses));
-  ForEachEntry(object_, keys::kGetResponses, [&](const JsonValue& entry) {
-    const GuidPair pair = SplitGuid(TextOf(entry, keys::kGuid));
-    records.push_back({pair.group_guid, TextOf(entry, keys::kGroupString), pair.guid,
-                       TextOf(entry, keys::kNameString), TextOf(entry, keys::kValue),
-                       TextOf(entry, keys::kStatus), TextOf(entry, keys::kComponent),
-                       TextOf(entry, keys::kComponentString)});
-  });
-  return records;
+PropertyAddress PropertyMessage::AddressOf(const JsonValue& entry) {
+  const GuidPair pair = SplitGuid(TextOf(entry, keys::kGuid));
+  return {TextOf(entry, keys::kComponent), pair.group_guid, pair.guid};
+}
+
+PropertyResponseRecord PropertyMessage::ResponseRecordOf(const JsonValue& entry) {
+  const GuidPair pair = SplitGuid(TextOf(entry, keys::kGuid));
+  return {pair.group_guid,
+          TextOf(entry, keys::kGroupString),
+          pair.guid,
+          TextOf(entry, keys::kNameString),
+          TextOf(entry, keys::kValue),
+          TextOf(entry, keys::kStatus),
+          TextOf(entry, keys::kComponent),
+          TextOf(entry, keys::kComponentString)};
 }
 
 }  // namespace valmere

@@ -16,14 +16,20 @@ LocalRegistry::Handle LocalRegistry::Find(std::string_view group_guid,
   return index_.Find(PropertyKey(group_guid, guid));
 }
 
-void LocalRegistry::ListGroup(std::string_view group_guid, std::vector<Handle>& out) const {
+bool LocalRegistry::ListGroup(std::string_view group_guid, std::uint64_t& next,
+                              std::vector<Handle>& out) const {
   const ScopedLock hold(index_lock_);
-  index_.ListGroup(group_guid, out);
+  return index_.ListGroup(group_guid, next, out);
 }
 
-void LocalRegistry::ListAll(std::vector<Handle>& out) const {
+bool LocalRegistry::ListAll(Place& place, std::vector<Handle>& out) const {
   const ScopedLock hold(index_lock_);
-  index_.ListAll(out);
+  return index_.Walk(place, [&](const Handle& property) { out.push_back(property); });
+}
+
+std::size_t LocalRegistry::size() const {
+  const ScopedLock hold(index_lock_);
+  return index_.size();
 }
 
 }  // namespace valmere

@@ -1,6 +1,8 @@
 // The properties that the service itself owns.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -18,15 +20,18 @@ namespace valmere {
 class LocalRegistry {
  public:
   using Handle = std::shared_ptr<Property>;
+  using Place = PropertyIndex<Property>::Place;
 
   // False, and nothing is registered, when one of that group GUID and GUID is there already.
   bool Add(Handle property);
   // Empty when there is none.
   Handle Find(std::string_view group_guid, std::string_view guid) const;
-  // Both append: a group's properties in the order in which they were registered, all of them by
-  // ascending group GUID.
-  void ListGroup(std::string_view group_guid, std::vector<Handle>& out) const;
-  void ListAll(std::vector<Handle>& out) const;
+  // Each is one step of a walk and appends up to PropertyIndex::kStep properties: of a group, in the
+  // order in which they were registered, and of all, by ascending group GUID. False when it was the
+  // last step.
+  bool ListGroup(std::string_view group_guid, std::uint64_t& next, std::vector<Handle>& out) const;
+  bool ListAll(Place& place, std::vector<Handle>& out) const;
+  std::size_t size() const;
 
  private:
   mutable Lock index_lock_;  // nothing else is taken under it

@@ -7,6 +7,7 @@
 #include "persist/log_line.h"
 #include "protocol/message_keys.h"
 #include "store/general_group.h"
+#include "store/property_key.h"
 
 namespace valmere {
 namespace {
@@ -43,7 +44,18 @@ PropertyEngine::PropertyEngine(std::shared_ptr<LogSink> log,
                                std::shared_ptr<UIntProperty> period)
     : log_(std::move(log)),
       own_component_(std::move(own_component)),
-      publisher_(own_component_, std::move(period), subscribers_, [this] { ObserveAll(); }) {}
+      components_(CanOwn),
+      subscribers_(std::make_shared<SubscriberList>()),
+      publisher_(std::make_shared<ChangePublisher>(own_component_, std::move(period), subscribers_,
+                                                   log_,
+                                                   [this] { ObserveAll(publisher_->stopped()); })),
+      publishing_(publisher_) {}
+
+// The publisher calls back into the engine until it is disconnected.
+void PropertyEngine::End() {
+  publishing_.End();
+  publisher_->Disconnect();
+}
 
 bool PropertyEngine::AddProperty(std::shared_ptr<Property> property) {
   if (!local_.Add(property)) return false;
@@ -66,67 +78,78 @@ void PropertyEngine::LogChangesOf(Property& property) const {
 bool PropertyEngine::HandleMessage(const PropertyMessage& message,
                                    const std::shared_ptr<ClientConnection>& sender,
                                    ReplyBuffer& reply) {
-  if (message.Has(keys::kSetRequests)) HandleSetRequests(message.ParseSetRequests(), *sender);
-  const bool answer = (message.Has(keys::kGetRequests) || message.Has(keys::kGetAll)) &&
-                      BuildReply(message, *sender, reply);
+  if (message.Has(keys::kSetRequests) && !HandleSetRequests(message, *sender)) {
+    LogEnd(*sender, "sent sets of more than 32 MiB to pass on");
+    return false;
+  }
+  Reply answer = Reply::kNone;
+  if (message.Has(keys::kGetRequests) || message.Has(keys::kGetAll))
+    answer = BuildReply(message, *sender, reply);
+  if (answer == Reply::kTooLong) {
+    LogEnd(*sender, "asked for a reply of more than 64 MiB");
+    return false;
+  }
   if (message.Has(keys::kSubscribeRequests) || message.Has(keys::kSubscribeAll))
     Subscribe(message, sender);
-  if (message.Has(keys::kGetResponses)) ApplyComponentEntries(message.ParseGetResponses(), sender);
+  message.ForEachGetResponse([&](const PropertyResponseRecord& entry) {
+    if (!sender->ended()) ApplyComponentEntry(entry, sender);
+    return !sender->ended();
+  });
   if (message.Has(keys::kDisconnect)) {
     Unsubscribe(*sender);
     return false;
   }
-  if (!answer) return true;
+  if (answer == Reply::kNone) return true;
   const bool sent = SendReply(*sender, reply);
   if (reply.capacity() > kKeptReplyBytes) ReplyBuffer().swap(reply);
   return sent;
 }
 
-// Nothing is made for a client that is gone: a service that ends with many requests queued would
-// spend the time of all sessions on replies that nobody reads. Looked at under the lock, for which
-// many may have waited while their clients went.
-bool PropertyEngine::BuildReply(const PropertyMessage& message, const ClientConnection& sender,
-                                ReplyBuffer& reply) const {
-  std::vector<PropertyAddress> requests;
-  const bool all = message.Has(keys::kGetAll);
-  if (!all) requests = message.ParseGetRequests();
-  const ScopedLock hold(ParserLock());
-  if (!sender.IsOpen()) return false;
-  ResponseFrame frame(reply);
-  if (all) {
-    HandleGetAll(frame);
-  } else {
-    HandleGetRequests(requests, frame);
-  }
-  frame.Finish();
-  return true;
+void PropertyEngine::LogEnd(const ClientConnection& client, std::string_view cause) const {
+  LogIn(DebugZone::kError, log_,
+        [&] { return ClientText(client) + " " + std::string(cause) + ": its session ends"; });
+}
+
+Subscriber::Keys PropertyEngine::KeysOf(const PropertyMessage& message,
+                                        const ClientConnection& sender) {
+  Subscriber::Keys keys;
+  message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
+    keys.insert(PropertyKey(address.component, address.group_guid, address.guid).Text());
+    return !sender.ended();
+  });
+  return keys;
 }
 
 void PropertyEngine::Subscribe(const PropertyMessage& message,
                                const std::shared_ptr<ClientConnection>& sender) {
-  const std::vector<PropertyAddress> addresses = message.ParseSubscribeRequests();
+  Subscriber::Keys keys = KeysOf(message, *sender);
   bool to_all = false;
-  {
-    const ScopedLock hold(subscribers_.lock);
-    to_all = subscribers_.Add(sender, addresses).keys.empty();
-  }
+  do {
+    if (sender->ended()) return;
+    const ScopedLock hold(subscribers_->lock);
+    to_all = subscribers_->Add(sender, keys).keys.empty();
+  } while (!keys.empty());
   // Properties that come from here on find the subscription; these are the ones that were there.
   if (to_all) {
-    ObserveAll();
+    ObserveAll(sender->ended_flag());
   } else {
-    ObserveNamed(addresses);
+    message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
+      ObserveNamed(address);
+      return !sender->ended();
+    });
   }
   LogIn(DebugZone::kInfo, log_, [&] {
     return ClientText(*sender) + " subscribes to " +
-           (to_all ? std::string("all properties") : std::to_string(addresses.size()) + " more");
+           (to_all ? std::string("all properties")
+                   : std::to_string(message.Count(keys::kSubscribeRequests)) + " more");
   });
 }
 
 void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
   std::unique_ptr<Subscriber> removed;
   {
-    const ScopedLock hold(subscribers_.lock);
-    removed = subscribers_.Remove(client);
+    const ScopedLock hold(subscribers_->lock);
+    removed = subscribers_->Remove(client);
   }
   if (!removed) return;
   LogIn(DebugZone::kInfo, log_, [&] { return ClientText(client) + " is no subscriber any more"; });
@@ -136,14 +159,17 @@ void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
 // under the same locks. The client is woken when they are free.
 bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& reply) {
   EventFlags::PendingWake wake;
-  const ScopedLock hold(subscribers_.lock);
-  Subscriber* subscriber = subscribers_.Find(sender);
+  const ScopedLock hold(subscribers_->lock);
+  Subscriber* subscriber = subscribers_->Find(sender);
   if (subscriber == nullptr) return WriteWhole(sender, reply, wake);
   const ScopedLock hold_own(subscriber->write_lock);
   return WriteWhole(sender, reply, wake);
 }
 
-void PropertyEngine::ConnectionEnded(const ClientConnection& client) noexcept {
+// A service that ends lets all sessions go at once: one by one they would tell each other, for longer
+// than their threads are waited for, of what goes with the engine anyway.
+void PropertyEngine::ConnectionEnded(ClientConnection& client) noexcept {
+  if (client.ended()) return;
   Unsubscribe(client);
   WithdrawAllOf(client);
 }

@@ -20,7 +20,8 @@ namespace valmere {
 
 // Purpose: properties under two orders: by key, and by group with a group's in order of arrival.
 // Owner: a registry.
-// Threads: none of its own; the registry guards it.
+// Threads: none of its own; the registry guards it. A walk goes step by step, and the index may
+// change between two of them.
 // Errors: Add throws std::bad_alloc and leaves the index as it was.
 // The properties carry the texts that it is ordered by; all operations on one take O(log n).
 template <class P>
@@ -29,6 +30,15 @@ class PropertyIndex {
   using Handle = std::shared_ptr<P>;
   // Properties in the order in which they came.
   using Arrivals = std::map<std::uint64_t, Handle>;
+
+  // How many properties are looked at in one step of a walk over many: whoever guards the index lets
+  // others in between two steps.
+  static constexpr std::size_t kStep = 256;
+  // How far a walk over all has come. What is there from its beginning to its end is met once.
+  struct Place {
+    Handle last;
+    std::uint64_t arrival = 0;
+  };
 
   // False, and nothing changes, when the key is present.
   bool Add(const Handle& property) {
@@ -60,33 +70,57 @@ class PropertyIndex {
     return found == by_key_.end() ? Handle() : Take(found);
   }
 
-  // Takes out all that `wanted` picks. Asks for no memory: their nodes change over.
+  std::size_t size() const { return by_key_.size(); }
+
+  // One step over a group, in the order of arrival, beginning with the arrival `next`: appends up to
+  // kStep properties and moves `next` on. False when none can be left.
+  bool ListGroup(std::string_view group_guid, std::uint64_t& next, std::vector<Handle>& out) const {
+    const auto group = by_group_.find(group_guid);
+    if (group == by_group_.end()) return false;
+    std::size_t left = kStep;
+    auto member = group->second.lower_bound(next);
+    for (; member != group->second.end() && left != 0; ++member, --left) {
+      out.push_back(member->second);
+      next = member->first + 1;
+    }
+    return member != group->second.end();
+  }
+
+  // One step over all, by ascending group GUID and within a group in the order of arrival: gives up
+  // to kStep properties to `visit` and moves `place` on. False when none is left.
+  template <class Visit>
+  bool Walk(Place& place, Visit visit) const {
+    Mark mark{place};
+    std::size_t left = kStep;
+    for (auto group = GroupAt(place); group != by_group_.end(); ++group) {
+      for (auto member = MemberAt(*group, place); member != group->second.end(); ++member) {
+        if (left-- == 0) return true;
+        visit(member->second);
+        mark.last = &*member;
+      }
+    }
+    return false;
+  }
+
+  // The same step, which takes out what `wanted` picks and adds it to `removed`. Asks for no memory:
+  // nodes change over.
   template <class Predicate>
-  Arrivals RemoveIf(Predicate wanted) {
-    Arrivals removed;
-    for (auto group = by_group_.begin(); group != by_group_.end();) {
+  bool RemoveIf(Place& place, Arrivals& removed, Predicate wanted) {
+    Mark mark{place};
+    std::size_t left = kStep;
+    for (auto group = GroupAt(place); group != by_group_.end();) {
       Arrivals& members = group->second;
-      for (auto place = members.begin(); place != members.end();) {
-        const auto member = place++;
-        if (!wanted(*member->second)) continue;
+      for (auto at = MemberAt(*group, place); at != members.end();) {
+        if (left-- == 0) return true;
+        const auto member = at++;
+        mark.last = &*member;
+        if (!wanted(member->second)) continue;
         by_key_.erase(by_key_.find(member->second->key()));
         removed.insert(members.extract(member));
       }
       group = members.empty() ? by_group_.erase(group) : std::next(group);
     }
-    return removed;
-  }
-
-  void ListGroup(std::string_view group_guid, std::vector<Handle>& out) const {
-    const auto found = by_group_.find(group_guid);
-    if (found != by_group_.end()) AppendGroup(found->second, out);
-  }
-
-  // By ascending group GUID.
-  void ListAll(std::vector<Handle>& out) const {
-    out.reserve(out.size() + by_key_.size());
-    for (const auto& [group_guid, group] : by_group_)
-      AppendGroup(group, out);
+    return false;
   }
 
  private:
@@ -109,10 +143,34 @@ class PropertyIndex {
     [[no_unique_address]] PropertyKeyLess less;
   };
   using KeyOrder = std::set<Entry, ByKey>;
+  // Moves a place on to the last property of a step; that one's node stays where it is.
+  struct Mark {
+    Place& place;
+    const typename Arrivals::value_type* last = nullptr;
+    ~Mark() {
+      if (last != nullptr) place = {last->second, last->first};
+    }
+  };
+  // Also the set of the groups that there are.
+  using Groups = std::map<std::string, Arrivals, std::less<>>;
 
   Arrivals& GroupOf(std::string_view guid) {
     const auto found = by_group_.find(guid);
     return found != by_group_.end() ? found->second : by_group_[std::string(guid)];
+  }
+
+  // Where a walk goes on: the group of the last one that it met, if that is still there.
+  auto GroupAt(const Place& place) const {
+    return place.last ? by_group_.lower_bound(place.last->group_guid()) : by_group_.begin();
+  }
+  auto GroupAt(const Place& place) {
+    return place.last ? by_group_.lower_bound(place.last->group_guid()) : by_group_.begin();
+  }
+  template <class Group>
+  static auto MemberAt(Group& group, const Place& place) {
+    return place.last && group.first == place.last->group_guid()
+               ? group.second.upper_bound(place.arrival)
+               : group.second.begin();
   }
 
   Handle Take(typename KeyOrder::const_iterator entry) {
@@ -124,14 +182,8 @@ class PropertyIndex {
     return property;
   }
 
-  static void AppendGroup(const Arrivals& group, std::vector<Handle>& out) {
-    for (const auto& [arrival, property] : group)
-      out.push_back(property);
-  }
-
   KeyOrder by_key_;
-  // Also the set of the groups that there are.
-  std::map<std::string, Arrivals, std::less<>> by_group_;
+  Groups by_group_;
   std::uint64_t next_arrival_ = 0;
 };
 

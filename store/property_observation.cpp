@@ -1,6 +1,5 @@
 // Whose changes reach the publisher: a property gets its listener when the first subscription wants
 // it, so that nobody pays for changes that no one asked for.
-#include <exception>
 #include <utility>
 #include <vector>
 
@@ -28,9 +27,9 @@ void PropertyEngine::Observe(const std::shared_ptr<Property>& property) {
   const ScopedLock hold(observe_lock_);
   if (property->observed()) return;
   if (IsQuiet(*property)) {
-    publisher_.PublishPeriodically(property);
+    publisher_->PublishPeriodically(property);
     // It may have vanished since it was found; then nobody else takes it off the list.
-    if (!IsRegistered(property)) publisher_.PublishNoLonger(property);
+    if (!IsRegistered(*property)) publisher_->PublishNoLonger(property);
   } else {
     property->AddListener([engine = weak_from_this()](const std::shared_ptr<Property>& changed) {
       if (const auto alive = engine.lock()) alive->Changed(changed);
@@ -43,73 +42,54 @@ bool PropertyEngine::IsQuiet(const Property& property) const {
   return !quiet_keys_.empty() && quiet_keys_.contains(SubscriptionKey(property));
 }
 
-bool PropertyEngine::IsRegistered(const std::shared_ptr<Property>& property) const {
-  const std::string_view component =
-      property->OfComponent() ? property->component() : own_component_->guid();
-  return FindAny({component, property->group_guid(), property->guid()}) == property;
+bool PropertyEngine::IsRegistered(const Property& property) const {
+  if (!property.OfComponent())
+    return local_.Find(property.group_guid(), property.guid()).get() == &property;
+  return components_.Find(property.guid(), property.group_guid(), property.component()).get() ==
+         &property;
 }
 
 void PropertyEngine::Changed(const std::shared_ptr<Property>& property) {
-  if (!subscribers_.Any()) return;
+  if (!subscribers_->Any()) return;
   if (property->OfComponent()) {
-    publisher_.PushComponentChange(property);
+    publisher_->PushComponentChange(property);
   } else {
-    publisher_.PushChange(property);
+    publisher_->PushChange(property);
   }
 }
 
-void PropertyEngine::ObserveAll() {
-  std::vector<std::shared_ptr<Property>> own;
-  local_.ListAll(own);
-  for (const auto& property : own)
-    Observe(property);
-  std::vector<std::shared_ptr<ComponentProperty>> published;
-  components_.ListAll(published);
-  for (const auto& property : published)
-    Observe(property);
+void PropertyEngine::ObserveAll(const std::atomic<bool>& stop) {
+  ObserveAllOf(local_, stop);
+  ObserveAllOf(components_, stop);
 }
 
-void PropertyEngine::ObserveNamed(std::span<const PropertyAddress> addresses) {
-  for (const PropertyAddress& address : addresses) {
-    if (const auto property = FindAny(address)) Observe(property);
+template <class Registry>
+void PropertyEngine::ObserveAllOf(const Registry& registry, const std::atomic<bool>& stop) {
+  std::vector<typename Registry::Handle> step;
+  typename Registry::Place place;
+  bool more = true;
+  while (more) {
+    step.clear();
+    more = registry.ListAll(place, step);
+    for (const auto& property : step) {
+      if (stop.load(std::memory_order_relaxed)) return;
+      Observe(property);
+    }
   }
 }
 
-void PropertyEngine::Appeared(const std::shared_ptr<Property>& property) {
-  if (subscribers_.Any() && IsWanted(*property)) Observe(property);
-  if (!property->OfComponent() && !announcing_.load()) return;
-  const ScopedLock hold(presence_lock_);
-  if (IsRegistered(property)) publisher_.AnnounceNew(property);
-}
-
-void PropertyEngine::Withdraw(const PropertyAddress& address) {
-  const ScopedLock hold(presence_lock_);
-  const auto property = components_.Remove(address.component, address.group_guid, address.guid);
-  if (property) Vanished(property);
-}
-
-void PropertyEngine::WithdrawAllOf(const ClientConnection& client) noexcept {
-  if (!client.has_published()) return;  // most clients; it takes a look at every property to tell
-  const ScopedLock hold(presence_lock_);
-  for (const auto& [arrival, property] : components_.RemoveOwnedBy(client))
-    Vanished(property);
-}
-
-// The announcement may wait for a while; the client's stream is not kept for it.
-void PropertyEngine::Vanished(const std::shared_ptr<ComponentProperty>& property) noexcept {
-  property->set_connection(nullptr);
-  publisher_.PublishNoLonger(property);
-  try {
-    publisher_.AnnounceVanished(property);
-  } catch (const std::exception&) {
-    // No memory: it has gone all the same, and this may be all that its client leaves behind.
+void PropertyEngine::ObserveNamed(const PropertyAddress& address) {
+  if (IsOwnComponent(address.component)) {
+    if (const auto own = local_.Find(address.group_guid, address.guid)) Observe(own);
   }
+  const auto published = components_.Find(address.guid, address.group_guid, address.component);
+  if (published) Observe(published);
 }
 
 bool PropertyEngine::IsWanted(const Property& property) {
   const std::string key = SubscriptionKey(property);
-  const ScopedLock hold(subscribers_.lock);
-  return subscribers_.Wants(key);
+  const ScopedLock hold(subscribers_->lock);
+  return subscribers_->Wants(key);
 }
 
 }  // namespace valmere

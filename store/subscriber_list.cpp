@@ -6,8 +6,6 @@
 #include <iterator>
 #include <utility>
 
-#include "store/property_key.h"
-
 namespace valmere {
 
 Subscriber* SubscriberList::Find(const ClientConnection& client) {
@@ -15,25 +13,30 @@ Subscriber* SubscriberList::Find(const ClientConnection& client) {
   return place != by_client_.end() ? place->second : nullptr;
 }
 
-Subscriber& SubscriberList::Add(const std::shared_ptr<ClientConnection>& client,
-                                std::span<const PropertyAddress> addresses) {
-  // Made before the entry: one that memory ran out for would be a subscription to all.
-  std::set<std::string, std::less<>> named;
-  for (const PropertyAddress& address : addresses)
-    named.insert(PropertyKey(address.component, address.group_guid, address.guid).Text());
-  Subscriber* subscriber = Find(*client);
-  if (subscriber == nullptr) {
-    subscribers_.push_back(std::make_unique<Subscriber>(client));
-    subscriber = subscribers_.back().get();
-    try {
-      by_client_.emplace(client.get(), subscriber);
-    } catch (const std::exception&) {
-      subscribers_.pop_back();
-      throw;
-    }
-    count_.store(subscribers_.size());
+// It gets its keys last: what throws before leaves them to the caller, and an entry without them
+// would be a subscription to all.
+Subscriber& SubscriberList::Register(const std::shared_ptr<ClientConnection>& client,
+                                     Subscriber::Keys& keys) {
+  subscribers_.push_back(std::make_unique<Subscriber>(client));
+  Subscriber& subscriber = *subscribers_.back();
+  try {
+    by_client_.emplace(client.get(), &subscriber);
+  } catch (const std::exception&) {
+    subscribers_.pop_back();
+    throw;
   }
-  subscriber->keys.merge(named);
+  subscriber.keys.swap(keys);
+  count_.store(subscribers_.size());
+  return subscriber;
+}
+
+Subscriber& SubscriberList::Add(const std::shared_ptr<ClientConnection>& client,
+                                Subscriber::Keys& keys) {
+  Subscriber* const subscriber = Find(*client);
+  if (subscriber == nullptr) return Register(client, keys);
+  if (subscriber->keys.empty()) subscriber->keys.swap(keys);
+  for (std::size_t left = kStep; left != 0 && !keys.empty(); --left)
+    subscriber->keys.insert(keys.extract(keys.begin()));
   return *subscriber;
 }
 

@@ -2,16 +2,16 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <memory>
 #include <set>
-#include <span>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "driver/sync/lock.h"
 #include "protocol/client_connection.h"
-#include "protocol/property_records.h"
 
 namespace valmere {
 
@@ -21,29 +21,34 @@ namespace valmere {
 // Threads: under the list's lock; write_lock keeps replies and notifications of this client apart
 // and is taken after the list's.
 struct Subscriber {
+  using Keys = std::set<std::string, std::less<>>;
+
   explicit Subscriber(std::shared_ptr<ClientConnection> client) : connection(std::move(client)) {}
 
   const std::shared_ptr<ClientConnection> connection;
-  std::set<std::string, std::less<>> keys;
+  Keys keys;
   Lock write_lock;
 };
 
 // Purpose: the subscribers in the order in which they registered.
-// Owner: the property engine.
+// Owner: shared by the property engine and its publisher.
 // Threads: any, holding `lock` over the calls and for as long as what they return is used.
 // Errors: std::bad_alloc.
 class SubscriberList {
  public:
   using Entries = std::vector<std::unique_ptr<Subscriber>>;
 
+  static constexpr std::size_t kStep = 256;
+
   Lock lock;
 
   // Null when the client has no entry.
   Subscriber* Find(const ClientConnection& client) REQUIRES(lock);
-  // Registers the client, or adds to what it registered; addresses that it named before stay once.
-  // When memory runs out nothing has changed.
-  Subscriber& Add(const std::shared_ptr<ClientConnection>& client,
-                  std::span<const PropertyAddress> addresses) REQUIRES(lock);
+  // Registers the client with the keys, or moves some of them to what it registered: kStep or so, for
+  // others wait meanwhile. Those that are left are to be added by further calls. When memory runs out
+  // nothing has changed.
+  Subscriber& Add(const std::shared_ptr<ClientConnection>& client, Subscriber::Keys& keys)
+      REQUIRES(lock);
   // The entry that was removed, or empty.
   std::unique_ptr<Subscriber> Remove(const ClientConnection& client) REQUIRES(lock);
   std::size_t size() const REQUIRES(lock) { return subscribers_.size(); }
@@ -58,6 +63,8 @@ class SubscriberList {
   bool Any() const { return count_.load() != 0; }
 
  private:
+  Subscriber& Register(const std::shared_ptr<ClientConnection>& client, Subscriber::Keys& keys)
+      REQUIRES(lock);
   Entries RemoveFrom(Entries::iterator first) REQUIRES(lock);
 
   Entries subscribers_ GUARDED_BY(lock);

@@ -3,13 +3,14 @@
 
 #include <exception>
 
-#include "protocol/response_frame.h"
 #include "store/property_key.h"
 
 namespace valmere {
 namespace {
 
 constexpr std::size_t kKeptBytes = std::size_t{64} * 1024;
+// How many entries are looked for in a subscriber's keys before he is asked whether he is there still.
+constexpr std::size_t kLookedUpAtOnce = 256;
 
 template <class Container>
 void ClearKeeping(std::size_t kept, Container& container) {
@@ -21,54 +22,60 @@ void ClearKeeping(std::size_t kept, Container& container) {
 
 bool UpdateEntries::Append(const PropertyResponseRecord& record) {
   const bool vanished = record.status == kStatusNoLongerAvailable;
-  if (text_.size() >= kMostBytes && !vanished) return false;
-  const std::size_t old_end = text_.size();
-  whole_frame_is_current_ = false;
+  frame_.set_most(vanished ? kMostBytes + kReservedBytes : kMostBytes);
+  const std::size_t begin = frame_.end() + (frame_.empty() ? 0 : 1);  // behind the comma
+  entries_.push_back({PropertyKey(record.component, record.group_guid, record.guid).Text(), begin,
+                      begin, vanished});
+  bool whole = false;
   try {
-    if (!entries_.empty()) text_.push_back(',');
-    const std::size_t begin = text_.size();
-    AppendResponseEntry(record, text_);
-    entries_.push_back({PropertyKey(record.component, record.group_guid, record.guid).Text(), begin,
-                        text_.size(), vanished});
+    whole = frame_.Append(record);
   } catch (const std::exception&) {
-    text_.resize(old_end);
+    entries_.pop_back();
     throw;
   }
-  return true;
+  if (whole)
+    entries_.back().end = frame_.end();
+  else
+    entries_.pop_back();
+  return whole;
 }
 
 void UpdateEntries::Clear() {
   ClearKeeping(kKeptBytes / sizeof(Entry), entries_);
   ClearKeeping(kKeptBytes, text_);
-  ClearKeeping(kKeptBytes, whole_frame_);
-  whole_frame_is_current_ = false;
+  frame_.Clear();
 }
 
 const std::string& UpdateEntries::WholeFrame() {
-  if (!whole_frame_is_current_) {
-    ResponseFrame frame(whole_frame_);
-    frame.AppendText(text_);
-    frame.Finish();
-    whole_frame_is_current_ = true;
-  }
-  return whole_frame_;
+  frame_.Finish();
+  return text_;
 }
 
-bool UpdateEntries::FrameFor(Keys& keys, std::string& frame) const {
-  ResponseFrame picked(frame);
+bool UpdateEntries::FrameFor(Keys& keys, std::string& frame, const IsUnwanted& is_unwanted) const {
+  ResponseFrame picked(frame, stop_);
   Keys gone;
+  bool complete = false;
   try {
-    for (const Entry& entry : entries_) {
-      const auto key = keys.find(entry.key);
-      if (key == keys.end()) continue;
-      picked.AppendText(TextOf(entry));
-      if (entry.vanished) gone.insert(keys.extract(key));
-    }
-    if (picked.empty()) return false;
-    picked.Finish();
+    complete = Pick(keys, gone, picked, is_unwanted);
   } catch (const std::exception&) {
     keys.merge(gone);
     throw;
+  }
+  if (!complete) keys.merge(gone);
+  if (!complete || picked.empty()) return false;
+  picked.Finish();
+  return true;
+}
+
+bool UpdateEntries::Pick(Keys& keys, Keys& gone, ResponseFrame& picked,
+                         const IsUnwanted& is_unwanted) const {
+  std::size_t looked_up = 0;
+  for (const Entry& entry : entries_) {
+    if (++looked_up % kLookedUpAtOnce == 0 && is_unwanted()) return false;
+    const auto key = keys.find(entry.key);
+    if (key == keys.end()) continue;
+    if (!picked.AppendText(frame_.Text(entry.begin, entry.end))) return false;
+    if (entry.vanished) gone.insert(keys.extract(key));
   }
   return true;
 }

@@ -17,6 +17,7 @@
 #include "tests/json/reference_parser.h"
 #include "tests/json/written.h"
 #include "tests/support/frames.h"
+#include "tests/support/message_records.h"
 #include "tests/support/scripted_connection.h"
 
 namespace valmere {
@@ -85,16 +86,16 @@ void WriteAndReadAgain(const JsonValue& value) {
 
 struct Requests {
   explicit Requests(const PropertyMessage& message)
-      : sets(message.ParseSetRequests()), responses(message.ParseGetResponses()) {
+      : sets(testing::SetRequestsOf(message)), responses(testing::GetResponsesOf(message)) {
     for (const PropertySetRecord& set : sets)
       texts.insert(texts.end(), {set.guid, set.group_guid, set.component, set.value});
     for (const PropertyResponseRecord& response : responses)
       texts.insert(texts.end(),
                    {response.group_guid, response.group_name, response.guid, response.name,
                     response.value, response.status, response.component, response.component_name});
-    for (const PropertyAddress& address : message.ParseGetRequests())
+    for (const PropertyAddress& address : testing::GetRequestsOf(message))
       addresses.push_back(address);
-    for (const PropertyAddress& address : message.ParseSubscribeRequests())
+    for (const PropertyAddress& address : testing::SubscribeRequestsOf(message))
       subscriptions.insert(subscriptions.end(),
                            {address.component, address.group_guid, address.guid});
   }
@@ -118,7 +119,7 @@ void SayRequestsAgain(const PropertyMessage& message) {
   said.SetRequests(requests.sets);
   said.GetResponses(requests.responses);
   said.SubscribeList({});
-  for (const PropertyAddress& address : message.ParseSubscribeRequests())
+  for (const PropertyAddress& address : testing::SubscribeRequestsOf(message))
     said.AddSubscribeEntry(address);
   PropertyMessage heard;
   Require(Read(heard, Written(said.object())), "requests that were built can be read");

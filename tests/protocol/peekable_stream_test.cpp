@@ -159,7 +159,7 @@ TEST_F(PeekableStreamTest, ReadsAHalfPeekedFrameFieldByField) {
   ASSERT_TRUE(stream->Peek(32));
   PropertyMessage message;
   ASSERT_TRUE(message.Read(*stream));
-  EXPECT_EQ(1u, message.ParseGetRequests().size());
+  EXPECT_EQ(1u, message.Count("PropertyGetRequests"));
   EXPECT_EQ((Lengths{32, static_cast<int>(text.size()) - 12}), connection->reads());
 }
 

@@ -9,6 +9,7 @@
 
 #include "json/json_writer.h"
 #include "tests/support/frames.h"
+#include "tests/support/message_records.h"
 #include "tests/support/request_message.h"
 #include "tests/support/scripted_connection.h"
 
@@ -156,7 +157,7 @@ TEST(PropertyMessageParser, SplitsAGuidAtItsFirstColon) {
         Case{":", "", ""}, Case{"::", "", ":"}, Case{"", "", ""}}) {
     PropertyMessage message;
     ReadInto(message, std::string(R"({"PropertyGetRequests": [{"GUID": ")") + c.text + R"("}]})");
-    const std::vector<PropertyAddress> addresses = message.ParseGetRequests();
+    const std::vector<PropertyAddress> addresses = testing::GetRequestsOf(message);
     ASSERT_EQ(1u, addresses.size()) << c.text;
     EXPECT_EQ(c.group_guid, addresses[0].group_guid) << c.text;
     EXPECT_EQ(c.guid, addresses[0].guid) << c.text;
@@ -169,7 +170,7 @@ TEST(PropertyMessageParser, ReadsSetRequestsInTheirOrder) {
   ReadInto(message, R"({"PropertySetRequests": [)"
                     R"({"Value": "v1","GUID": "g1:p1","Component": "c1"},)"
                     R"({"Component": "c2","GUID": "g2:p2","Value": "v\"2"}]})");
-  const std::vector<PropertySetRecord> records = message.ParseSetRequests();
+  const std::vector<PropertySetRecord> records = testing::SetRequestsOf(message);
   ASSERT_EQ(2u, records.size());
   EXPECT_EQ("p1", records[0].guid);
   EXPECT_EQ("g1", records[0].group_guid);
@@ -184,12 +185,12 @@ TEST(PropertyMessageParser, ReadsSetRequestsInTheirOrder) {
 TEST(PropertyMessageParser, ReadsSubscribeRequests) {
   PropertyMessage message;
   ReadInto(message, R"({"PropertySubscribeRequests": [{"Component": "c","GUID": "g:p"}]})");
-  const std::vector<PropertyAddress> addresses = message.ParseSubscribeRequests();
+  const std::vector<PropertyAddress> addresses = testing::SubscribeRequestsOf(message);
   ASSERT_EQ(1u, addresses.size());
   EXPECT_EQ("c", addresses[0].component);
   EXPECT_EQ("g", addresses[0].group_guid);
   EXPECT_EQ("p", addresses[0].guid);
-  EXPECT_TRUE(message.ParseGetRequests().empty());
+  EXPECT_TRUE(testing::GetRequestsOf(message).empty());
 }
 
 TEST(PropertyMessageParser, ReadsEveryFieldOfAResponse) {
@@ -197,7 +198,7 @@ TEST(PropertyMessageParser, ReadsEveryFieldOfAResponse) {
   ReadInto(message, R"({"PropertyGetResponses": [{"Component": "c","ComponentString": "cs",)"
                     R"("GUID": "g:p","GroupString": "gs","NameString": "ns","Status": "st",)"
                     R"("Value": "v"}]})");
-  const std::vector<PropertyResponseRecord> records = message.ParseGetResponses();
+  const std::vector<PropertyResponseRecord> records = testing::GetResponsesOf(message);
   ASSERT_EQ(1u, records.size());
   EXPECT_EQ("g", records[0].group_guid);
   EXPECT_EQ("gs", records[0].group_name);
@@ -211,10 +212,10 @@ TEST(PropertyMessageParser, ReadsEveryFieldOfAResponse) {
 
 TEST(PropertyMessageParser, FindsNoEntriesUnderAnAbsentKey) {
   const PropertyMessage message;
-  EXPECT_TRUE(message.ParseSetRequests().empty());
-  EXPECT_TRUE(message.ParseGetRequests().empty());
-  EXPECT_TRUE(message.ParseSubscribeRequests().empty());
-  EXPECT_TRUE(message.ParseGetResponses().empty());
+  EXPECT_TRUE(testing::SetRequestsOf(message).empty());
+  EXPECT_TRUE(testing::GetRequestsOf(message).empty());
+  EXPECT_TRUE(testing::SubscribeRequestsOf(message).empty());
+  EXPECT_TRUE(testing::GetResponsesOf(message).empty());
 }
 
 TEST(PropertyMessageParser, FindsNoEntriesInAValueThatIsNoArray) {
@@ -225,17 +226,17 @@ TEST(PropertyMessageParser, FindsNoEntriesInAValueThatIsNoArray) {
         std::string(R"({"PropertySetRequests": )") + value + R"(,"PropertyGetRequests": )" + value +
         R"(,"PropertySubscribeRequests": )" + value + R"(,"PropertyGetResponses": )" + value + "}";
     ReadInto(message, text);
-    EXPECT_TRUE(message.ParseSetRequests().empty()) << value;
-    EXPECT_TRUE(message.ParseGetRequests().empty()) << value;
-    EXPECT_TRUE(message.ParseSubscribeRequests().empty()) << value;
-    EXPECT_TRUE(message.ParseGetResponses().empty()) << value;
+    EXPECT_TRUE(testing::SetRequestsOf(message).empty()) << value;
+    EXPECT_TRUE(testing::GetRequestsOf(message).empty()) << value;
+    EXPECT_TRUE(testing::SubscribeRequestsOf(message).empty()) << value;
+    EXPECT_TRUE(testing::GetResponsesOf(message).empty()) << value;
   }
 }
 
 TEST(PropertyMessageParser, ReadsAnEntryThatIsNoObjectAsEmptyTexts) {
   PropertyMessage message;
   ReadInto(message, R"({"PropertySetRequests": [null,true,1,1.5,"g:p",["g:p"],{}]})");
-  const std::vector<PropertySetRecord> records = message.ParseSetRequests();
+  const std::vector<PropertySetRecord> records = testing::SetRequestsOf(message);
   ASSERT_EQ(7u, records.size());
   for (const PropertySetRecord& record : records) {
     EXPECT_EQ("", record.guid);
@@ -250,7 +251,7 @@ TEST(PropertyMessageParser, ReadsAFieldThatIsNoStringAsAnEmptyText) {
     PropertyMessage message;
     ReadInto(message, std::string(R"({"PropertySetRequests": [{"GUID": "g:p","Component": "c",)") +
                           R"("Value": )" + value + "}]}");
-    const std::vector<PropertySetRecord> records = message.ParseSetRequests();
+    const std::vector<PropertySetRecord> records = testing::SetRequestsOf(message);
     ASSERT_EQ(1u, records.size());
     EXPECT_EQ("", records[0].value) << value;
     EXPECT_EQ("c", records[0].component) << value;
@@ -261,7 +262,7 @@ TEST(PropertyMessageParser, ReadsAFieldThatIsNoStringAsAnEmptyText) {
 TEST(PropertyMessageParser, ReadsMissingFieldsOfAResponseAsEmptyTexts) {
   PropertyMessage message;
   ReadInto(message, R"({"PropertyGetResponses": [{"Status": "Successful"}]})");
-  const std::vector<PropertyResponseRecord> records = message.ParseGetResponses();
+  const std::vector<PropertyResponseRecord> records = testing::GetResponsesOf(message);
   ASSERT_EQ(1u, records.size());
   EXPECT_EQ("Successful", records[0].status);
   for (const std::string_view text :
@@ -282,12 +283,34 @@ TEST(PropertyMessageParser, GivesBackWhatTheBuildersWereGiven) {
   ScriptedConnection back(connection.writes());
   PropertyMessage received;
   ASSERT_TRUE(received.Read(back));
-  const std::vector<PropertySetRecord> records = received.ParseSetRequests();
+  const std::vector<PropertySetRecord> records = testing::SetRequestsOf(received);
   ASSERT_EQ(1u, records.size());
   EXPECT_EQ(every_byte + ":", records[0].guid);
   EXPECT_EQ(every_byte, records[0].group_guid);
   EXPECT_EQ(every_byte, records[0].component);
   EXPECT_EQ(every_byte, records[0].value);
+}
+
+TEST(PropertyMessageParser, GoesNoFurtherThanItIsAskedTo) {
+  PropertyMessage message;
+  ReadInto(message, R"({"PropertySetRequests": [1,2,3],"PropertyGetRequests": [1,2,3],)"
+                    R"("PropertySubscribeRequests": [1,2,3],"PropertyGetResponses": [1,2,3]})");
+  int taken = 0;
+  const auto take_two = [&](const auto&) { return ++taken % 2 != 0; };
+  EXPECT_FALSE(message.ForEachSetRequest(take_two));
+  EXPECT_FALSE(message.ForEachGetRequest(take_two));
+  EXPECT_FALSE(message.ForEachSubscribeRequest(take_two));
+  EXPECT_FALSE(message.ForEachGetResponse(take_two));
+  EXPECT_EQ(8, taken);
+  EXPECT_TRUE(message.ForEachSetRequest([](const auto&) { return true; }));
+}
+
+TEST(PropertyMessage, CountsTheEntriesUnderAKey) {
+  PropertyMessage message;
+  ReadInto(message, R"({"PropertySetRequests": [1,2,3],"PropertyGetRequests": {"a": [1]}})");
+  EXPECT_EQ(3u, message.Count("PropertySetRequests"));
+  EXPECT_EQ(0u, message.Count("PropertyGetRequests"));
+  EXPECT_EQ(0u, message.Count("PropertyGetResponses"));
 }
 
 TEST(PropertyMessage, HasAKeyWhateverItsValue) {

@@ -1,6 +1,8 @@
 #include "store/announcements.h"
 
+#include <atomic>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include <gtest/gtest.h>
@@ -14,6 +16,8 @@ namespace {
 
 using Handles = Announcements::Handles;
 
+const std::atomic<bool> kRunning{false};
+
 std::shared_ptr<Property> Make(std::string_view guid) {
   return ComponentProperty::Make("", guid, "", "G", "", "C", "", nullptr);
 }
@@ -25,7 +29,7 @@ TEST(Announcements, KeepsTheOrderOfEachKind) {
   announcements.AddNew(b);
   announcements.AddNew(a);
   announcements.AddVanished(d);
-  const auto taken = announcements.Take();
+  const auto taken = announcements.Take(kRunning);
   EXPECT_EQ((Handles{b, a}), taken.added);
   EXPECT_EQ((Handles{c, d}), taken.vanished);
 }
@@ -34,8 +38,8 @@ TEST(Announcements, GivesEverythingOnce) {
   Announcements announcements;
   announcements.AddNew(Make("A"));
   announcements.AddVanished(Make("B"));
-  announcements.Take();
-  const auto taken = announcements.Take();
+  announcements.Take(kRunning);
+  const auto taken = announcements.Take(kRunning);
   EXPECT_TRUE(taken.added.empty());
   EXPECT_TRUE(taken.vanished.empty());
 }
@@ -45,7 +49,7 @@ TEST(Announcements, LetWhatCameAndWentGoInOnePass) {
   const auto property = Make("A");
   announcements.AddNew(property);
   announcements.AddVanished(property);
-  const auto taken = announcements.Take();
+  const auto taken = announcements.Take(kRunning);
   EXPECT_EQ((Handles{property}), taken.added);
   EXPECT_EQ((Handles{property}), taken.vanished);
 }
@@ -57,10 +61,10 @@ TEST(Announcements, LetWhatWentAndCameBackWaitForTheNextPass) {
   announcements.AddVanished(old);
   announcements.AddNew(back);
   announcements.AddNew(other);
-  const auto taken = announcements.Take();
+  const auto taken = announcements.Take(kRunning);
   EXPECT_EQ((Handles{old, other}), taken.added);
   EXPECT_EQ((Handles{old}), taken.vanished);
-  const auto next = announcements.Take();
+  const auto next = announcements.Take(kRunning);
   EXPECT_EQ((Handles{back}), next.added);
   EXPECT_TRUE(next.vanished.empty());
 }
@@ -71,10 +75,10 @@ TEST(Announcements, LetWhatCameBackAndWentAgainGoWithTheRest) {
   announcements.AddVanished(old);
   announcements.AddNew(back);
   announcements.AddVanished(back);
-  const auto taken = announcements.Take();
+  const auto taken = announcements.Take(kRunning);
   EXPECT_EQ((Handles{back}), taken.added);
   EXPECT_EQ((Handles{old, back}), taken.vanished);
-  EXPECT_TRUE(announcements.Take().added.empty());
+  EXPECT_TRUE(announcements.Take(kRunning).added.empty());
 }
 
 TEST(Announcements, LoseNothingWhenThereIsNoMemoryToTakeThem) {
@@ -86,11 +90,72 @@ TEST(Announcements, LoseNothingWhenThereIsNoMemoryToTakeThem) {
   for (const auto& property : {a_back, other, b_back})
     announcements.AddNew(property);
   Announcements::Taken taken;
-  testing::FailEachAllocation([&] { taken = announcements.Take(); },
+  testing::FailEachAllocation([&] { taken = announcements.Take(kRunning); },
                               [&] { EXPECT_TRUE(taken.added.empty()); });
   EXPECT_EQ((Handles{other}), taken.added);
   EXPECT_EQ((Handles{a, b}), taken.vanished);
-  EXPECT_EQ((Handles{a_back, b_back}), announcements.Take().added);
+  EXPECT_EQ((Handles{a_back, b_back}), announcements.Take(kRunning).added);
+}
+
+TEST(Announcements, ThatWaitComeBeforeTheNewOnesOfTheNextPass) {
+  Announcements announcements;
+  const auto old = Make("A"), back = Make("A"), next = Make("B");
+  announcements.AddVanished(old);
+  announcements.AddNew(back);
+  EXPECT_TRUE(announcements.Take(kRunning).added.empty());
+  announcements.AddNew(next);
+  Announcements::Taken taken;
+  testing::FailEachAllocation([&] { taken = announcements.Take(kRunning); },
+                              [&] { EXPECT_TRUE(taken.added.empty()); });
+  EXPECT_EQ((Handles{back, next}), taken.added);
+}
+
+TEST(Announcements, AreDroppedAndCountedBeyondTheMost) {
+  Announcements announcements;
+  const auto first = Make("A"), other = Make("B");
+  announcements.AddNew(first);
+  for (std::size_t i = 1; i < Announcements::kMostWaiting; ++i)
+    announcements.AddNew(other);
+  announcements.AddNew(other);
+  announcements.AddVanished(first);
+  for (std::size_t i = 0; i < Announcements::kMostWaiting + 1; ++i)
+    announcements.AddVanished(other);
+  const long handles = other.use_count();
+  auto taken = announcements.Take(kRunning);
+  EXPECT_EQ(handles, other.use_count());
+  EXPECT_EQ(Announcements::kMostWaiting, taken.added.size());
+  EXPECT_EQ(Announcements::kMostWaiting, taken.vanished.size());
+  EXPECT_EQ(first, taken.added[0]);
+  EXPECT_EQ(first, taken.vanished[0]);
+  EXPECT_EQ(1u, taken.lost_added);
+  EXPECT_EQ(2u, taken.lost_vanished);
+  announcements.AddNew(other);
+  taken = announcements.Take(kRunning);
+  EXPECT_EQ(1u, taken.added.size());
+  EXPECT_EQ(0u, taken.lost_added + taken.lost_vanished);
+}
+
+// A client that publishes and withdraws one property for as long as it can.
+TEST(Announcements, OfOnePropertyOverAndOverAreTakenInNoTime) {
+  Announcements announcements;
+  for (std::size_t i = 0; i < 20'000; ++i) {
+    const auto property = Make("A");
+    announcements.AddNew(property);
+    announcements.AddVanished(property);
+  }
+  const platform::Ticks start = platform::MonotonicNow();
+  EXPECT_EQ(20'000u, announcements.Take(kRunning).added.size());
+  EXPECT_GT(500 * platform::kTicksPerMillisecond, platform::MonotonicNow() - start);
+}
+
+TEST(Announcements, AreNotTakenOnceItIsOver) {
+  Announcements announcements;
+  const std::atomic<bool> over{true};
+  announcements.AddNew(Make("A"));
+  announcements.AddVanished(Make("B"));
+  const auto taken = announcements.Take(over);
+  EXPECT_TRUE(taken.added.empty());
+  EXPECT_TRUE(taken.vanished.empty());
 }
 
 TEST(Announcements, NeverLetAPropertyOfTheServiceWait) {
@@ -98,7 +163,7 @@ TEST(Announcements, NeverLetAPropertyOfTheServiceWait) {
   const auto own = StringProperty::Make("", "G:A", "", "C", "");
   announcements.AddVanished(Make("A"));
   announcements.AddNew(own);
-  EXPECT_EQ((Handles{own}), announcements.Take().added);
+  EXPECT_EQ((Handles{own}), announcements.Take(kRunning).added);
 }
 
 }  // namespace

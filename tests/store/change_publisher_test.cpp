@@ -34,16 +34,21 @@ using testing::kGone;
 class Publishing : public ::testing::Test {
  protected:
   void Subscribe(const Client& subscriber, std::vector<PropertyAddress> addresses = {}) {
-    const ScopedLock hold(subscribers.lock);
-    subscribers.Add(subscriber.connection, addresses);
+    Subscriber::Keys keys = testing::KeysOf(addresses);
+    const ScopedLock hold(subscribers->lock);
+    subscribers->Add(subscriber.connection, keys);
   }
   std::size_t CountSubscribers() {
-    const ScopedLock hold(subscribers.lock);
-    return subscribers.size();
+    const ScopedLock hold(subscribers->lock);
+    return subscribers->size();
   }
   UpdateEntries::Keys KeysOf(const Client& subscriber) {
-    const ScopedLock hold(subscribers.lock);
-    return subscribers.Find(*subscriber.connection)->keys;
+    const ScopedLock hold(subscribers->lock);
+    return subscribers->Find(*subscriber.connection)->keys;
+  }
+  // One that passes on a thread of its own, told of subscriptions to all by the function.
+  std::shared_ptr<ChangePublisher> MakeRunning(std::function<void()> on_all = [] {}) {
+    return std::make_shared<ChangePublisher>(own, period, subscribers, log, std::move(on_all));
   }
   // Runs to the end of a 500 ms period that has just begun.
   void EndPeriod() {
@@ -63,8 +68,8 @@ class Publishing : public ::testing::Test {
   bool ListIsFree() NO_THREAD_SAFETY_ANALYSIS {
     bool entered = false;
     testing::TestThread other([&]() NO_THREAD_SAFETY_ANALYSIS {
-      entered = subscribers.lock.TryEnter();
-      if (entered) subscribers.lock.Leave();
+      entered = subscribers->lock.TryEnter();
+      if (entered) subscribers->lock.Leave();
     });
     other.Join();
     return entered;
@@ -83,10 +88,11 @@ class Publishing : public ::testing::Test {
       StringProperty::Make("Valmere", "OWN", "Valmere", "COMPONENTS", "Components");
   const std::shared_ptr<UIntProperty> period =
       UIntProperty::Make(500, "PERIOD", "Period", "General", "General");
-  SubscriberList subscribers;
+  const std::shared_ptr<SubscriberList> subscribers = std::make_shared<SubscriberList>();
+  const std::shared_ptr<testing::CollectingLog> log = std::make_shared<testing::CollectingLog>();
   int subscribed_all = 0;
   std::function<void()> on_subscribe_all = [] {};
-  ChangePublisher publisher{own, period, subscribers, [this] {
+  ChangePublisher publisher{own, period, subscribers, log, [this] {
                               ++subscribed_all;
                               on_subscribe_all();
                             }};
@@ -244,7 +250,7 @@ TEST_F(Publishing, NeverEndsAPeriodOfLessThanOnePass) {
   Subscribe(client);
   for (const std::uint32_t milliseconds : {0u, 1u, 249u}) {
     const auto short_period = UIntProperty::Make(milliseconds, "S", "S", "General", "General");
-    ChangePublisher never(own, short_period, subscribers, [] {});
+    ChangePublisher never(own, short_period, subscribers, log, [] {});
     for (int pass = 0; pass < 1000; ++pass) {
       never.PushChange(property);
       never.Pass();
@@ -310,9 +316,9 @@ TEST_F(Publishing, DropsAClientWhoseWriteFailsAtOnceAndGoesOn) {
     EXPECT_TRUE(broken.TakeTexts().empty());
     EXPECT_TRUE(named.TakeTexts().empty());
     EXPECT_EQ((Texts{Responses({OwnEntry("P")})}), healthy.TakeTexts());
-    const ScopedLock hold(subscribers.lock);
-    EXPECT_EQ(nullptr, subscribers.Find(*broken.connection));
-    subscribers.Remove(*healthy.connection);
+    const ScopedLock hold(subscribers->lock);
+    EXPECT_EQ(nullptr, subscribers->Find(*broken.connection));
+    subscribers->Remove(*healthy.connection);
   }
 }
 
@@ -539,12 +545,142 @@ TEST_F(Publishing, TellsThoseBehindASubscriberForWhomThereIsNoMemory) {
 
 TEST_F(Publishing, TellsOfAGoingHoweverMuchElseThePeriodHas) {
   Subscribe(client, {{"C", "G", "1"}});
-  property->SetFromString(std::string(UpdateEntries::kMostBytes, 'x'));
+  property->SetFromString(std::string(UpdateEntries::kMostBytes - 200, 'x'));
   publisher.PushChange(property);
   publisher.AnnounceVanished(Published("1"));
   EndPeriod();
   EXPECT_EQ((Texts{Responses({{.guid = "1", .status = kGone}})}), client.TakeTexts());
   EXPECT_EQ(0u, KeysOf(client).size());
+}
+
+TEST_F(Publishing, MakesNothingForASubscriberWhoseConnectionHasEnded) {
+  Client to_all, named, staying;
+  Subscribe(to_all);
+  Subscribe(named, {{"OWN", "G", "P"}});
+  Subscribe(staying);
+  to_all.stream->Close();
+  named.stream->Close();
+  publisher.PushChange(property);
+  EndPeriod();
+  EXPECT_TRUE(to_all.TakeTexts().empty());
+  EXPECT_TRUE(named.TakeTexts().empty());
+  EXPECT_EQ(1u, staying.TakeTexts().size());
+  EXPECT_EQ(1u, CountSubscribers());
+}
+
+TEST_F(Publishing, PublishesNothingOnceItIsStopped) {
+  Subscribe(client);
+  publisher.PushChange(property);
+  publisher.Pass();
+  publisher.PushChange(property);
+  publisher.Stop();
+  EndPeriod();
+  EXPECT_TRUE(client.TakeTexts().empty());
+  EXPECT_TRUE(publisher.HasChanges());
+}
+
+TEST_F(Publishing, LeavesOffAPassWhenItIsStopped) {
+  Subscribe(client);
+  const auto stopping = WatchedProperty::Make();
+  const auto behind = WatchedProperty::Make();
+  bool read = false;
+  stopping->on_read = [&] { publisher.Stop(); };
+  behind->on_read = [&] { read = true; };
+  publisher.PushChange(stopping);
+  publisher.PushComponentChange(behind);
+  publisher.AnnounceNew(behind);
+  publisher.AnnounceVanished(behind);
+  publisher.PublishPeriodically(behind);
+  EndPeriod();
+  EXPECT_FALSE(read);
+  EXPECT_TRUE(client.TakeTexts().empty());
+}
+
+TEST_F(Publishing, TellsNoFurtherSubscriberWhenItIsStopped) {
+  class StoppingConnection final : public Connection {
+   public:
+    explicit StoppingConnection(ChangePublisher& publisher) : publisher_(publisher) {}
+    int Read(void*, int) override { return kFailed; }
+    int Write(const void*, int length) override {
+      publisher_.Stop();
+      return length;
+    }
+    void Close() override {}
+    bool IsOpen() const override { return true; }
+
+   private:
+    ChangePublisher& publisher_;
+  };
+  const Client stopping(std::make_shared<StoppingConnection>(publisher));
+  Subscribe(stopping);
+  Subscribe(client);
+  publisher.PushChange(property);
+  EndPeriod();
+  EXPECT_TRUE(client.TakeTexts().empty());
+  EXPECT_EQ(2u, CountSubscribers());
+}
+
+TEST_F(Publishing, TellsNobodyOfASubscriptionToAllOnceItIsDisconnected) {
+  Subscribe(client, {{"C", "G", "1"}});
+  publisher.AnnounceVanished(Published("1"));
+  publisher.Disconnect();
+  EndPeriod();
+  EXPECT_EQ(1u, client.TakeTexts().size());
+  EXPECT_EQ(0, subscribed_all);
+}
+
+TEST_F(Publishing, SaysOnceAPeriodThatItHasNoRoomForMore) {
+  Subscribe(client);
+  property->SetFromString(std::string(UpdateEntries::kMostBytes / 2, 'x'));
+  for (int period_number = 0; period_number < 2; ++period_number) {
+    for (int i = 0; i < 3; ++i)
+      publisher.PushChange(property);
+    publisher.Pass();
+    publisher.PushChange(property);
+    publisher.Pass();
+    EXPECT_EQ((Texts{"More happens in a publishing period than subscribers can be told of"}),
+              log->TakeLines());
+  }
+  publisher.PushChange(property);
+  EndPeriod();
+  EXPECT_TRUE(log->TakeLines().empty());
+}
+
+// What is not told anew by a change must not be kept for it either.
+TEST_F(Publishing, RemembersNothingThatItHadNoRoomFor) {
+  Subscribe(client, {{"C", "G", "other"}});
+  property->SetFromString(std::string(UpdateEntries::kMostBytes - 1000, 'x'));
+  publisher.PushChange(property);
+  const auto refused = Published("1", std::string(10'000, 'x'));
+  publisher.AnnounceNew(refused);
+  publisher.Pass();
+  EXPECT_EQ(1, refused.use_count());
+}
+
+TEST_F(Publishing, KeepsNothingThatHasGoneThoughItsGoingIsNotTold) {
+  period->SetValue(0);
+  EndPeriod();
+  Subscribe(client, {{"C", "G", "other"}});
+  const auto told = Published("1");
+  publisher.AnnounceNew(told);
+  publisher.Pass();
+  EXPECT_EQ(2, told.use_count()) << "its value may be overtaken";
+  property->SetFromString(std::string(UpdateEntries::kMostBytes - 1000, 'x'));
+  publisher.PushChange(property);
+  for (int i = 0; i < 6; ++i)
+    publisher.AnnounceVanished(Published("2", std::string(1'000'000, 'x')));
+  publisher.AnnounceVanished(told);
+  told->SetFromString(std::string(1'000'000, 'x'));
+  publisher.Pass();
+  EXPECT_EQ(1, told.use_count());
+
+  const auto another = Published("3");
+  publisher.AnnounceNew(another);
+  for (std::size_t i = 0; i <= Announcements::kMostWaiting; ++i)
+    publisher.AnnounceVanished(told);
+  publisher.AnnounceVanished(another);
+  publisher.Pass();
+  EXPECT_EQ(1, another.use_count()) << "of whose going no announcement came";
 }
 
 // Says when it was written to.
@@ -570,14 +706,15 @@ TEST_F(Publishing, RunsOnItsOwnThreadUntilItIsDestroyed) {
   const std::uint32_t workers = LiveWorkerThreads::Live();
   {
     period->SetValue(0);
-    ChangePublisher running(own, period, subscribers, [] {});
+    const auto running = MakeRunning();
+    PublishingThread thread(running);
     period->SetValue(250);  // read again when the thread starts
     Subscribe(Client(stream));
-    running.Start(249);
+    thread.Start(249);
     EXPECT_EQ(workers + 1, LiveWorkerThreads::Live());
-    running.PushChange(property);
+    running->PushChange(property);
     EXPECT_TRUE(WaitForWrite(*stream));
-    running.PushChange(property);
+    running->PushChange(property);
     EXPECT_TRUE(WaitForWrite(*stream));
   }
   EXPECT_EQ(workers, LiveWorkerThreads::Live());
@@ -587,10 +724,11 @@ TEST_F(Publishing, TakesNoLessThanAPeriodForAPeriod) {
   const auto stream = std::make_shared<SignallingConnection>();
   Subscribe(Client(stream));
   period->SetValue(1000);
-  ChangePublisher running(own, period, subscribers, [] {});
-  running.PushChange(property);
+  const auto running = MakeRunning();
+  PublishingThread thread(running);
+  running->PushChange(property);
   const platform::Ticks start = platform::MonotonicNow();
-  running.Start(249);
+  thread.Start(249);
   EXPECT_TRUE(WaitForWrite(*stream));
   const platform::Ticks taken = platform::MonotonicNow() - start;
   EXPECT_GE(taken, 1000 * platform::kTicksPerMillisecond);
@@ -600,19 +738,20 @@ TEST_F(Publishing, RunsOnWhenAPassHasNoMemory) {
   const auto stream = std::make_shared<SignallingConnection>();
   Subscribe(Client(stream), {{"C", "G", "1"}});
   period->SetValue(250);
-  ChangePublisher running(own, period, subscribers, [] { throw std::bad_alloc(); });
-  running.AnnounceVanished(Published("1"));
-  running.Start(249);
+  const auto running = MakeRunning([] { throw std::bad_alloc(); });
+  PublishingThread thread(running);
+  running->AnnounceVanished(Published("1"));
+  thread.Start(249);
   EXPECT_TRUE(WaitForWrite(*stream));
-  running.PushChange(property);
+  running->PushChange(property);
   EXPECT_TRUE(WaitForWrite(*stream));
 }
 
 TEST_F(Publishing, IsDestroyedWithoutWaitingForThePass) {
   const platform::Ticks start = platform::MonotonicNow();
   for (int i = 0; i < 20; ++i) {
-    ChangePublisher running(own, period, subscribers, [] {});
-    running.Start(249);
+    PublishingThread thread(MakeRunning());
+    thread.Start(249);
   }
   EXPECT_GT(20 * 250 * platform::kTicksPerMillisecond, platform::MonotonicNow() - start);
 }

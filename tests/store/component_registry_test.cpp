@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -40,27 +42,41 @@ std::vector<std::string> Keys(const std::vector<Handle>& properties) {
   return keys;
 }
 
-std::vector<std::string> Keys(const ComponentRegistry::Arrivals& arrivals) {
+// The keys of those that are taken out with the connection.
+std::vector<std::string> RemoveOwnedBy(ComponentRegistry& registry,
+                                       const ClientConnection& connection) {
   std::vector<std::string> keys;
-  for (const auto& [arrival, property] : arrivals)
-    keys.emplace_back(property->key());
+  ComponentRegistry::Place place;
+  bool more = true;
+  while (more) {
+    ComponentRegistry::Arrivals removed;
+    more = registry.RemoveOwnedBy(connection, place, removed);
+    for (const auto& [arrival, property] : removed)
+      keys.emplace_back(property->key());
+  }
   return keys;
+}
+
+bool AnyCanOwn(const ClientConnection&) {
+  return true;
 }
 
 std::vector<std::string> GroupOf(const ComponentRegistry& registry, std::string_view group_guid) {
   std::vector<Handle> properties;
-  registry.ListGroup(group_guid, properties);
+  for (std::uint64_t next = 0; registry.ListGroup(group_guid, next, properties);) {
+  }
   return Keys(properties);
 }
 
 std::vector<std::string> AllOf(const ComponentRegistry& registry) {
   std::vector<Handle> properties;
-  registry.ListAll(properties);
+  for (ComponentRegistry::Place place; registry.ListAll(place, properties);) {
+  }
   return Keys(properties);
 }
 
 TEST(ComponentRegistry, IsAsItWasWhenThereIsNoMemoryToAdd) {
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   const auto present = Make("c", "g", "b");
   registry.Add(present);
   const auto property = Make("c", "g", "a");
@@ -71,7 +87,7 @@ TEST(ComponentRegistry, IsAsItWasWhenThereIsNoMemoryToAdd) {
 }
 
 TEST(ComponentRegistry, KeepsNoGroupThatThereWasNoMemoryToFill) {
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   const auto property = Make("c", std::string(100, 'g'), "a");
   const std::size_t before = testing::BytesInUse();
   testing::FailEachAllocation([&] { registry.Add(property); },
@@ -80,7 +96,7 @@ TEST(ComponentRegistry, KeepsNoGroupThatThereWasNoMemoryToFill) {
 }
 
 TEST(ComponentRegistry, FindsWhatWasAdded) {
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   const auto first = Make("c", "g", "a");
   const auto second = Make("d", "g", "a");
   EXPECT_TRUE(registry.Add(first));
@@ -93,7 +109,7 @@ TEST(ComponentRegistry, FindsWhatWasAdded) {
 }
 
 TEST(ComponentRegistry, RefusesASecondPropertyOfTheSameKeyAndKeepsTheFirst) {
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   const auto first = Make("c", "g", "a");
   EXPECT_TRUE(registry.Add(first));
   EXPECT_FALSE(registry.Add(Make("c", "g", "a")));
@@ -102,7 +118,7 @@ TEST(ComponentRegistry, RefusesASecondPropertyOfTheSameKeyAndKeepsTheFirst) {
 }
 
 TEST(ComponentRegistry, ListsAGroupOfAllComponentsInTheOrderOfRegistration) {
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   registry.Add(Make("d", "g", "a"));
   registry.Add(Make("c", "g", "z"));
   registry.Add(Make("d", "h", "a"));
@@ -112,7 +128,7 @@ TEST(ComponentRegistry, ListsAGroupOfAllComponentsInTheOrderOfRegistration) {
 }
 
 TEST(ComponentRegistry, ListsAllByGroupThenByOrderOfRegistration) {
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   registry.Add(Make("a", "h", "1"));
   registry.Add(Make("z", "g", "2"));
   registry.Add(Make("a", "g", "1"));
@@ -121,7 +137,7 @@ TEST(ComponentRegistry, ListsAllByGroupThenByOrderOfRegistration) {
 }
 
 TEST(ComponentRegistry, RemovesAPropertyFromTheLookUpAndFromItsGroup) {
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   const auto a = Make("c", "g", "a");
   registry.Add(a);
   registry.Add(Make("c", "g", "b"));
@@ -135,7 +151,7 @@ TEST(ComponentRegistry, RemovesAPropertyFromTheLookUpAndFromItsGroup) {
 }
 
 TEST(ComponentRegistry, ListsAPropertyThatComesBackAsItsGroupsLast) {
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   for (const char* guid : {"a", "b", "c"})
     registry.Add(Make("c", "g", guid));
   EXPECT_TRUE(registry.Add(registry.Remove("c", "g", "b")));
@@ -143,7 +159,7 @@ TEST(ComponentRegistry, ListsAPropertyThatComesBackAsItsGroupsLast) {
 }
 
 TEST(ComponentRegistry, TakesAnEmptiedGroupAnew) {
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   registry.Add(Make("c", "g", "a"));
   registry.Remove("c", "g", "a");
   EXPECT_THAT(GroupOf(registry, "g"), IsEmpty());
@@ -152,7 +168,7 @@ TEST(ComponentRegistry, TakesAnEmptiedGroupAnew) {
 }
 
 TEST(ComponentRegistry, TakesAColonWithinATextAsPartOfTheJoinedKey) {
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   const auto property = Make("c", "g:h", "a");
   EXPECT_TRUE(registry.Add(property));
   EXPECT_FALSE(registry.Add(Make("c:g", "h", "a")));
@@ -162,7 +178,7 @@ TEST(ComponentRegistry, TakesAColonWithinATextAsPartOfTheJoinedKey) {
 }
 
 TEST(ComponentRegistry, RemovesWhatWasPublishedLastOnAConnection) {
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   const auto leaving = MakeConnection();
   const auto staying = MakeConnection();
   registry.Add(Make("c", "h", "1", leaving));
@@ -173,16 +189,119 @@ TEST(ComponentRegistry, RemovesWhatWasPublishedLastOnAConnection) {
   registry.Add(came_back);
   came_back->set_connection(staying);
 
-  EXPECT_THAT(Keys(registry.RemoveOwnedBy(*leaving)), ElementsAre("c:h:1", "c:g:2", "c:g:1"));
+  EXPECT_THAT(RemoveOwnedBy(registry, *leaving), ElementsAre("c:h:1", "c:g:2", "c:g:1"));
   EXPECT_THAT(AllOf(registry), ElementsAre("d:g:1", "c:g:0"));
   EXPECT_EQ(registry.Find("1", "h", "c"), nullptr);
   EXPECT_EQ(leaving.use_count(), 1);
-  EXPECT_THAT(registry.RemoveOwnedBy(*leaving), IsEmpty());
+  EXPECT_THAT(RemoveOwnedBy(registry, *leaving), IsEmpty());
+}
+
+TEST(ComponentRegistry, LooksAtSoManyInOneStep) {
+  constexpr std::size_t kStep = PropertyIndex<ComponentProperty>::kStep;
+  ComponentRegistry registry(AnyCanOwn);
+  const auto leaving = MakeConnection();
+  for (const char* group : {"g", "h", "i"}) {
+    for (std::size_t i = 0; i < kStep; ++i)
+      registry.Add(Make("c", group, std::to_string(i), leaving));
+  }
+  ComponentRegistry::Place place;
+  ComponentRegistry::Arrivals removed;
+  EXPECT_TRUE(registry.RemoveOwnedBy(*leaving, place, removed));
+  EXPECT_EQ(removed.size(), kStep);
+  EXPECT_EQ(registry.size(), 2 * kStep);
+  registry.Add(Make("c", "a", "before the place", leaving));
+  registry.Add(Make("c", "z", "behind it", leaving));
+  EXPECT_TRUE(registry.RemoveOwnedBy(*leaving, place, removed));
+  EXPECT_TRUE(registry.RemoveOwnedBy(*leaving, place, removed));
+  EXPECT_FALSE(registry.RemoveOwnedBy(*leaving, place, removed));
+  EXPECT_EQ(removed.size(), 3 * kStep + 1);
+  EXPECT_THAT(AllOf(registry), ElementsAre("c:a:before the place"));
+}
+
+TEST(ComponentRegistry, ListsEachOnceThoughOthersComeAndGoMeanwhile) {
+  constexpr std::size_t kStep = PropertyIndex<ComponentProperty>::kStep;
+  ComponentRegistry registry(AnyCanOwn);
+  std::vector<std::string> staying;
+  for (std::size_t i = 0; i < 4 * kStep; ++i) {
+    const std::string guid = std::to_string(i);
+    registry.Add(Make("c", i % 2 == 0 ? "g" : "h", guid));
+    if (i % 3 != 0) staying.push_back((i % 2 == 0 ? "c:g:" : "c:h:") + guid);
+  }
+  std::vector<Handle> listed;
+  ComponentRegistry::Place place;
+  std::size_t going = 0;
+  while (registry.ListAll(place, listed)) {
+    for (std::size_t i = 0; i < kStep; ++i, going += 3) {
+      const std::string guid = std::to_string(going);
+      registry.Remove("c", going % 2 == 0 ? "g" : "h", guid);
+      registry.Add(Make("c", "a", guid));
+    }
+  }
+  std::vector<std::string> met = Keys(listed);
+  std::sort(met.begin(), met.end());
+  EXPECT_EQ(std::adjacent_find(met.begin(), met.end()), met.end());
+  for (const std::string& key : staying)
+    EXPECT_TRUE(std::binary_search(met.begin(), met.end(), key)) << key;
+}
+
+TEST(ComponentRegistry, GivesWhatAnOwnerLeavesToItsLastHeirWithoutMemory) {
+  ComponentRegistry registry(AnyCanOwn);
+  const auto owner = MakeConnection(), first = MakeConnection(), last = MakeConnection();
+  const auto property = Make("c", "g", "a", owner);
+  registry.Add(property);
+  registry.Add(Make("c", "g", "b", owner));
+  EXPECT_FALSE(registry.HasHeirs());
+  EXPECT_TRUE(registry.AddHeir(property, *owner, last));
+  EXPECT_TRUE(registry.AddHeir(property, *owner, first));
+  EXPECT_TRUE(registry.AddHeir(property, *owner, last));
+  EXPECT_FALSE(registry.AddHeir(property, *first, last)) << "not the owner";
+  EXPECT_TRUE(registry.HasHeirs());
+  ComponentRegistry::Arrivals removed;
+  ComponentRegistry::Place place;
+  {
+    const testing::LimitedAllocations none(0);
+    registry.RemoveOwnedBy(*owner, place, removed);
+  }
+  EXPECT_EQ(removed.size(), 1u);
+  EXPECT_EQ(property->connection(), last);
+  EXPECT_EQ(registry.TakeOver(property, *last), first);
+  EXPECT_FALSE(registry.HasHeirs());
+  EXPECT_EQ(registry.TakeOver(property, *first), first) << "nobody is left to take it";
+  EXPECT_EQ(last.use_count(), 1);
+}
+
+TEST(ComponentRegistry, ForgetsHeirsThatCannotOwnAnyMore) {
+  static const ClientConnection* gone;
+  ComponentRegistry registry([](const ClientConnection& client) { return &client != gone; });
+  const auto owner = MakeConnection(), first = MakeConnection(), second = MakeConnection();
+  const auto property = Make("c", "g", "a", owner);
+  registry.Add(property);
+  EXPECT_TRUE(registry.AddHeir(property, *owner, first));
+  gone = first.get();
+  EXPECT_TRUE(registry.AddHeir(property, *owner, second));
+  EXPECT_EQ(first.use_count(), 1);
+  gone = second.get();
+  EXPECT_EQ(registry.TakeOver(property, *owner), owner);
+  EXPECT_EQ(second.use_count(), 1);
+  EXPECT_FALSE(registry.HasHeirs());
+}
+
+TEST(ComponentRegistry, HasTheHeirsThatItHadWhenThereIsNoMemoryForOneMore) {
+  ComponentRegistry registry(AnyCanOwn);
+  const auto owner = MakeConnection(), first = MakeConnection(), second = MakeConnection();
+  const auto property = Make("c", "g", "a", owner);
+  registry.Add(property);
+  testing::FailEachAllocation([&] { registry.AddHeir(property, *owner, first); },
+                              [&] { EXPECT_FALSE(registry.HasHeirs()); });
+  testing::FailEachAllocation([&] { registry.AddHeir(property, *owner, second); },
+                              [&] { EXPECT_TRUE(registry.HasHeirs()); });
+  EXPECT_EQ(registry.TakeOver(property, *owner), second);
+  EXPECT_EQ(registry.TakeOver(property, *second), first);
 }
 
 TEST(ComponentRegistry, HoldsAndRemovesTensOfThousandsOfProperties) {
   constexpr int kProperties = 30'000;
-  ComponentRegistry registry;
+  ComponentRegistry registry(AnyCanOwn);
   const auto connection = MakeConnection();
   const auto other = MakeConnection();
   for (int i = 0; i < kProperties; ++i) {
@@ -192,7 +311,7 @@ TEST(ComponentRegistry, HoldsAndRemovesTensOfThousandsOfProperties) {
   for (int i = 0; i < kProperties; i += 7)
     ASSERT_NE(registry.Find(std::to_string(i), "one group", "c"), nullptr);
 
-  EXPECT_EQ(registry.RemoveOwnedBy(*connection).size(), static_cast<std::size_t>(20'000));
+  EXPECT_EQ(RemoveOwnedBy(registry, *connection).size(), static_cast<std::size_t>(20'000));
   const std::vector<std::string> left = GroupOf(registry, "one group");
   ASSERT_EQ(left.size(), static_cast<std::size_t>(10'000));
   EXPECT_EQ(left.front(), "c:one group:0");
@@ -207,7 +326,7 @@ TEST(ComponentRegistry, AnswersManyThreadsAtOnce) {
   constexpr int kRounds = 200;
   const std::uint32_t before = LiveProperties::Live();
   {
-    ComponentRegistry registry;
+    ComponentRegistry registry(AnyCanOwn);
     std::atomic<int> refused{0};
     StartGate gate(kThreads);
     std::vector<TestThread> threads;
@@ -218,7 +337,7 @@ TEST(ComponentRegistry, AnswersManyThreadsAtOnce) {
         for (int n = 0; n < kRounds; ++n) {
           const std::string guid = std::to_string(n % 20);
           if (!registry.Add(Make(component, "g", guid, connection))) ++refused;
-          if (n % 20 == 19 && registry.RemoveOwnedBy(*connection).size() != 20) ++refused;
+          if (n % 20 == 19 && RemoveOwnedBy(registry, *connection).size() != 20) ++refused;
           if (n % 10 == 0) GroupOf(registry, "g");
         }
       });

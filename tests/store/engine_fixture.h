@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <initializer_list>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -12,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "store/property_engine.h"
+#include "store/property_key.h"
 #include "tests/support/frames.h"
 #include "tests/support/scripted_connection.h"
 #include "tests/support/stream_fakes.h"
@@ -41,6 +43,14 @@ struct Client {
   std::shared_ptr<ClientConnection> connection = std::make_shared<ClientConnection>(stream);
   ReplyBuffer reply;
 };
+
+// The keys of a subscription to these addresses.
+inline Subscriber::Keys KeysOf(std::span<const PropertyAddress> addresses) {
+  Subscriber::Keys keys;
+  for (const PropertyAddress& address : addresses)
+    keys.insert(PropertyKey(address.component, address.group_guid, address.guid).Text());
+  return keys;
+}
 
 // One response entry as the wire has it, from texts that are escaped already.
 struct EntryText {

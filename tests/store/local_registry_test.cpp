@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,13 +35,15 @@ std::vector<std::string> Keys(const std::vector<std::shared_ptr<Property>>& prop
 
 std::vector<std::string> GroupOf(const LocalRegistry& registry, std::string_view group_guid) {
   std::vector<std::shared_ptr<Property>> properties;
-  registry.ListGroup(group_guid, properties);
+  for (std::uint64_t next = 0; registry.ListGroup(group_guid, next, properties);) {
+  }
   return Keys(properties);
 }
 
 std::vector<std::string> AllOf(const LocalRegistry& registry) {
   std::vector<std::shared_ptr<Property>> properties;
-  registry.ListAll(properties);
+  for (LocalRegistry::Place place; registry.ListAll(place, properties);) {
+  }
   return Keys(properties);
 }
 
@@ -104,9 +107,33 @@ TEST(LocalRegistry, AppendsToTheListThatItIsGiven) {
   LocalRegistry registry;
   registry.Add(Make("g", "a"));
   std::vector<std::shared_ptr<Property>> properties = {Make("x", "x")};
-  registry.ListGroup("g", properties);
-  registry.ListAll(properties);
+  std::uint64_t next = 0;
+  LocalRegistry::Place place;
+  EXPECT_FALSE(registry.ListGroup("g", next, properties));
+  EXPECT_FALSE(registry.ListAll(place, properties));
   EXPECT_THAT(Keys(properties), ElementsAre("x:x", "g:a", "g:a"));
+}
+
+TEST(LocalRegistry, ListsManyStepByStep) {
+  constexpr std::size_t kStep = PropertyIndex<Property>::kStep;
+  for (const std::size_t count : {kStep - 1, kStep, kStep + 1, 3 * kStep}) {
+    LocalRegistry registry;
+    std::vector<std::string> keys;
+    for (const char* group : {"g", "h"}) {
+      for (std::size_t i = 0; i < count; ++i) {
+        registry.Add(Make(group, std::to_string(i)));
+        keys.push_back(group + (":" + std::to_string(i)));
+      }
+    }
+    EXPECT_EQ(2 * count, registry.size());
+    std::vector<std::shared_ptr<Property>> step;
+    LocalRegistry::Place place;
+    registry.ListAll(place, step);
+    EXPECT_EQ(kStep, step.size());
+    EXPECT_EQ(AllOf(registry), keys);
+    keys.resize(count);
+    EXPECT_EQ(GroupOf(registry, "g"), keys);
+  }
 }
 
 TEST(LocalRegistry, TakesAColonWithinAGuidAsPartOfTheJoinedKey) {

@@ -45,6 +45,14 @@ class Observation : public testing::EngineTest {
     EXPECT_TRUE(Send(subscriber, Subscription(component, joined_guid)));
   }
 
+  // Sets the property "C", "G" of this GUID and tells whether the owner was asked to. For use while
+  // subscribers are told, when answers wait.
+  bool ReachesOwner(std::string_view guid) {
+    EXPECT_TRUE(Send(reader, R"({"PropertySetRequests": [{"Component": "C","GUID": "G:)" +
+                                 std::string(guid) + R"(","Value": "set"}]})"));
+    return !owner.TakeTexts().empty();
+  }
+
   Client owner;
   Client client;
 };
@@ -445,14 +453,8 @@ TEST_F(Observation, TellsOnlyTheGoingOfWhatWentBeforeItWasAnnounced) {
     engine->PublishPass();
     TestThread passing([&] { engine->PublishPass(); });
     slow_stream->writing.Wait();  // the subscriber list is in use now
-    TestThread publishing([&] { Publish(owner, {.guid = guid}); });
-    const std::vector<PropertyAddress> address{{"C", "G", guid}};
-    EXPECT_TRUE(testing::Eventually([&] {
-      std::string text;
-      ResponseFrame frame(text);
-      engine->HandleGetRequests(address, frame);
-      return text.find("Successful") != std::string::npos;
-    }));
+    TestThread publishing([&] { EXPECT_TRUE(Send(owner, Responses({{.guid = guid}}))); });
+    EXPECT_TRUE(testing::Eventually([&] { return ReachesOwner(guid); }));
     Client second_owner;
     Publish(second_owner, {.guid = guid, .status = kGone});
     slow_stream->go_on.Release();

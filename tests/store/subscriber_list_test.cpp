@@ -21,6 +21,13 @@ std::shared_ptr<ClientConnection> MakeClient() {
   return std::make_shared<ClientConnection>(std::make_shared<testing::ScriptedConnection>());
 }
 
+Subscriber& Add(SubscriberList& list, const std::shared_ptr<ClientConnection>& client,
+                Keys keys = {}) REQUIRES(list.lock) {
+  Subscriber& subscriber = list.Add(client, keys);
+  EXPECT_TRUE(keys.empty());
+  return subscriber;
+}
+
 TEST(SubscriberList, FindsNobodyAtFirst) {
   SubscriberList list;
   const ScopedLock hold(list.lock);
@@ -32,7 +39,7 @@ TEST(SubscriberList, KeepsTheKeysThatAClientNamed) {
   SubscriberList list;
   const auto client = MakeClient();
   const ScopedLock hold(list.lock);
-  list.Add(client, std::array{PropertyAddress{"C", "G", "P"}, PropertyAddress{"C", "G", ""}});
+  Add(list, client, {"C:G:P", "C:G:"});
   ASSERT_NE(nullptr, list.Find(*client));
   EXPECT_EQ(client, list.Find(*client)->connection);
   EXPECT_EQ((Keys{"C:G:P", "C:G:"}), list.Find(*client)->keys);
@@ -42,8 +49,8 @@ TEST(SubscriberList, RegistersAClientOnce) {
   SubscriberList list;
   const auto client = MakeClient();
   const ScopedLock hold(list.lock);
-  Subscriber& first = list.Add(client, {});
-  Subscriber& second = list.Add(client, {});
+  Subscriber& first = Add(list, client);
+  Subscriber& second = Add(list, client);
   EXPECT_EQ(&first, &second);
   EXPECT_EQ(1u, list.size());
 }
@@ -52,9 +59,8 @@ TEST(SubscriberList, AddsOnlyTheAddressesThatAreNew) {
   SubscriberList list;
   const auto client = MakeClient();
   const ScopedLock hold(list.lock);
-  list.Add(client, std::array{PropertyAddress{"C", "G", "1"}});
-  list.Add(client, std::array{PropertyAddress{"C", "G", "1"}, PropertyAddress{"C", "G", "2"},
-                              PropertyAddress{"D", "G", "1"}});
+  Add(list, client, {"C:G:1"});
+  Add(list, client, {"C:G:1", "C:G:2", "D:G:1"});
   EXPECT_EQ((Keys{"C:G:1", "C:G:2", "D:G:1"}), list.Find(*client)->keys);
 }
 
@@ -62,8 +68,8 @@ TEST(SubscriberList, KeepsTheKeysWhenAClientThenSubscribesToAll) {
   SubscriberList list;
   const auto client = MakeClient();
   const ScopedLock hold(list.lock);
-  list.Add(client, std::array{PropertyAddress{"C", "G", "1"}});
-  list.Add(client, {});
+  Add(list, client, {"C:G:1"});
+  Add(list, client);
   EXPECT_EQ((Keys{"C:G:1"}), list.Find(*client)->keys);
 }
 
@@ -71,7 +77,7 @@ TEST(SubscriberList, HasNoKeyForASubscriptionToAll) {
   SubscriberList list;
   const auto client = MakeClient();
   const ScopedLock hold(list.lock);
-  EXPECT_TRUE(list.Add(client, {}).keys.empty());
+  EXPECT_TRUE(Add(list, client).keys.empty());
 }
 
 TEST(SubscriberList, RemovesOneClientAndKeepsTheOthers) {
@@ -81,7 +87,7 @@ TEST(SubscriberList, RemovesOneClientAndKeepsTheOthers) {
   const auto third = MakeClient();
   const ScopedLock hold(list.lock);
   for (const auto& client : {first, second, third})
-    list.Add(client, {});
+    Add(list, client);
   const auto removed = list.Remove(*second);
   ASSERT_NE(nullptr, removed);
   EXPECT_EQ(second, removed->connection);
@@ -95,7 +101,7 @@ TEST(SubscriberList, RemovesAClientThatIsNotThereToNoEffect) {
   SubscriberList list;
   const auto client = MakeClient();
   const ScopedLock hold(list.lock);
-  list.Add(client, {});
+  Add(list, client);
   EXPECT_EQ(nullptr, list.Remove(*MakeClient()));
   EXPECT_EQ(1u, list.size());
   EXPECT_NE(nullptr, list.Remove(*client));
@@ -110,11 +116,11 @@ TEST(SubscriberList, WantsWhatAnyClientNamedAndEverythingForASubscriberToAll) {
   const auto to_all = MakeClient();
   const ScopedLock hold(list.lock);
   EXPECT_FALSE(list.Wants("C:G:1"));
-  list.Add(client, std::array{PropertyAddress{"C", "G", "1"}});
+  Add(list, client, {"C:G:1"});
   EXPECT_TRUE(list.Any());
   EXPECT_TRUE(list.Wants("C:G:1"));
   EXPECT_FALSE(list.Wants("C:G:2"));
-  list.Add(to_all, {});
+  Add(list, to_all);
   EXPECT_TRUE(list.Wants("C:G:2"));
   list.Remove(*to_all);
   EXPECT_FALSE(list.Wants("C:G:2"));
@@ -128,7 +134,7 @@ TEST(SubscriberList, KeepsThoseThatAVisitorWantsInTheirOrder) {
   const ScopedLock hold(list.lock);
   for (auto& client : clients) {
     client = MakeClient();
-    list.Add(client, {});
+    Add(list, client);
   }
   std::vector<ClientConnection*> visited;
   const auto removed = list.KeepIf([&](Subscriber& subscriber) {
@@ -160,7 +166,7 @@ TEST(SubscriberList, LosesNobodyWhenAVisitorThrows) {
   const auto first = MakeClient(), second = MakeClient(), third = MakeClient();
   const ScopedLock hold(list.lock);
   for (const auto& client : {first, second, third})
-    list.Add(client, {});
+    Add(list, client);
   int visits = 0;
   EXPECT_THROW(static_cast<void>(list.KeepIf([&](Subscriber&) {
                  if (++visits == 3) throw std::bad_alloc();
@@ -178,25 +184,58 @@ TEST(SubscriberList, LosesNobodyWhenAVisitorThrows) {
 TEST(SubscriberList, RegistersAClientWithAllItsKeysOrNotAtAll) {
   SubscriberList list;
   const auto client = MakeClient();
-  const std::string guid(100, 'P');
-  const std::array addresses{PropertyAddress{"C", "G", guid}, PropertyAddress{"C", "H", guid}};
+  const Keys named{"C:G:" + std::string(100, 'P'), "C:H:" + std::string(100, 'P')};
+  Keys keys = named;
   const ScopedLock hold(list.lock);
-  testing::FailEachAllocation([&]() NO_THREAD_SAFETY_ANALYSIS { list.Add(client, addresses); },
+  testing::FailEachAllocation([&]() NO_THREAD_SAFETY_ANALYSIS { list.Add(client, keys); },
                               [&]() NO_THREAD_SAFETY_ANALYSIS {
+                                EXPECT_EQ(named, keys);
                                 EXPECT_EQ(0u, list.size());
                                 EXPECT_EQ(nullptr, list.Find(*client));
                                 EXPECT_FALSE(list.Any());
                               });
-  EXPECT_EQ((Keys{"C:G:" + guid, "C:H:" + guid}), list.Find(*client)->keys);
+  EXPECT_EQ(named, list.Find(*client)->keys);
   EXPECT_NE(nullptr, list.Remove(*client));
   EXPECT_EQ(0u, list.size());
+}
+
+TEST(SubscriberList, AddsManyKeysStepByStepWithoutMemory) {
+  constexpr std::size_t kKeys = 1000;
+  SubscriberList list;
+  const auto client = MakeClient();
+  Keys keys;
+  for (std::size_t i = 0; i < kKeys; ++i)
+    keys.insert(std::to_string(i));
+  const ScopedLock hold(list.lock);
+  Add(list, client, {"1", "a"});
+  std::size_t steps = 0;
+  {
+    const testing::LimitedAllocations none(0);
+    for (; !keys.empty(); ++steps)
+      list.Add(client, keys);
+  }
+  EXPECT_EQ((kKeys + SubscriberList::kStep - 1) / SubscriberList::kStep, steps);
+  EXPECT_EQ(kKeys + 1, list.Find(*client)->keys.size());
+  EXPECT_TRUE(list.Find(*client)->keys.contains("999"));
+}
+
+TEST(SubscriberList, GivesAllItsKeysAtOnceToOneThatSubscribedToAll) {
+  SubscriberList list;
+  const auto client = MakeClient();
+  Keys keys;
+  for (std::size_t i = 0; i < 2 * SubscriberList::kStep; ++i)
+    keys.insert(std::to_string(i));
+  const Keys named = keys;
+  const ScopedLock hold(list.lock);
+  Add(list, client);
+  EXPECT_EQ(named, list.Add(client, keys).keys) << "at no time has it a part of them";
 }
 
 TEST(SubscriberList, LetsTheConnectionGoWithTheEntry) {
   SubscriberList list;
   const auto client = MakeClient();
   const ScopedLock hold(list.lock);
-  list.Add(client, {});
+  Add(list, client);
   EXPECT_EQ(2, client.use_count());
   list.Remove(*client);
   EXPECT_EQ(1, client.use_count());

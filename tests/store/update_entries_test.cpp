@@ -1,5 +1,6 @@
 #include "store/update_entries.h"
 
+#include <atomic>
 #include <string>
 #include <string_view>
 
@@ -18,6 +19,12 @@ using testing::Responses;
 
 using testing::kGone;
 
+const std::atomic<bool> kWanted{false};
+
+bool IsWanted() {
+  return false;
+}
+
 // The record whose text is EntryText{.guid = guid, .status = status, .value = value}.
 PropertyResponseRecord Record(std::string_view guid, std::string_view value = "V",
                               std::string_view status = kStatusSuccessful) {
@@ -27,11 +34,11 @@ PropertyResponseRecord Record(std::string_view guid, std::string_view value = "V
 // The frame for these keys; empty when there is none.
 std::string FrameFor(const UpdateEntries& entries, UpdateEntries::Keys& keys) {
   std::string frame = "what it held before";
-  return entries.FrameFor(keys, frame) ? frame : std::string();
+  return entries.FrameFor(keys, frame, IsWanted) ? frame : std::string();
 }
 
 TEST(UpdateEntries, GivesAllInTheirOrder) {
-  UpdateEntries entries;
+  UpdateEntries entries(kWanted);
   EXPECT_TRUE(entries.empty());
   entries.Append(Record("2"));
   entries.Append(Record("1", "", kGone));
@@ -43,18 +50,21 @@ TEST(UpdateEntries, GivesAllInTheirOrder) {
             entries.WholeFrame());
 }
 
-TEST(UpdateEntries, RendersTheWholeFrameOnce) {
-  UpdateEntries entries;
+TEST(UpdateEntries, RendersAnEntryOnce) {
+  UpdateEntries entries(kWanted);
   entries.Append(Record("1"));
+  const std::string& frame = entries.WholeFrame();
   // A mark on it would not outlive a second rendering.
-  const_cast<std::string&>(entries.WholeFrame()).back() = '!';
-  EXPECT_EQ('!', entries.WholeFrame().back());
+  char& last_of_the_entry = const_cast<std::string&>(frame)[frame.size() - 3];
+  last_of_the_entry = '!';
   entries.Append(Record("2"));
-  EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = "2"}})), entries.WholeFrame());
+  EXPECT_NE(std::string::npos, entries.WholeFrame().find("!,{"));
+  UpdateEntries::Keys keys{"C:G:1"};
+  EXPECT_EQ('!', FrameFor(entries, keys).end()[-3]);
 }
 
 TEST(UpdateEntries, GivesThoseWithTheKeysInTheirOrder) {
-  UpdateEntries entries;
+  UpdateEntries entries(kWanted);
   for (const char* guid : {"3", "1", "2", "3"})
     entries.Append(Record(guid));
   UpdateEntries::Keys keys{"C:G:2", "C:G:3", "C:G:4", "D:G:1", "C:G:"};
@@ -65,7 +75,7 @@ TEST(UpdateEntries, GivesThoseWithTheKeysInTheirOrder) {
 }
 
 TEST(UpdateEntries, GivesNoFrameWhenNoKeyFits) {
-  UpdateEntries entries;
+  UpdateEntries entries(kWanted);
   UpdateEntries::Keys keys{"C:G:2"};
   EXPECT_EQ("", FrameFor(entries, keys));
   entries.Append(Record("1"));
@@ -73,7 +83,7 @@ TEST(UpdateEntries, GivesNoFrameWhenNoKeyFits) {
 }
 
 TEST(UpdateEntries, TakesTheKeyOfAPropertyThatIsGone) {
-  UpdateEntries entries;
+  UpdateEntries entries(kWanted);
   entries.Append(Record("1"));
   entries.Append(Record("1", "V", kGone));
   entries.Append(Record("1", "after"));
@@ -85,7 +95,7 @@ TEST(UpdateEntries, TakesTheKeyOfAPropertyThatIsGone) {
 }
 
 TEST(UpdateEntries, EscapesTextsButNotKeys) {
-  UpdateEntries entries;
+  UpdateEntries entries(kWanted);
   entries.Append({"g\"", "gs\n", "p\\", "ns", "v\x01", kStatusSuccessful, "c\"", "cs"});
   UpdateEntries::Keys keys{"c\":g\":p\\"};
   EXPECT_EQ(FrameOf(Responses({{.component = R"(c\")",
@@ -99,7 +109,7 @@ TEST(UpdateEntries, EscapesTextsButNotKeys) {
 }
 
 TEST(UpdateEntries, ForgetsWhatWasCleared) {
-  UpdateEntries entries;
+  UpdateEntries entries(kWanted);
   entries.Append(Record("1"));
   entries.WholeFrame();
   entries.Clear();
@@ -112,7 +122,7 @@ TEST(UpdateEntries, ForgetsWhatWasCleared) {
 }
 
 TEST(UpdateEntries, GivesTheMemoryOfABurstBack) {
-  UpdateEntries entries;
+  UpdateEntries entries(kWanted);
   const std::size_t before = testing::BytesInUse();
   for (int i = 0; i < 10'000; ++i)
     entries.Append(Record("1"));
@@ -122,7 +132,7 @@ TEST(UpdateEntries, GivesTheMemoryOfABurstBack) {
 }
 
 TEST(UpdateEntries, StayAsTheyAreWhenThereIsNoMemoryForOneMore) {
-  UpdateEntries entries;
+  UpdateEntries entries(kWanted);
   entries.Append(Record("1"));
   const std::string guid(100, '2');
   testing::FailEachAllocation([&] { entries.Append(Record(guid)); },
@@ -135,13 +145,13 @@ TEST(UpdateEntries, StayAsTheyAreWhenThereIsNoMemoryForOneMore) {
 }
 
 TEST(UpdateEntries, LeaveTheKeysAsTheyAreWhenThereIsNoMemoryForTheirText) {
-  UpdateEntries entries;
+  UpdateEntries entries(kWanted);
   const std::string value(100'000, 'x');
   entries.Append({"G", "Group", "1", "Name", value, kStatusNoLongerAvailable, "C", "Client"});
   entries.Append(Record("2", value));
   UpdateEntries::Keys keys{"C:G:1", "C:G:2"};
   std::string frame;
-  testing::FailEachAllocation([&] { entries.FrameFor(keys, frame); },
+  testing::FailEachAllocation([&] { entries.FrameFor(keys, frame, IsWanted); },
                               [&] {
                                 EXPECT_EQ(2u, keys.size());
                                 std::string().swap(frame);
@@ -149,28 +159,71 @@ TEST(UpdateEntries, LeaveTheKeysAsTheyAreWhenThereIsNoMemoryForTheirText) {
   EXPECT_EQ(UpdateEntries::Keys{"C:G:2"}, keys);
 }
 
-TEST(UpdateEntries, TakesTheEntryThatReachesTheMostAndNoneAfterIt) {
-  const std::size_t others = EntryText{.value = ""}.Text().size();
-  const std::string value(UpdateEntries::kMostBytes - others, 'x');
-  UpdateEntries full;
+// The bytes of the frame with one entry of an empty value.
+std::size_t BytesWithoutValue(std::string_view status = kStatusSuccessful) {
+  return FrameOf(Responses({{.status = status, .value = ""}})).size();
+}
+
+TEST(UpdateEntries, TakeEntriesUntilTheFrameHasTheMostBytes) {
+  const std::string value(UpdateEntries::kMostBytes - BytesWithoutValue(), 'x');
+  UpdateEntries full(kWanted);
+  EXPECT_FALSE(full.Append(Record("P", value + "x")));
   EXPECT_TRUE(full.Append(Record("P", value)));
-  EXPECT_FALSE(full.Append(Record("P")));
-  UpdateEntries nearly_full;
-  EXPECT_TRUE(nearly_full.Append(Record("P", std::string_view(value).substr(1))));
-  EXPECT_TRUE(nearly_full.Append(Record("P")));
+  EXPECT_FALSE(full.Append(Record("P", "")));
+  EXPECT_EQ(1u, full.size());
+  EXPECT_EQ(UpdateEntries::kMostBytes, full.WholeFrame().size());
+}
+
+TEST(UpdateEntries, KeepSomeRoomForWhatIsGone) {
+  const std::string value(UpdateEntries::kMostBytes - BytesWithoutValue(), 'x');
+  UpdateEntries entries(kWanted);
+  EXPECT_TRUE(entries.Append(Record("1", value)));
+  EXPECT_TRUE(entries.Append(Record("1", "", kGone)));
+  EXPECT_FALSE(entries.Append(Record("2", "")));
+  while (entries.Append(Record("1", std::string(10'000, 'x'), kGone))) {
+  }
+  const std::size_t most = UpdateEntries::kMostBytes + UpdateEntries::kReservedBytes;
+  EXPECT_LT(most - 20'000, entries.WholeFrame().size());
+  EXPECT_GE(most, entries.WholeFrame().size());
 }
 
 TEST(UpdateEntries, RefusesWhatComesAfterTheMostThatAPeriodTakes) {
-  UpdateEntries entries;
-  const std::string value(UpdateEntries::kMostBytes / 4, 'x');
+  UpdateEntries entries(kWanted);
+  const std::string value(UpdateEntries::kMostBytes / 4 - 1000, 'x');
   for (int i = 0; i < 4; ++i)
     EXPECT_TRUE(entries.Append(Record("1", value)));
-  EXPECT_FALSE(entries.Append(Record("2")));
+  EXPECT_FALSE(entries.Append(Record("2", value)));
   EXPECT_EQ(4u, entries.size());
   UpdateEntries::Keys keys{"C:G:2"};
   EXPECT_EQ("", FrameFor(entries, keys));
   entries.Clear();
   EXPECT_TRUE(entries.Append(Record("2")));
+}
+
+TEST(UpdateEntries, LeaveOffForASubscriberWhoHasGone) {
+  UpdateEntries entries(kWanted);
+  entries.Append(Record("1", "V", kGone));
+  for (int i = 0; i < 1000; ++i)
+    entries.Append(Record("2"));
+  UpdateEntries::Keys keys{"C:G:1", "C:G:2"};
+  int asked = 0;
+  std::string frame;
+  EXPECT_FALSE(entries.FrameFor(keys, frame, [&] { return ++asked == 2; }));
+  EXPECT_EQ(2, asked);
+  EXPECT_EQ((UpdateEntries::Keys{"C:G:1", "C:G:2"}), keys);
+}
+
+TEST(UpdateEntries, LeaveOffWhenThePublisherStops) {
+  std::atomic<bool> stop{false};
+  UpdateEntries entries(stop);
+  entries.Append(Record("1", "V", kGone));
+  stop = true;
+  EXPECT_FALSE(entries.Append(Record("1")));
+  EXPECT_EQ(1u, entries.size());
+  UpdateEntries::Keys keys{"C:G:1"};
+  std::string frame;
+  EXPECT_FALSE(entries.FrameFor(keys, frame, IsWanted));
+  EXPECT_EQ((UpdateEntries::Keys{"C:G:1"}), keys);
 }
 
 }  // namespace
