@@ -2,7 +2,6 @@
 #include "protocol/entry_frame.h"
 
 #include <algorithm>
-#include <array>
 #include <exception>
 
 #include "json/json_escape.h"
@@ -12,7 +11,6 @@
 namespace valmere {
 namespace {
 
-constexpr std::string_view kEntryEnd = "\"}";
 constexpr std::string_view kTextEnd = "]}";
 
 // What is copied or escaped without a look at `stop`; on a slow machine some milliseconds.
@@ -23,12 +21,63 @@ constexpr std::size_t kMostOfAnEscape = 6;
 // Up to here the buffer grows as it likes. A larger one is moved in pieces.
 constexpr std::size_t kOrdinaryBufferBytes = std::size_t{1} << 20;
 
-std::size_t RawSize(std::span<const EntryPart> parts) {
-  std::size_t size = kEntryEnd.size();
-  for (const EntryPart& part : parts)
-    size += part.before.size() + part.text.size();
-  return size;
+// An entry's fixed parts and texts, in their order.
+template <class Sink>
+void Write(const PropertyResponseRecord& record, Sink& sink) {
+  sink.Fixed("{\"Component\": \"");
+  sink.Text(record.component);
+  sink.Fixed("\",\"ComponentString\": \"");
+  sink.Text(record.component_name);
+  sink.Fixed("\",\"GUID\": \"");
+  sink.Text(record.group_guid);
+  sink.Fixed(":");
+  sink.Text(record.guid);
+  sink.Fixed("\",\"GroupString\": \"");
+  sink.Text(record.group_name);
+  sink.Fixed("\",\"NameString\": \"");
+  sink.Text(record.name);
+  sink.Fixed("\",\"Status\": \"");
+  sink.Text(record.status);
+  sink.Fixed("\",\"Value\": \"");
+  sink.Text(record.value);
+  sink.Fixed("\"}");
 }
+
+template <class Sink>
+void Write(const PropertySetRecord& record, Sink& sink) {
+  sink.Fixed("{\"Component\": \"");
+  sink.Text(record.component);
+  sink.Fixed("\",\"GUID\": \"");
+  sink.Text(record.group_guid);
+  sink.Fixed(":");
+  sink.Text(record.guid);
+  sink.Fixed("\",\"Value\": \"");
+  sink.Text(record.value);
+  sink.Fixed("\"}");
+}
+
+// Adds up how long an entry is before anything is escaped.
+struct RawSize {
+  void Fixed(std::string_view text) { bytes += text.size(); }
+  void Text(std::string_view text) { bytes += text.size(); }
+  std::size_t bytes = 0;
+};
+
+// Appends as it comes.
+struct PlainWriter {
+  void Fixed(std::string_view text) { out.append(text); }
+  void Text(std::string_view text) { AppendEscaped(text, out); }
+  std::string& out;
+};
+
+// Appends through a function that may give up: (text, bytes at once, what one byte may become).
+template <class Put>
+struct PieceWriter {
+  void Fixed(std::string_view text) { whole = whole && put(text, kCopiedAtOnce, 1); }
+  void Text(std::string_view text) { whole = whole && put(text, kEscapedAtOnce, kMostOfAnEscape); }
+  Put put;
+  bool whole = true;
+};
 
 }  // namespace
 
@@ -56,11 +105,37 @@ bool EntryFrame::AppendText(std::string_view entries) {
   return AppendWhole(entries.size(), [&] { return PutPieces(entries, kCopiedAtOnce, 1); });
 }
 
-bool EntryFrame::AppendEntry(std::span<const EntryPart> parts) {
-  const std::size_t raw = RawSize(parts);
-  return AppendWhole(raw, [&] {
-    return raw <= kEscapedAtOnce ? PutShort(parts, raw * kMostOfAnEscape) : PutLong(parts);
+template <class Record>
+bool EntryFrame::AppendEntry(const Record& record) {
+  RawSize raw;
+  Write(record, raw);
+  const std::size_t least = raw.bytes;
+  const std::size_t most = least * kMostOfAnEscape;
+  if (least <= kEscapedAtOnce && HasRoomFor(most)) {
+    Reopen();
+    PutShort(record);
+    end_ = buffer_.size();
+    return true;
+  }
+  return AppendWhole(least, [&] {
+    if (least > kEscapedAtOnce) return PutLong(record);
+    if (!MakeRoom(most)) return false;
+    PutShort(record);
+    return true;
   });
+}
+
+// Whether an entry that has at most so many bytes can neither be refused nor ask for memory: nearly
+// every entry of a frame that has grown.
+bool EntryFrame::HasRoomFor(std::size_t bytes) const {
+  const std::size_t end = end_ + 1 + bytes + kTextEnd.size();
+  return end <= buffer_.capacity() && end <= most_ && !stop_.load(std::memory_order_relaxed);
+}
+
+// What completed the frame goes; a comma comes behind what there is.
+void EntryFrame::Reopen() {
+  if (buffer_.size() != end_) buffer_.resize(end_);
+  if (!empty()) buffer_.push_back(',');
 }
 
 void EntryFrame::Finish() {
@@ -77,7 +152,7 @@ bool EntryFrame::AppendWhole(std::size_t least, Append append) {
   bool whole = false;
   try {
     if (!MakeRoom(1)) return false;
-    if (!empty()) buffer_.push_back(',');
+    Reopen();
     whole = append() && Fits(0);
   } catch (const std::exception&) {
     buffer_.resize(end_);
@@ -90,23 +165,20 @@ bool EntryFrame::AppendWhole(std::size_t least, Append append) {
   return whole;
 }
 
-// Nearly every entry: `most` bytes at the most.
-bool EntryFrame::PutShort(std::span<const EntryPart> parts, std::size_t most) {
-  if (!MakeRoom(most)) return false;
-  for (const EntryPart& part : parts) {
-    buffer_.append(part.before);
-    AppendEscaped(part.text, buffer_);
-  }
-  buffer_.append(kEntryEnd);
-  return true;
+template <class Record>
+void EntryFrame::PutShort(const Record& record) {
+  PlainWriter writer{buffer_};
+  Write(record, writer);
 }
 
-bool EntryFrame::PutLong(std::span<const EntryPart> parts) {
-  for (const EntryPart& part : parts) {
-    if (!PutPieces(part.before, kCopiedAtOnce, 1)) return false;
-    if (!PutPieces(part.text, kEscapedAtOnce, kMostOfAnEscape)) return false;
-  }
-  return PutPieces(kEntryEnd, kCopiedAtOnce, 1);
+template <class Record>
+bool EntryFrame::PutLong(const Record& record) {
+  const auto put = [this](std::string_view text, std::size_t piece, std::size_t growth) {
+    return PutPieces(text, piece, growth);
+  };
+  PieceWriter<decltype(put)> writer{put};
+  Write(record, writer);
+  return writer.whole;
 }
 
 // `growth` is how many bytes one may become; a text that does not grow is copied as it is.
@@ -149,28 +221,14 @@ ResponseFrame::ResponseFrame(std::string& buffer, const std::atomic<bool>& stop)
     : EntryFrame(keys::kGetResponses, buffer, stop) {}
 
 bool ResponseFrame::Append(const PropertyResponseRecord& record) {
-  return AppendEntry(std::array<EntryPart, 8>{{
-      {"{\"Component\": \"", record.component},
-      {"\",\"ComponentString\": \"", record.component_name},
-      {"\",\"GUID\": \"", record.group_guid},
-      {":", record.guid},
-      {"\",\"GroupString\": \"", record.group_name},
-      {"\",\"NameString\": \"", record.name},
-      {"\",\"Status\": \"", record.status},
-      {"\",\"Value\": \"", record.value},
-  }});
+  return AppendEntry(record);
 }
 
 SetFrame::SetFrame(std::string& buffer, const std::atomic<bool>& stop)
     : EntryFrame(keys::kSetRequests, buffer, stop) {}
 
 bool SetFrame::Append(const PropertySetRecord& record) {
-  return AppendEntry(std::array<EntryPart, 4>{{
-      {"{\"Component\": \"", record.component},
-      {"\",\"GUID\": \"", record.group_guid},
-      {":", record.guid},
-      {"\",\"Value\": \"", record.value},
-  }});
+  return AppendEntry(record);
 }
 
 }  // namespace valmere

@@ -8,19 +8,12 @@
 #include <atomic>
 #include <cstddef>
 #include <limits>
-#include <span>
 #include <string>
 #include <string_view>
 
 #include "protocol/property_records.h"
 
 namespace valmere {
-
-// One text of an entry, and what stands before it.
-struct EntryPart {
-  std::string_view before;
-  std::string_view text;
-};
 
 // Purpose: builds one frame, entry by entry, up to a bound and for as long as it is wanted.
 // Owner: whoever sends the frame; the buffer is the caller's and may be used again.
@@ -58,13 +51,18 @@ class EntryFrame {
  protected:
   EntryFrame(std::string_view key, std::string& buffer, const std::atomic<bool>& stop);
   // As AppendText, of one entry.
-  bool AppendEntry(std::span<const EntryPart> parts);
+  template <class Record>
+  bool AppendEntry(const Record& record);
 
  private:
   template <class Append>
   bool AppendWhole(std::size_t least, Append append);
-  bool PutShort(std::span<const EntryPart> parts, std::size_t most);
-  bool PutLong(std::span<const EntryPart> parts);
+  bool HasRoomFor(std::size_t bytes) const;
+  void Reopen();
+  template <class Record>
+  void PutShort(const Record& record);
+  template <class Record>
+  bool PutLong(const Record& record);
   bool PutPieces(std::string_view text, std::size_t piece, std::size_t growth);
   bool MakeRoom(std::size_t bytes);
   bool Fits(std::size_t bytes);

@@ -17,6 +17,9 @@ constexpr std::uint32_t kInitialPeriodMilliseconds = 500;
 // A session keeps a reply buffer of at most this size between messages.
 constexpr std::size_t kKeptReplyBytes = std::size_t{16} * 1024;
 
+// The writing of a longer one takes longer than others should wait.
+constexpr std::size_t kLongReplyBytes = std::size_t{1} << 20;
+
 bool WriteWhole(ClientConnection& client, const std::string& frame, EventFlags::PendingWake& wake) {
   const int length = static_cast<int>(frame.size());
   return client.WriteDeferringWake(frame.data(), length, wake) == length;
@@ -156,13 +159,19 @@ void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
 }
 
 // A reply and a notification to the same client must not meet on its stream, so a reply goes out
-// under the same locks. The client is woken when they are free.
+// under the same locks. The client is woken when they are free. A long one to a client that is no
+// subscriber, which only this thread could make it, would keep all others waiting for nothing.
 bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& reply) {
   EventFlags::PendingWake wake;
-  const ScopedLock hold(subscribers_->lock);
-  Subscriber* subscriber = subscribers_->Find(sender);
-  if (subscriber == nullptr) return WriteWhole(sender, reply, wake);
-  const ScopedLock hold_own(subscriber->write_lock);
+  {
+    const ScopedLock hold(subscribers_->lock);
+    Subscriber* const subscriber = subscribers_->Find(sender);
+    if (subscriber != nullptr) {
+      const ScopedLock hold_own(subscriber->write_lock);
+      return WriteWhole(sender, reply, wake);
+    }
+    if (reply.size() <= kLongReplyBytes) return WriteWhole(sender, reply, wake);
+  }
   return WriteWhole(sender, reply, wake);
 }
 

@@ -272,6 +272,64 @@ TEST_F(MessageHandling, LetsNobodySubscribeWhileItWritesTheReply) {
   EXPECT_EQ(2, client.connection.use_count());
 }
 
+TEST_F(MessageHandling, AnswersOthersWhileItWritesALongReply) {
+  AddOwn("P", std::string(2'000'000, 'x'));
+  AddOwn("Q", "V");
+  std::unique_ptr<TestThread> asking;
+  platform::Semaphore answered;
+  bool answered_within_write = false;
+  Client probed(std::make_shared<ProbedConnection>([&] {
+    asking = std::make_unique<TestThread>([&] {
+      Send(client, R"({"PropertyGetRequests": [{"Component": "OWN","GUID": "G:Q"}]})");
+      answered.Release();
+    });
+    answered_within_write =
+        answered.WaitUntil(platform::MonotonicNow() + 10'000 * platform::kTicksPerMillisecond);
+  }));
+  EXPECT_TRUE(Send(probed, Message({kGetOwn})));
+  EXPECT_TRUE(answered_within_write);
+  asking->Join();
+}
+
+class EngineEnd : public testing::EngineTest {};
+
+TEST_F(EngineEnd, IsTheEndOfPublishing) {
+  const std::uint32_t workers = LiveWorkerThreads::Live();
+  ASSERT_TRUE(engine->Start(249));
+  EXPECT_EQ(workers + 1, LiveWorkerThreads::Live());
+  Client subscriber;
+  EXPECT_TRUE(Send(subscriber, Message({kSubscribeAll})));
+  const auto property = AddOwn("P", "V");
+  property->SetValue("W");
+  EXPECT_TRUE(testing::Eventually([&] { return !subscriber.stream->writes().empty(); }));
+  engine->End();
+  EXPECT_EQ(workers, LiveWorkerThreads::Live());
+  subscriber.TakeTexts();
+  property->SetValue("X");
+  for (int pass = 0; pass < 4; ++pass)
+    engine->PublishPass();
+  EXPECT_TRUE(subscriber.TakeTexts().empty());
+  EXPECT_EQ(Responses({OwnEntry("P", "X")}), Get("OWN", "G:P")) << "requests are answered still";
+  engine->End();
+}
+
+TEST_F(EngineEnd, NeedsNoStart) {
+  engine->End();
+  engine->End();
+}
+
+// A stream thread that is left behind holds the engine; the publishing thread does not.
+TEST_F(EngineEnd, LeavesTheEngineToWhoHoldsIt) {
+  ASSERT_TRUE(engine->Start(249));
+  EXPECT_EQ(1, engine.use_count());
+  const std::weak_ptr<PropertyEngine> gone = [] {
+    const auto started = testing::MakeTestEngine();
+    started->Start(249);
+    return std::weak_ptr<PropertyEngine>(started);
+  }();
+  EXPECT_TRUE(gone.expired());
+}
+
 class Subscriptions : public testing::EngineTest {
  protected:
   // A subscriber's entry is one more handle on its connection.
