@@ -7,12 +7,14 @@
 #include <atomic>
 #include <exception>
 #include <new>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "driver/sync/lock.h"
 #include "driver/sync/worker_thread.h"
+#include "persist/debug_switches.h"
 #include "protocol/client_connection.h"
 
 namespace valmere {
@@ -37,6 +39,10 @@ class DataHandlerManager::Server {
   }
   int Handle(const std::shared_ptr<PeekableStream>& stream) EXCLUDES(lock_);
   void HandleAndClose(const std::shared_ptr<PeekableStream>& stream) EXCLUDES(lock_);
+  template <class Message>
+  void LogError(Message message) const {
+    LogIn(DebugZone::kError, log_, message);
+  }
 
  private:
   DataHandlerFactory* BestFactory(const PeekableStream& stream) EXCLUDES(lock_);
@@ -54,6 +60,11 @@ class DataHandlerManager::StreamTable {
     std::shared_ptr<PeekableStream> stream;
     std::unique_ptr<WorkerThread> thread;
     bool overdue = false;  // it has ended, and nobody could be asked to release it
+  };
+  // Threads that had not ended when their time was over.
+  struct Stuck {
+    int forced = 0;
+    int left_behind = 0;
   };
 
   // Records the stream and starts its thread, in one step: the thread's end finds the record. False
@@ -85,8 +96,9 @@ class DataHandlerManager::StreamTable {
     ++overdue_;
   }
 
-  // Ends all streams. All are told before the first is waited for.
-  void CloseAll() EXCLUDES(lock_) {
+  // Ends all streams, and counts those that did not end by themselves. All are told before the first
+  // is waited for.
+  Stuck CloseAll() EXCLUDES(lock_) {
     Records ending;
     {
       const ScopedLock hold(lock_);
@@ -96,8 +108,13 @@ class DataHandlerManager::StreamTable {
     for (auto& [serial, record] : ending)
       record.stream->Close();
     const platform::Ticks deadline = WorkerThread::TimeToEnd();
-    for (auto& [serial, record] : ending)
-      record.thread->EndBy(deadline);
+    Stuck stuck;
+    for (auto& [serial, record] : ending) {
+      const WorkerThread::Ending end = record.thread->EndBy(deadline);
+      if (end == WorkerThread::Ending::kForced) ++stuck.forced;
+      if (end == WorkerThread::Ending::kLeftBehind) ++stuck.left_behind;
+    }
+    return stuck;
   }
 
   std::size_t size() const EXCLUDES(lock_) {
@@ -181,7 +198,14 @@ DataHandlerManager::~DataHandlerManager() {
 }
 
 void DataHandlerManager::End() {
-  streams_->CloseAll();
+  const StreamTable::Stuck stuck = streams_->CloseAll();
+  const int all = stuck.forced + stuck.left_behind;
+  if (all > 0)
+    server_->LogError([&] {
+      return std::to_string(all) +
+             " stream threads did not end in time: " + std::to_string(stuck.forced) +
+             " were ended by force, " + std::to_string(stuck.left_behind) + " are left behind";
+    });
 }
 
 void DataHandlerManager::RegisterFactory(std::shared_ptr<DataHandlerFactory> factory) {

@@ -35,7 +35,7 @@ class DataHandlerManager : public StreamSink {
   // Serves the stream on the calling thread: the handler's result, or 0 when none was found.
   int Handle(const std::shared_ptr<PeekableStream>& stream);
   // Closes all streams, then ends their threads, which share the time that one is given. A stream
-  // that is added later is closed at once.
+  // that is added later is closed at once. The log is told of threads that did not end in time.
   void End();
   // How many streams are being served.
   std::size_t LiveStreams() const;

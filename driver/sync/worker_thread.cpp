@@ -64,14 +64,21 @@ platform::Ticks WorkerThread::TimeToEnd() {
   return platform::MonotonicNow() + kEndWaitMilliseconds * platform::kTicksPerMillisecond;
 }
 
-void WorkerThread::EndBy(platform::Ticks deadline) noexcept {
+WorkerThread::Ending WorkerThread::EndBy(platform::Ticks deadline) noexcept {
   assert((!started_ || body_->thread_id != platform::CurrentThreadId()) &&
          "a worker is ended on its own thread");
-  if (thread_.WaitEnded(MillisecondsUntil(deadline))) return;
+  if (thread_.WaitEnded(MillisecondsUntil(deadline))) return Ending::kReturned;
   while (!thread_.WaitEnded(1)) {
-    if (thread_.ForceEnd()) return body_->LetGo();  // the thread itself does not come to it
-    if (platform::MonotonicNow() >= deadline + kForceTime) return thread_.LeaveBehind();
+    if (thread_.ForceEnd()) {
+      body_->LetGo();  // the thread itself does not come to it
+      return Ending::kForced;
+    }
+    if (platform::MonotonicNow() >= deadline + kForceTime) {
+      thread_.LeaveBehind();
+      return Ending::kLeftBehind;
+    }
   }
+  return Ending::kReturned;
 }
 
 }  // namespace valmere

@@ -34,12 +34,17 @@ class WorkerThread {
   bool started() const { return started_; }
   int priority() const { return priority_; }
 
+  enum class Ending {
+    kReturned,    // the function has returned, or was never started
+    kForced,      // ended where it waited; what it owned is given back, its stack's handles are not
+    kLeftBehind,  // it runs on
+  };
   // The owner must have told the function to return. After kEndWaitMilliseconds it is ended by force
-  // or left behind.
-  void End() noexcept { EndBy(TimeToEnd()); }
+  // or left behind. The first call tells how.
+  Ending End() noexcept { return EndBy(TimeToEnd()); }
   // The same for several that share the time: all are told, then each is ended by the same deadline.
   static platform::Ticks TimeToEnd();
-  void EndBy(platform::Ticks deadline) noexcept;
+  Ending EndBy(platform::Ticks deadline) noexcept;
 
  private:
   struct Body;

@@ -191,6 +191,10 @@ TEST_F(StreamThreads, ShareTheTimeToEndAndOutliveTheManagerWhenTheyAreStuck) {
             platform::MonotonicNow() - begin);
   tasks.reset();
   EXPECT_EQ(threads_before + kStreams, LiveWorkerThreads::Live());
+  EXPECT_EQ(
+      std::vector<std::string>{"30 stream threads did not end in time: 0 were ended by force, "
+                               "30 are left behind"},
+      log->lines());
   go_on.Set(1);
   EXPECT_TRUE(Eventually([&] { return LiveWorkerThreads::Live() == threads_before; }));
   for (const auto& stream : streams)
