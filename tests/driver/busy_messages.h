@@ -12,6 +12,7 @@ namespace valmere::testing {
 struct BusyMessage {
   std::string_view name;
   std::string text;
+  bool changes_properties = false;
 };
 
 // One for each request key and each kind of text that is long to read, of `bytes` each.

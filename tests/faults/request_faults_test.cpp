@@ -42,6 +42,41 @@ TEST_P(RequestFaults, CostNoMoreThanTheSession) {
   StopCleanly();
 }
 
+// Its stacks and its text grow, and so does what is made of it.
+std::string LongText() {
+  std::string text = R"({"PropertyGetRequests": [)";
+  for (int i = 0; i < 300; ++i)
+    text += R"({"GUID":"g:)" + std::to_string(i) + R"("},)";
+  text += R"(1],"PropertySubscribeRequests": [)";
+  for (int i = 0; i < 40; ++i)
+    text += R"({"GUID":"g:)" + std::to_string(i) + R"("},)";
+  return text + R"(1],"a":")" + std::string(20'000, 'x') + R"(\n"})";
+}
+
+TEST_P(RequestFaults, CostNoMoreThanTheSessionOfALongMessage) {
+  Start();
+  ASSERT_TRUE(Use());
+  FaultClient bystander;
+  ASSERT_EQ(bystander.Ask(testing::GetText(testing::kOwnComponent)), testing::OwnComponentText());
+  const std::string text = LongText();
+  ForEachFault([&](std::uint64_t n) {
+    OrderedFault ordered(fault(), n, extent());
+    {
+      FaultClient client;
+      if (const auto reply = client.Ask(text)) {
+        EXPECT_TRUE(Holds(reply, R"("GUID": "g:299")"));
+      }
+    }
+    const bool reached = ordered.End();
+    EXPECT_TRUE(bystander.Ask(testing::GetText(testing::kOwnComponent)));
+    EXPECT_TRUE(Serves(1));
+    return reached;
+  });
+  bystander.Close();
+  EXPECT_TRUE(Use());
+  StopCleanly();
+}
+
 INSTANTIATE_TEST_SUITE_P(Every, RequestFaults,
                          testing::EveryFaultOf(Fault::kMemory, Fault::kThread,
                                                Fault::kKernelObject),

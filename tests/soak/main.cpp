@@ -4,14 +4,18 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "driver/prn.h"
+#include "tests/driver/busy_messages.h"
 #include "tests/driver/process_state.h"
 #include "tests/soak/generation.h"
 #include "tests/support/allocations.h"
+#include "tests/support/frame_client.h"
 
 namespace valmere::soak {
 namespace {
@@ -21,6 +25,7 @@ constexpr int kFloodedRound = 3;
 // The service keeps its buffers up to a certain size, and what waits for a period's end.
 constexpr std::size_t kMemorySlack = std::size_t{192} * 1024;
 constexpr std::size_t kMostKept = std::size_t{512} * 1024;
+constexpr std::size_t kMarkerOfOne = 4;
 constexpr char kUsage[] =
     "usage: soak [SECONDS [SEED]]\n"
     "Runs for about SECONDS (60), with the choices that SEED gives (a new one each time).\n";
@@ -30,6 +35,11 @@ struct Resources {
   std::size_t handles = testing::HandleCount();
   std::size_t memory = testing::BytesInUse();
 };
+
+std::size_t MarkerBytes(const testing::DeviceRoot& device) {
+  constexpr char kMarker[] = "root/DriverUnloadSuccessful";
+  return device.Has(kMarker) ? device.Get(kMarker).size() : 0;
+}
 
 // The last of what clients held goes shortly after them.
 void AwaitAllGone(World& world, const Resources& before) {
@@ -48,6 +58,25 @@ void AwaitAllGone(World& world, const Resources& before) {
                        std::to_string(before.memory) + " bytes");
 }
 
+// Ends the service while it is at work on long messages of every kind, and starts the next.
+void UnloadAtWork(World& world, const testing::DeviceRoot& device) {
+  constexpr testing::EntryPoints kEntry = {PRN_Open, PRN_Close, PRN_Read, PRN_Write};
+  const std::size_t marker = MarkerBytes(device);
+  {
+    std::vector<std::unique_ptr<testing::FrameClient>> clients;
+    for (const testing::BusyMessage& message : testing::MakeBusyMessages(kLongTextBytes)) {
+      clients.push_back(std::make_unique<testing::FrameClient>(kEntry));
+      clients.back()->Send(message.text);
+      clients.back()->Send(message.text);
+    }
+    PRN_Deinit(1);
+  }
+  if (MarkerBytes(device) != marker + kMarkerOfOne)
+    world.summary.Fail("an unload amid long messages was not clean");
+  PRN_Init(0);
+  world.summary.Add(Kind::kUnloads);
+}
+
 // The first generation leaves what grows once, such as buffers that are kept. It also outlives the
 // thread that serves the service's own device, which ends soon after a start.
 void RunGenerations(World& world, Deadline end, testing::DeviceRoot& device) {
@@ -63,6 +92,7 @@ void RunGenerations(World& world, Deadline end, testing::DeviceRoot& device) {
         if (world.summary.Failed()) return;
       }
     }
+    UnloadAtWork(world, device);
     AwaitAllGone(world, before);
     if (world.summary.Failed()) return;
     if (number == 1) before = Resources();
@@ -80,9 +110,9 @@ int Run(std::chrono::seconds time, std::uint32_t seed) {
   const Resources before;
   PRN_Init(0);
   RunGenerations(world, Deadline::After(time), device);
+  const std::size_t marker = MarkerBytes(device);
   PRN_Deinit(1);
-  if (device.Get("root/DriverUnloadSuccessful").size() != 4)
-    world.summary.Fail("the unload was not clean");
+  if (MarkerBytes(device) != marker + kMarkerOfOne) world.summary.Fail("the unload was not clean");
   if (testing::ThreadCount() != before.threads || testing::HandleCount() != before.handles)
     world.summary.Fail("threads or descriptors are left behind the unload");
   world.summary.Print();

@@ -4,6 +4,7 @@
 
 #include "client/message.h"
 #include "driver/prn.h"
+#include "tests/driver/busy_messages.h"
 #include "tests/driver/messages.h"
 
 namespace valmere::soak {
@@ -120,6 +121,12 @@ void Rover::AddTo(Values& truth) const {
   truth.insert(values_.begin(), values_.end());
 }
 
+Stranger::Stranger(World& world, std::uint32_t number) : world_(world), dice_(world.seed, number) {
+  for (testing::BusyMessage& message : testing::MakeBusyMessages(kLongTextBytes)) {
+    if (!message.changes_properties) long_texts_.push_back(std::move(message.text));
+  }
+}
+
 void Stranger::Live(const std::atomic<bool>& stop) {
   while (!stop) {
     {
@@ -133,7 +140,7 @@ void Stranger::Live(const std::atomic<bool>& stop) {
 }
 
 void Stranger::Abuse(testing::FrameClient& handle) {
-  switch (dice_.Below(8)) {
+  switch (dice_.Below(10)) {
     case 0:
       handle.SendBytes(std::string(dice_.Below(200), 'n'));
       break;
@@ -155,6 +162,9 @@ void Stranger::Abuse(testing::FrameClient& handle) {
         handle.Send(R"({"GetAllProperties": true,"SubscribeAllCurrentAndNewProperties": true})");
       break;
     case 6:
+      handle.Send(long_texts_[dice_.Below(static_cast<std::uint32_t>(long_texts_.size()))]);
+      break;
+    case 7:
       handle.SendInPieces(testing::FrameOf(GetOwnComponent()), 1 + dice_.Below(40));
       break;
     default:

@@ -46,12 +46,12 @@ class Rover {
 };
 
 // Purpose: opens handles and abuses them: bytes that are no frame, frames that never end, lengths
-// that are too long, subscriptions and requests whose answers nobody reads.
+// that are too long, long texts, subscriptions and requests whose answers nobody reads.
 // Owner: the run.
 // Threads: one at a time.
 class Stranger {
  public:
-  Stranger(World& world, std::uint32_t number) : world_(world), dice_(world.seed, number) {}
+  Stranger(World& world, std::uint32_t number);
 
   void Live(const std::atomic<bool>& stop);
 
@@ -60,6 +60,7 @@ class Stranger {
 
   World& world_;
   Dice dice_;
+  std::vector<std::string> long_texts_;  // that change nothing for anybody else
 };
 
 }  // namespace valmere::soak

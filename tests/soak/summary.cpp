@@ -24,6 +24,7 @@ constexpr std::array<const char*, static_cast<std::size_t>(Kind::kCount)> kNames
     "stores",
     "loads",
     "overrides merged",
+    "unloads amid long messages",
     "changes in floods",
     "of them told of",
     "quiet points",

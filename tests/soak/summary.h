@@ -27,6 +27,7 @@ enum class Kind {
   kStores,
   kLoads,
   kOverrides,
+  kUnloads,
   kFloodChanges,
   kFloodToldOf,
   kQuietPoints,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -25,6 +26,9 @@ using client::SetRequest;
 
 // Nothing in a sound service takes this long.
 inline constexpr std::chrono::seconds kPatience{30};
+
+// Of a message that keeps the service at work, in a build where that takes ten times as long.
+inline constexpr std::size_t kLongTextBytes = std::size_t{128} * 1024;
 
 // Looks again and again until `condition` holds; false when that takes too long.
 template <class Condition>
