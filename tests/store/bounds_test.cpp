@@ -22,13 +22,16 @@ constexpr std::size_t kMiB = std::size_t{1} << 20;
 
 class Bounds : public testing::EngineTest {
  protected:
-  // As many entries as fit into a message of 4 MiB.
-  static std::string Flood(std::string_view key, std::string_view entry) {
-    std::string text = "{\"" + std::string(key) + "\": [" + std::string(entry);
-    while (text.size() + entry.size() + 3 < 4 * kMiB)
-      text.append(1, ',').append(entry);
+  // A message of so many entries, each as short as can be.
+  static std::string Flood(std::string_view key, std::size_t entries) {
+    std::string text = "{\"" + std::string(key) + "\": [1";
+    for (std::size_t i = 1; i < entries; ++i)
+      text += ",1";
+    EXPECT_GT(4 * kMiB, text.size());
     return text + "]}";
   }
+  static constexpr const char* kSubscription =
+      R"({"PropertySubscribeRequests": [{"Component": "other","GUID": "G:P"}]})";
 
   Client client;
 };
@@ -37,7 +40,7 @@ TEST_F(Bounds, EndTheSessionOfAReplyThatWouldBeTooLong) {
   for (int i = 0; i < 20; ++i)
     Publish(reader, {.group_guid = "", .guid = std::to_string(i)});
   const std::size_t before = testing::BytesInUse();
-  EXPECT_FALSE(Send(client, Flood("PropertyGetRequests", "1")));
+  EXPECT_FALSE(Send(client, Flood("PropertyGetRequests", 50'000)));
   EXPECT_TRUE(client.stream->writes().empty());
   EXPECT_GT(before + kMiB, testing::BytesInUse());
   const std::vector<std::string> lines = log->TakeLines();
@@ -60,7 +63,7 @@ TEST_F(Bounds, LetAReplyOfNearlyTheMostThrough) {
 TEST_F(Bounds, EndTheSessionOfSetsThatWouldBeTooLongToPassOn) {
   Client owner;
   Publish(owner, {.component = "", .group_guid = "", .guid = ""});
-  EXPECT_FALSE(Send(client, Flood("PropertySetRequests", "1")));
+  EXPECT_FALSE(Send(client, Flood("PropertySetRequests", 800'000)));
   EXPECT_TRUE(owner.TakeTexts().empty());
   const std::vector<std::string> lines = log->TakeLines();
   ASSERT_EQ(1u, lines.size());
@@ -105,11 +108,12 @@ TEST_F(Bounds, HoldInAPeriodThatNeverEnds) {
 
 TEST_F(Bounds, HoldWhileNoPassTakesWhatComesAndGoes) {
   Client subscriber;
-  EXPECT_TRUE(Send(subscriber, R"({"PropertySubscribeRequests": [{"GUID": "x:y"}]})"));
+  EXPECT_TRUE(Send(subscriber, kSubscription));
   const std::uint32_t properties = LiveProperties::Live();
-  const std::string come_and_go = Responses({EntryText{}, {.status = kGone}});
+  std::string text = R"({"PropertyGetResponses": [0)";
   for (int i = 0; i < 70'000; ++i)
-    Send(client, come_and_go);
+    text += R"(,{"Status":"Property No Longer Available"})";
+  EXPECT_TRUE(Send(client, text + "]}"));
   EXPECT_EQ(properties + 65'536, LiveProperties::Live());
   engine->PublishPass();
   EXPECT_EQ(properties, LiveProperties::Live());

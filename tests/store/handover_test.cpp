@@ -173,8 +173,8 @@ TEST_F(Handover, NeverGoesToOneThatIsLeaving) {
 }
 
 TEST_F(Handover, LeavesNoDeadOwnerWhenTwoEndAtOnce) {
-  constexpr int kRounds = 300;
-  constexpr int kProperties = 40;
+  constexpr int kRounds = 100;
+  constexpr int kProperties = 20;
   for (int round = 0; round < kRounds; ++round) {
     Client first, other;
     for (int i = 0; i < kProperties; ++i) {
@@ -198,7 +198,7 @@ TEST_F(Handover, LeavesNoDeadOwnerWhenTwoEndAtOnce) {
 
 // Publications and ends of two clients in every order: whoever is there in the end owns it.
 TEST_F(Handover, LosesNoPublicationAmidTheEndOfTheOwner) {
-  constexpr int kRounds = 500;
+  constexpr int kRounds = 200;
   for (int round = 0; round < kRounds; ++round) {
     Client leaving, staying;
     Publish(leaving, EntryText{});
