@@ -83,18 +83,28 @@ ValmereService::ValmereService(std::shared_ptr<platform::FileSystem> files, cons
   LogIn(DebugZone::kLeakTracking, log_, LiveCounters);
 }
 
+// Each is ended before it is let go: a stream's thread that was left behind may hold it for longer.
 ValmereService::~ValmereService() {
   StepLog steps(DebugZone::kDeInit);
   steps.AttachLog(log_);
   LogIn(DebugZone::kLeakTracking, log_, LiveCounters);
   sessions_.reset();
   steps.Done("Sessions released");
+  acceptor_->End();
   acceptor_.reset();
   steps.Done("Acceptor released");
+  handlers_->End();
   handlers_.reset();
   steps.Done("Stream handlers released");
+  engine_->End();
   engine_.reset();
   steps.Done("Property engine released");
+  log_->End();
+  log_.reset();
+  persistence_->End();
+  persistence_.reset();
+  network_.reset();
+  tasks_->End();
 }
 
 void ValmereService::OpenLog(const StorePaths& paths) {

@@ -199,13 +199,11 @@ DataHandlerManager::~DataHandlerManager() {
 
 void DataHandlerManager::End() {
   const StreamTable::Stuck stuck = streams_->CloseAll();
-  const int all = stuck.forced + stuck.left_behind;
-  if (all > 0)
-    server_->LogError([&] {
-      return std::to_string(all) +
-             " stream threads did not end in time: " + std::to_string(stuck.forced) +
-             " were ended by force, " + std::to_string(stuck.left_behind) + " are left behind";
-    });
+  if (stuck.forced + stuck.left_behind == 0) return;
+  server_->LogError([&] {
+    return "Stream threads did not end in time: " + std::to_string(stuck.forced) +
+           " ended by force, " + std::to_string(stuck.left_behind) + " left behind";
+  });
 }
 
 void DataHandlerManager::RegisterFactory(std::shared_ptr<DataHandlerFactory> factory) {

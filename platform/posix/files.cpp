@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/posix/current_thread.h"
 #include "platform/posix/descriptor.h"
 
 namespace valmere::platform {
@@ -25,9 +26,11 @@ constexpr const char* kRootVariable = "VALMERE_ROOT";
 constexpr const char* kDefaultRoot = "/var/lib/valmere";
 constexpr mode_t kNewFileMode = 0644;
 
-// Asks again for as long as a signal breaks the call.
+// Asks again for as long as a signal breaks the call, which may hang: with the file system that it goes
+// to.
 template <class Call>
 auto Uninterrupted(Call call) {
+  const WaitInKernel wait;
   auto result = call();
   while (result < 0 && errno == EINTR)
     result = call();

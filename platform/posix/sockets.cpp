@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "platform/kernel.h"
+#include "platform/posix/current_thread.h"
 #include "platform/posix/descriptor.h"
 
 namespace valmere::platform {
@@ -72,8 +73,7 @@ class SendPatience {
   bool WaitForRoom() {
     if (deadline_ == 0) Restart(Untaken());
     while (MonotonicNow() < deadline_) {
-      pollfd room{descriptor_, POLLOUT, 0};
-      if (poll(&room, 1, kProgressCheckMilliseconds) > 0) return true;
+      if (WaitForEvent()) return true;
       const int untaken = Untaken();
       if (untaken < untaken_) Restart(untaken);
     }
@@ -84,6 +84,12 @@ class SendPatience {
   void Restart(int untaken) {
     untaken_ = untaken;
     deadline_ = MonotonicNow() + kPatience;
+  }
+
+  bool WaitForEvent() const {
+    pollfd room{descriptor_, POLLOUT, 0};
+    const WaitInKernel wait;
+    return poll(&room, 1, kProgressCheckMilliseconds) > 0;
   }
 
   // Bytes that the peer has not acknowledged.
@@ -109,7 +115,7 @@ class PosixStreamSocket final : public StreamSocket {
   Transfer Receive(void* buffer, int length) override {
     if (length <= 0) return {0, 0};
     for (;;) {
-      const ssize_t count = recv(descriptor_.get(), buffer, static_cast<std::size_t>(length), 0);
+      const ssize_t count = WaitForBytes(buffer, static_cast<std::size_t>(length));
       if (count >= 0) return {static_cast<int>(count), 0};
       if (errno != EINTR) return {-1, WinsockCode(errno)};
     }
@@ -138,6 +144,11 @@ class PosixStreamSocket final : public StreamSocket {
   void Close() override { shutdown(descriptor_.get(), SHUT_RDWR); }
 
  private:
+  ssize_t WaitForBytes(void* buffer, std::size_t length) const {
+    const WaitInKernel wait;
+    return recv(descriptor_.get(), buffer, length, 0);
+  }
+
   const Descriptor descriptor_;
 };
 
@@ -165,8 +176,7 @@ class PosixListenSocket final : public ListenSocket {
     sockaddr_in peer{};
     for (;;) {
       socklen_t size = sizeof peer;
-      Descriptor descriptor(
-          accept4(descriptor_.get(), reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
+      Descriptor descriptor(WaitForPeer(reinterpret_cast<sockaddr*>(&peer), &size));
       if (descriptor.valid())
         return {std::make_unique<PosixStreamSocket>(std::move(descriptor)), peer.sin_addr.s_addr,
                 peer.sin_port};
@@ -180,6 +190,11 @@ class PosixListenSocket final : public ListenSocket {
   std::uint16_t BoundPort() const override { return bound_port_; }
 
  private:
+  int WaitForPeer(sockaddr* peer, socklen_t* size) const {
+    const WaitInKernel wait;
+    return accept4(descriptor_.get(), peer, size, SOCK_CLOEXEC);
+  }
+
   Descriptor descriptor_;
   std::uint16_t bound_port_ = 0;
 };

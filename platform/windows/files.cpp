@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/windows/current_thread.h"
 #include "platform/windows/device_root.h"
 #include "platform/windows/windows_api.h"
 
@@ -135,11 +136,13 @@ class DeviceFile final : public File {
 
   std::size_t Read(void* buffer, std::size_t length) override {
     DWORD count = 0;
+    const WaitInKernel wait;
     const BOOL done = ReadFile(handle_, buffer, Limited(length), &count, nullptr);
     return done != FALSE ? count : 0;
   }
   std::size_t Write(const void* buffer, std::size_t length) override {
     DWORD count = 0;
+    const WaitInKernel wait;
     const BOOL done = WriteFile(handle_, buffer, Limited(length), &count, nullptr);
     return done != FALSE ? count : 0;
   }

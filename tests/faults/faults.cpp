@@ -34,6 +34,9 @@ std::atomic<std::int64_t> g_left{0};  // calls until the fault, that one include
 std::atomic<bool> g_reached{false};
 std::atomic<std::int64_t> g_blocks{0};
 std::atomic<std::uint64_t> g_publishing_waits{0};
+std::atomic<int> g_hung{kNone};  // what hangs the next time
+std::atomic<bool> g_hangs{false};
+std::array<int, 2> g_never_written{};  // a pipe
 
 // What a crash would not tell.
 void TellOfFault() {
@@ -84,6 +87,21 @@ bool OrderedFault::End() {
 
 bool OrderedFault::reached() const {
   return g_reached;
+}
+
+HungCall::HungCall(Fault fault) {
+  if (pipe(g_never_written.data()) != 0) std::abort();
+  g_hangs = false;
+  g_hung = static_cast<int>(fault);
+}
+
+HungCall::~HungCall() {
+  g_hung = kNone;
+  close(g_never_written[1]);
+}
+
+bool HungCall::hangs() const {
+  return g_hangs;
 }
 
 InSystem::InSystem() {
@@ -276,13 +294,29 @@ int __wrap_unlinkat(int folder, const char* name, int flags) {
 }
 
 ssize_t __real_read(int, void*, size_t);
+
+// Where a thread hangs: in the kernel, until the pipe is closed.
+void HangIfOrdered(Fault fault) {
+  int expected = static_cast<int>(fault);
+  if (valmere::testing::t_in_system == 0 || !valmere::testing::t_worker ||
+      !valmere::testing::g_hung.compare_exchange_strong(expected, valmere::testing::kNone))
+    return;
+  valmere::testing::g_hangs = true;
+  char byte;
+  while (__real_read(valmere::testing::g_never_written[0], &byte, 1) < 0 && errno == EINTR) {
+  }
+  valmere::testing::g_hangs = false;
+}
+
 ssize_t __wrap_read(int file, void* buffer, size_t count) {
+  HangIfOrdered(Fault::kRead);
   if (Refused(Fault::kRead)) return Refuse(EIO);
   return __real_read(file, buffer, count);
 }
 
 ssize_t __real_write(int, const void*, size_t);
 ssize_t __wrap_write(int file, const void* buffer, size_t count) {
+  HangIfOrdered(Fault::kWrite);
   if (Refused(Fault::kWrite)) return Refuse(ENOSPC);
   if (Refused(Fault::kTornWrite)) {
     if (__real_write(file, buffer, count / 2) < 0) return -1;

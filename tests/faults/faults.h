@@ -51,6 +51,24 @@ class OrderedFault {
   bool reached() const;
 };
 
+// Purpose: while it lives, the next read or write of a file does not come back from the kernel, as on a
+// file system that has gone.
+// Owner: the test; one at a time.
+// Threads: the test's.
+// Errors: none.
+class HungCall {
+ public:
+  // kRead or kWrite.
+  explicit HungCall(Fault fault);
+  // The call comes back and is done.
+  ~HungCall();
+  HungCall(const HungCall&) = delete;
+  HungCall& operator=(const HungCall&) = delete;
+
+  // Whether a thread is in it.
+  bool hangs() const;
+};
+
 // Purpose: what the calling thread does while it lives is done by the system.
 // Owner: the test, on its stack; may be nested.
 // Threads: its own; the threads that are started meanwhile are the system's to their end.

@@ -1,0 +1,109 @@
+// A file call that does not come back: the service ends without it, and the next one serves.
+#include <memory>
+
+#include "tests/faults/fault_fixture.h"
+
+namespace valmere {
+namespace {
+
+using testing::Eventually;
+using testing::Fault;
+using testing::FaultClient;
+using testing::HungCall;
+
+const testing::Address kReadOnly = {
+    testing::kOwnComponent.component,
+    "99A61D40-20CE-41EA-A579-EB92C6ED94C6:ACEB1224-1DAF-42A2-BBAA-4678D5D3C8DA"};
+const testing::Address kLoad = {
+    testing::kOwnComponent.component,
+    "99A61D40-20CE-41EA-A579-EB92C6ED94C6:0D9B0F83-2282-4728-A78E-FE2FF4E3A13C"};
+const testing::Address kLoadingError = {
+    testing::kOwnComponent.component,
+    "2EBF9DEF-D51C-47FE-935E-5EDCC530B867:A32AFFED-7C37-47FE-80DB-B21875E226BD"};
+
+// One process each: what a thread that was ended by force held for itself is never given back.
+class HungFileCall : public ::testing::Test {
+ protected:
+  HungFileCall() {
+    device_.MakeFolder("root/Store");
+    device_.Put("root/Store/ValmereProperties.ini", testing::PropertyFile("750"));
+    Start();
+  }
+  ~HungFileCall() override { Stop(); }
+
+  static void Start() {
+    const testing::InSystem in_system;
+    PRN_Init(0);
+  }
+  static void Stop() {
+    const testing::InSystem in_system;
+    PRN_Deinit(1);
+  }
+  static bool Serves() {
+    FaultClient client;
+    return client.Ask(testing::GetText(testing::kOwnComponent)) == testing::OwnComponentText();
+  }
+  std::size_t Markers() const {
+    constexpr const char* kMarker = "root/DriverUnloadSuccessful";
+    return device_.Has(kMarker) ? device_.Get(kMarker).size() / 4 : 0;
+  }
+  bool LogHolds(std::string_view text) const {
+    return device_.Get("root/Store/ValmereLog.txt").find(text) != std::string::npos;
+  }
+
+  testing::DeviceRoot device_;
+};
+
+TEST_F(HungFileCall, OfTheLogIsEndedByForce) {
+  const HungCall hung(Fault::kWrite);
+  FaultClient client;
+  EXPECT_TRUE(client.Send(testing::SetText(kReadOnly, "refused, which is logged")));
+  ASSERT_TRUE(Eventually([&] { return hung.hangs(); }));
+  Stop();
+  EXPECT_EQ(Markers(), 1u) << "nothing but the thread was in it";
+  Start();
+  EXPECT_TRUE(Serves());
+}
+
+TEST_F(HungFileCall, OfTheLineWriterKeepsNoLaterServiceFromItsFile) {
+  const HungCall hung(Fault::kRead);
+  FaultClient client;
+  EXPECT_TRUE(client.Send(testing::SetText(testing::kPeriod, "1000")));
+  ASSERT_TRUE(Eventually([&] { return hung.hangs(); }));
+  Stop();
+  Start();
+  EXPECT_TRUE(Serves());
+  FaultClient later;
+  EXPECT_TRUE(
+      testing::Holds(later.Ask(testing::GetText(kLoadingError)), testing::ValueText("False")));
+  EXPECT_TRUE(later.Send(testing::SetText(testing::kPeriod, "1250")));
+  EXPECT_TRUE(Eventually([&] {
+    return device_.Get("root/Store/ValmereProperties.ini") == testing::PropertyFile("1250");
+  }));
+}
+
+// The load lock is held: the thread goes on when the call comes back, and the unload is no clean one.
+TEST_F(HungFileCall, OfALoadIsLeftBehindAndNobodyWaitsForIt) {
+  auto hung = std::make_unique<HungCall>(Fault::kRead);
+  FaultClient client;
+  EXPECT_TRUE(client.Send(testing::SetText(kLoad, "True")));
+  ASSERT_TRUE(Eventually([&] { return hung->hangs(); }));
+  Stop();
+  EXPECT_EQ(Markers(), 0u);
+  EXPECT_TRUE(
+      LogHolds(",1 stream threads did not end in time: 0 were ended by force, "
+               "1 are left behind\r\n"));
+  Start();
+  EXPECT_TRUE(Serves());
+  FaultClient later;
+  EXPECT_TRUE(
+      testing::Holds(later.Ask(testing::GetText(kLoadingError)), testing::ValueText("False")));
+  hung.reset();
+  EXPECT_TRUE(Serves());
+  later.Close();
+  Stop();
+  EXPECT_EQ(Markers(), 1u) << "the one that was left behind has gone";
+}
+
+}  // namespace
+}  // namespace valmere
