@@ -192,8 +192,8 @@ TEST_F(StreamThreads, ShareTheTimeToEndAndOutliveTheManagerWhenTheyAreStuck) {
   tasks.reset();
   EXPECT_EQ(threads_before + kStreams, LiveWorkerThreads::Live());
   EXPECT_EQ(
-      std::vector<std::string>{"30 stream threads did not end in time: 0 were ended by force, "
-                               "30 are left behind"},
+      std::vector<std::string>{"Stream threads did not end in time: 0 ended by force, 30 left "
+                               "behind"},
       log->lines());
   go_on.Set(1);
   EXPECT_TRUE(Eventually([&] { return LiveWorkerThreads::Live() == threads_before; }));
