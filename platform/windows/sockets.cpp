@@ -2,8 +2,10 @@
 //
 // Closing and giving back are two things here, as with every backend: Close makes blocked calls
 // return, and the handle stays taken until the object dies. A stream is shut down. A listener knows
-// no shutting down: whoever closes it connects to it once, and the accept that wakes sees that it was
-// closed.
+// no shutting down: whoever closes it connects to it once, and the accept that wakes sees that it
+// was closed. Where that connection can't be had, for want of ports or memory, the handle is given
+// back at once after all: an accept that sleeps on would be worse than the chance that its number
+// is used again between two steps of it.
 #include "platform/sockets.h"
 
 #include <algorithm>
@@ -22,6 +24,12 @@ static_assert(kConnectionAborted == WSAECONNABORTED && kConnectionReset == WSAEC
 // A peer that takes nothing for this long is given up.
 constexpr Ticks kPatience = 5'000 * kTicksPerMillisecond;
 
+// The system takes a send whole as soon as its buffer has any room, and frees that room only once
+// the peer has taken all of it; there is no telling how much is still out. So bytes are handed over
+// in pieces: a peer that takes a piece in kPatience is seen to move. One that takes less counts as
+// one that stands still.
+constexpr int kPiece = 4096;
+
 // Not every system ends a select when its own side shuts the stream down, so whoever waits looks
 // now and then whether it was closed.
 constexpr Ticks kLongestWait = 100 * kTicksPerMillisecond;
@@ -30,20 +38,23 @@ class Handle {
  public:
   Handle() = default;
   explicit Handle(SOCKET socket) : socket_(socket) {}
-  Handle(Handle&& other) noexcept : socket_(std::exchange(other.socket_, INVALID_SOCKET)) {}
+  Handle(Handle&& other) noexcept : socket_(other.socket_.exchange(INVALID_SOCKET)) {}
   Handle& operator=(Handle&& other) noexcept {
-    std::swap(socket_, other.socket_);
+    other.socket_ = socket_.exchange(other.socket_);
     return *this;
   }
-  ~Handle() {
-    if (valid()) closesocket(socket_);
+  ~Handle() { GiveBack(); }
+
+  bool valid() const { return get() != INVALID_SOCKET; }
+  SOCKET get() const { return socket_; }
+  // From any thread, any number of times.
+  void GiveBack() {
+    const SOCKET socket = socket_.exchange(INVALID_SOCKET);
+    if (socket != INVALID_SOCKET) closesocket(socket);
   }
 
-  bool valid() const { return socket_ != INVALID_SOCKET; }
-  SOCKET get() const { return socket_; }
-
  private:
-  SOCKET socket_ = INVALID_SOCKET;
+  std::atomic<SOCKET> socket_{INVALID_SOCKET};
 };
 
 // Codes that the layers above do not know are one to them.
@@ -103,7 +114,7 @@ class WindowsStreamSocket final : public StreamSocket {
     Ticks deadline = MonotonicNow() + kPatience;
     int sent = 0;
     while (sent < length) {
-      const int count = send(socket_.get(), bytes + sent, length - sent, 0);
+      const int count = send(socket_.get(), bytes + sent, std::min(length - sent, kPiece), 0);
       if (count >= 0) {
         sent += count;
         deadline = MonotonicNow() + kPatience;
@@ -182,7 +193,8 @@ class WindowsListenSocket final : public ListenSocket {
     if (closed_.exchange(true) || !socket_.valid()) return;
     const Handle caller = MakeTcpSocket();
     const sockaddr_in address = MakeAddress(INADDR_LOOPBACK, bound_port_);
-    connect(caller.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    if (connect(caller.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+      socket_.GiveBack();
   }
 
   std::uint16_t BoundPort() const override { return bound_port_; }
