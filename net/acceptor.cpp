@@ -6,6 +6,8 @@
 #include <exception>
 #include <utility>
 
+#include "driver/sync/event_flags.h"
+
 namespace valmere {
 namespace {
 
@@ -19,25 +21,50 @@ constexpr std::uint32_t kRetryMilliseconds = 100;
 
 }  // namespace
 
+// All that the thread touches.
+class Acceptor::Loop {
+ public:
+  Loop(std::shared_ptr<Listener> listener, std::shared_ptr<StreamSink> sink)
+      : listener_(std::move(listener)), sink_(std::move(sink)) {}
+
+  bool Open() { return listener_->Open() == 0; }
+  void Close() {
+    closing_.Set(kClosing);
+    listener_->Close();
+  }
+  void Run();
+
+ private:
+  bool AcceptOne();
+
+  const std::shared_ptr<Listener> listener_;
+  const std::shared_ptr<StreamSink> sink_;
+  EventFlags closing_{EventFlags::AutoClear::kNo};
+};
+
 Acceptor::Acceptor(std::shared_ptr<Listener> listener, std::shared_ptr<StreamSink> sink,
                    int priority)
-    : listener_(std::move(listener)), sink_(std::move(sink)) {
-  if (listener_->Open() != 0) return;
-  thread_.emplace([this] { Run(); }, priority);
+    : loop_(std::make_shared<Loop>(std::move(listener), std::move(sink))) {
+  if (!loop_->Open()) return;
+  thread_.emplace([loop = loop_] { loop->Run(); }, priority);
   // Peers must not queue up at a port where nobody will accept them.
-  if (!thread_->Start()) listener_->Close();
+  if (!thread_->Start()) loop_->Close();
 }
 
 Acceptor::~Acceptor() {
-  Close();
+  End();
 }
 
 void Acceptor::Close() {
-  closing_.Set(kClosing);
-  listener_->Close();
+  loop_->Close();
 }
 
-void Acceptor::Run() {
+void Acceptor::End() {
+  Close();
+  thread_.reset();
+}
+
+void Acceptor::Loop::Run() {
   while (!closing_.Poll(kClosing)) {
     if (!AcceptOne()) closing_.WaitFor(kClosing, kRetryMilliseconds);
   }
@@ -45,7 +72,7 @@ void Acceptor::Run() {
 
 // False when there is no connection, or when the sink could not take it; it is dropped then, which
 // tells the peer.
-bool Acceptor::AcceptOne() {
+bool Acceptor::Loop::AcceptOne() {
   try {
     std::shared_ptr<Connection> connection = listener_->Accept();
     if (!connection) return false;

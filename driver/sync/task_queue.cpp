@@ -5,6 +5,10 @@
 
 #include <cstdint>
 #include <utility>
+#include <vector>
+
+#include "driver/sync/event_flags.h"
+#include "driver/sync/lock.h"
 
 namespace valmere {
 namespace {
@@ -13,35 +17,70 @@ constexpr std::uint32_t kSignalled = 1;
 
 }  // namespace
 
-TaskQueue::TaskQueue(int priority) : worker_([this] { Work(); }, priority) {
-  worker_.Start();
+// All that the worker touches.
+class TaskQueue::Jobs {
+ public:
+  void Push(Job job) EXCLUDES(lock_);
+  // Runs jobs until the queue has ended and none is left.
+  void Work() EXCLUDES(lock_);
+  // Has them end; true the first time.
+  bool Stop() EXCLUDES(lock_);
+  void AwaitDone() { done_.Wait(kSignalled); }
+
+ private:
+  bool Take(std::vector<Job>& batch) EXCLUDES(lock_);
+
+  Lock lock_;
+  bool running_ GUARDED_BY(lock_) = true;
+  bool done_with_all_ GUARDED_BY(lock_) = false;
+  std::vector<Job> jobs_ GUARDED_BY(lock_);
+  EventFlags work_{EventFlags::AutoClear::kYes};
+  EventFlags done_{EventFlags::AutoClear::kYes};
+};
+
+TaskQueue::TaskQueue(int priority) : jobs_(std::make_shared<Jobs>()) {
+  worker_.emplace([jobs = jobs_] { jobs->Work(); }, priority);
+  worker_->Start();
 }
 
 TaskQueue::~TaskQueue() {
-  {
-    ScopedLock hold(lock_);
-    running_ = false;
-  }
-  if (worker_.started()) {
-    work_.Set(kSignalled);
-  } else {
-    Work();
-  }
-  // The jobs get the time that they take; only then does the worker's own time to end begin.
-  done_.Wait(kSignalled);
+  End();
 }
 
 void TaskQueue::Push(Job job) {
+  jobs_->Push(std::move(job));
+}
+
+void TaskQueue::End() {
+  if (!jobs_->Stop()) return;
+  if (!running()) jobs_->Work();
+  // The jobs get the time that they take; only then does the worker's own time to end begin.
+  jobs_->AwaitDone();
+  worker_.reset();
+}
+
+void TaskQueue::Jobs::Push(Job job) {
   {
-    ScopedLock hold(lock_);
+    const ScopedLock hold(lock_);
+    if (done_with_all_) return;
     jobs_.push_back(std::move(job));
   }
   work_.Set(kSignalled);
 }
 
-void TaskQueue::Work() {
+bool TaskQueue::Jobs::Stop() {
+  {
+    const ScopedLock hold(lock_);
+    if (!running_) return false;
+    running_ = false;
+  }
+  work_.Set(kSignalled);
+  return true;
+}
+
+void TaskQueue::Jobs::Work() {
   std::vector<Job> batch;
-  while (TakeJobs(batch)) {
+  while (Take(batch)) {
     for (Job& job : batch)
       std::exchange(job, nullptr)();
     batch.clear();
@@ -50,15 +89,16 @@ void TaskQueue::Work() {
 }
 
 // Waits for jobs; false when the queue has ended and none are left.
-bool TaskQueue::TakeJobs(std::vector<Job>& batch) {
+bool TaskQueue::Jobs::Take(std::vector<Job>& batch) {
   for (;;) {
     {
-      ScopedLock hold(lock_);
+      const ScopedLock hold(lock_);
       if (!jobs_.empty()) {
         batch.swap(jobs_);
         return true;
       }
-      if (!running_) return false;
+      done_with_all_ = !running_;
+      if (done_with_all_) return false;
     }
     work_.Wait(kSignalled);
   }

@@ -2,44 +2,43 @@
 #pragma once
 
 #include <functional>
-#include <vector>
+#include <memory>
+#include <optional>
 
-#include "driver/sync/event_flags.h"
-#include "driver/sync/lock.h"
 #include "driver/sync/worker_thread.h"
 
 namespace valmere {
 
 // Purpose: runs jobs one after another on a background thread.
-// Owner: shared by the service and the manager of the streams, whose threads push jobs.
-// Threads: Push from any thread, from within a job too.
-// Errors: a job must not throw. Jobs still queued at destruction are run before it returns; where
-// the kernel gave no thread, all of them run there.
+// Owner: shared by the service, which ends it, and the manager of the streams, whose threads push
+// jobs. Its thread holds all that it touches, and so may outlive it.
+// Threads: Push from any thread, from within a job too; End on the owner's.
+// Errors: a job must not throw. Jobs still queued at the end are run before that returns; where the
+// kernel gave no thread, all of them run there.
 class TaskQueue {
  public:
   using Job = std::function<void()>;
 
   // Priority 0 to 255, smaller is more urgent.
   explicit TaskQueue(int priority);
+  // Ends.
   ~TaskQueue();
   TaskQueue(const TaskQueue&) = delete;
   TaskQueue& operator=(const TaskQueue&) = delete;
 
   // False when the kernel gave no thread.
-  bool running() const { return worker_.started(); }
-  // Jobs run in the order in which they are pushed; each is destroyed when it has run.
+  bool running() const { return worker_ && worker_->started(); }
+  // Jobs run in the order in which they are pushed; each is destroyed when it has run. After the
+  // last one a job is dropped.
   void Push(Job job);
+  // Runs what is queued, and what that pushes, and ends the worker. Any number of times.
+  void End();
 
  private:
-  void Work();
-  bool TakeJobs(std::vector<Job>& batch);
+  class Jobs;
 
-  Lock lock_;
-  bool running_ GUARDED_BY(lock_) = true;
-  std::vector<Job> jobs_ GUARDED_BY(lock_);
-  EventFlags work_{EventFlags::AutoClear::kYes};
-  EventFlags done_{EventFlags::AutoClear::kYes};
-  WorkerThread worker_;
+  const std::shared_ptr<Jobs> jobs_;
+  std::optional<WorkerThread> worker_;
 };
 
 }  // namespace valmere

@@ -173,6 +173,17 @@ TEST(Acceptor, EndsItsLoopOnCloseAndBearsAnother) {
   EXPECT_EQ(1, listener->begun);
 }
 
+TEST(Acceptor, EndsAnyNumberOfTimesAndItsThreadWithTheFirst) {
+  const auto listener = std::make_shared<WatchedListener>(MakeListener(kNoListenerPort, 10));
+  Acceptor acceptor(listener, std::make_shared<CollectingSink>(), kPriority);
+  ASSERT_TRUE(Eventually([&] { return listener->begun == 1; }));
+  acceptor.End();
+  EXPECT_EQ(1, listener->ended);
+  EXPECT_EQ(0U, LiveWorkerThreads::Live());
+  acceptor.End();
+  EXPECT_EQ(1, listener->begun);
+}
+
 TEST(Acceptor, LeavesNothingAlive) {
   {
     const Acceptor acceptor(MakeListener(kNoListenerPort, 10), std::make_shared<CollectingSink>(),

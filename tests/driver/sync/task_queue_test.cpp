@@ -133,6 +133,30 @@ TEST(TaskQueue, EndsAtOnceWhenNothingIsQueued) {
   EXPECT_EQ(LiveEventFlags::Live(), 0u);
 }
 
+TEST(TaskQueue, EndsAnyNumberOfTimesAndItsWorkerWithTheFirst) {
+  int ran = 0;
+  TaskQueue queue(251);
+  for (int i = 0; i < 3; ++i)
+    queue.Push([&] { ++ran; });
+  queue.End();
+  EXPECT_EQ(ran, 3);
+  EXPECT_FALSE(queue.running());
+  EXPECT_EQ(LiveWorkerThreads::Live(), 0u);
+  queue.End();
+}
+
+TEST(TaskQueue, DropsAJobThatComesAfterItsEnd) {
+  bool ran = false;
+  TaskQueue queue(251);
+  queue.End();
+  auto held = std::make_shared<int>();
+  const std::weak_ptr<int> watch = held;
+  queue.Push([&ran, held = std::move(held)] { ran = true; });
+  EXPECT_TRUE(watch.expired());
+  queue.End();
+  EXPECT_FALSE(ran);
+}
+
 TEST(TaskQueue, TakesJobsFromManyThreads) {
   constexpr int kAskers = 4;
   constexpr int kJobs = 1000;
