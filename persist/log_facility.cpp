@@ -1,6 +1,7 @@
 // One line is stamped once and given to every writer.
 #include "persist/log_facility.h"
 
+#include <algorithm>
 #include <exception>
 #include <string>
 
@@ -14,12 +15,6 @@ namespace valmere {
 namespace {
 
 constexpr platform::WidePathView kDefaultLogFile = u"/Store/ValmereLog.txt";
-
-std::string Line(std::string_view message) {
-  if (!IsOn(DebugZone::kThreadIds)) return FormatLogLine(platform::LocalNow(), message);
-  const std::string id = std::to_string(platform::CurrentThreadId());
-  return FormatLogLine(platform::LocalNow(), "thread " + id + ": " + std::string(message));
-}
 
 }  // namespace
 
@@ -40,15 +35,36 @@ void LogFacility::AddFile(platform::FileSystem& files, platform::WidePathView pa
   if (writer->running()) writers_.push_back(std::move(writer));
 }
 
+void LogFacility::End() {
+  ended_.store(true);
+  for (const auto& writer : writers_)
+    writer->End();
+}
+
 void LogFacility::Log(std::string_view message) {
-  if (disabled_.load() || writers_.empty()) return;
+  if (disabled_.load() || ended_.load() || writers_.empty()) return;
   try {
-    const std::string line = Line(message);
-    for (const auto& writer : writers_)
-      writer->Write(line);
+    if (IsOn(DebugZone::kThreadIds) && IsNewThread())
+      Write("Thread " + std::to_string(platform::CurrentThreadId()) + " logs");
+    Write(message);
   } catch (const std::exception&) {
     // No memory for a line: it is not worth more than what it tells of.
   }
+}
+
+void LogFacility::Write(std::string_view message) {
+  const std::string line = FormatLogLine(platform::LocalNow(), message);
+  for (const auto& writer : writers_)
+    writer->Write(line);
+}
+
+bool LogFacility::IsNewThread() {
+  const std::uint32_t number = platform::CurrentThreadId();
+  const ScopedLock hold(threads_lock_);
+  if (std::find(threads_.begin(), threads_.end(), number) != threads_.end()) return false;
+  if (threads_.size() == kMostThreads) threads_.erase(threads_.begin());
+  threads_.push_back(number);
+  return true;
 }
 
 }  // namespace valmere

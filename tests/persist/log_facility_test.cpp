@@ -7,11 +7,13 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "driver/sync/live_counters.h"
 #include "persist/debug_switches.h"
 #include "platform/kernel.h"
 #include "tests/support/memory_file_system.h"
+#include "tests/support/test_thread.h"
 
 namespace valmere::testing {
 namespace {
@@ -125,12 +127,84 @@ TEST_F(LogFacilityTest, EveryFileGetsEveryLine) {
   EXPECT_EQ(files_.Get(kLog), files_.Get(u"/Store/Second.txt"));
 }
 
-TEST_F(LogFacilityTest, SaysWhichThreadLoggedWhileThatZoneIsOn) {
-  SwitchOf(DebugZone::kThreadIds) = true;
-  LogOne("message");
-  SwitchOf(DebugZone::kThreadIds) = false;
-  const std::string id = std::to_string(platform::CurrentThreadId());
-  EXPECT_TRUE(files_.Get(kLog).value_or("").ends_with(",thread " + id + ": message\r\n"));
+// What stands behind the times of the lines.
+std::vector<std::string> Messages(const std::string& text) {
+  std::vector<std::string> messages;
+  for (std::size_t start = 0, end; (end = text.find("\r\n", start)) != std::string::npos;
+       start = end + 2)
+    messages.push_back(text.substr(start + 25, end - start - 25));
+  return messages;
+}
+
+// Turns the zone "ThreadIds" on while it lives.
+class ThreadIdsOn {
+ public:
+  ThreadIdsOn() { SwitchOf(DebugZone::kThreadIds) = true; }
+  ~ThreadIdsOn() { SwitchOf(DebugZone::kThreadIds) = false; }
+  ThreadIdsOn(const ThreadIdsOn&) = delete;
+  ThreadIdsOn& operator=(const ThreadIdsOn&) = delete;
+};
+
+std::string OwnThreadLine() {
+  return "Thread " + std::to_string(platform::CurrentThreadId()) + " logs";
+}
+
+TEST_F(LogFacilityTest, ALineOfItsOwnNamesAThreadThatLogsForTheFirstTimeWhileThatZoneIsOn) {
+  std::string other;
+  {
+    LogFacility log;
+    log.AddFile(files_, kLog, 253);
+    log.Log("the zone is off");
+    const ThreadIdsOn on;
+    log.Log("one");
+    log.Log("two");
+    TestThread([&] {
+      other = OwnThreadLine();
+      log.Log("three");
+    }).Join();
+    log.Log("four");
+  }
+  EXPECT_EQ(Messages(files_.Get(kLog).value_or("")),
+            (std::vector<std::string>{"the zone is off", OwnThreadLine(), "one", "two", other,
+                                      "three", "four"}));
+}
+
+TEST_F(LogFacilityTest, RemembersNoMoreThreadsThanItMust) {
+  {
+    const ThreadIdsOn on;
+    LogFacility log;
+    log.AddFile(files_, kLog, 253);
+    log.Log("first");
+    // All there at once, or they might have one number.
+    platform::Semaphore end;
+    std::vector<TestThread> threads;
+    for (std::size_t i = 0; i < LogFacility::kMostThreads; ++i) {
+      platform::Semaphore logged;
+      threads.emplace_back([&] {
+        log.Log("another");
+        logged.Release();
+        end.Wait();
+      });
+      logged.Wait();
+    }
+    log.Log("again");
+    for (std::size_t i = 0; i < threads.size(); ++i)
+      end.Release();
+  }
+  const auto messages = Messages(files_.Get(kLog).value_or(""));
+  EXPECT_EQ(messages.size(), 4 + 2 * LogFacility::kMostThreads);
+  EXPECT_EQ(std::count(messages.begin(), messages.end(), OwnThreadLine()), 2);
+}
+
+TEST_F(LogFacilityTest, WritesWhatWasLoggedBeforeItsEndAndNothingAfterIt) {
+  LogFacility log;
+  log.AddFile(files_, kLog, 253);
+  log.Log("before");
+  log.End();
+  EXPECT_EQ(LiveWorkerThreads::Live(), 0U);
+  log.Log("after");
+  log.End();
+  EXPECT_EQ(Messages(files_.Get(kLog).value_or("")), std::vector<std::string>{"before"});
 }
 
 TEST_F(LogFacilityTest, ALineForWhichThereIsNoMemoryIsDropped) {

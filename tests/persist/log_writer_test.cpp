@@ -9,6 +9,7 @@
 
 #include "tests/persist/thread_end.h"
 #include "tests/platform/processor_time.h"
+#include "tests/support/allocations.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere::testing {
@@ -120,16 +121,93 @@ TEST(LogWriter, NobodyWaitsForTheStreamAndTooManyLinesAreCounted) {
     writer->Write("waits");
   written.held = false;
   written.go.Release();
-  EXPECT_TRUE(Eventually([&] { return written.Lines().size() == LogWriter::kMostLines + 1; }));
+  // No further line comes to bring it along.
+  EXPECT_TRUE(Eventually([&] { return written.Lines().size() == LogWriter::kMostLines + 2; }));
   writer->Write("after");
-  writer->Write("last");
   writer.reset();
   const auto lines = written.Lines();
-  ASSERT_EQ(lines.size(), LogWriter::kMostLines + 4);
+  ASSERT_EQ(lines.size(), LogWriter::kMostLines + 3);
   EXPECT_NE(lines[LogWriter::kMostLines + 1].find(",3 lines came too fast for the log\r\n"),
             std::string::npos);
-  EXPECT_EQ(lines[LogWriter::kMostLines + 2], "after");
-  EXPECT_EQ(lines.back(), "last");
+  EXPECT_EQ(lines.back(), "after");
+}
+
+TEST(LogWriter, TellsAtItsEndToo) {
+  Written written;
+  written.held = true;
+  auto writer = MakeWriter(written);
+  writer->Write("held up");
+  written.begun.Wait();
+  for (std::size_t i = 0; i < LogWriter::kMostLines + 1; ++i)
+    writer->Write("waits");
+  written.held = false;
+  TestThread going_on([&] { written.go.Release(); });
+  writer.reset();
+  EXPECT_NE(written.Lines().back().find(",1 lines came too fast for the log\r\n"),
+            std::string::npos);
+}
+
+TEST(LogWriter, ALineForWhichThereIsNoMemoryIsCountedAsLost) {
+  Written written;
+  written.held = true;
+  auto writer = MakeWriter(written);
+  writer->Write("held up");
+  written.begun.Wait();
+  for (std::size_t i = 0; i < LogWriter::kReservedLines; ++i)
+    writer->Write("waits");
+  {
+    const LimitedAllocations none(0);
+    writer->Write("lost");
+  }
+  written.held = false;
+  written.go.Release();
+  EXPECT_TRUE(Eventually([&] { return written.Lines().size() == LogWriter::kReservedLines + 2; }));
+  EXPECT_NE(written.Lines().back().find(",1 lines came too fast for the log\r\n"),
+            std::string::npos);
+}
+
+TEST(LogWriter, TakesNothingAfterItsEnd) {
+  Written written;
+  auto writer = MakeWriter(written);
+  writer->Write("one");
+  writer->End();
+  EXPECT_FALSE(writer->running());
+  EXPECT_TRUE(written.thread_returned);
+  writer->Write("two");
+  writer->End();
+  writer.reset();
+  EXPECT_EQ(written.Lines(), std::vector<std::string>{"one"});
+}
+
+// A thread stands still with the lock of the lines: it asks for memory for them.
+TEST(LogWriter, TakesNoProcessorTimeWhileAnotherThreadHasItsLock) {
+  Written written;
+  written.held = true;
+  auto writer = MakeWriter(written);
+  writer->Write("held up");
+  written.begun.Wait();
+  for (std::size_t i = 0; i < LogWriter::kReservedLines; ++i)
+    writer->Write("waits");
+  platform::Semaphore standing;
+  platform::Semaphore go_on;
+  TestThread less_urgent([&] {
+    const AtTheNextAllocation stand([&] {
+      standing.Release();
+      go_on.Wait();
+    });
+    writer->Write("needs memory");
+  });
+  standing.Wait();
+  written.held = false;
+  written.go.Release();
+  ASSERT_TRUE(Eventually([&] { return written.Lines().size() == 1; }));
+  const platform::Ticks start = ProcessorTime();
+  platform::Semaphore never;
+  never.WaitUntil(platform::MonotonicNow() + 200 * platform::kTicksPerMillisecond);
+  EXPECT_LT(ProcessorTime() - start, 80 * platform::kTicksPerMillisecond);
+  go_on.Release();
+  EXPECT_TRUE(Eventually([&] { return written.Lines().size() == LogWriter::kReservedLines + 2; }));
+  EXPECT_EQ(written.Lines().back(), "needs memory");
 }
 
 // Counts lines and keeps none; the first is held up.

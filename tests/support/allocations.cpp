@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <limits>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -13,11 +14,13 @@ constexpr std::size_t kHeader = alignof(std::max_align_t);
 static_assert(kHeader >= sizeof(std::size_t));
 
 thread_local std::uint32_t t_granted = kUnlimited;
+thread_local const std::function<void()>* t_first = nullptr;
 std::atomic<std::size_t> g_bytes{0};
 
 }  // namespace
 
 void* operator new(std::size_t size) {
+  if (t_first != nullptr) (*std::exchange(t_first, nullptr))();
   if (t_granted == 0) throw std::bad_alloc();
   void* const block = std::malloc(size + kHeader);
   if (block == nullptr) throw std::bad_alloc();
@@ -72,6 +75,14 @@ LimitedAllocations::LimitedAllocations(std::uint32_t granted) {
 
 LimitedAllocations::~LimitedAllocations() {
   t_granted = kUnlimited;
+}
+
+AtTheNextAllocation::AtTheNextAllocation(std::function<void()> act) : act_(std::move(act)) {
+  t_first = &act_;
+}
+
+AtTheNextAllocation::~AtTheNextAllocation() {
+  t_first = nullptr;
 }
 
 std::size_t BytesInUse() {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <new>
 
 namespace valmere::testing {
@@ -16,6 +17,19 @@ class LimitedAllocations {
   ~LimitedAllocations();
   LimitedAllocations(const LimitedAllocations&) = delete;
   LimitedAllocations& operator=(const LimitedAllocations&) = delete;
+};
+
+// Purpose: while it lives, the next allocation of this thread calls a function first, once. One at
+// a time on a thread.
+class AtTheNextAllocation {
+ public:
+  explicit AtTheNextAllocation(std::function<void()> act);
+  ~AtTheNextAllocation();
+  AtTheNextAllocation(const AtTheNextAllocation&) = delete;
+  AtTheNextAllocation& operator=(const AtTheNextAllocation&) = delete;
+
+ private:
+  const std::function<void()> act_;
 };
 
 // Runs `act` with no allocation, then with one, two and so on until it no longer throws; after each
