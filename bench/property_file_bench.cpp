@@ -32,7 +32,7 @@ void BM_BareReadAndWrite(benchmark::State& state) {
     std::size_t size = 0;
     {
       FileStream in(*files, kPath, OpenFlags::kRead);
-      size = static_cast<std::size_t>(in.Size());
+      size = static_cast<std::size_t>(in.Size().value_or(0));
       bytes.reset(new char[size]);
       if (!in.ReadAll(bytes.get(), size)) state.SkipWithError("not read");
     }

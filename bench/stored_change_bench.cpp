@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,7 +46,7 @@ class WatchedFiles : public platform::FileSystem {
       if (length == 2) written_.Release();
       return count;
     }
-    std::uint64_t Size() override { return file_->Size(); }
+    std::optional<std::uint64_t> Size() override { return file_->Size(); }
 
    private:
     const std::unique_ptr<platform::File> file_;

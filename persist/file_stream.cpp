@@ -28,16 +28,15 @@ bool FileStream::IsOpen() const {
   return file_ != nullptr && !closed_.load(std::memory_order_acquire);
 }
 
-std::uint64_t FileStream::Size() {
-  return IsOpen() ? file_->Size() : 0;
+std::optional<std::uint64_t> FileStream::Size() {
+  return IsOpen() ? file_->Size() : std::nullopt;
 }
 
 std::optional<std::string> FileStream::ReadWhole() {
-  if (!IsOpen()) return std::nullopt;
-  const std::uint64_t size = Size();
-  if (size > kLargestWhole) return std::nullopt;
+  const std::optional<std::uint64_t> size = Size();
+  if (!size || *size > kLargestWhole) return std::nullopt;
   try {
-    std::string bytes(static_cast<std::size_t>(size), '\0');
+    std::string bytes(static_cast<std::size_t>(*size), '\0');
     if (!ReadAll(bytes.data(), bytes.size())) return std::nullopt;
     return bytes;
   } catch (const std::bad_alloc&) {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "persist/crc16.h"
 #include "persist/file_stream.h"
@@ -27,12 +28,13 @@ struct Body {
 RewriteResult ReadBody(platform::FileSystem& files, platform::WidePathView path, std::size_t room,
                        Body& body) {
   FileStream stream(files, path, platform::OpenFlags::kRead);
-  // A file that is only out of reach for now must not lose all its lines to this one.
+  // A file that is only out of reach for now, or whose size can't be had, must not lose all its
+  // lines to this one.
   if (!stream.IsOpen() && files.Exists(path)) return RewriteResult::kNotOpened;
-  const std::uint64_t file_size = stream.Size();
-  if (file_size > FileStream::kLargestWhole) return RewriteResult::kShortRead;
-  if (file_size > kPropertyFileTrailer)
-    body.size = static_cast<std::size_t>(file_size) - kPropertyFileTrailer;
+  const std::optional<std::uint64_t> file_size = stream.IsOpen() ? stream.Size() : 0;
+  if (!file_size || *file_size > FileStream::kLargestWhole) return RewriteResult::kShortRead;
+  if (*file_size > kPropertyFileTrailer)
+    body.size = static_cast<std::size_t>(*file_size) - kPropertyFileTrailer;
   body.bytes.reset(new (std::nothrow) char[body.size + room]);
   if (!body.bytes) return RewriteResult::kShortRead;
   if (body.size > 0 && !stream.ReadAll(body.bytes.get(), body.size))
@@ -66,10 +68,12 @@ void PutLine(Body& body, std::string_view prefix, std::string_view line) {
 }
 
 RewriteResult WriteFile(platform::FileSystem& files, platform::WidePathView path,
-                        std::string_view body) {
+                        std::string_view body, const MayWrite& may_write) {
+  if (may_write && !may_write()) return RewriteResult::kOvertaken;
   FileStream stream(files, path, platform::OpenFlags::kWrite | platform::OpenFlags::kTruncate);
   if (!stream.IsOpen()) return RewriteResult::kNotOpened;
   if (!stream.WriteAll(body)) return RewriteResult::kBodyTorn;
+  if (may_write && !may_write()) return RewriteResult::kOvertaken;
   const unsigned crc = Crc16(body);
   const char trailer[kPropertyFileTrailer] = {static_cast<char>(crc & 0xFF),
                                               static_cast<char>(crc >> 8)};
@@ -105,18 +109,21 @@ std::string_view Describe(RewriteResult result) noexcept {
       return "its lines can't all be written";
     case RewriteResult::kTrailerTorn:
       return "its checksum can't be written";
+    case RewriteResult::kOvertaken:
+      return "it took so long that another went on with the file";
   }
   return "";
 }
 
-RewriteResult RewriteLine(platform::FileSystem& files, const WriteRequest& request) {
+RewriteResult RewriteLine(platform::FileSystem& files, const WriteRequest& request,
+                          const MayWrite& may_write) {
   // Beside the line: its "\n", and one for a last line that lacks it.
   const std::size_t room = request.line.size() + 2;
   Body body;
   const RewriteResult read = ReadBody(files, request.path, room, body);
   if (read != RewriteResult::kWritten) return read;
   PutLine(body, request.prefix, request.line);
-  return WriteFile(files, request.path, body.View());
+  return WriteFile(files, request.path, body.View(), may_write);
 }
 
 }  // namespace valmere

@@ -1,6 +1,7 @@
 // Writing a property file: one line is replaced or added, everything else stays.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -23,10 +24,11 @@ WriteRequest MakeWriteRequest(std::string_view left_side, std::string_view value
 // How a rewrite ended. Whatever it was, the request is spent: it isn't tried again.
 enum class RewriteResult {
   kWritten,
-  kShortRead,    // the old body didn't come whole; the file is as it was
+  kShortRead,    // the old body didn't come whole, or its size; the file is as it was
   kNotOpened,    // it is there but can't be opened, or not for writing; the file is as it was
   kBodyTorn,     // the lines didn't all reach the file, which now has no valid checksum
   kTrailerTorn,  // the checksum didn't all reach the file
+  kOvertaken,    // it may not write any more; what it has written has no valid checksum
 };
 
 // True when the requests that still wait should be left for another time: what kept this one from
@@ -36,11 +38,16 @@ bool StopsDraining(RewriteResult result) noexcept;
 // The result as the end of a sentence for the log: "it can't be opened".
 std::string_view Describe(RewriteResult result) noexcept;
 
+// Asked before the file is emptied and before its checksum is written: whoever comes back late from
+// a file call must not write into what another has written since.
+using MayWrite = std::function<bool()>;
+
 // Rewrites the file with the request's line in place of the first one that begins with its prefix,
 // or with the line at the end if none does. The old checksum isn't looked at: a file with a wrong
 // one is mended. A last line without its "\n" is given one. The new checksum is written last, so a
 // rewrite that was cut off anywhere leaves a file that is refused whole. std::bad_alloc, while the
 // file is still as it was.
-RewriteResult RewriteLine(platform::FileSystem& files, const WriteRequest& request);
+RewriteResult RewriteLine(platform::FileSystem& files, const WriteRequest& request,
+                          const MayWrite& may_write = nullptr);
 
 }  // namespace valmere

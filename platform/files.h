@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "platform/wide_path.h"
 
@@ -35,8 +36,9 @@ class File {
   virtual std::size_t Read(void* buffer, std::size_t length) = 0;
   // The number of bytes that reached the file; fewer than `length` on an error.
   virtual std::size_t Write(const void* buffer, std::size_t length) = 0;
-  // The file's size in bytes; 0 for what has none.
-  virtual std::uint64_t Size() = 0;
+  // The file's size in bytes, which is 0 for what has none, as a device. Nothing when it can't be
+  // had: such a file must not be taken for an empty one.
+  virtual std::optional<std::uint64_t> Size() = 0;
 };
 
 // Where paths lead. Any thread may call; each File that it gives stands alone.

@@ -85,11 +85,8 @@ std::optional<int> SystemFlags(OpenFlags flags) {
 
 class HostFile final : public File {
  public:
-  // Empty until it is given its descriptor, once, and the size that the file has.
-  void Adopt(Descriptor descriptor, std::uint64_t size) {
-    descriptor_ = std::move(descriptor);
-    size_ = size;
-  }
+  // Empty until it is given its descriptor, once.
+  void Adopt(Descriptor descriptor) { descriptor_ = std::move(descriptor); }
 
   std::size_t Read(void* buffer, std::size_t length) override {
     return Transfer(length, [&](std::size_t done) {
@@ -101,11 +98,10 @@ class HostFile final : public File {
       return write(descriptor_.get(), static_cast<const char*>(buffer) + done, length - done);
     });
   }
-  std::uint64_t Size() override {
-    // A file that only can't be looked at must not be taken for an empty one.
+  std::optional<std::uint64_t> Size() override {
     struct stat status {};
-    if (fstat(descriptor_.get(), &status) == 0) size_ = static_cast<std::uint64_t>(status.st_size);
-    return size_;
+    if (fstat(descriptor_.get(), &status) != 0) return std::nullopt;
+    return static_cast<std::uint64_t>(status.st_size);
   }
 
  private:
@@ -122,7 +118,6 @@ class HostFile final : public File {
   }
 
   Descriptor descriptor_;
-  std::uint64_t size_ = 0;  // as it was last seen
 };
 
 // Purpose: the files below one folder of the host; no path leads out of it.
@@ -145,10 +140,9 @@ class HostFileSystem final : public FileSystem {
     struct stat status {};
     if (!file.valid() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
       return nullptr;
-    const bool truncate = Has(flags, OpenFlags::kTruncate);
-    if (truncate && ftruncate(file.get(), 0) != 0) return nullptr;
+    if (Has(flags, OpenFlags::kTruncate) && ftruncate(file.get(), 0) != 0) return nullptr;
     if (Has(flags, OpenFlags::kAtEnd)) lseek(file.get(), 0, SEEK_END);
-    opened->Adopt(std::move(file), truncate ? 0 : static_cast<std::uint64_t>(status.st_size));
+    opened->Adopt(std::move(file));
     return opened;
   }
 

@@ -98,14 +98,16 @@ class RuntimeFile final : public File {
     Turn(Direction::kWriting);
     return std::fwrite(buffer, 1, length, stream_);
   }
-  std::uint64_t Size() override {
+  std::optional<std::uint64_t> Size() override {
     std::fpos_t position{};
-    if (std::fgetpos(stream_, &position) != 0 || std::fseek(stream_, 0, SEEK_END) != 0) return 0;
+    if (std::fgetpos(stream_, &position) != 0 || std::fseek(stream_, 0, SEEK_END) != 0)
+      return std::nullopt;
     std::fpos_t end{};
     const bool told = std::fgetpos(stream_, &end) == 0;
-    std::fsetpos(stream_, &position);
     direction_ = Direction::kNone;
-    return told ? static_cast<std::uint64_t>(end) : 0;
+    // What is read from the wrong place would be as wrong as the size.
+    if (std::fsetpos(stream_, &position) != 0 || !told) return std::nullopt;
+    return static_cast<std::uint64_t>(end);
   }
 
  private:
@@ -141,7 +143,7 @@ class DeviceFile final : public File {
     const BOOL done = WriteFile(handle_, buffer, Limited(length), &count, nullptr);
     return done != FALSE ? count : 0;
   }
-  std::uint64_t Size() override { return 0; }
+  std::optional<std::uint64_t> Size() override { return 0; }
 
  private:
   static DWORD Limited(std::size_t length) {

@@ -56,7 +56,7 @@ TEST_F(FileStreamTest, ThatCannotBeOpenedTransfersNothing) {
   EXPECT_EQ(stream.Read(&byte, 1), 0);
   EXPECT_EQ(byte, '?');
   EXPECT_EQ(stream.Write("a", 1), 0);
-  EXPECT_EQ(stream.Size(), 0u);
+  EXPECT_EQ(stream.Size(), std::nullopt);
   EXPECT_EQ(stream.ReadWhole(), std::nullopt);
   EXPECT_FALSE(stream.ReadAll(&byte, 1));
   EXPECT_FALSE(stream.WriteAll("a"));
@@ -94,6 +94,14 @@ TEST_F(FileStreamTest, GivesNothingWhenTheWholeComesShort) {
   EXPECT_EQ(FileStream(files_, u"/folder", OpenFlags::kRead).ReadWhole(), std::nullopt);
 }
 
+TEST_F(FileStreamTest, GivesNothingWhenTheSizeCantBeHad) {
+  files_.Put(u"/x", "all of it");
+  files_.FailSizes(true);
+  FileStream stream(files_, u"/x", OpenFlags::kRead);
+  EXPECT_EQ(stream.Size(), std::nullopt);
+  EXPECT_EQ(stream.ReadWhole(), std::nullopt);
+}
+
 TEST_F(FileStreamTest, GivesNothingWhenTheFileIsTooLargeForTheMemory) {
   testing::HugeFileSystem files(~std::uint64_t{0});
   EXPECT_EQ(FileStream(files, u"/x", OpenFlags::kRead).ReadWhole(), std::nullopt);
@@ -122,7 +130,7 @@ TEST_F(FileStreamTest, TransfersNothingOnceClosed) {
   char byte;
   EXPECT_EQ(stream.Read(&byte, 1), 0);
   EXPECT_EQ(stream.Write("a", 1), 0);
-  EXPECT_EQ(stream.Size(), 0u);
+  EXPECT_EQ(stream.Size(), std::nullopt);
   EXPECT_EQ(stream.ReadWhole(), std::nullopt);
   EXPECT_FALSE(stream.ReadAll(&byte, 1));
   EXPECT_FALSE(stream.WriteAll("a"));

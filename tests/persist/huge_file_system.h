@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "persist/file_stream.h"
 #include "platform/files.h"
@@ -23,7 +24,7 @@ class HugeFileSystem final : public platform::FileSystem {
       explicit Huge(std::uint64_t size) : size_(size) {}
       std::size_t Read(void*, std::size_t length) override { return length; }
       std::size_t Write(const void*, std::size_t length) override { return length; }
-      std::uint64_t Size() override { return size_; }
+      std::optional<std::uint64_t> Size() override { return size_; }
       const std::uint64_t size_;
     };
     if (Has(flags, platform::OpenFlags::kWrite)) ++opens_for_writing_;

@@ -152,6 +152,12 @@ TEST_F(PropertyFileTest, ReportsAFolderInItsPlace) {
   EXPECT_EQ(ReadPropertyFile(files_, kPropertyFile, map_), PropertyFileResult::kNotReadable);
 }
 
+TEST_F(PropertyFileTest, RefusesAFileWhoseSizeCantBeHad) {
+  files_.FailSizes(true);
+  EXPECT_EQ(ReadBytes(WithTrailer("a|b=1\n")), PropertyFileResult::kNotReadable);
+  EXPECT_THAT(map_, IsEmpty());
+}
+
 TEST_F(PropertyFileTest, RefusesAFileThatIsReadShort) {
   const std::string file = WithTrailer("a|b=1\n");
   for (std::size_t count = 0; count < file.size(); ++count) {

@@ -117,6 +117,31 @@ TEST_F(PropertyFileWriterTest, MendsAFileWithAWrongChecksum) {
   EXPECT_EQ(files_.Get(kPropertyFile), WithTrailer("a|b=1\nc|d=3\n"));
 }
 
+TEST_F(PropertyFileWriterTest, LeavesTheFileAloneWhenItsSizeCantBeHad) {
+  files_.Put(kPropertyFile, WithTrailer("a|b=1\nc|d=2\n"));
+  files_.FailSizes(true);
+  EXPECT_EQ(Rewrite("a|b", "3"), RewriteResult::kShortRead);
+  files_.FailSizes(false);
+  EXPECT_EQ(files_.Get(kPropertyFile), WithTrailer("a|b=1\nc|d=2\n"));
+}
+
+TEST_F(PropertyFileWriterTest, LeavesTheFileAloneOnceItMayNotWrite) {
+  const std::string before = WithTrailer("a|b=1\n");
+  files_.Put(kPropertyFile, before);
+  EXPECT_EQ(RewriteLine(files_, MakeWriteRequest("a|b", "2", kPropertyFile), [] { return false; }),
+            RewriteResult::kOvertaken);
+  EXPECT_EQ(files_.Get(kPropertyFile), before);
+}
+
+TEST_F(PropertyFileWriterTest, WritesNoChecksumOnceItMayNotWrite) {
+  files_.Put(kPropertyFile, WithTrailer("a|b=1\n"));
+  int asked = 0;
+  EXPECT_EQ(RewriteLine(files_, MakeWriteRequest("a|b", "2", kPropertyFile),
+                        [&] { return ++asked == 1; }),
+            RewriteResult::kOvertaken);
+  EXPECT_EQ(files_.Get(kPropertyFile), "a|b=2\n");
+}
+
 TEST_F(PropertyFileWriterTest, LeavesTheFileAloneWhenItsLinesComeShort) {
   const std::string file = WithTrailer("a|b=1\n");
   files_.Put(kPropertyFile, file);

@@ -24,7 +24,7 @@ class DeviceFiles : public ::testing::Test {
   std::string Read(WidePathView path) {
     const std::unique_ptr<File> file = Open(path, kRead);
     if (!file) return "(null)";
-    std::string bytes(static_cast<std::size_t>(file->Size()), '\0');
+    std::string bytes(static_cast<std::size_t>(file->Size().value_or(0)), '\0');
     bytes.resize(file->Read(bytes.data(), bytes.size()));
     return bytes;
   }

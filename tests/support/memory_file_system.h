@@ -65,12 +65,16 @@ class MemoryFileSystem final : public platform::FileSystem {
     platform::ScopedLock hold(lock_);
     removals_fail_ = fail;
   }
+  void FailSizes(bool fail) {
+    platform::ScopedLock hold(lock_);
+    sizes_fail_ = fail;
+  }
   // Ends all faults ordered so far.
   void EndFaults() {
     platform::ScopedLock hold(lock_);
     failing_open_ = short_read_ = 0;
     room_ = steps_left_ = kEndless;
-    removals_fail_ = false;
+    removals_fail_ = sizes_fail_ = false;
   }
 
   // Steps taken so far: one for each file created, truncated or removed and for each byte written.
@@ -148,7 +152,7 @@ class MemoryFileSystem final : public platform::FileSystem {
       return system_.WriteNode(*node_, append, position_,
                                {static_cast<const char*>(buffer), length});
     }
-    std::uint64_t Size() override { return system_.SizeOf(*node_); }
+    std::optional<std::uint64_t> Size() override { return system_.SizeOf(*node_); }
 
    private:
     MemoryFileSystem& system_;
@@ -206,8 +210,9 @@ class MemoryFileSystem final : public platform::FileSystem {
     return bytes.size();
   }
 
-  std::uint64_t SizeOf(const Node& node) {
+  std::optional<std::uint64_t> SizeOf(const Node& node) {
     platform::ScopedLock hold(lock_);
+    if (sizes_fail_) return std::nullopt;
     return node.kind == Kind::kDirectory ? kDirectorySize : node.bytes.size();
   }
 
@@ -222,6 +227,7 @@ class MemoryFileSystem final : public platform::FileSystem {
   std::uint64_t steps_ GUARDED_BY(lock_) = 0;
   std::uint64_t steps_left_ GUARDED_BY(lock_) = kEndless;
   bool removals_fail_ GUARDED_BY(lock_) = false;
+  bool sizes_fail_ GUARDED_BY(lock_) = false;
 };
 
 }  // namespace valmere::testing
