@@ -28,7 +28,7 @@ LoadOutcome LoadPropertyFiles(platform::FileSystem& files, platform::WidePathVie
   outcome.override_file = ReadPropertyFile(files, override_path, overrides);
   if (*outcome.override_file != PropertyFileResult::kRead) return outcome;
   for (const PropertyLine& line : MergeOverride(std::move(overrides), map))
-    request_write(line);
+    if (!request_write(line)) return outcome;
   outcome.override_removed = files.Remove(override_path);
   return outcome;
 }

@@ -27,12 +27,13 @@ struct LoadOutcome {
   bool Succeeded() const { return main_file == PropertyFileResult::kRead; }
 };
 
-// Called with each line of the main file that an override changes.
-using RequestWrite = std::function<void(const PropertyLine& line)>;
+// Called with each line of the main file that an override changes; false when it won't be written.
+using RequestWrite = std::function<bool(const PropertyLine& line)>;
 
 // Reads the main file into `map`; if that went well and there is an override file that reads well,
 // applies it to `map`, asks for the lines to be written and removes it. An override file that
-// doesn't read well is neither applied nor removed. std::bad_alloc, also from `request_write`: the
+// doesn't read well is neither applied nor removed; one of which a line won't be written is for the
+// next load. std::bad_alloc, also from `request_write`: the
 // override file is still there then, and the map may be half filled.
 LoadOutcome LoadPropertyFiles(platform::FileSystem& files, platform::WidePathView main_path,
                               platform::WidePathView override_path, PropertyMap& map,

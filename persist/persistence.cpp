@@ -5,8 +5,9 @@
 #include <exception>
 #include <utility>
 
+#include "persist/debug_switches.h"
 #include "persist/log_line.h"
-#include "platform/kernel.h"
+#include "persist/property_file_turn.h"
 #include "store/general_group.h"
 
 namespace valmere {
@@ -64,8 +65,8 @@ Persistence::Persistence(std::shared_ptr<platform::FileSystem> files,
                         0)),
       load_command_(MakeCommand("0D9B0F83-2282-4728-A78E-FE2FF4E3A13C", "Load Properties")),
       store_command_(MakeCommand("DDF2926A-0A65-4196-88FE-5858BC957E0B", "Store Properties")),
-      lines_(files_, [this](const platform::WidePath& path, RewriteResult cause) {
-        LogIn(DebugZone::kError, [&] {
+      lines_(files_, [log = log_](const platform::WidePath& path, RewriteResult cause) {
+        LogIn(DebugZone::kError, log, [&] {
           return "Property file " + QuotePath(path) +
                  " was not written: " + std::string(Describe(cause));
         });
@@ -134,26 +135,15 @@ void Persistence::AttachEngine(const std::shared_ptr<PropertySink>& engine) {
     engine->AddProperty(property);
 }
 
-void Persistence::AttachLog(const std::shared_ptr<LogSink>& log) {
-  const ScopedLock hold(log_lock_);
-  log_ = log;
-  logging_ = true;
-  for (const std::string& message : early_messages_)
-    log->Log(message);
-  early_messages_ = {};
-}
-
-void Persistence::LogLine(std::string message) {
-  const ScopedLock hold(log_lock_);
-  if (!logging_) {
-    early_messages_.push_back(std::move(message));
-  } else if (const auto log = log_.lock()) {
-    log->Log(message);
-  }
+void Persistence::End() {
+  ended_.store(true);
+  lines_.End();
 }
 
 bool Persistence::Load() {
   const ScopedLock hold(load_lock_);
+  // A service that comes after may have the files for its own by now.
+  if (ended_.load()) return false;
   const LoadOutcome outcome = LoadFiles();
   std::deque<std::shared_ptr<Property>> registered;
   // A file that was refused says nothing of values that have changed since it was last read.
@@ -174,7 +164,7 @@ void Persistence::LoadOnCommand() {
     Load();
   } catch (const std::exception&) {
     loading_error_->SetValue(true);
-    LogIn(DebugZone::kError,
+    LogIn(DebugZone::kError, log_,
           [] { return std::string("No property file was loaded: out of memory"); });
   }
 }
@@ -185,11 +175,14 @@ LoadOutcome Persistence::LoadFiles() {
   const platform::WidePath main_path = platform::WidenPath(main_path_->ToString());
   const platform::WidePath override_path = platform::WidenPath(override_path_->ToString());
   PropertyMap map;
-  const LoadOutcome outcome = lines_.BetweenRewrites([&] {
-    return LoadPropertyFiles(*files_, main_path, override_path, map, [&](const PropertyLine& line) {
-      lines_.Push(MakeWriteRequest(line.left_side, line.value, main_path));
-    });
-  });
+  LoadOutcome outcome;
+  {
+    const PropertyFileTurn turn(PropertyFileTurn::For::kReading);
+    outcome =
+        LoadPropertyFiles(*files_, main_path, override_path, map, [&](const PropertyLine& line) {
+          return lines_.Push(MakeWriteRequest(line.left_side, line.value, main_path));
+        });
+  }
   if (TookLines(outcome)) loaded_ = std::move(map);
   LogLoad(outcome, main_path, override_path);
   return outcome;
@@ -198,19 +191,19 @@ LoadOutcome Persistence::LoadFiles() {
 void Persistence::LogLoad(const LoadOutcome& outcome, platform::WidePathView main_path,
                           platform::WidePathView override_path) {
   if (!outcome.Succeeded()) {
-    LogIn(DebugZone::kError, [&] {
+    LogIn(DebugZone::kError, log_, [&] {
       return "Property file " + QuotePath(main_path) +
              " was not loaded: " + std::string(Describe(outcome.main_file));
     });
   }
   if (outcome.override_file && *outcome.override_file != PropertyFileResult::kRead) {
-    LogIn(DebugZone::kWarning, [&] {
+    LogIn(DebugZone::kWarning, log_, [&] {
       return "Override file " + QuotePath(override_path) +
              " was not applied: " + std::string(Describe(*outcome.override_file));
     });
   }
   if (!outcome.override_removed) {
-    LogIn(DebugZone::kWarning, [&] {
+    LogIn(DebugZone::kWarning, log_, [&] {
       return "Override file " + QuotePath(override_path) + " was applied but can't be removed";
     });
   }
@@ -241,7 +234,7 @@ void Persistence::RestoreAnnounced(Property& property, const std::string& text) 
 }
 
 void Persistence::LogUnfit(const Property& property, std::string_view text) {
-  LogIn(DebugZone::kWarning, [&] {
+  LogIn(DebugZone::kWarning, log_, [&] {
     return "Property " + QuoteForLog(property.name()) + " can't take the value " +
            QuoteForLog(text) + " of the property file";
   });
@@ -265,16 +258,16 @@ void Persistence::QueueLine(const Property& property) noexcept {
   try {
     const std::string value = property.GetValueString();
     if (value.find('\n') != std::string::npos) {
-      LogIn(DebugZone::kError, [&] {
+      LogIn(DebugZone::kError, log_, [&] {
         return "Property " + QuoteForLog(property.name()) + " can't be stored: its value is " +
                QuoteForLog(value);
       });
       return;
     }
-    lines_.Push(
+    lines_.PushChange(
         MakeWriteRequest(LeftSide(property), value, platform::WidenPath(main_path_->ToString())));
   } catch (const std::exception&) {
-    LogIn(DebugZone::kError, [&] {
+    LogIn(DebugZone::kError, log_, [&] {
       return "Property " + QuoteForLog(property.name()) + " was not stored: out of memory";
     });
   }

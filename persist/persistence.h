@@ -1,16 +1,15 @@
 // The service's own properties and the files that keep their values.
 #pragma once
 
-#include <cstdint>
+#include <atomic>
 #include <deque>
-#include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "driver/sync/lock.h"
-#include "persist/debug_switches.h"
+#include "persist/early_log.h"
 #include "persist/line_queue.h"
 #include "persist/log_sink.h"
 #include "persist/override_merge.h"
@@ -33,9 +32,9 @@ class PropertySink {
 
 // Purpose: restores registered properties from the property file and writes their changes to it;
 // merges the override file, once.
-// Owner: shared by the service and those who register.
+// Owner: shared by the service and those who register. The service ends it.
 // Threads: any. A change queues its line and never waits for a file; a load reads on its caller's
-// thread, and waits for the one line that is being written.
+// thread, and waits for the one line that is being written, also by another service.
 // Errors: a load that fails sets "Property Loading Error" and is logged with its cause; so is a line
 // that there is no memory for, which is lost.
 class Persistence : public std::enable_shared_from_this<Persistence> {
@@ -53,12 +52,16 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   // Publishes what has been registered so far, in that order, and everything to come.
   void AttachEngine(const std::shared_ptr<PropertySink>& engine) EXCLUDES(publish_lock_);
   // What has happened so far is logged at once.
-  void AttachLog(const std::shared_ptr<LogSink>& log) EXCLUDES(log_lock_);
+  void AttachLog(const std::shared_ptr<LogSink>& log) { log_->Attach(log); }
   // Starts the thread that writes lines; false when there is none to be had.
   bool StartWorker(int priority) { return lines_.Start(priority); }
+  // Ends that thread and writes no more, whoever still holds this and changes properties: lines
+  // that are still queued or come later are discarded, and loads fail. On the thread that started
+  // it, any number of times.
+  void End();
 
   // Reads the files anew and gives their values to the registered properties, which announce them
-  // and so are stored anew. False when it fails; std::bad_alloc.
+  // and so are stored anew. False when it fails, and after the end; std::bad_alloc.
   bool Load() EXCLUDES(load_lock_);
   // Queues a line for every registered property, in the order of registration.
   void StoreAll() EXCLUDES(store_lock_);
@@ -80,17 +83,6 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void LogUnfit(const Property& property, std::string_view text);
   void StoreOne(const Property& property) EXCLUDES(store_lock_);
   void QueueLine(const Property& property) noexcept REQUIRES(store_lock_);
-  // Logs what `message` returns, now or when there is a log. A line that there is no memory for is
-  // lost.
-  template <class Message>
-  void LogIn(DebugZone zone, Message message) noexcept {
-    if (!IsOn(zone)) return;
-    try {
-      LogLine(message());
-    } catch (const std::exception&) {
-    }
-  }
-  void LogLine(std::string message) EXCLUDES(log_lock_);
 
   const std::shared_ptr<platform::FileSystem> files_;
   const std::shared_ptr<StringProperty> main_path_;
@@ -110,12 +102,9 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   bool attached_ GUARDED_BY(publish_lock_) = false;
   std::vector<std::shared_ptr<Property>> pending_ GUARDED_BY(publish_lock_);
 
-  Lock log_lock_;
-  std::weak_ptr<LogSink> log_ GUARDED_BY(log_lock_);
-  bool logging_ GUARDED_BY(log_lock_) = false;
-  std::vector<std::string> early_messages_ GUARDED_BY(log_lock_);
-
-  LineQueue lines_;  // the last member: its thread uses the others
+  const std::shared_ptr<EarlyLog> log_ = std::make_shared<EarlyLog>();
+  std::atomic<bool> ended_{false};
+  LineQueue lines_;
 };
 
 }  // namespace valmere

@@ -243,6 +243,23 @@ TEST_F(StoredTest, AFolderInPlaceOfEachFileLeavesTheServiceAnswering) {
   EXPECT_EQ(Get(client, kLoadingError), "True");
 }
 
+// The file is long, so that the service is at work on it for most of the time.
+TEST_F(StoredTest, ASecondStartAmidQueuedLinesReadsAWholeFile) {
+  PutMain(ManyLines(20'000) + kPeriodLine + "1250\n");
+  Start();
+  for (int round = 0; round < 15; ++round) {
+    {
+      Client client;
+      Set(client, kStore, "true");
+      Set(client, kStore, "true");
+      EXPECT_EQ(Get(client, kPeriod), "1250");
+    }
+    Start();
+    EXPECT_EQ(Get(kLoadingError), "False") << round;
+    EXPECT_EQ(Get(kPeriod), "1250") << round;
+  }
+}
+
 TEST_F(StoredTest, ASecondStartReplacesTheFirstAndReadsTheFilesAnew) {
   PutMain(kPeriodLine + "1250\n");
   Start();

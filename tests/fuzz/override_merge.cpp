@@ -63,8 +63,10 @@ void Merge(testing::MemoryFileSystem& files, bool one_line_for_each, bool remova
   PropertyMap map;
   std::vector<PropertyLine> lines;
   const LoadOutcome outcome =
-      LoadPropertyFiles(files, kMainFile, kOverrideFile, map,
-                        [&](const PropertyLine& line) { lines.push_back(line); });
+      LoadPropertyFiles(files, kMainFile, kOverrideFile, map, [&](const PropertyLine& line) {
+        lines.push_back(line);
+        return true;
+      });
   Require(outcome.main_file == main_result, "the load ends as the reading of the main file");
   Require(map == expected, "the override's values stand in the place of the main file's");
   Require(lines == expected_lines, "each line that was overridden is written");

@@ -9,9 +9,12 @@
 #include <utility>
 #include <vector>
 
+#include "persist/property_file_turn.h"
+#include "tests/persist/hanging_files.h"
 #include "tests/persist/property_file_samples.h"
 #include "tests/persist/thread_end.h"
 #include "tests/persist/watched_file_system.h"
+#include "tests/support/allocations.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/test_thread.h"
 
@@ -113,6 +116,109 @@ TEST_F(LineQueueTest, ReportsOnceForEachFileAndCause) {
   queue_.Drain();
   EXPECT_EQ(reported().size(), 3u);
   EXPECT_EQ(reported().back(), RewriteResult::kBodyTorn);
+}
+
+TEST_F(LineQueueTest, WritesALineOnceForManyChanges) {
+  for (int i = 0; i < 1000; ++i)
+    queue_.PushChange(MakeWriteRequest("a|b", std::to_string(i), kQueuedFile));
+  EXPECT_TRUE(queue_.Drain());
+  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=999\n"));
+  EXPECT_EQ(files_->opens(), 2U);
+}
+
+TEST_F(LineQueueTest, ALineThatStandsForSeveralIsTriedOnceMore) {
+  queue_.PushChange(MakeWriteRequest("a|b", "1", kQueuedFile));
+  queue_.PushChange(MakeWriteRequest("a|b", "2", kQueuedFile));
+  queue_.PushChange(MakeWriteRequest("c|d", "1", kQueuedFile));
+  files_->FailOpen(2);
+  EXPECT_TRUE(queue_.Drain());
+  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=2\nc|d=1\n"));
+  EXPECT_EQ(reported(), std::vector<RewriteResult>{RewriteResult::kNotOpened});
+}
+
+TEST_F(LineQueueTest, ALineThatFailsAgainIsSpent) {
+  files_->PutUnopenable(kQueuedFile);
+  for (int i = 0; i < 10; ++i)
+    queue_.PushChange(MakeWriteRequest("a|b", "1", kQueuedFile));
+  EXPECT_FALSE(queue_.Drain());
+  EXPECT_EQ(files_->opens(), 2U);
+}
+
+TEST_F(LineQueueTest, RemembersTheFailuresOfTheLastFilesOnly) {
+  const auto fail = [&](std::size_t number) {
+    const platform::WidePath path = u"/Store/" + platform::WidenPath(std::to_string(number));
+    files_->PutUnopenable(path);
+    Push("a|b", "1", path);
+    queue_.Drain();
+  };
+  for (std::size_t i = 0; i <= LineQueue::kMostReported; ++i)
+    fail(i);
+  const std::size_t all = LineQueue::kMostReported + 1;
+  EXPECT_EQ(reported().size(), all);
+  for (std::size_t i = 1; i <= LineQueue::kMostReported; ++i)
+    fail(i);
+  EXPECT_EQ(reported().size(), all);
+  fail(0);
+  EXPECT_EQ(reported().size(), all + 1);
+}
+
+TEST_F(LineQueueTest, RemembersNoMoreOfAPathThanItsBeginning) {
+  const platform::WidePath longest(1'000'000, u'x');
+  const std::size_t before = BytesInUse();
+  for (std::size_t i = 0; i < LineQueue::kMostReported; ++i) {
+    platform::WidePath path = longest;
+    path[i] = u'y';
+    files_->FailOpen(2);
+    Push("a|b", "1", path);
+    queue_.Drain();
+  }
+  EXPECT_EQ(reported().size(), LineQueue::kMostReported);
+  EXPECT_LT(BytesInUse(), before + 64 * 1024);
+}
+
+TEST_F(LineQueueTest, TakesNothingAfterItsEnd) {
+  Push("a|b", "1");
+  queue_.Start(251);
+  EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
+  queue_.End();
+  EXPECT_FALSE(queue_.Push(MakeWriteRequest("a|b", "2", kQueuedFile)));
+  EXPECT_FALSE(queue_.PushChange(MakeWriteRequest("a|b", "3", kQueuedFile)));
+  EXPECT_FALSE(queue_.Drain());
+  queue_.End();
+  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=1\n"));
+}
+
+TEST_F(LineQueueTest, WhoComesBackFromAFileCallAfterTheEndWritesNoMore) {
+  const std::string before = WithTrailer("a|b=1\n");
+  files_->Put(kQueuedFile, before);
+  const auto files = std::make_shared<HangingFiles>(files_);
+  LineQueue queue(files, [](const platform::WidePath&, RewriteResult) {});
+  queue.Push(MakeWriteRequest("a|b", "2", kQueuedFile));
+  files->HangAtTheNextRead();
+  TestThread late([&] { queue.Drain(); });
+  files->AwaitHanging();
+  queue.End();
+  files->GoOn();
+  late.Join();
+  EXPECT_EQ(files_->Get(kQueuedFile), before);
+}
+
+TEST_F(LineQueueTest, EndsWhileAnotherHasTheTurn) {
+  std::atomic<bool> returned{false};
+  const auto files =
+      std::make_shared<WatchedFileSystem>([&returned] { ThreadEnd::Watch(returned); });
+  LineQueue queue(files, [](const platform::WidePath&, RewriteResult) {});
+  queue.Start(251);
+  queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
+  EXPECT_TRUE(Eventually([&] { return files->disk.Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
+  const PropertyFileTurn turn(PropertyFileTurn::For::kReading);
+  queue.Push(MakeWriteRequest("a|b", "2", kQueuedFile));
+  // Lets the thread come to its wait; where it has not, it ends before it.
+  platform::Semaphore never;
+  never.WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond);
+  queue.End();
+  EXPECT_TRUE(returned);
+  EXPECT_EQ(files->disk.Get(kQueuedFile), WithTrailer("a|b=1\n"));
 }
 
 TEST_F(LineQueueTest, ItsThreadWritesWhatIsPushedBeforeAndAfterItStarts) {

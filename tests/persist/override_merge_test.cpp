@@ -27,7 +27,10 @@ class OverrideMergeTest : public ::testing::Test {
     map_.clear();
     requested_.clear();
     return LoadPropertyFiles(files_, kPropertyFile, kOverrideFile, map_,
-                             [this](const PropertyLine& line) { requested_.push_back(line); });
+                             [this](const PropertyLine& line) {
+                               requested_.push_back(line);
+                               return true;
+                             });
   }
   void WriteRequested() {
     for (const PropertyLine& line : requested_)
@@ -80,9 +83,22 @@ TEST_F(OverrideMergeTest, RemovesTheOverrideOnlyWhenItsLinesHaveBeenAskedFor) {
   LoadPropertyFiles(files_, kPropertyFile, kOverrideFile, map_, [&](const PropertyLine&) {
     ++requests;
     EXPECT_TRUE(OverrideIsThere());
+    return true;
   });
   EXPECT_EQ(requests, 2);
   EXPECT_FALSE(OverrideIsThere());
+}
+
+TEST_F(OverrideMergeTest, LeavesTheOverrideToTheNextLoadWhenALineWontBeWritten) {
+  files_.Put(kPropertyFile, WithTrailer("a|=1\nb|=2\n"));
+  files_.Put(kOverrideFile, WithTrailer("a|=10\nb|=20\n"));
+  int requests = 0;
+  EXPECT_TRUE(
+      LoadPropertyFiles(files_, kPropertyFile, kOverrideFile, map_, [&](const PropertyLine&) {
+        return ++requests < 2;
+      }).Succeeded());
+  EXPECT_EQ(requests, 2);
+  EXPECT_TRUE(OverrideIsThere());
 }
 
 TEST_F(OverrideMergeTest, RemovesAnOverrideWhoseEntriesAreAllUnknown) {

@@ -123,8 +123,8 @@ void PrepareMerge(MemoryFileSystem& files) {
 
 void CheckMerge(MemoryFileSystem& files) {
   PropertyMap map;
-  const LoadOutcome outcome =
-      LoadPropertyFiles(files, kPropertyFile, kOverrideFile, map, [](const PropertyLine&) {});
+  const LoadOutcome outcome = LoadPropertyFiles(files, kPropertyFile, kOverrideFile, map,
+                                                [](const PropertyLine&) { return true; });
   if (!outcome.Succeeded()) {
     ASSERT_TRUE(map.empty());
     return;
@@ -143,7 +143,10 @@ TEST(PowerCut, InAnOverrideMergeLeavesWholeStatesOrNone) {
         std::vector<PropertyLine> lines;
         PropertyMap map;
         LoadPropertyFiles(files, kPropertyFile, kOverrideFile, map,
-                          [&lines](const PropertyLine& line) { lines.push_back(line); });
+                          [&lines](const PropertyLine& line) {
+                            lines.push_back(line);
+                            return true;
+                          });
         for (const PropertyLine& line : lines)
           Write(files, line);
       },
@@ -156,7 +159,10 @@ TEST(PowerCut, InAnOverrideMergeWhoseLinesAreWrittenBeforeItsRemovalLeavesWholeS
       [](MemoryFileSystem& files) {
         PropertyMap map;
         LoadPropertyFiles(files, kPropertyFile, kOverrideFile, map,
-                          [&files](const PropertyLine& line) { Write(files, line); });
+                          [&files](const PropertyLine& line) {
+                            Write(files, line);
+                            return true;
+                          });
       },
       CheckMerge);
 }

@@ -1,0 +1,42 @@
+// The lines that wait for their property file.
+#pragma once
+
+#include <deque>
+#include <optional>
+#include <string_view>
+#include <unordered_map>
+
+#include "persist/property_file_writer.h"
+
+namespace valmere {
+
+// A request that waits.
+struct WaitingLine {
+  WriteRequest request;
+  bool replaced_others = false;  // lines that were queued later have gone into it
+};
+
+// Purpose: write requests in order. The line of a change takes the place of the one before it where
+// the files come out the same, byte for byte, as if each had been written in its turn.
+// Owner: the line queue.
+// Threads: one at a time.
+// Errors: std::bad_alloc; nothing was added then.
+class WaitingLines {
+ public:
+  // A line that stays where it is: none is moved over it.
+  void Add(WriteRequest request);
+  // The line of a property's change; its left side has a "|".
+  void AddChange(WriteRequest request);
+  std::optional<WaitingLine> TakeFirst();
+  // Puts a line that was taken before all others.
+  void PutBack(WaitingLine line);
+  void Clear() noexcept;
+
+ private:
+  std::deque<WaitingLine> lines_;
+  // The changes that a later one may replace, by their keys: all that have been added since the
+  // last line that was none, or was for another file, and of each key the last.
+  std::unordered_map<std::string_view, WaitingLine*> changes_;
+};
+
+}  // namespace valmere
