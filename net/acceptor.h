@@ -12,8 +12,8 @@ namespace valmere {
 
 // Purpose: opens a listener and hands each connection that it yields to a sink.
 // Owner: the service. Its thread holds all that it touches, and so may outlive it.
-// Threads: one of its own, which sleeps in Accept; Close from any thread, End and destruction on the
-// owner's.
+// Threads: one of its own, which sleeps in Accept; Close from any thread, End and destruction on
+// the owner's.
 // Errors: when the listener can't be opened or no thread can be had, nothing is accepted.
 class Acceptor {
  public:

@@ -35,7 +35,8 @@ class FileStream final : public Connection {
   // The file's size in bytes; nothing when it isn't open or its size can't be had.
   std::optional<std::uint64_t> Size();
   // All of the file: its size is taken first, then that many bytes are read. Nothing when it isn't
-  // open, when its size can't be had, when fewer bytes come, or when it is too large for the memory.
+  // open, when its size can't be had, when fewer bytes come, or when it is too large for the
+  // memory.
   std::optional<std::string> ReadWhole();
   // True when all `length` bytes were transferred.
   bool ReadAll(void* buffer, std::size_t length);

@@ -15,8 +15,8 @@ namespace valmere {
 // change whose line waits already takes that line's place, where that shows in no file: what waits
 // is bounded by what there is to store.
 // Owner: the persistence component. Its thread holds all that it touches, and so may outlive it.
-// Threads: any thread pushes, under a short lock; whoever pushes waits for no file. Start and End on
-// the owner's.
+// Threads: any thread pushes, under a short lock; whoever pushes waits for no file. Start and End
+// on the owner's.
 // Errors: a rewrite that fails is told to the reporter, once for each file and cause, of which the
 // last kMostReported are remembered. What is still queued at the end is discarded.
 class LineQueue {
@@ -35,8 +35,8 @@ class LineQueue {
 
   // Lines queue up until the worker is started; false when there is no thread to be had.
   bool Start(int priority);
-  // Finishes the line that is being written and waits for the thread. No line is taken from then on,
-  // and a thread that did not come back in time writes no more. Any number of times.
+  // Finishes the line that is being written and waits for the thread. No line is taken from then
+  // on, and a thread that did not come back in time writes no more. Any number of times.
   void End();
 
   // Queues a line that stays where it is: none is moved over it, and none takes its place. False

@@ -18,13 +18,13 @@ namespace valmere {
 // The log file that the name file names by its first line; the default when there is none.
 platform::WidePath ReadLogFileName(platform::FileSystem& files, platform::WidePathView name_file);
 
-// Purpose: stamps messages and hands them to the writer of every open log file.
+// Purpose: stamps messages and hands them to the writer of every open log file. While the debug zone
+// "ThreadIds" is on, the first line of a thread comes behind one with its number. kMostThreads
+// numbers are remembered: a thread of which nothing was heard while as many others began counts as
+// one that is new.
 // Owner: shared by all who log; the service, which opens the files, ends it.
 // Threads: any. AddFile and End on the owner's.
 // Errors: a log file that can't be opened takes no lines; memory running out costs the line.
-// While the debug zone "ThreadIds" is on, the first line of a thread comes behind one with its number.
-// kMostThreads numbers are remembered: a thread of which nothing was heard while as many others began
-// counts as one that is new.
 class LogFacility : public LogSink {
  public:
   static constexpr std::size_t kMostThreads = 64;
@@ -36,8 +36,8 @@ class LogFacility : public LogSink {
   // Opens a log file, keeping what it holds. Called before the first Log.
   void AddFile(platform::FileSystem& files, platform::WidePathView path, int priority);
 
-  // Writes what has been logged and ends the writers' threads; further messages are dropped, whoever
-  // still holds this. Any number of times.
+  // Writes what has been logged and ends the writers' threads; further messages are dropped,
+  // whoever still holds this. Any number of times.
   void End();
 
   void Log(std::string_view message) override EXCLUDES(threads_lock_);

@@ -55,9 +55,9 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void AttachLog(const std::shared_ptr<LogSink>& log) { log_->Attach(log); }
   // Starts the thread that writes lines; false when there is none to be had.
   bool StartWorker(int priority) { return lines_.Start(priority); }
-  // Ends that thread and writes no more, whoever still holds this and changes properties: lines that
-  // are still queued or come later are discarded, and loads fail. On the thread that started it, any
-  // number of times.
+  // Ends that thread and writes no more, whoever still holds this and changes properties: lines
+  // that are still queued or come later are discarded, and loads fail. On the thread that started
+  // it, any number of times.
   void End();
 
   // Reads the files anew and gives their values to the registered properties, which announce them

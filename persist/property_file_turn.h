@@ -12,8 +12,8 @@ namespace valmere {
 // finds the files as one rewrite left them. While one service replaces another both are at work.
 // Owner: a scope on the thread that loads or rewrites; it has its turn until it ends.
 // Threads: any; turns come in the order in which they are asked for.
-// Errors: std::bad_alloc when there is no memory to wait with. Who keeps the turn for kLongest while
-// another waits, as in a file call that hangs, has it no more: the other goes ahead.
+// Errors: std::bad_alloc when there is no memory to wait with. Who keeps the turn for kLongest
+// while another waits, as in a file call that hangs, has it no more: the other goes ahead.
 class PropertyFileTurn {
  public:
   static constexpr platform::Ticks kLongest = 1000 * platform::kTicksPerMillisecond;

@@ -34,8 +34,8 @@ class WaitingLines {
 
  private:
   std::deque<WaitingLine> lines_;
-  // The changes that a later one may replace, by their keys: all that have been added since the last
-  // line that was none, or was for another file, and of each key the last.
+  // The changes that a later one may replace, by their keys: all that have been added since the
+  // last line that was none, or was for another file, and of each key the last.
   std::unordered_map<std::string_view, WaitingLine*> changes_;
 };
 

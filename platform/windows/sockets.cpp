@@ -2,10 +2,10 @@
 //
 // Closing and giving back are two things here, as with every backend: Close makes blocked calls
 // return, and the handle stays taken until the object dies. A stream is shut down. A listener knows
-// no shutting down: whoever closes it connects to it once, and the accept that wakes sees that it was
-// closed. Where that connection can't be had, for want of ports or memory, the handle is given back
-// at once after all: an accept that sleeps on would be worse than the chance that its number is used
-// again between two steps of it.
+// no shutting down: whoever closes it connects to it once, and the accept that wakes sees that it
+// was closed. Where that connection can't be had, for want of ports or memory, the handle is given
+// back at once after all: an accept that sleeps on would be worse than the chance that its number
+// is used again between two steps of it.
 #include "platform/sockets.h"
 
 #include <algorithm>
@@ -24,10 +24,10 @@ static_assert(kConnectionAborted == WSAECONNABORTED && kConnectionReset == WSAEC
 // A peer that takes nothing for this long is given up.
 constexpr Ticks kPatience = 5'000 * kTicksPerMillisecond;
 
-// The system takes a send whole as soon as its buffer has any room, and frees that room only once the
-// peer has taken all of it; there is no telling how much is still out. So bytes are handed over in
-// pieces: a peer that takes a piece in kPatience is seen to move. One that takes less counts as one
-// that stands still.
+// The system takes a send whole as soon as its buffer has any room, and frees that room only once
+// the peer has taken all of it; there is no telling how much is still out. So bytes are handed over
+// in pieces: a peer that takes a piece in kPatience is seen to move. One that takes less counts as
+// one that stands still.
 constexpr int kPiece = 4096;
 
 // Not every system ends a select when its own side shuts the stream down, so whoever waits looks

@@ -19,8 +19,8 @@ class LimitedAllocations {
   LimitedAllocations& operator=(const LimitedAllocations&) = delete;
 };
 
-// Purpose: while it lives, the next allocation of this thread calls a function first, once. One at a
-// time on a thread.
+// Purpose: while it lives, the next allocation of this thread calls a function first, once. One at
+// a time on a thread.
 class AtTheNextAllocation {
  public:
   explicit AtTheNextAllocation(std::function<void()> act);

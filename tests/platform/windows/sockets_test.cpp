@@ -1,5 +1,5 @@
-// What this system's sockets do where its calls don't do what they are for. The linker leads the calls
-// of this program here first (see CMakeLists.txt).
+// What this system's sockets do where its calls don't do what they are for. The linker leads the
+// calls of this program here first (see CMakeLists.txt).
 #include "platform/sockets.h"
 
 #include "platform/windows/windows_api.h"
