@@ -42,16 +42,10 @@ class ClientConnection : public Connection {
   bool has_published() const { return has_published_; }
   void set_has_published() { has_published_ = true; }
 
-  // Whether the end of it is being dealt with: nothing may be given to it to own any more, also
-  // while its stream is still open.
-  bool leaving() const { return leaving_; }
-  void set_leaving() { leaving_ = true; }
-
  private:
   const std::shared_ptr<Connection> stream_;
   std::atomic<bool> ended_{false};
   std::atomic<bool> has_published_{false};
-  std::atomic<bool> leaving_{false};
   Lock write_lock_;  // held for the length of a write; nothing is taken under it but the stream's
                      // own
 };

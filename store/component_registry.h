@@ -18,8 +18,8 @@ namespace valmere {
 // Purpose: finds published properties by (component, group GUID, GUID) and by group, and knows who
 // else has published one since: the heirs, of whom the last becomes the owner when that goes.
 // Owner: the property engine.
-// Threads: any. Whoever gives a property to an heir sees to it that none of them starts leaving
-// meanwhile.
+// Threads: any; a client becomes an owner or an heir, but by inheriting, on its own thread alone, and
+// the same thread sees to its leave.
 // Errors: Add, AddHeir and the lists throw std::bad_alloc, with nothing changed.
 class ComponentRegistry {
  public:

@@ -177,7 +177,7 @@ bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& repl
 
 // A service that ends lets all sessions go at once: one by one they would tell each other, for longer
 // than their threads are waited for, of what goes with the engine anyway.
-void PropertyEngine::ConnectionEnded(ClientConnection& client) noexcept {
+void PropertyEngine::ConnectionEnded(const ClientConnection& client) noexcept {
   if (client.ended()) return;
   Unsubscribe(client);
   WithdrawAllOf(client);

@@ -70,16 +70,14 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
   // The client's stream has ended: what it published goes, and so does its subscription. Also when
   // memory has run out, which may be what ended it. When the service has ended the stream, both are
   // left for the engine's own end.
-  void ConnectionEnded(ClientConnection& client) noexcept;
+  void ConnectionEnded(const ClientConnection& client) noexcept;
 
  private:
   bool IsOwnComponent(std::string_view component) const {
     return component == own_component_->guid();
   }
-  // Whether a client can be given a property: it lives, and is not about to leave.
-  static bool CanOwn(const ClientConnection& client) {
-    return !client.leaving() && client.IsOpen();
-  }
+  // Whether a client can be given a property, as far as is known.
+  static bool CanOwn(const ClientConnection& client) { return client.IsOpen(); }
   PropertyEngine(std::shared_ptr<LogSink> log, std::shared_ptr<StringProperty> own_component,
                  std::shared_ptr<UIntProperty> period);
 
@@ -105,8 +103,7 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
   // one message for each owner. Unknown ones are passed over. False when that would be too much.
   bool HandleSetRequests(const PropertyMessage& message, const ClientConnection& sender);
   void SetOwn(const PropertySetRecord& request);
-  std::shared_ptr<ClientConnection> OwnerOf(const PropertySetRecord& request)
-      EXCLUDES(presence_lock_);
+  std::shared_ptr<ClientConnection> OwnerOf(const PropertySetRecord& request);
 
   // What components say of their own properties.
   void ApplyComponentEntry(const PropertyResponseRecord& entry,
@@ -142,7 +139,7 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
   void Appeared(const std::shared_ptr<Property>& property) EXCLUDES(presence_lock_);
   // Both take published properties away and announce that.
   void Withdraw(const PropertyAddress& address) EXCLUDES(presence_lock_);
-  void WithdrawAllOf(ClientConnection& client) noexcept EXCLUDES(presence_lock_);
+  void WithdrawAllOf(const ClientConnection& client) noexcept EXCLUDES(presence_lock_);
   void Vanished(const std::shared_ptr<ComponentProperty>& property) noexcept
       REQUIRES(presence_lock_);
 
@@ -158,8 +155,7 @@ class PropertyEngine : public PropertySink, public std::enable_shared_from_this<
   std::set<std::string, std::less<>> quiet_keys_ GUARDED_BY(observe_lock_);
 
   // Keeps announcements in the order of what they tell of: one that a property has come is made
-  // only while it is there, and before the one that it has gone. A client starts leaving under it,
-  // and property goes to another client.
+  // only while it is there, and before the one that it has gone.
   Lock presence_lock_;
 
   const std::shared_ptr<ChangePublisher> publisher_;

@@ -77,14 +77,10 @@ void PropertyEngine::Withdraw(const PropertyAddress& address) {
   if (property) Vanished(property);
 }
 
-// Others are let in between two steps. From the first on nobody makes this client an owner any more,
-// and its own thread, which is here, can't either; so one walk finds all.
-void PropertyEngine::WithdrawAllOf(ClientConnection& client) noexcept {
+// Others are let in between two steps. One walk finds all the same: only the client's own thread,
+// which is here, could make it the owner or an heir of what the walk has passed.
+void PropertyEngine::WithdrawAllOf(const ClientConnection& client) noexcept {
   if (!client.has_published()) return;  // most clients; it takes a look at every property to tell
-  {
-    const ScopedLock hold(presence_lock_);
-    client.set_leaving();
-  }
   ComponentRegistry::Place place;
   bool more = true;
   while (more && !client.ended()) {

@@ -90,7 +90,6 @@ std::shared_ptr<ClientConnection> PropertyEngine::OwnerOf(const PropertySetRecor
   const auto found = components_.Find(request.guid, request.group_guid, request.component);
   auto owner = found ? found->connection() : nullptr;
   if (!owner || !components_.HasHeirs() || CanOwn(*owner)) return owner;
-  const ScopedLock hold(presence_lock_);
   return components_.TakeOver(found, *owner);
 }
 

@@ -673,14 +673,22 @@ TEST_F(Publishing, KeepsNothingThatHasGoneThoughItsGoingIsNotTold) {
   told->SetFromString(std::string(1'000'000, 'x'));
   publisher.Pass();
   EXPECT_EQ(1, told.use_count());
+}
 
-  const auto another = Published("3");
-  publisher.AnnounceNew(another);
-  for (std::size_t i = 0; i <= Announcements::kMostWaiting; ++i)
-    publisher.AnnounceVanished(told);
-  publisher.AnnounceVanished(another);
+TEST_F(Publishing, KeepsNothingOfWhoseGoingNoAnnouncementCame) {
+  period->SetValue(0);
+  EndPeriod();
+  Subscribe(client, {{"C", "G", "other"}});
+  const auto told = Published("1");
+  publisher.AnnounceNew(told);
   publisher.Pass();
-  EXPECT_EQ(1, another.use_count()) << "of whose going no announcement came";
+  EXPECT_EQ(2, told.use_count());
+  const auto other = Published("2");
+  for (std::size_t i = 0; i < Announcements::kMostWaiting; ++i)
+    publisher.AnnounceVanished(other);
+  publisher.AnnounceVanished(told);
+  publisher.Pass();
+  EXPECT_EQ(1, told.use_count());
 }
 
 // Says when it was written to.

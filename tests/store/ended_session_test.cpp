@@ -149,8 +149,11 @@ TEST_F(EndedSession, LeavesWhatItPublishedForTheEngineToRelease) {
     engine->PublishPass();
   Client subscriber;
   EXPECT_TRUE(Send(subscriber, R"({"SubscribeAllCurrentAndNewProperties": true})"));
+  EXPECT_TRUE(Send(client, R"({"PropertySubscribeRequests": [{"Component": "C","GUID": "G:P"}]})"));
   EndSession();
+  const long handles = client.connection.use_count();
   engine->ConnectionEnded(*client.connection);
+  EXPECT_EQ(handles, client.connection.use_count());
   for (int pass = 0; pass < 2; ++pass)
     engine->PublishPass();
   EXPECT_TRUE(subscriber.TakeTexts().empty());

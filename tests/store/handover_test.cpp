@@ -1,8 +1,9 @@
 // Who owns a property that several clients publish, and who is told what of it.
-#include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -163,7 +164,7 @@ TEST_F(Handover, GoesToWhoPublishesAfterTheOwnersEndBeforeThoseWhoDidEarlier) {
 }
 
 // The client takes its leave by a message, so its stream stays open when its thread ends.
-TEST_F(Handover, NeverGoesToOneThatIsLeaving) {
+TEST_F(Handover, NeverGoesToOneThatHasLeft) {
   Publish(owner, EntryText{});
   Publish(second, EntryText{});
   engine->ConnectionEnded(*second.connection);
@@ -194,6 +195,34 @@ TEST_F(Handover, LeavesNoDeadOwnerWhenTwoEndAtOnce) {
     ASSERT_EQ(1, first.connection.use_count());
     ASSERT_EQ(1, other.connection.use_count());
   }
+}
+
+// Runs a function when it is asked whether it is open.
+class AskedConnection final : public Connection {
+ public:
+  explicit AskedConnection(std::function<void()> on_asked) : on_asked_(std::move(on_asked)) {}
+  int Read(void*, int) override { return kFailed; }
+  int Write(const void*, int length) override { return length; }
+  void Close() override {}
+  bool IsOpen() const override {
+    on_asked_();
+    return true;
+  }
+
+ private:
+  const std::function<void()> on_asked_;
+};
+
+// Thousands of properties go when their owner does, and then the service ends.
+TEST_F(Handover, LeavesOffWhenTheServiceEndsTheSession) {
+  constexpr std::size_t kStep = PropertyIndex<Property>::kStep;
+  Client heir(std::make_shared<AskedConnection>([&] { owner.connection->Close(); }));
+  for (std::size_t i = 0; i < 3 * kStep; ++i)
+    Publish(owner, {.guid = std::to_string(i)});
+  EXPECT_TRUE(Send(heir, Responses({{.guid = "0"}})));
+  engine->ConnectionEnded(*owner.connection);
+  EXPECT_FALSE(IsThere("1"));
+  EXPECT_TRUE(IsThere(std::to_string(kStep)));
 }
 
 // Publications and ends of two clients in every order: whoever is there in the end owns it.
