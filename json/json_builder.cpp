@@ -21,8 +21,8 @@ template <class T>
 void MoveInPieces(std::vector<T>& from, std::size_t first, std::vector<T>& to,
                   const ParseStop& stop) {
   while (first < from.size()) {
-    stop.Look();
-    const std::size_t end = std::min(from.size(), first + ParseStop::kValuesBetweenLooks);
+    stop.Pause();
+    const std::size_t end = std::min(from.size(), first + ParseStop::kValuesBetweenPauses);
     const auto begin = from.begin();
     to.insert(to.end(), std::make_move_iterator(begin + static_cast<std::ptrdiff_t>(first)),
               std::make_move_iterator(begin + static_cast<std::ptrdiff_t>(end)));
@@ -80,7 +80,7 @@ bool JsonBuilder::CloseObject(Mark first) {
     std::vector<JsonMember> members;
     members.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
-      if (i % ParseStop::kValuesBetweenLooks == 0) stop_.Look();
+      if (i % ParseStop::kValuesBetweenPauses == 0) stop_.Pause();
       members.emplace_back(std::move(texts_[first_key + i]), std::move(values_[first + i]));
     }
     texts_.resize(first_key);

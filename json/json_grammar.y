@@ -16,7 +16,7 @@ namespace valmere {
 struct ScanState {
   ParseStop stop;
   const char* broken_end = nullptr;  // of the string that is none, while the scanner is in one
-  std::size_t passed_over = 0;       // matches that gave no token
+  std::size_t matches = 0;           // tokens, and what was passed over
 };
 
 }  // namespace valmere

@@ -9,7 +9,7 @@
 namespace valmere {
 namespace {
 
-constexpr std::size_t kPiece = ParseStop::kBytesBetweenLooks;
+constexpr std::size_t kPiece = ParseStop::kBytesBetweenPauses;
 
 // Where the first byte from `at` on is that `wanted` does not hold for.
 template <class Wanted>
@@ -19,7 +19,7 @@ std::size_t SkipWhile(std::string_view text, std::size_t at, const ParseStop& st
     while (at < piece_end && wanted(text[at]))
       ++at;
     if (at < piece_end || at == text.size()) return at;
-    stop.Look();
+    stop.Pause();
   }
 }
 
@@ -81,7 +81,7 @@ LongToken LongDoubleQuoted(std::string_view text, const ParseStop& stop) {
     if (escape == 0) return IfLong(LongToken::Kind::kBrokenString, at);
     at += escape;
     if (at - looked > kPiece) {
-      stop.Look();
+      stop.Pause();
       looked = at;
     }
   }

@@ -45,11 +45,11 @@ namespace internal {
 LongToken MeasureLongToken(std::string_view text, bool in_broken_string, const ParseStop& stop);
 }
 
-// Tells what `text` begins with if that takes more than ParseStop::kBytesBetweenLooks to tell, by the
+// Tells what `text` begins with if that takes more than ParseStop::kBytesBetweenPauses to tell, by the
 // scanner's own rules. Inside a broken string no double-quoted one is looked for. ParseStopped.
 inline LongToken FindLongToken(std::string_view text, bool in_broken_string,
                                const ParseStop& stop) {
-  if (text.size() <= ParseStop::kBytesBetweenLooks || !MayBeginLongToken(text[0])) return {};
+  if (text.size() <= ParseStop::kBytesBetweenPauses || !MayBeginLongToken(text[0])) return {};
   return internal::MeasureLongToken(text, in_broken_string, stop);
 }
 

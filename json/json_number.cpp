@@ -28,7 +28,7 @@ class Walk {
  public:
   explicit Walk(const ParseStop& stop) : stop_(stop) {}
   void Step() {
-    if (++steps_ % ParseStop::kBytesBetweenLooks == 0) stop_.Look();
+    if (++steps_ % ParseStop::kBytesBetweenPauses == 0) stop_.Pause();
   }
 
  private:

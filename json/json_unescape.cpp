@@ -77,7 +77,7 @@ std::string UnescapeJson(std::string_view content, const ParseStop& stop) {
   std::string text;
   text.reserve(content.size());
   for (std::size_t escapes = 0; backslash != std::string_view::npos; ++escapes) {
-    if (escapes % ParseStop::kValuesBetweenLooks == 0) stop.Look();
+    if (escapes % ParseStop::kValuesBetweenPauses == 0) stop.Pause();
     text.append(content.substr(0, backslash));
     content.remove_prefix(backslash + 1);
     if (content.empty()) return text;

@@ -31,7 +31,7 @@ class KeyOrder {
 
  private:
   void Count() {
-    if (++compared_ % ParseStop::kValuesBetweenLooks == 0) stop_.Look();
+    if (++compared_ % ParseStop::kValuesBetweenPauses == 0) stop_.Pause();
   }
 
   const ParseStop& stop_;

@@ -1,4 +1,4 @@
-// How a parse that takes long is told to let go.
+// How a parse that takes long is told to let go, and lets others have their turn.
 #pragma once
 
 #include <atomic>
@@ -13,28 +13,38 @@ class ParseStopped : public std::exception {
   const char* what() const noexcept override { return "the parse was stopped"; }
 };
 
-// Purpose: names the flag that stops a parse, if there is one.
+// Purpose: names the flag that stops a parse, if there is one, and what the parse does between two
+// pieces of its work.
 // Owner: the call of the parser; the flag outlives it.
-// Threads: the parse looks; any thread raises the flag, and nobody takes it down meanwhile.
-// Errors: Look throws ParseStopped.
+// Threads: the parse looks and pauses; any thread raises the flag, and nobody takes it down meanwhile.
+// Errors: Look and Pause throw ParseStopped.
 class ParseStop {
  public:
-  // So much text is gone through between two looks: a fraction of a millisecond's work at a desk, a
+  // So much text is gone through between two pauses: a fraction of a millisecond's work at a desk, a
   // few milliseconds' on the slowest device.
-  static constexpr std::size_t kBytesBetweenLooks = std::size_t{16} * 1024;
-  // So many values are moved.
-  static constexpr std::size_t kValuesBetweenLooks = 1024;
+  static constexpr std::size_t kBytesBetweenPauses = std::size_t{16} * 1024;
+  // So many values are moved, or tokens read.
+  static constexpr std::size_t kValuesBetweenPauses = 1024;
+
+  using PauseFunction = void (*)();
 
   ParseStop() = default;  // never
   explicit ParseStop(const std::atomic<bool>& flag) : flag_(&flag) {}
+  // Either may be null.
+  ParseStop(const std::atomic<bool>* flag, PauseFunction pause) : flag_(flag), pause_(pause) {}
 
   bool asked() const { return flag_ != nullptr && flag_->load(std::memory_order_relaxed); }
   void Look() const {
     if (asked()) throw ParseStopped();
   }
+  void Pause() const {
+    if (pause_ != nullptr) pause_();
+    Look();
+  }
 
  private:
   const std::atomic<bool>* flag_ = nullptr;
+  PauseFunction pause_ = nullptr;
 };
 
 }  // namespace valmere

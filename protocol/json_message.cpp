@@ -9,6 +9,7 @@
 #include "json/json_parser.h"
 #include "json/json_writer.h"
 #include "protocol/message_frame.h"
+#include "protocol/parser_lock.h"
 
 namespace valmere {
 namespace {
@@ -18,17 +19,17 @@ constexpr std::size_t kKeptBufferBytes = std::size_t{16} * 1024;
 // What the parser appends to a text.
 constexpr std::size_t kParserBytes = 2;
 
+// The parser's state is all in its call, so another message may be parsed in the middle of this one.
+void LetNextParse() NO_THREAD_SAFETY_ANALYSIS {
+  ParserLock().LetNextIn();
+}
+
 bool ReadField(Connection& connection, void* field, std::size_t size) {
   const int length = static_cast<int>(size);
   return connection.Read(field, length) == length;
 }
 
 }  // namespace
-
-platform::Lock& ParserLock() {
-  static platform::Lock lock;
-  return lock;
-}
 
 bool JsonMessage::ReadText(Connection& connection) {
   unsigned char identifier[kStreamFormatIdentifier.size()];
@@ -42,13 +43,13 @@ bool JsonMessage::ReadText(Connection& connection) {
   return ReadField(connection, buffer_.data(), length);
 }
 
-bool JsonMessage::Read(Connection& connection, const ParseStop& stop) {
+bool JsonMessage::Read(Connection& connection, const std::atomic<bool>* stopped) {
   bool read = false;
   if (ReadText(connection)) {
     JsonValue value;
     try {
-      const platform::ScopedLock hold(ParserLock());
-      value = ParseJsonInPlace(buffer_, stop);
+      const ScopedParsing hold;
+      value = ParseJsonInPlace(buffer_, ParseStop(stopped, LetNextParse));
     } catch (const std::invalid_argument&) {
       // A \u that no hexadecimal digits follow, in single quotes: a text that can't be read.
     }
@@ -65,7 +66,7 @@ bool JsonMessage::Write(Connection& connection) {
   buffer_.clear();
   BeginFrame(buffer_);
   {
-    const platform::ScopedLock hold(ParserLock());
+    const ScopedParsing hold;
     WriteJson(object_, buffer_);
   }
   EndFrame(buffer_);

@@ -1,20 +1,15 @@
 // One JSON object that travels in one frame.
 #pragma once
 
+#include <atomic>
 #include <span>
 #include <string>
 
 #include "json/json_value.h"
-#include "json/parse_stop.h"
 #include "net/connection.h"
-#include "platform/kernel.h"
 #include "protocol/property_records.h"
 
 namespace valmere {
-
-// The one lock of the process under which messages are parsed and written. What the publishing thread
-// renders shares nothing with them.
-platform::Lock& ParserLock();
 
 // Purpose: reads and writes framed messages and owns the object of the one at hand.
 // Owner: whoever holds the conversation; may be used for one message after another.
@@ -29,10 +24,10 @@ class JsonMessage {
 
   // Reads one frame, each field by one read call; a field that comes in pieces is a failure, and so
   // is a text that is no JSON object. A length of 0 or above kMaximumMessageBytes is refused before
-  // memory is taken. After a failure the object is as it was. One that is stopped fails, soon after
-  // it has what it waits for.
-  virtual bool Read(Connection& connection, const ParseStop& stop);
-  bool Read(Connection& connection) { return Read(connection, {}); }
+  // memory is taken. After a failure the object is as it was. Where `stopped` is given
+  // and raised it fails, soon after it has what it waits for.
+  virtual bool Read(Connection& connection, const std::atomic<bool>* stopped);
+  bool Read(Connection& connection) { return Read(connection, nullptr); }
   // Writes the object as one frame by one write call; false unless all of it was taken.
   virtual bool Write(Connection& connection);
   // Replaces the object by an empty one.

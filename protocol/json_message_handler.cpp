@@ -21,8 +21,7 @@ class JsonMessageHandler : public DataHandler {
     const EndOfConnection end{*context.engine, *stream_->client()};
     PropertyMessage message;
     ReplyBuffer reply;
-    const ParseStop stop(stream_->client()->ended_flag());
-    while (message.Read(*stream_, stop)) {
+    while (message.Read(*stream_, &stream_->client()->ended_flag())) {
       if (!context.engine->HandleMessage(message, stream_->client(), reply)) break;
       // Here, because the wait for the next message may be long.
       message.Clear();

@@ -22,8 +22,8 @@ namespace {
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
 
-constexpr std::size_t kLong = 2 * ParseStop::kBytesBetweenLooks;
-constexpr std::size_t kMany = 2 * ParseStop::kValuesBetweenLooks;
+constexpr std::size_t kLong = 2 * ParseStop::kBytesBetweenPauses;
+constexpr std::size_t kMany = 2 * ParseStop::kValuesBetweenPauses;
 
 const std::atomic<bool> kRaised{true};
 const ParseStop kStop(kRaised);

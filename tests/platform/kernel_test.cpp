@@ -324,7 +324,7 @@ TEST(Thread, IsNotEndedByForceWhileItRuns) {
 TEST(Thread, IsNotEndedByForceWhileItHoldsALock) {
   Traces traces;
   Stuck stuck(
-      [](void* argument) {
+      [](void* argument) NO_THREAD_SAFETY_ANALYSIS {
         Traces& t = *static_cast<Traces*>(argument);
         OnUnwinding mark(t.unwound);
         {

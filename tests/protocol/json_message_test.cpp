@@ -9,6 +9,7 @@
 
 #include "platform/kernel.h"
 #include "protocol/message_frame.h"
+#include "protocol/parser_lock.h"
 #include "protocol/property_message.h"
 #include "tests/support/frames.h"
 #include "tests/support/parser_lock_probe.h"

@@ -12,6 +12,7 @@
 
 #include "driver/sync/live_counters.h"
 #include "store/uint_property.h"
+#include "protocol/parser_lock.h"
 #include "tests/store/engine_fixture.h"
 #include "tests/support/parser_lock_probe.h"
 #include "tests/support/test_thread.h"

@@ -1,7 +1,7 @@
 // Looks at the parser lock from outside.
 #pragma once
 
-#include "protocol/json_message.h"
+#include "protocol/parser_lock.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere::testing {
