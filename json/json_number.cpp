@@ -3,10 +3,10 @@
 #include "json/json_number.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstddef>
 #include <limits>
-#include <string>
 #include <system_error>
 
 namespace valmere {
@@ -52,11 +52,37 @@ std::int64_t ExponentOf(std::string_view exponent, Walk& walk) {
   return negative ? -value : value;
 }
 
-// A number as 0.DIGITS times ten to the power of `exponent`, with no more digits than matter. Digits
-// are empty for zero.
-struct Decimal {
-  std::string digits;
+// A number as 0.DIGITS times ten to the power of `exponent`, with no more digits than matter. Without
+// digits it is zero. It asks for no memory: the generated parser can't be left by an exception.
+class Decimal {
+ public:
+  bool empty() const { return size_ == 0; }
+  void Add(char digit) {
+    if (size_ < kMostDigits)
+      digits_[size_++] = digit;
+    else if (digit != '0' && size_ == kMostDigits)
+      digits_[size_++] = '1';
+  }
+  double Value() const {
+    std::array<char, kMostDigits + kSpare> text;
+    char* end = text.data();
+    *end++ = '.';
+    end = std::copy_n(digits_.data(), size_, end);
+    *end++ = 'e';
+    end = std::to_chars(end, text.data() + text.size(), exponent).ptr;
+    double value = 0;
+    if (std::from_chars(text.data(), end, value).ec != std::errc::result_out_of_range) return value;
+    return exponent > 0 ? std::numeric_limits<double>::infinity() : 0;
+  }
+
   std::int64_t exponent = 0;
+
+ private:
+  // For the point, one digit more, and an exponent.
+  static constexpr std::size_t kSpare = 32;
+
+  std::array<char, kMostDigits + 1> digits_{};
+  std::size_t size_ = 0;
 };
 
 bool IsExponentLetter(char byte) {
@@ -74,14 +100,10 @@ Decimal TakeMantissa(std::string_view& number, Walk& walk) {
       behind_point = true;
       continue;
     }
-    const bool leading_zero = byte == '0' && decimal.digits.empty();
+    const bool leading_zero = byte == '0' && decimal.empty();
     if (!behind_point && !leading_zero) ++decimal.exponent;
     if (behind_point && leading_zero) --decimal.exponent;
-    if (leading_zero) continue;
-    if (decimal.digits.size() < kMostDigits)
-      decimal.digits += byte;
-    else if (byte != '0' && decimal.digits.size() == kMostDigits)
-      decimal.digits += '1';
+    if (!leading_zero) decimal.Add(byte);
   }
   return decimal;
 }
@@ -90,13 +112,9 @@ Decimal TakeMantissa(std::string_view& number, Walk& walk) {
 double FloatOfDecimal(std::string_view number, const ParseStop& stop) {
   Walk walk(stop);
   Decimal decimal = TakeMantissa(number, walk);
-  if (decimal.digits.empty()) return 0;
+  if (decimal.empty()) return 0;
   if (!number.empty()) decimal.exponent += ExponentOf(number.substr(1), walk);
-  const std::string text = "." + decimal.digits + "e" + std::to_string(decimal.exponent);
-  double value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc::result_out_of_range) return value;
-  return decimal.exponent > 0 ? std::numeric_limits<double>::infinity() : 0;
+  return decimal.Value();
 }
 
 bool HasMantissa(std::string_view number) {

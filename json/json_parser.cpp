@@ -48,12 +48,16 @@ JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop, std::string
   return parsed ? builder.TakeResult() : JsonValue();
 }
 
-// Any client can cause an error with each of its messages.
 JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop) {
   std::string_view error;
   JsonValue value = ParseJsonInPlace(text, stop, error);
-  if (!error.empty()) platform::WriteErrorLineSparingly({"error: ", error});
+  if (!error.empty()) TellOfParseError(error);
   return value;
+}
+
+// Any client can cause an error with each of its messages.
+void TellOfParseError(std::string_view error) noexcept {
+  platform::WriteErrorLineSparingly({"error: ", error});
 }
 
 JsonValue ParseJson(std::string_view text) {

@@ -9,9 +9,9 @@
 
 namespace valmere {
 
-// Parses `text`, which ends at its first NUL and is shorter than 2 GiB. A text that is not one
-// value gives null and one line on standard error, which a flood of them may leave out. Bytes that begin no token are passed over; docs
-// of the accepted language are json_scanner.l and json_grammar.y.
+// Parses `text`, which ends at its first NUL and is shorter than 2 GiB. A text that is not one value
+// gives null and a line on standard error, unless there is a flood of them. Bytes that begin no token
+// are passed over; the accepted language stands in json_scanner.l and json_grammar.y.
 //
 // Throws std::invalid_argument for a \u in single quotes without a hexadecimal number, and
 // std::bad_alloc; nothing is left behind. A stack that finds no memory gives null, like a text that
@@ -26,5 +26,6 @@ JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop = {});
 // The same for those who tell of errors themselves. `error` becomes "syntax error", "memory exhausted"
 // or empty.
 JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop, std::string_view& error);
+void TellOfParseError(std::string_view error) noexcept;
 
 }  // namespace valmere

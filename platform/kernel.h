@@ -99,11 +99,16 @@ class Thread {
   bool Start(Entry entry, void* argument, int priority) noexcept;
   // True when the thread has ended or was never started; false after `milliseconds`.
   bool WaitEnded(std::uint32_t milliseconds) noexcept;
+  // What a forced end came to.
+  enum class ForcedEnd {
+    kNotNow,  // nothing has happened: it is where it must not be ended; a moment later it may not be
+    kGone,    // the thread has been ended
+    kHeldBack,  // it runs no more of its entry, but hangs in the kernel; what it uses must stay
+  };
   // Ends the thread where it stands, if it waits in a call of this layer and holds no Lock: nothing
-  // of its stack is unwound, and its stack may stay allotted, but nobody waits for what it held. False,
-  // and nothing has happened, when it is anywhere else; a moment later it may be there. Waits no
-  // longer than a second: a thread that hangs in the kernel goes later.
-  bool ForceEnd() noexcept;
+  // of its stack is unwound, and its stack may stay allotted, but nobody waits for what it held. Waits
+  // no longer than a second.
+  ForcedEnd ForceEnd() noexcept;
   // Gives the thread up: it goes on until its entry returns, whenever that is, and what the entry uses
   // must stay. The code that it runs is not unloaded.
   void LeaveBehind() noexcept;

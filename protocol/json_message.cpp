@@ -46,13 +46,7 @@ bool JsonMessage::ReadText(Connection& connection) {
 bool JsonMessage::Read(Connection& connection, const std::atomic<bool>* stopped) {
   bool read = false;
   if (ReadText(connection)) {
-    JsonValue value;
-    try {
-      const ScopedParsing hold;
-      value = ParseJsonInPlace(buffer_, ParseStop(stopped, LetNextParse));
-    } catch (const std::invalid_argument&) {
-      // A \u that no hexadecimal digits follow, in single quotes: a text that can't be read.
-    }
+    JsonValue value = Parse(ParseStop(stopped, LetNextParse));
     if (value.kind() == JsonKind::kObject) {
       object_.ReplaceMembers(value.TakeMembers());
       read = true;
@@ -60,6 +54,21 @@ bool JsonMessage::Read(Connection& connection, const std::atomic<bool>* stopped)
   }
   if (buffer_.capacity() > kKeptBufferBytes) std::string().swap(buffer_);
   return read;
+}
+
+// Null for a text that is none, which standard error is told of when the lock is free again. Who had to
+// wait for the lock may have been stopped meanwhile.
+JsonValue JsonMessage::Parse(const ParseStop& stop) {
+  JsonValue value;
+  std::string_view error;
+  try {
+    const ScopedParsing hold;
+    if (!stop.asked()) value = ParseJsonInPlace(buffer_, stop, error);
+  } catch (const std::invalid_argument&) {
+    // A \u that no hexadecimal digits follow, in single quotes: a text that can't be read.
+  }
+  if (!error.empty()) TellOfParseError(error);
+  return value;
 }
 
 bool JsonMessage::Write(Connection& connection) {

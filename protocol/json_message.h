@@ -6,6 +6,7 @@
 #include <string>
 
 #include "json/json_value.h"
+#include "json/parse_stop.h"
 #include "net/connection.h"
 #include "protocol/property_records.h"
 
@@ -44,6 +45,7 @@ class JsonMessage {
 
  private:
   bool ReadText(Connection& connection);
+  JsonValue Parse(const ParseStop& stop);
 
   // The bytes of the frame at hand. Kept from message to message, as long as they are few.
   std::string buffer_;

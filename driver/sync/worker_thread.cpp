@@ -46,7 +46,7 @@ WorkerThread::~WorkerThread() {
 }
 
 bool WorkerThread::Start() {
-  if (started_) return false;
+  if (started_ || ended_) return false;
   body_->holders = 2;
   started_ = thread_.Start(&WorkerThread::Run, body_, priority_);
   if (!started_) body_->holders = 1;
@@ -67,12 +67,22 @@ platform::Ticks WorkerThread::TimeToEnd() {
 WorkerThread::Ending WorkerThread::EndBy(platform::Ticks deadline) noexcept {
   assert((!started_ || body_->thread_id != platform::CurrentThreadId()) &&
          "a worker is ended on its own thread");
+  const Ending ending = EndThread(deadline);
+  started_ = false;
+  ended_ = true;
+  return ending;
+}
+
+WorkerThread::Ending WorkerThread::EndThread(platform::Ticks deadline) noexcept {
+  using ForcedEnd = platform::Thread::ForcedEnd;
   if (thread_.WaitEnded(MillisecondsUntil(deadline))) return Ending::kReturned;
   while (!thread_.WaitEnded(1)) {
-    if (thread_.ForceEnd()) {
+    const ForcedEnd forced = thread_.ForceEnd();
+    if (forced == ForcedEnd::kGone) {
       body_->LetGo();  // the thread itself does not come to it
       return Ending::kForced;
     }
+    if (forced == ForcedEnd::kHeldBack) return Ending::kLeftBehind;
     if (platform::MonotonicNow() >= deadline + kForceTime) {
       thread_.LeaveBehind();
       return Ending::kLeftBehind;

@@ -31,13 +31,14 @@ class WorkerThread {
 
   // False when there is no thread to be had, or when it was started before.
   bool Start();
+  // Until it is ended.
   bool started() const { return started_; }
   int priority() const { return priority_; }
 
   enum class Ending {
     kReturned,    // the function has returned, or was never started
     kForced,      // ended where it waited; what it owned is given back, its stack's handles are not
-    kLeftBehind,  // it runs on
+    kLeftBehind,  // it runs on, or hangs in the kernel; what it owns stays
   };
   // The owner must have told the function to return. After kEndWaitMilliseconds it is ended by force
   // or left behind. The first call tells how.
@@ -50,9 +51,11 @@ class WorkerThread {
   struct Body;
 
   static void Run(void* body);
+  Ending EndThread(platform::Ticks deadline) noexcept;
 
   const int priority_;
   bool started_ = false;
+  bool ended_ = false;
   Body* body_;
   platform::Thread thread_;
 };

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cassert>
+#include <cerrno>
 #include <memory>
 #include <new>
 #include <utility>
@@ -32,7 +33,7 @@ struct Thread::State {
   State(Entry e, void* a) : entry(e), argument(a) {}
 
   static void* Run(void* state);
-  static void OnEndSignal(int, siginfo_t* info, void*);
+  static void OnEndSignal(int number, siginfo_t* info, void* context);
 };
 
 namespace {
@@ -101,6 +102,12 @@ class LentSignal {
   LentSignal& operator=(const LentSignal&) = delete;
 
   void Keep() { kept_ = true; }
+  // In our handler, for a signal of the program's own. Nothing changes while the signal is lent.
+  static void PassOn(int number, siginfo_t* info, void* context) NO_THREAD_SAFETY_ANALYSIS {
+    if ((program_.sa_flags & SA_SIGINFO) != 0) return program_.sa_sigaction(number, info, context);
+    if (program_.sa_handler != SIG_DFL && program_.sa_handler != SIG_IGN)
+      program_.sa_handler(number);
+  }
 
  private:
   static inline Lock lock_;
@@ -117,10 +124,22 @@ void StayLoaded() {
     dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
-// Returns when the kernel has no such thread of ours any more, or at the deadline.
-void AwaitGone(pid_t id, Ticks deadline) {
-  constexpr timespec kPause{0, 100'000};  // nanoseconds
-  while (syscall(SYS_tgkill, getpid(), id, 0) == 0 && MonotonicNow() < deadline)
+constexpr timespec kPause{0, 100'000};  // nanoseconds
+
+// True when the kernel has no such thread of ours any more, false at the deadline.
+bool AwaitGone(pid_t id, Ticks deadline) {
+  while (syscall(SYS_tgkill, getpid(), id, 0) == 0) {
+    if (MonotonicNow() >= deadline) return false;
+    nanosleep(&kPause, nullptr);
+  }
+  return true;
+}
+
+// The kernel may be short of signals for a while.
+void SendEndSignal(pthread_t thread, void* state, Ticks deadline) {
+  sigval value{};
+  value.sival_ptr = state;
+  while (pthread_sigqueue(thread, EndSignal(), value) == EAGAIN && MonotonicNow() < deadline)
     nanosleep(&kPause, nullptr);
 }
 
@@ -146,10 +165,12 @@ void* Thread::State::Run(void* argument) {
   return nullptr;
 }
 
-void Thread::State::OnEndSignal(int, siginfo_t* info, void*) {
-  if (info->si_code != SI_QUEUE || info->si_pid != getpid()) return;
+// Anybody can send this signal with any value; only one that names the very thread that it meets is ours.
+void Thread::State::OnEndSignal(int number, siginfo_t* info, void* context) {
   State* const state = static_cast<State*>(info->si_value.sival_ptr);
-  if (!state->mark.forced()) return;
+  if (info->si_code != SI_QUEUE || info->si_pid != getpid() || current_thread_mark == nullptr ||
+      current_thread_mark != &state->mark || !state->mark.forced())
+    return LentSignal::PassOn(number, info, context);
   state->forced_id = static_cast<pid_t>(syscall(SYS_gettid));
   state->ended.Release();
   syscall(SYS_exit, 0);
@@ -184,26 +205,23 @@ bool Thread::WaitEnded(std::uint32_t milliseconds) noexcept {
   return true;
 }
 
-bool Thread::ForceEnd() noexcept {
-  if (state_ == nullptr || !state_->mark.Force()) return false;
+Thread::ForcedEnd Thread::ForceEnd() noexcept {
+  if (state_ == nullptr || !state_->mark.Force()) return ForcedEnd::kNotNow;
   LentSignal signal(&State::OnEndSignal);
   State* const state = std::exchange(state_, nullptr);
   const Ticks deadline = MonotonicNow() + kForceWait;
-  sigval value{};
-  value.sival_ptr = state;
-  pthread_sigqueue(state->handle, EndSignal(), value);
-  const bool ended = state->ended.WaitUntil(deadline);
-  if (ended) AwaitGone(state->forced_id, deadline);
+  SendEndSignal(state->handle, state, deadline);
+  const bool gone = state->ended.WaitUntil(deadline) && AwaitGone(state->forced_id, deadline);
   // Not joined: that would wait for exit hooks that never run.
   pthread_detach(state->handle);
-  if (ended) {
+  if (gone) {
     delete state;
-  } else {
-    // The kernel holds it back; it meets its signal later, and needs its state and us then.
-    signal.Keep();
-    StayLoaded();
+    return ForcedEnd::kGone;
   }
-  return true;
+  // It meets its signal later, and needs its state and us then.
+  signal.Keep();
+  StayLoaded();
+  return ForcedEnd::kHeldBack;
 }
 
 void Thread::LeaveBehind() noexcept {

@@ -110,15 +110,14 @@ bool Thread::WaitEnded(std::uint32_t milliseconds) noexcept {
 }
 
 // The kernel starts and ends a thread under locks of its own; one that waits is far from either.
-bool Thread::ForceEnd() noexcept {
-  if (state_ == nullptr || !state_->mark.Force()) return false;
+Thread::ForcedEnd Thread::ForceEnd() noexcept {
+  if (state_ == nullptr || !state_->mark.Force()) return ForcedEnd::kNotNow;
   TerminateThread(state_->handle, 0);
-  if (!WaitEnded(kForceMilliseconds)) {
-    // The kernel holds it back; it may come out of its wait yet, and needs its state and us then.
-    StayLoaded();
-    state_ = nullptr;
-  }
-  return true;
+  if (WaitEnded(kForceMilliseconds)) return ForcedEnd::kGone;
+  // It may come out of its wait yet, and needs its state and us then.
+  StayLoaded();
+  state_ = nullptr;
+  return ForcedEnd::kHeldBack;
 }
 
 void Thread::LeaveBehind() noexcept {

@@ -50,7 +50,8 @@ std::string LongText() {
   text += R"(1],"PropertySubscribeRequests": [)";
   for (int i = 0; i < 40; ++i)
     text += R"({"GUID":"g:)" + std::to_string(i) + R"("},)";
-  return text + R"(1],"a":")" + std::string(20'000, 'x') + R"(\n"})";
+  return text + R"(1],"n":[1e999,.)" + std::string(900, '7') + R"(],"a":")" +
+         std::string(20'000, 'x') + R"(\n"})";
 }
 
 TEST_P(RequestFaults, CostNoMoreThanTheSessionOfALongMessage) {

@@ -95,6 +95,22 @@ TEST(JsonValue, TakesALiteralAsTextAndAnIntAsInteger) {
   EXPECT_EQ(JsonValue(-7).integer(), -7);
 }
 
+TEST(JsonMembers, AreFoundAmongFewAndAmongMany) {
+  for (const int count : {1, 16, 17, 1000}) {
+    std::vector<std::string> keys;
+    for (int i = 0; i < count; ++i)
+      keys.push_back("key " + std::to_string(i));
+    const JsonMembers members = MembersOf(keys);
+    for (int i = 0; i < count; ++i) {
+      const JsonValue* const found = members.Find(keys[static_cast<std::size_t>(i)]);
+      ASSERT_NE(found, nullptr) << i << " of " << count;
+      EXPECT_EQ(found->integer(), i);
+    }
+    for (const char* missing : {"", "key", "key 0 ", "key x", "z"})
+      EXPECT_EQ(members.Find(missing), nullptr) << missing << " of " << count;
+  }
+}
+
 TEST(JsonValue, IsMadeFromMembersAndFromElements) {
   const JsonValue object(MembersOf({"a", "b"}));
   EXPECT_EQ(object.kind(), JsonKind::kObject);

@@ -187,7 +187,7 @@ TEST(Thread, RunsItsEntryWithItsArgument) {
 TEST(Thread, HasEndedWhenItWasNeverStarted) {
   Thread thread;
   EXPECT_TRUE(thread.WaitEnded(0));
-  EXPECT_FALSE(thread.ForceEnd());
+  EXPECT_EQ(thread.ForceEnd(), Thread::ForcedEnd::kNotNow);
   thread.LeaveBehind();
   EXPECT_TRUE(thread.WaitEnded(0));
 }
@@ -259,14 +259,14 @@ class Stuck {
   }
 
   void ExpectForcedEnd() {
-    EXPECT_TRUE(Eventually([&] { return thread_.ForceEnd(); }));
+    EXPECT_TRUE(Eventually([&] { return thread_.ForceEnd() == Thread::ForcedEnd::kGone; }));
     EXPECT_TRUE(thread_.WaitEnded(0));
     EXPECT_FALSE(traces_.unwound);
   }
   // Tried for a while: it must not come to a place where it can be ended.
   void ExpectNoForcedEnd() {
     for (int i = 0; i < 10; ++i) {
-      EXPECT_FALSE(thread_.ForceEnd());
+      EXPECT_EQ(thread_.ForceEnd(), Thread::ForcedEnd::kNotNow);
       EXPECT_FALSE(thread_.WaitEnded(1));
     }
   }
@@ -373,7 +373,7 @@ TEST(Thread, GoesOnWhenItIsLeftBehind) {
       *traces);
   stuck.thread().LeaveBehind();
   EXPECT_TRUE(stuck.thread().WaitEnded(0));
-  EXPECT_FALSE(stuck.thread().ForceEnd());
+  EXPECT_EQ(stuck.thread().ForceEnd(), Thread::ForcedEnd::kNotNow);
   EXPECT_FALSE(traces->unwound);
   traces->never.Release();
   EXPECT_TRUE(Eventually([&] { return traces->unwound.load(); }));
@@ -388,7 +388,7 @@ TEST(Thread, MayEndByItselfWhileItIsToBeEndedByForce) {
     // Some have ended by now, some end just now, some have not begun.
     for (int i = 0; i < round && runs != round; ++i)
       CurrentThreadId();
-    EXPECT_FALSE(thread.ForceEnd()) << "it never waits";
+    EXPECT_EQ(thread.ForceEnd(), Thread::ForcedEnd::kNotNow) << "it never waits";
     EXPECT_TRUE(thread.WaitEnded(kLong));
     runs = round;
   }

@@ -29,7 +29,7 @@ TEST(ForcedEnd, PutsTheProgramsOwnSignalHandlersBack) {
       },
       &waiting, 249));
   ASSERT_TRUE(Eventually([&] { return waiting.running.load(); }));
-  EXPECT_TRUE(Eventually([&] { return thread.ForceEnd(); }));
+  EXPECT_TRUE(Eventually([&] { return thread.ForceEnd() == Thread::ForcedEnd::kGone; }));
   EXPECT_EQ(g_caught, 0);
   int sent = 0;
   for (int number = SIGRTMIN; number <= SIGRTMAX; ++number) {
