@@ -118,13 +118,16 @@ void ValmereService::OpenLog(const StorePaths& paths) {
 }
 
 // The service is a client of its own device, where that can be opened by now. Elsewhere the stream
-// moves nothing, and serving it ends at once.
+// moves nothing, and serving it ends at once; then no message is written either, which would take the
+// parser lock: the service that this one replaces may be busy with a long queue of long messages.
 std::shared_ptr<Connection> ValmereService::OpenOwnDevice() {
   auto device = std::make_shared<FileStream>(
       *files_, kOwnDevice, platform::OpenFlags::kRead | platform::OpenFlags::kWrite);
-  PropertyMessage subscription;
-  subscription.SubscribeAll();
-  subscription.Write(*device);
+  if (device->IsOpen()) {
+    PropertyMessage subscription;
+    subscription.SubscribeAll();
+    subscription.Write(*device);
+  }
   return device;
 }
 

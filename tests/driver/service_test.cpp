@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <utility>
@@ -9,6 +10,7 @@
 
 #include "driver/sync/live_counters.h"
 #include "persist/debug_switches.h"
+#include "protocol/json_message.h"
 #include "tests/driver/messages.h"
 #include "tests/persist/property_file_samples.h"
 #include "tests/support/frame_client.h"
@@ -155,6 +157,21 @@ TEST(ValmereService, TwoLiveSideBySide) {
   const auto other = newer->sessions().Find(newer->sessions().Open());
   SendFrame(*other, testing::GetText(testing::kOwnComponent));
   EXPECT_EQ(ReadBytes(*other, expected.size()), expected);
+}
+
+// The service that it replaces may be parsing one long message after the other.
+TEST(ValmereService, StartsWhateverIsBeingParsed) {
+  const auto files = std::make_shared<MemoryFileSystem>();
+  files->PutUnopenable(u"PRN1:");
+  std::unique_ptr<ValmereService> service;
+  std::atomic<bool> started{false};
+  ParserLock().Enter();
+  TestThread starter([&] {
+    service = MakeService(files);
+    started = true;
+  });
+  EXPECT_TRUE(Eventually([&] { return started.load(); }));
+  ParserLock().Leave();
 }
 
 // One client of a service on files in memory.
