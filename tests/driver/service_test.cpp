@@ -10,7 +10,7 @@
 
 #include "driver/sync/live_counters.h"
 #include "persist/debug_switches.h"
-#include "protocol/json_message.h"
+#include "protocol/parser_lock.h"
 #include "tests/driver/messages.h"
 #include "tests/persist/property_file_samples.h"
 #include "tests/support/frame_client.h"
