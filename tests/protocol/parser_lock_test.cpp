@@ -21,6 +21,11 @@ using testing::Eventually;
 using testing::ParserLockIsFree;
 using testing::TestThread;
 
+// By who holds the lock, which the analysis does not see when a handle of the scope lies on the heap.
+void LetNextIn() NO_THREAD_SAFETY_ANALYSIS {
+  ParserLock().LetNextIn();
+}
+
 TEST(ParsingLock, KeepsOthersOut) {
   EXPECT_TRUE(ParserLockIsFree());
   {
@@ -47,7 +52,7 @@ TEST(ParsingLock, ComesBackBehindWhoWaits) {
     });
     EXPECT_TRUE(Eventually([] { return ParserLock().awaited(); }));
     EXPECT_FALSE(had_it);
-    ParserLock().LetNextIn();
+    LetNextIn();
     EXPECT_TRUE(had_it);
     EXPECT_FALSE(ParserLockIsFree());
     hold.reset();
