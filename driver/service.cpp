@@ -3,6 +3,7 @@
 #include "driver/service.h"
 
 #include <new>
+#include <utility>
 
 #include "driver/priorities.h"
 #include "driver/step_log.h"
@@ -47,9 +48,13 @@ std::string LiveCounters() {
 
 }  // namespace
 
+ValmereService::ValmereService(std::shared_ptr<platform::FileSystem> files)
+    : files_(std::move(files)) {}
+
+// It delegates, so that the destructor ends what was made when a step throws.
 ValmereService::ValmereService(std::shared_ptr<platform::FileSystem> files, const StorePaths& paths,
                                const std::string& os_version, const std::string& os_build_number)
-    : files_(std::move(files)) {
+    : ValmereService(std::move(files)) {
   StepLog steps(DebugZone::kInit);
   tasks_ = std::make_shared<TaskQueue>(kBackgroundPriority);
   Demand(tasks_->running());
@@ -84,27 +89,29 @@ ValmereService::ValmereService(std::shared_ptr<platform::FileSystem> files, cons
 }
 
 // Each is ended before it is let go: a stream's thread that was left behind may hold it for longer.
+// Loads are ended first, or a client that waits in one could not end with its stream.
 ValmereService::~ValmereService() {
   StepLog steps(DebugZone::kDeInit);
   steps.AttachLog(log_);
   LogIn(DebugZone::kLeakTracking, log_, LiveCounters);
+  if (persistence_) persistence_->EndLoads();
   sessions_.reset();
   steps.Done("Sessions released");
-  acceptor_->End();
+  if (acceptor_) acceptor_->End();
   acceptor_.reset();
   steps.Done("Acceptor released");
-  handlers_->End();
+  if (handlers_) handlers_->End();
   handlers_.reset();
   steps.Done("Stream handlers released");
-  engine_->End();
+  if (engine_) engine_->End();
   engine_.reset();
   steps.Done("Property engine released");
-  log_->End();
+  if (log_) log_->End();
   log_.reset();
-  persistence_->End();
+  if (persistence_) persistence_->End();
   persistence_.reset();
   network_.reset();
-  tasks_->End();
+  if (tasks_) tasks_->End();
 }
 
 void ValmereService::OpenLog(const StorePaths& paths) {

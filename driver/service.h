@@ -33,6 +33,7 @@ class ValmereService {
  public:
   ValmereService(std::shared_ptr<platform::FileSystem> files, const StorePaths& paths,
                  const std::string& os_version, const std::string& os_build_number);
+  // Ends what was made, also where the constructor above did not come to its end.
   ~ValmereService();
   ValmereService(const ValmereService&) = delete;
   ValmereService& operator=(const ValmereService&) = delete;
@@ -50,13 +51,16 @@ class ValmereService {
   void CloseAllSessions();
 
  private:
+  // Without any component.
+  explicit ValmereService(std::shared_ptr<platform::FileSystem> files);
+
   void OpenLog(const StorePaths& paths);
   std::shared_ptr<Connection> OpenOwnDevice();
 
   const std::shared_ptr<platform::FileSystem> files_;
 
-  // In order of construction; released in reverse. A component stops its threads when its last
-  // holder lets go.
+  // In order of construction; ended by name and released in reverse: the service need not be the
+  // last holder.
   std::shared_ptr<TaskQueue> tasks_;
   std::shared_ptr<NetworkStartup> network_;
   std::shared_ptr<Persistence> persistence_;

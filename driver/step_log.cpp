@@ -2,6 +2,7 @@
 // after the first steps.
 #include "driver/step_log.h"
 
+#include <exception>
 #include <utility>
 
 namespace valmere {
@@ -13,14 +14,18 @@ void StepLog::AttachLog(const std::shared_ptr<LogSink>& log) {
   }
 }
 
-void StepLog::Done(std::string_view step) {
+void StepLog::Done(std::string_view step) noexcept {
   const platform::Ticks now = platform::MonotonicNow();
   const platform::Ticks microseconds = (now - std::exchange(last_, now)) / 10;
   const auto line = [&] { return std::string(step) + ": " + std::to_string(microseconds) + " us"; };
   if (log_) {
     LogIn(zone_, log_, line);
-  } else {
+    return;
+  }
+  try {
     early_.push_back(line());
+  } catch (const std::exception&) {
+    // As with a line that goes to the log at once.
   }
 }
 

@@ -16,14 +16,14 @@ namespace valmere {
 // off. Steps from before there is a log are kept until it is attached.
 // Owner: the service, on its stack.
 // Threads: one.
-// Errors: std::bad_alloc.
+// Errors: a line that there is no memory for is lost.
 class StepLog {
  public:
   explicit StepLog(DebugZone zone) : zone_(zone), last_(platform::MonotonicNow()) {}
 
   void AttachLog(const std::shared_ptr<LogSink>& log);
   // `step` has just been done.
-  void Done(std::string_view step);
+  void Done(std::string_view step) noexcept;
 
  private:
   const DebugZone zone_;

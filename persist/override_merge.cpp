@@ -19,7 +19,7 @@ std::vector<PropertyLine> MergeOverride(PropertyMap&& overrides, PropertyMap& ma
 
 LoadOutcome LoadPropertyFiles(platform::FileSystem& files, platform::WidePathView main_path,
                               platform::WidePathView override_path, PropertyMap& map,
-                              const RequestWrite& request_write) {
+                              const RequestWrite& request_write, const MayRemove& may_remove) {
   LoadOutcome outcome;
   outcome.main_file = ReadPropertyFile(files, main_path, map);
   if (!outcome.Succeeded() || !files.Exists(override_path)) return outcome;
@@ -29,6 +29,7 @@ LoadOutcome LoadPropertyFiles(platform::FileSystem& files, platform::WidePathVie
   if (*outcome.override_file != PropertyFileResult::kRead) return outcome;
   for (const PropertyLine& line : MergeOverride(std::move(overrides), map))
     if (!request_write(line)) return outcome;
+  if (may_remove && !may_remove()) return outcome;
   outcome.override_removed = files.Remove(override_path);
   return outcome;
 }

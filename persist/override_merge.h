@@ -29,14 +29,17 @@ struct LoadOutcome {
 
 // Called with each line of the main file that an override changes; false when it won't be written.
 using RequestWrite = std::function<bool(const PropertyLine& line)>;
+// Whether the override file may go: asked last, as the file may be another one by then.
+using MayRemove = std::function<bool()>;
 
 // Reads the main file into `map`; if that went well and there is an override file that reads well,
 // applies it to `map`, asks for the lines to be written and removes it. An override file that
-// doesn't read well is neither applied nor removed; one of which a line won't be written is for the
-// next load. std::bad_alloc, also from `request_write`: the
-// override file is still there then, and the map may be half filled.
+// doesn't read well is neither applied nor removed; one of which a line won't be written, or that
+// may not be removed, is for the next load. std::bad_alloc, also from `request_write`: the override
+// file is still there then, and the map may be half filled.
 LoadOutcome LoadPropertyFiles(platform::FileSystem& files, platform::WidePathView main_path,
                               platform::WidePathView override_path, PropertyMap& map,
-                              const RequestWrite& request_write);
+                              const RequestWrite& request_write,
+                              const MayRemove& may_remove = nullptr);
 
 }  // namespace valmere

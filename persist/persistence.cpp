@@ -135,27 +135,33 @@ void Persistence::AttachEngine(const std::shared_ptr<PropertySink>& engine) {
     engine->AddProperty(property);
 }
 
+void Persistence::EndLoads() {
+  loads_ended_.store(true);
+  PropertyFileTurn::WakeAll();
+}
+
 void Persistence::End() {
-  ended_.store(true);
+  EndLoads();
   lines_.End();
 }
 
 bool Persistence::Load() {
   const ScopedLock hold(load_lock_);
   // A service that comes after may have the files for its own by now.
-  if (ended_.load()) return false;
-  const LoadOutcome outcome = LoadFiles();
+  if (loads_ended_.load()) return false;
+  const std::optional<LoadOutcome> outcome = LoadFiles();
+  if (!outcome) return false;
   std::deque<std::shared_ptr<Property>> registered;
   // A file that was refused says nothing of values that have changed since it was last read.
-  if (TookLines(outcome)) {
+  if (TookLines(*outcome)) {
     const ScopedLock hold_store(store_lock_);
     registered = registered_;
   }
   for (const auto& property : registered) {
     if (const std::string* text = LoadedValue(*property)) RestoreAnnounced(*property, *text);
   }
-  loading_error_->SetValue(!outcome.Succeeded());
-  return outcome.Succeeded();
+  loading_error_->SetValue(!outcome->Succeeded());
+  return outcome->Succeeded();
 }
 
 // Whoever asked for it by a message hears of a failure as of any other.
@@ -171,17 +177,21 @@ void Persistence::LoadOnCommand() {
 
 // A file that is refused whole leaves what was loaded before. Any other takes its place entirely,
 // so that a line that has gone from the file is forgotten.
-LoadOutcome Persistence::LoadFiles() {
+std::optional<LoadOutcome> Persistence::LoadFiles() {
   const platform::WidePath main_path = platform::WidenPath(main_path_->ToString());
   const platform::WidePath override_path = platform::WidenPath(override_path_->ToString());
   PropertyMap map;
   LoadOutcome outcome;
   {
-    const PropertyFileTurn turn(PropertyFileTurn::For::kReading);
-    outcome =
-        LoadPropertyFiles(*files_, main_path, override_path, map, [&](const PropertyLine& line) {
-          return lines_.Push(MakeWriteRequest(line.left_side, line.value, main_path));
-        });
+    const PropertyFileTurn turn(PropertyFileTurn::For::kReading,
+                                [this] { return loads_ended_.load(); });
+    if (!turn.taken()) return std::nullopt;
+    // Who comes back late from a file call may find an override that is meant for another.
+    const auto in_time = [&] { return turn.Lasts() && !loads_ended_.load(); };
+    const auto request_write = [&](const PropertyLine& line) {
+      return in_time() && lines_.Push(MakeWriteRequest(line.left_side, line.value, main_path));
+    };
+    outcome = LoadPropertyFiles(*files_, main_path, override_path, map, request_write, in_time);
   }
   if (TookLines(outcome)) loaded_ = std::move(map);
   LogLoad(outcome, main_path, override_path);

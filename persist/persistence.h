@@ -4,6 +4,7 @@
 #include <atomic>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,8 +56,11 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void AttachLog(const std::shared_ptr<LogSink>& log) { log_->Attach(log); }
   // Starts the thread that writes lines; false when there is none to be had.
   bool StartWorker(int priority) { return lines_.Start(priority); }
-  // Ends that thread and writes no more, whoever still holds this and changes properties: lines
-  // that are still queued or come later are discarded, and loads fail. On the thread that started
+  // From here on loads fail, also those that wait for others to be done with the files, and so hold
+  // nobody up any longer. Lines are still written. On any thread, any number of times.
+  void EndLoads();
+  // As EndLoads; also ends that thread and writes no more, whoever still holds this and changes
+  // properties: lines that are still queued or come later are discarded. On the thread that started
   // it, any number of times.
   void End();
 
@@ -73,7 +77,8 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void PublishOwn();
   void Publish(const std::shared_ptr<Property>& property) EXCLUDES(publish_lock_);
   void LoadOnCommand() EXCLUDES(load_lock_);
-  LoadOutcome LoadFiles() REQUIRES(load_lock_);
+  // Nothing when loads have ended meanwhile.
+  std::optional<LoadOutcome> LoadFiles() REQUIRES(load_lock_);
   void LogLoad(const LoadOutcome& outcome, platform::WidePathView main_path,
                platform::WidePathView override_path);
   // The text that was loaded for the property, or null.
@@ -103,7 +108,7 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   std::vector<std::shared_ptr<Property>> pending_ GUARDED_BY(publish_lock_);
 
   const std::shared_ptr<EarlyLog> log_ = std::make_shared<EarlyLog>();
-  std::atomic<bool> ended_{false};
+  std::atomic<bool> loads_ended_{false};
   LineQueue lines_;
 };
 

@@ -48,6 +48,11 @@ class Turns {
     next->wake.Release();
   }
 
+  bool IsCurrent(std::uint64_t turn) EXCLUDES(lock_) {
+    const ScopedLock hold(lock_);
+    return turn == current_;
+  }
+
   bool IsLastRewrite(std::uint64_t turn) EXCLUDES(lock_) {
     const ScopedLock hold(lock_);
     return turn == last_rewrite_;
@@ -98,6 +103,10 @@ PropertyFileTurn::~PropertyFileTurn() {
 
 bool PropertyFileTurn::MayWrite() const {
   return TheTurns().IsLastRewrite(number_);
+}
+
+bool PropertyFileTurn::Lasts() const {
+  return TheTurns().IsCurrent(number_);
 }
 
 void PropertyFileTurn::WakeAll() {

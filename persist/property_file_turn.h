@@ -31,6 +31,8 @@ class PropertyFileTurn {
   bool taken() const { return number_ != 0; }
   // False once another turn for rewriting has begun: this one's own lines are out of date.
   bool MayWrite() const;
+  // False once it was lost to one who waited: what was read in it may be out of date.
+  bool Lasts() const;
 
   // Has all who wait ask whether to give up.
   static void WakeAll();

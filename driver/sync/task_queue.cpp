@@ -25,7 +25,8 @@ class TaskQueue::Jobs {
   void Work() EXCLUDES(lock_);
   // Has them end; true the first time.
   bool Stop() EXCLUDES(lock_);
-  void AwaitDone() { done_.Wait(kSignalled); }
+  // As long as jobs are given at most.
+  void AwaitDone() { done_.WaitFor(kSignalled, kJobsEndMilliseconds); }
 
  private:
   bool Take(std::vector<Job>& batch) EXCLUDES(lock_);

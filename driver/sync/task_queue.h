@@ -1,6 +1,7 @@
 // A queue of jobs with one worker of its own, for work that must not run where it was found.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -14,10 +15,14 @@ namespace valmere {
 // jobs. Its thread holds all that it touches, and so may outlive it.
 // Threads: Push from any thread, from within a job too; End on the owner's.
 // Errors: a job must not throw. Jobs still queued at the end are run before that returns; where the
-// kernel gave no thread, all of them run there.
+// kernel gave no thread, all of them run there. Behind a job that does not return they are not waited
+// for.
 class TaskQueue {
  public:
   using Job = std::function<void()>;
+
+  // How long the end waits for jobs to be run.
+  static constexpr std::uint32_t kJobsEndMilliseconds = 2'000;
 
   // Priority 0 to 255, smaller is more urgent.
   explicit TaskQueue(int priority);
@@ -31,7 +36,8 @@ class TaskQueue {
   // Jobs run in the order in which they are pushed; each is destroyed when it has run. After the
   // last one a job is dropped.
   void Push(Job job);
-  // Runs what is queued, and what that pushes, and ends the worker. Any number of times.
+  // Runs what is queued, and what that pushes, and ends the worker. After kJobsEndMilliseconds the
+  // worker is ended as one whose function does not return. Any number of times.
   void End();
 
  private:

@@ -101,6 +101,17 @@ TEST_F(OverrideMergeTest, LeavesTheOverrideToTheNextLoadWhenALineWontBeWritten) 
   EXPECT_TRUE(OverrideIsThere());
 }
 
+TEST_F(OverrideMergeTest, LeavesAnOverrideThatItMayNotRemoveEvenIfNoLineAsksForThat) {
+  files_.Put(kPropertyFile, WithTrailer("a|=1\n"));
+  files_.Put(kOverrideFile, WithTrailer("x|=2\n"));
+  const LoadOutcome outcome = LoadPropertyFiles(
+      files_, kPropertyFile, kOverrideFile, map_, [](const PropertyLine&) { return true; },
+      [] { return false; });
+  EXPECT_TRUE(outcome.Succeeded());
+  EXPECT_TRUE(outcome.override_removed) << "it is no failure";
+  EXPECT_TRUE(OverrideIsThere());
+}
+
 TEST_F(OverrideMergeTest, RemovesAnOverrideWhoseEntriesAreAllUnknown) {
   const std::string main = WithTrailer("a|b=1\n");
   files_.Put(kPropertyFile, main);

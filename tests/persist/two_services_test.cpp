@@ -132,6 +132,21 @@ TEST_F(HungService, DoesNotWriteWhatIsOutOfDateWhenItComesBack) {
   EXPECT_EQ(disk_->Get(kMain), WithTrailer(Body(3)));
 }
 
+// No line of it would be written, so nobody is asked for that.
+TEST_F(HungService, DoesNotRemoveAnOverrideThatCameSince) {
+  const auto override_file = WithTrailer("G:Unknown|Group:Number=9\n");
+  disk_->Put(kMain, WithTrailer(Body(1)));
+  Service hung(files_);
+  files_->HangAtTheNextRead();
+  TestThread loading([&] { hung.persistence->Load(); });
+  files_->AwaitHanging();
+  const Service next(disk_);
+  disk_->Put(kOverride, override_file);
+  files_->GoOn();
+  loading.Join();
+  EXPECT_EQ(disk_->Get(kOverride), override_file);
+}
+
 TEST(EndedService, WritesNoMoreWhoeverStillHoldsIt) {
   const auto disk = std::make_shared<MemoryFileSystem>();
   const auto override_file = WithTrailer("G:P0|Group:Number=9\n");
@@ -151,21 +166,38 @@ TEST(EndedService, WritesNoMoreWhoeverStillHoldsIt) {
 }
 
 // The load reads the files when the end comes.
-TEST(EndedService, DoesNotUseUpAnOverrideWhoseLinesItCantWrite) {
+TEST(EndedService, DoesNotUseUpAnOverrideThatItsLoadStillComesUpon) {
+  for (const char* line : {"G:P0|Group:Number=9\n", "G:Unknown|Group:Number=9\n"}) {
+    const auto disk = std::make_shared<MemoryFileSystem>();
+    const auto files = std::make_shared<HangingFiles>(disk);
+    const auto override_file = WithTrailer(line);
+    disk->Put(kMain, WithTrailer(Body(1)));
+    const Service service(files);
+    disk->Put(kOverride, override_file);
+    files->HangAtTheNextRead();
+    TestThread loading([&] { service.persistence->Load(); });
+    files->AwaitHanging();
+    service.persistence->End();
+    files->GoOn();
+    loading.Join();
+    EXPECT_EQ(disk->Get(kOverride), override_file) << line;
+    EXPECT_EQ(disk->Get(kMain), WithTrailer(Body(1)));
+  }
+}
+
+TEST(EndedService, LoadsNoMoreWhereOthersHaveTheFiles) {
   const auto disk = std::make_shared<MemoryFileSystem>();
-  const auto files = std::make_shared<HangingFiles>(disk);
-  const auto override_file = WithTrailer("G:P0|Group:Number=9\n");
   disk->Put(kMain, WithTrailer(Body(1)));
-  const Service service(files);
-  disk->Put(kOverride, override_file);
-  files->HangAtTheNextRead();
-  TestThread loading([&] { service.persistence->Load(); });
-  files->AwaitHanging();
-  service.persistence->End();
-  files->GoOn();
+  const Service service(disk);
+  const PropertyFileTurn turn(PropertyFileTurn::For::kRewriting);
+  const platform::Ticks start = platform::MonotonicNow();
+  TestThread loading([&] { EXPECT_FALSE(service.persistence->Load()); });
+  // Lets the load come to its wait; where it has not, it fails before it.
+  PauseFor(20);
+  service.persistence->EndLoads();
   loading.Join();
-  EXPECT_EQ(disk->Get(kOverride), override_file);
-  EXPECT_EQ(disk->Get(kMain), WithTrailer(Body(1)));
+  EXPECT_LT(platform::MonotonicNow() - start, PropertyFileTurn::kLongest / 2);
+  EXPECT_EQ(service.LoadingError(), "False");
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 namespace valmere {
 namespace {
 
+using testing::Eventually;
 using testing::TestThread;
 
 TEST(TaskQueue, RunsJobsInTheOrderInWhichTheyArePushed) {
@@ -85,6 +86,35 @@ TEST(TaskQueue, GivesItsJobsMoreTimeThanAThreadGetsToEnd) {
     queue.Push([&] { ran = true; });
   }
   EXPECT_TRUE(ran);
+}
+
+// A job with a lock held can't be ended by force.
+TEST(TaskQueue, LeavesAJobBehindThatDoesNotReturn) {
+  struct Stuck {
+    platform::Lock lock;
+    platform::Semaphore begun;
+    platform::Semaphore go_on;
+  };
+  const auto stuck = std::make_shared<Stuck>();
+  const auto ran = std::make_shared<std::atomic<bool>>(false);
+  const platform::Ticks start = platform::MonotonicNow();
+  {
+    TaskQueue queue(251);
+    queue.Push([stuck] {
+      const platform::ScopedLock hold(stuck->lock);
+      stuck->begun.Release();
+      stuck->go_on.Wait();
+    });
+    queue.Push([ran] { *ran = true; });
+    stuck->begun.Wait();
+  }
+  const platform::Ticks taken = platform::MonotonicNow() - start;
+  EXPECT_GE(taken, TaskQueue::kJobsEndMilliseconds * platform::kTicksPerMillisecond);
+  EXPECT_LT(taken, 2 * TaskQueue::kJobsEndMilliseconds * platform::kTicksPerMillisecond);
+  EXPECT_EQ(LiveWorkerThreads::Live(), 1u);
+  stuck->go_on.Release();
+  EXPECT_TRUE(Eventually([] { return LiveWorkerThreads::Live() == 0; }));
+  EXPECT_TRUE(*ran);
 }
 
 // Pushes into its queue when it is destroyed, which needs the queue's lock.
