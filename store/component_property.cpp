@@ -28,6 +28,10 @@ std::shared_ptr<ClientConnection> ComponentProperty::connection() const {
 
 void ComponentProperty::set_connection(std::shared_ptr<ClientConnection> connection) {
   // The old handle, perhaps the last one of its connection, is let go after the lock.
+  SwapConnection(connection);
+}
+
+void ComponentProperty::SwapConnection(std::shared_ptr<ClientConnection>& connection) {
   const ScopedLock hold(value_lock_);
   connection_.swap(connection);
 }

@@ -28,6 +28,8 @@ class ComponentProperty : public StringProperty {
   // The connection on which the component published it last.
   std::shared_ptr<ClientConnection> connection() const;
   void set_connection(std::shared_ptr<ClientConnection> connection);
+  // The same; `connection` is the one that was replaced then.
+  void SwapConnection(std::shared_ptr<ClientConnection>& connection);
   bool PublishedOn(const ClientConnection& connection) const;
 
  private:

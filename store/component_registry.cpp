@@ -2,10 +2,22 @@
 // properties and connections let go, outside it.
 #include "store/component_registry.h"
 
-#include <new>
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace valmere {
+namespace {
+
+template <class List, class Condition>
+void MoveIf(List& from, List& to, Condition condition) {
+  for (auto place = from.begin(); place != from.end();) {
+    const auto moved = place++;
+    if (condition(*moved)) to.splice(to.end(), from, moved);
+  }
+}
+
+}  // namespace
 
 // A refused handle is the caller's argument still, and is let go after the lock.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
@@ -60,59 +72,65 @@ bool ComponentRegistry::IsOwnedBy(const Handle& property, const ClientConnection
 
 bool ComponentRegistry::AddHeir(const Handle& property, const ClientConnection& owner,
                                 Connection heir) {
+  Heirs dropped, added;
   const ScopedLock hold(index_lock_);
   if (!IsOwnedBy(property, owner)) return false;
-  Heirs& heirs = heirs_[property.get()];
-  CountContested();
-  if (!heirs.empty() && heirs.back() == heir) return true;
-  if (std::erase(heirs, heir) == 0)
-    std::erase_if(heirs, [&](const Connection& other) { return !can_own_(*other); });
-  try {
-    heirs.push_back(std::move(heir));
-  } catch (const std::bad_alloc&) {
-    ForgetHeir(*property, nullptr);  // an empty list is none
-    throw;
+  const auto place = heirs_.find(property.get());
+  if (place != heirs_.end()) {
+    Heirs& known = place->second;
+    const auto own = std::find(known.begin(), known.end(), heir);
+    if (own != known.end()) {
+      known.splice(known.end(), known, own);
+      return true;
+    }
   }
+  added.push_back(std::move(heir));
+  Heirs& heirs = heirs_[property.get()];
+  MoveIf(heirs, dropped, [&](const Connection& other) { return !can_own_(*other); });
+  heirs.splice(heirs.end(), added);
+  CountContested();
   return true;
 }
 
 bool ComponentRegistry::Reassign(const Handle& property, const ClientConnection& owner,
                                  Connection to) {
+  Heirs dropped;
   const ScopedLock hold(index_lock_);
   if (!IsOwnedBy(property, owner)) return false;
-  ForgetHeir(*property, to.get());
-  property->set_connection(std::move(to));
+  ForgetHeir(*property, to.get(), dropped);
+  property->SwapConnection(to);
   return true;
 }
 
 ComponentRegistry::Connection ComponentRegistry::TakeOver(const Handle& property,
                                                           const ClientConnection& owner) {
+  Heirs dropped;
   const ScopedLock hold(index_lock_);
-  if (IsOwnedBy(property, owner)) GiveToHeir(*property);
+  if (IsOwnedBy(property, owner)) GiveToHeir(*property, dropped);
   return property->connection();
 }
 
-bool ComponentRegistry::GiveToHeir(ComponentProperty& property) {
+bool ComponentRegistry::GiveToHeir(ComponentProperty& property, Heirs& dropped) {
   const auto place = heirs_.find(&property);
   if (place == heirs_.end()) return false;
   Heirs& heirs = place->second;
   while (!heirs.empty() && !can_own_(*heirs.back()))
-    heirs.pop_back();
+    dropped.splice(dropped.end(), heirs, std::prev(heirs.end()));
   const bool given = !heirs.empty();
   if (given) {
-    property.set_connection(std::move(heirs.back()));
-    heirs.pop_back();
+    property.SwapConnection(heirs.back());
+    dropped.splice(dropped.end(), heirs, std::prev(heirs.end()));
   }
   if (heirs.empty()) heirs_.erase(place);
   CountContested();
   return given;
 }
 
-void ComponentRegistry::ForgetHeir(const ComponentProperty& property,
-                                   const ClientConnection* heir) {
+void ComponentRegistry::ForgetHeir(const ComponentProperty& property, const ClientConnection* heir,
+                                   Heirs& dropped) {
   const auto place = heirs_.find(&property);
   if (place == heirs_.end()) return;
-  std::erase_if(place->second, [&](const Connection& other) { return other.get() == heir; });
+  MoveIf(place->second, dropped, [&](const Connection& other) { return other.get() == heir; });
   if (place->second.empty()) heirs_.erase(place);
   CountContested();
 }
@@ -120,11 +138,12 @@ void ComponentRegistry::ForgetHeir(const ComponentProperty& property,
 bool ComponentRegistry::RemoveOwnedBy(const ClientConnection& connection, Place& place,
                                       Arrivals& removed) {
   const Handle passed = place.last;  // let go after the lock
+  Heirs dropped;
   const ScopedLock hold(index_lock_);
   // The index knows nothing of the lock that guards it, and so can't be seen to hold it here.
   return index_.RemoveIf(place, removed, [&](const Handle& property) NO_THREAD_SAFETY_ANALYSIS {
-    if (property->PublishedOn(connection)) return !GiveToHeir(*property);
-    ForgetHeir(*property, &connection);
+    if (property->PublishedOn(connection)) return !GiveToHeir(*property, dropped);
+    ForgetHeir(*property, &connection, dropped);
     return false;
   });
 }

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <string_view>
 #include <unordered_map>
@@ -63,12 +64,14 @@ class ComponentRegistry {
   bool RemoveOwnedBy(const ClientConnection& connection, Place& place, Arrivals& removed);
 
  private:
-  // In the order of their last publications.
-  using Heirs = std::vector<Connection>;
+  // In the order of their last publications. A list, so that who is forgotten can be let go later
+  // without memory for that.
+  using Heirs = std::list<Connection>;
 
   bool IsOwnedBy(const Handle& property, const ClientConnection& owner) const REQUIRES(index_lock_);
-  bool GiveToHeir(ComponentProperty& property) REQUIRES(index_lock_);
-  void ForgetHeir(const ComponentProperty& property, const ClientConnection* heir)
+  // Both move handles that are given up to `dropped`, which is let go after the lock.
+  bool GiveToHeir(ComponentProperty& property, Heirs& dropped) REQUIRES(index_lock_);
+  void ForgetHeir(const ComponentProperty& property, const ClientConnection* heir, Heirs& dropped)
       REQUIRES(index_lock_);
   void CountContested() REQUIRES(index_lock_) { contested_.store(heirs_.size()); }
 

@@ -13,12 +13,16 @@ struct BusyMessage {
   std::string_view name;
   std::string text;
   bool changes_properties = false;
+  int times = 2;  // how often a client sends it
 };
 
-// One for each request key and each kind of text that is long to read, of `bytes` each.
+// One for each request key and each kind of text that is long to read, of `bytes` each; what asks for
+// all properties is short, and sent often.
 std::vector<BusyMessage> MakeBusyMessages(std::size_t bytes);
 
 // What those who ask for groups are to find: properties in the group without a GUID.
 std::string EmptyGroupText(int properties);
+// What those who ask for all are to find.
+std::string ManyPropertiesText();
 
 }  // namespace valmere::testing

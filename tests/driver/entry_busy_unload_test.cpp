@@ -56,19 +56,21 @@ class Burners {
   std::vector<TestThread> threads_;
 };
 
-// Clients of the service that runs: one that has published the empty group, one that subscribes to
-// all and reads nothing, and those that have each sent a long message twice.
+// Clients of the service that runs: one that has published the empty group and many properties more,
+// one that subscribes to all and reads nothing, and those that have each sent a message, as often as
+// that is to be sent.
 class BusyClients {
  public:
   BusyClients() {
     EXPECT_TRUE(owner_.Send(EmptyGroupText(20)));
+    EXPECT_TRUE(owner_.Send(ManyPropertiesText()));
     EXPECT_EQ(owner_.Ask(GetText(kOwnComponent)), OwnComponentText());
     EXPECT_TRUE(subscriber_.Send(R"({"SubscribeAllCurrentAndNewProperties": true})"));
   }
 
   void Send(const BusyMessage& message) {
     busy_.push_back(std::make_unique<Client>());
-    for (int i = 0; i < 2; ++i)
+    for (int i = 0; i < message.times; ++i)
       EXPECT_TRUE(busy_.back()->Send(message.text));
   }
   void SendByEach(const BusyMessage& message, int clients) {
@@ -141,10 +143,13 @@ TEST_P(BusyUnloadOfTest, IsCleanAndServesAgain) {
 
 INSTANTIATE_TEST_SUITE_P(BusyUnload, BusyUnloadOfTest,
                          ::testing::Values("gets of a group", "sets of an own property",
-                                           "subscriptions", "publications",
+                                           "subscriptions", "publications", "gets of all",
+                                           "subscriptions to all", "small lists",
                                            "numbers under no key of the service's"));
 
-TEST_F(BusyUnloadTest, IsCleanWithEachMessageAtOnceOnABusyMachine) {
+class BusyMachineTest : public BusyUnloadTest {};
+
+TEST_F(BusyMachineTest, HasACleanUnloadWithEachMessageAtOnce) {
   const Burners burners;
   BusyClients busy;
   for (const BusyMessage& message : Messages())

@@ -244,61 +244,6 @@ TEST(ComponentRegistry, ListsEachOnceThoughOthersComeAndGoMeanwhile) {
     EXPECT_TRUE(std::binary_search(met.begin(), met.end(), key)) << key;
 }
 
-TEST(ComponentRegistry, GivesWhatAnOwnerLeavesToItsLastHeirWithoutMemory) {
-  ComponentRegistry registry(AnyCanOwn);
-  const auto owner = MakeConnection(), first = MakeConnection(), last = MakeConnection();
-  const auto property = Make("c", "g", "a", owner);
-  registry.Add(property);
-  registry.Add(Make("c", "g", "b", owner));
-  EXPECT_FALSE(registry.HasHeirs());
-  EXPECT_TRUE(registry.AddHeir(property, *owner, last));
-  EXPECT_TRUE(registry.AddHeir(property, *owner, first));
-  EXPECT_TRUE(registry.AddHeir(property, *owner, last));
-  EXPECT_FALSE(registry.AddHeir(property, *first, last)) << "not the owner";
-  EXPECT_TRUE(registry.HasHeirs());
-  ComponentRegistry::Arrivals removed;
-  ComponentRegistry::Place place;
-  {
-    const testing::LimitedAllocations none(0);
-    registry.RemoveOwnedBy(*owner, place, removed);
-  }
-  EXPECT_EQ(removed.size(), 1u);
-  EXPECT_EQ(property->connection(), last);
-  EXPECT_EQ(registry.TakeOver(property, *last), first);
-  EXPECT_FALSE(registry.HasHeirs());
-  EXPECT_EQ(registry.TakeOver(property, *first), first) << "nobody is left to take it";
-  EXPECT_EQ(last.use_count(), 1);
-}
-
-TEST(ComponentRegistry, ForgetsHeirsThatCannotOwnAnyMore) {
-  static const ClientConnection* gone;
-  ComponentRegistry registry([](const ClientConnection& client) { return &client != gone; });
-  const auto owner = MakeConnection(), first = MakeConnection(), second = MakeConnection();
-  const auto property = Make("c", "g", "a", owner);
-  registry.Add(property);
-  EXPECT_TRUE(registry.AddHeir(property, *owner, first));
-  gone = first.get();
-  EXPECT_TRUE(registry.AddHeir(property, *owner, second));
-  EXPECT_EQ(first.use_count(), 1);
-  gone = second.get();
-  EXPECT_EQ(registry.TakeOver(property, *owner), owner);
-  EXPECT_EQ(second.use_count(), 1);
-  EXPECT_FALSE(registry.HasHeirs());
-}
-
-TEST(ComponentRegistry, HasTheHeirsThatItHadWhenThereIsNoMemoryForOneMore) {
-  ComponentRegistry registry(AnyCanOwn);
-  const auto owner = MakeConnection(), first = MakeConnection(), second = MakeConnection();
-  const auto property = Make("c", "g", "a", owner);
-  registry.Add(property);
-  testing::FailEachAllocation([&] { registry.AddHeir(property, *owner, first); },
-                              [&] { EXPECT_FALSE(registry.HasHeirs()); });
-  testing::FailEachAllocation([&] { registry.AddHeir(property, *owner, second); },
-                              [&] { EXPECT_TRUE(registry.HasHeirs()); });
-  EXPECT_EQ(registry.TakeOver(property, *owner), second);
-  EXPECT_EQ(registry.TakeOver(property, *second), first);
-}
-
 TEST(ComponentRegistry, HoldsAndRemovesTensOfThousandsOfProperties) {
   constexpr int kProperties = 30'000;
   ComponentRegistry registry(AnyCanOwn);
