@@ -1,6 +1,7 @@
 // A file call that does not come back: the service ends without it, and the next one serves.
 #include <memory>
 
+#include "platform/posix/sanitizers.h"
 #include "tests/faults/fault_fixture.h"
 
 namespace valmere {
@@ -66,6 +67,9 @@ TEST_F(HungFileCall, OfTheLogIsEndedByForce) {
 }
 
 TEST_F(HungFileCall, OfTheLineWriterKeepsNoLaterServiceFromItsFile) {
+#ifdef VALMERE_ADDRESS_SANITIZER
+  GTEST_SKIP() << "what the thread held for itself is a leak, and has to be one";
+#endif
   const HungCall hung(Fault::kRead);
   FaultClient client;
   EXPECT_TRUE(client.Send(testing::SetText(testing::kPeriod, "1000")));
