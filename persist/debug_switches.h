@@ -24,7 +24,7 @@ enum class DebugZone : std::size_t {
   kInit,  // the steps of construction
   kManufacturing,
   kLeakTracking,  // the live counters
-  kThreadIds,     // each line says which thread logged it
+  kThreadIds,     // a line with its number when a thread first logs
   kBpl,
   kCount,
 };

@@ -15,8 +15,8 @@ namespace valmere {
 // jobs. Its thread holds all that it touches, and so may outlive it.
 // Threads: Push from any thread, from within a job too; End on the owner's.
 // Errors: a job must not throw. Jobs still queued at the end are run before that returns; where the
-// kernel gave no thread, all of them run there. Behind a job that does not return they are not waited
-// for.
+// kernel gave no thread, all of them run there. Behind a job that does not return they are not
+// waited for.
 class TaskQueue {
  public:
   using Job = std::function<void()>;

@@ -26,8 +26,8 @@ constexpr const char* kRootVariable = "VALMERE_ROOT";
 constexpr const char* kDefaultRoot = "/var/lib/valmere";
 constexpr mode_t kNewFileMode = 0644;
 
-// Asks again for as long as a signal breaks the call, which may hang: with the file system that it goes
-// to.
+// Asks again for as long as a signal breaks the call, which may hang with the file system that it
+// goes to.
 template <class Call>
 auto Uninterrupted(Call call) {
   const WaitInKernel wait;

@@ -16,8 +16,8 @@ struct BusyMessage {
   int times = 2;  // how often a client sends it
 };
 
-// One for each request key and each kind of text that is long to read, of `bytes` each; what asks for
-// all properties is short, and sent often.
+// One for each request key and each kind of text that is long to read, of `bytes` each; what asks
+// for all properties is short, and sent often.
 std::vector<BusyMessage> MakeBusyMessages(std::size_t bytes);
 
 // What those who ask for groups are to find: properties in the group without a GUID.

@@ -56,9 +56,9 @@ class Burners {
   std::vector<TestThread> threads_;
 };
 
-// Clients of the service that runs: one that has published the empty group and many properties more,
-// one that subscribes to all and reads nothing, and those that have each sent a message, as often as
-// that is to be sent.
+// Clients of the service that runs: one that has published the empty group and many properties
+// more, one that subscribes to all and reads nothing, and those that have each sent a message, as
+// often as that is to be sent.
 class BusyClients {
  public:
   BusyClients() {

@@ -1,5 +1,5 @@
-// A scanner that there is no memory for. The program has its malloc wrapped; memory for anything else is
-// asked for in other ways.
+// A scanner that there is no memory for. The program has its malloc wrapped; memory for anything
+// else is asked for in other ways.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

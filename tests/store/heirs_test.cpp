@@ -69,7 +69,7 @@ TEST(Heirs, ForgetsHeirsThatCannotOwnAnyMore) {
   EXPECT_FALSE(registry.HasHeirs());
 }
 
-// A client that has left; its handle, the last, is given back where others can still ask the registry.
+// A client's last handle is given back where others can still ask the registry.
 TEST(Heirs, LetsGoOfNoConnectionUnderItsLock) {
   ComponentRegistry registry([](const ClientConnection& client) { return !client.ended(); });
   std::vector<TestThread> askers;  // outlive the calls that they may have to wait for
