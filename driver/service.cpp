@@ -88,6 +88,8 @@ ValmereService::~ValmereService() {
   StepLog steps(DebugZone::kDeInit);
   steps.AttachLog(log_);
   LogIn(DebugZone::kLeakTracking, log_, LiveCounters);
+  // Each of the streams may wait with one, and they come one after the other.
+  persistence_->StopLoads();
   sessions_.reset();
   steps.Done("Sessions released");
   acceptor_->End();

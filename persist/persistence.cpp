@@ -136,14 +136,14 @@ void Persistence::AttachEngine(const std::shared_ptr<PropertySink>& engine) {
 }
 
 void Persistence::End() {
-  ended_.store(true);
+  StopLoads();
   lines_.End();
 }
 
 bool Persistence::Load() {
   const ScopedLock hold(load_lock_);
   // A service that comes after may have the files for its own by now.
-  if (ended_.load()) return false;
+  if (loads_stopped_.load()) return false;
   const LoadOutcome outcome = LoadFiles();
   std::deque<std::shared_ptr<Property>> registered;
   // A file that was refused says nothing of values that have changed since it was last read.
