@@ -21,8 +21,9 @@ namespace valmere {
 // Errors: a file that can't be opened gives a stream that transfers nothing: counts of 0.
 class FileStream final : public Connection {
  public:
-  // Larger files are not read whole.
-  static constexpr std::uint64_t kLargestWhole = std::uint64_t{1} << 30;
+  // Larger files are not read whole. The service's own have some kilobytes; which file it takes for a
+  // property file is for clients to say, and reading, checking and writing one is not cut short.
+  static constexpr std::uint64_t kLargestWhole = std::uint64_t{16} << 20;
 
   FileStream(platform::FileSystem& files, platform::WidePathView path, platform::OpenFlags flags);
 

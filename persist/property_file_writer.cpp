@@ -24,7 +24,7 @@ struct Body {
 };
 
 // kWritten when there is a body to go on with; a file that is missing or too short has an empty
-// one.
+// one. There is none where the file might become one that can't be read any more.
 RewriteResult ReadBody(platform::FileSystem& files, platform::WidePathView path, std::size_t room,
                        Body& body) {
   FileStream stream(files, path, platform::OpenFlags::kRead);
@@ -32,7 +32,9 @@ RewriteResult ReadBody(platform::FileSystem& files, platform::WidePathView path,
   // lines to this one.
   if (!stream.IsOpen() && files.Exists(path)) return RewriteResult::kNotOpened;
   const std::optional<std::uint64_t> file_size = stream.IsOpen() ? stream.Size() : 0;
-  if (!file_size || *file_size > FileStream::kLargestWhole) return RewriteResult::kShortRead;
+  if (!file_size || room > FileStream::kLargestWhole ||
+      *file_size > FileStream::kLargestWhole - room)
+    return RewriteResult::kShortRead;
   if (*file_size > kPropertyFileTrailer)
     body.size = static_cast<std::size_t>(*file_size) - kPropertyFileTrailer;
   body.bytes.reset(new (std::nothrow) char[body.size + room]);

@@ -12,6 +12,7 @@
 #include "persist/debug_switches.h"
 #include "protocol/parser_lock.h"
 #include "tests/driver/messages.h"
+#include "tests/persist/hanging_files.h"
 #include "tests/persist/property_file_samples.h"
 #include "tests/support/frame_client.h"
 #include "tests/support/hex_example.h"
@@ -157,6 +158,28 @@ TEST(ValmereService, TwoLiveSideBySide) {
   const auto other = newer->sessions().Find(newer->sessions().Open());
   SendFrame(*other, testing::GetText(testing::kOwnComponent));
   EXPECT_EQ(ReadBytes(*other, expected.size()), expected);
+}
+
+// Nothing tells that a load waits for another; it gets a moment to.
+TEST(ValmereService, NoLoadThatWaitsBeginsOnceItEnds) {
+  const auto disk = std::make_shared<MemoryFileSystem>();
+  const auto files = std::make_shared<testing::HangingFiles>(disk);
+  auto service = std::make_unique<ValmereService>(files, kPaths, "8.3", "6250");
+  const std::string load =
+      testing::SetText(Own(kGeneral, "0D9B0F83-2282-4728-A78E-FE2FF4E3A13C"), "True");
+  const auto first = service->sessions().Find(service->sessions().Open());
+  const auto second = service->sessions().Find(service->sessions().Open());
+  files->HangAtTheNextRead();
+  SendFrame(*first, load);
+  files->AwaitHanging();
+  const std::uint64_t opens = disk->opens();
+  SendFrame(*second, load);
+  platform::Semaphore().WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond);
+  TestThread ending([&] { service.reset(); });
+  EXPECT_EQ(ReadBytes(*first, 1), "");  // returns when the session is closed
+  files->GoOn();
+  ending.Join();
+  EXPECT_EQ(disk->opens(), opens + 1);
 }
 
 // The service that it replaces may be parsing one long message after the other.

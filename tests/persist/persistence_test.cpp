@@ -381,6 +381,18 @@ TEST_F(PersistenceTest, OneLoadEndsBeforeTheNextBegins) {
   EXPECT_EQ(files_->opens(), opens + 2);
 }
 
+TEST_F(PersistenceTest, NoLoadBeginsOnceLoadsAreStoppedButLinesAreWritten) {
+  StartWriting();
+  const auto number = RegisterNumber(5);
+  persistence_->StopLoads();
+  const std::uint64_t opens = files_->opens();
+  EXPECT_FALSE(persistence_->Load());
+  Own("Load Properties")->SetFromString("True");
+  EXPECT_EQ(files_->opens(), opens);
+  number->SetValue(6);
+  EXPECT_TRUE(FileBecomes("G:P|Group:Number=6\n"));
+}
+
 // Here too: the load gets a moment in which it mustn't read.
 TEST_F(PersistenceTest, ALoadDoesNotMeetALineThatIsBeingWritten) {
   std::unique_ptr<TestThread> loading;

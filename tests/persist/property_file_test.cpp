@@ -158,6 +158,15 @@ TEST_F(PropertyFileTest, RefusesAFileWhoseSizeCantBeHad) {
   EXPECT_THAT(map_, IsEmpty());
 }
 
+// Any file of the device may be named as the property file, a log of years too.
+TEST_F(PropertyFileTest, RefusesAFileOfMoreThanSixteenMebibytes) {
+  constexpr std::size_t kMost = std::size_t{16} << 20;
+  std::string body = "a|=";
+  body.resize(kMost - kPropertyFileTrailer - 1, 'v');
+  EXPECT_EQ(ReadBody(body + "\n"), PropertyFileResult::kRead);
+  EXPECT_EQ(ReadBody(body + "v\n"), PropertyFileResult::kNotReadable);
+}
+
 TEST_F(PropertyFileTest, RefusesAFileThatIsReadShort) {
   const std::string file = WithTrailer("a|b=1\n");
   for (std::size_t count = 0; count < file.size(); ++count) {

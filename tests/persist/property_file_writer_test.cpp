@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "persist/file_stream.h"
 #include "persist/property_file.h"
 #include "tests/persist/huge_file_system.h"
 #include "tests/persist/property_file_samples.h"
@@ -166,6 +167,18 @@ TEST_F(PropertyFileWriterTest, LeavesAFileAloneThatIsLargerThanTheLargest) {
   EXPECT_EQ(RewriteLine(files, MakeWriteRequest("a|b", "2", kPropertyFile)),
             RewriteResult::kShortRead);
   EXPECT_EQ(files.opens_for_writing(), 0);
+}
+
+// Who made it larger could not read it any more.
+TEST_F(PropertyFileWriterTest, LeavesAFileAloneThatWouldBecomeTooLarge) {
+  std::string lines = "a|b=";
+  lines.resize(FileStream::kLargestWhole - 9, 'v');
+  const std::string file = WithTrailer(lines + "\n");
+  files_.Put(kPropertyFile, file);
+  EXPECT_EQ(Rewrite("c|d", "2"), RewriteResult::kShortRead);
+  EXPECT_TRUE(files_.Get(kPropertyFile) == file);
+  EXPECT_EQ(Rewrite("c|d", std::string(FileStream::kLargestWhole, 'v')), RewriteResult::kShortRead);
+  EXPECT_TRUE(files_.Get(kPropertyFile) == file);
 }
 
 TEST_F(PropertyFileWriterTest, LeavesTheFileAloneWhenItCannotBeOpened) {
