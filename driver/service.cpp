@@ -94,12 +94,7 @@ ValmereService::~ValmereService() {
   StepLog steps(DebugZone::kDeInit);
   steps.AttachLog(log_);
   LogIn(DebugZone::kLeakTracking, log_, LiveCounters);
-<<<<<<< HEAD
   if (persistence_) persistence_->EndLoads();
-=======
-  // Each of the streams may wait with one, and they come one after the other.
-  persistence_->StopLoads();
->>>>>>> w-attack
   sessions_.reset();
   steps.Done("Sessions released");
   if (acceptor_) acceptor_->End();

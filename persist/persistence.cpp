@@ -141,25 +141,16 @@ void Persistence::EndLoads() {
 }
 
 void Persistence::End() {
-<<<<<<< HEAD
   EndLoads();
-=======
-  StopLoads();
->>>>>>> w-attack
   lines_.End();
 }
 
 bool Persistence::Load() {
   const ScopedLock hold(load_lock_);
   // A service that comes after may have the files for its own by now.
-<<<<<<< HEAD
   if (loads_ended_.load()) return false;
   const std::optional<LoadOutcome> outcome = LoadFiles();
   if (!outcome) return false;
-=======
-  if (loads_stopped_.load()) return false;
-  const LoadOutcome outcome = LoadFiles();
->>>>>>> w-attack
   std::deque<std::shared_ptr<Property>> registered;
   // A file that was refused says nothing of values that have changed since it was last read.
   if (TookLines(*outcome)) {

@@ -56,18 +56,11 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void AttachLog(const std::shared_ptr<LogSink>& log) { log_->Attach(log); }
   // Starts the thread that writes lines; false when there is none to be had.
   bool StartWorker(int priority) { return lines_.Start(priority); }
-<<<<<<< HEAD
   // From here on loads fail, also those that wait for others to be done with the files, and so hold
   // nobody up any longer. Lines are still written. On any thread, any number of times.
   void EndLoads();
   // As EndLoads; also ends that thread and writes no more, whoever still holds this and changes
   // properties: lines that are still queued or come later are discarded. On the thread that started
-=======
-  // Has no further load begin, of those too that wait for another: loads fail from here on.
-  void StopLoads() { loads_stopped_.store(true); }
-  // Ends that thread and writes no more, whoever still holds this and changes properties: lines
-  // that are still queued or come later are discarded, and loads fail. On the thread that started
->>>>>>> w-attack
   // it, any number of times.
   void End();
 
@@ -115,11 +108,7 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   std::vector<std::shared_ptr<Property>> pending_ GUARDED_BY(publish_lock_);
 
   const std::shared_ptr<EarlyLog> log_ = std::make_shared<EarlyLog>();
-<<<<<<< HEAD
   std::atomic<bool> loads_ended_{false};
-=======
-  std::atomic<bool> loads_stopped_{false};
->>>>>>> w-attack
   LineQueue lines_;
 };
 

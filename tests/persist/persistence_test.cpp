@@ -384,7 +384,7 @@ TEST_F(PersistenceTest, OneLoadEndsBeforeTheNextBegins) {
 TEST_F(PersistenceTest, NoLoadBeginsOnceLoadsAreStoppedButLinesAreWritten) {
   StartWriting();
   const auto number = RegisterNumber(5);
-  persistence_->StopLoads();
+  persistence_->EndLoads();
   const std::uint64_t opens = files_->opens();
   EXPECT_FALSE(persistence_->Load());
   Own("Load Properties")->SetFromString("True");
