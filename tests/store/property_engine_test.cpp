@@ -11,8 +11,8 @@
 #include <gtest/gtest.h>
 
 #include "driver/sync/live_counters.h"
-#include "store/uint_property.h"
 #include "protocol/parser_lock.h"
+#include "store/uint_property.h"
 #include "tests/store/engine_fixture.h"
 #include "tests/support/parser_lock_probe.h"
 #include "tests/support/test_thread.h"
