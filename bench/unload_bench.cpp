@@ -15,9 +15,11 @@
 
 #include "driver/prn.h"
 #include "protocol/message_frame.h"
+#include "tests/driver/busy_messages.h"
 
 namespace {
 
+using valmere::testing::BusyMessage;
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
@@ -25,55 +27,12 @@ constexpr int kEnds = 3;
 constexpr double kAim = 50;
 constexpr double kLimit = 500;
 
-// A frame of the full length: `begin`, as many pieces as fit, `end`. A '#' in the piece counts up.
-std::string LongFrame(const std::string& begin, const std::string& piece, const std::string& end) {
-  std::string frame;
-  valmere::BeginFrame(frame);
-  frame += begin;
-  const std::size_t mark = piece.find('#');
-  for (unsigned number = 0;; ++number) {
-    std::string next = piece;
-    if (mark != std::string::npos) next.replace(mark, 1, std::to_string(number));
-    if (frame.size() + next.size() + end.size() >
-        valmere::kMaximumMessageBytes + valmere::kFrameHeaderBytes)
-      break;
-    frame += next;
-  }
-  frame += end;
-  valmere::EndFrame(frame);
-  return frame;
-}
-
-struct Load {
-  std::string_view name;
-  std::string frame;
-};
-
-std::vector<Load> Loads() {
-  return {
-      {"gets of a group of 20", LongFrame(R"({"PropertyGetRequests":[)", "1,", "1]}")},
-      {"publications", LongFrame(R"({"PropertyGetResponses":[)",
-                                 R"({"GUID":"#:#","Status":"Successful"},)", "1]}")},
-      {"subscriptions", LongFrame(R"({"PropertySubscribeRequests":[)", R"({"GUID":"#"},)", "1]}")},
-      {"values under no known key", LongFrame(R"({"a":[)", "1,", "1]}")},
-      {"small gets, 64 KiB queued", ""},
-  };
-}
-
-std::string SmallFrame(std::string_view text) {
+std::string FrameOf(std::string_view text) {
   std::string frame;
   valmere::BeginFrame(frame);
   frame += text;
   valmere::EndFrame(frame);
   return frame;
-}
-
-std::string SmallGets() {
-  const std::string get = SmallFrame(R"({"PropertyGetRequests":[{"Component":"C","GUID":":0"}]})");
-  std::string frames;
-  while (frames.size() < 65536)
-    frames += get;
-  return frames;
 }
 
 void Send(std::uint32_t handle, const std::string& bytes) {
@@ -86,14 +45,12 @@ void AwaitReply(std::uint32_t handle) {
   PRN_Read(handle, &byte, 1);
 }
 
-void PublishGroup() {
-  std::string text = R"({"PropertyGetResponses":[)";
-  for (int i = 0; i < 20; ++i)
-    text += (i > 0 ? R"(,{"Component":"C","GUID":":)" : R"({"Component":"C","GUID":":)") +
-            std::to_string(i) + R"(","Status":"Successful","Value":"a value"})";
+// Who publishes what the clients ask for.
+void Publish() {
   const std::uint32_t owner = PRN_Open(1, 0, 0);
-  Send(owner, SmallFrame(text + "]}"));
-  Send(owner, SmallFrame(R"({"PropertyGetRequests":[1]})"));
+  Send(owner, FrameOf(valmere::testing::EmptyGroupText(20)));
+  Send(owner, FrameOf(valmere::testing::ManyPropertiesText()));
+  Send(owner, FrameOf(R"({"PropertyGetRequests":[{"GUID":"g:g"}]})"));
   AwaitReply(owner);
 }
 
@@ -104,14 +61,15 @@ std::uintmax_t MarkerBytes(const std::filesystem::path& root) {
 }
 
 // The time of one end beyond its grace.
-double TimeEnd(const std::string& frame, int clients) {
+double TimeEnd(const BusyMessage& message, int clients) {
   PRN_Init(0);
-  PublishGroup();
-  Send(PRN_Open(1, 0, 0), SmallFrame(R"({"SubscribeAllCurrentAndNewProperties":true})"));
+  Publish();
+  Send(PRN_Open(1, 0, 0), FrameOf(R"({"SubscribeAllCurrentAndNewProperties":true})"));
+  const std::string frame = FrameOf(message.text);
   for (int i = 0; i < clients; ++i) {
     const std::uint32_t handle = PRN_Open(1, 0, 0);
-    Send(handle, frame);
-    Send(handle, frame);
+    for (int time = 0; time < message.times; ++time)
+      Send(handle, frame);
   }
   // Long enough to be in the middle of some of them, too short for all.
   std::this_thread::sleep_for(std::chrono::milliseconds(30));
@@ -120,14 +78,13 @@ double TimeEnd(const std::string& frame, int clients) {
   return Milliseconds(Clock::now() - start).count() - 3000;
 }
 
-void Measure(const Load& load, int clients, const std::filesystem::path& root) {
-  const std::string frame = load.frame.empty() ? SmallGets() : load.frame;
+void Measure(const BusyMessage& message, int clients, const std::filesystem::path& root) {
   std::vector<double> times;
   const std::uintmax_t before = MarkerBytes(root);
   for (int i = 0; i < kEnds; ++i)
-    times.push_back(TimeEnd(frame, clients));
+    times.push_back(TimeEnd(message, clients));
   std::sort(times.begin(), times.end());
-  std::printf("%-26s %4d %10.1f %10.1f %8.0f %8.0f %6ju of %d\n", load.name.data(), clients,
+  std::printf("%-38s %4d %10.1f %10.1f %8.0f %8.0f %6ju of %d\n", message.name.data(), clients,
               times[kEnds / 2], times.back(), kAim, kLimit, (MarkerBytes(root) - before) / 4,
               kEnds);
   std::fflush(stdout);
@@ -135,16 +92,20 @@ void Measure(const Load& load, int clients, const std::filesystem::path& root) {
 
 }  // namespace
 
-int main() {
+// With the words of a kind's name, it measures that kind alone.
+int main(int argc, char** argv) {
   const std::filesystem::path root =
       std::filesystem::temp_directory_path() /
       ("unload_bench." + std::to_string(Clock::now().time_since_epoch().count()));
   std::filesystem::create_directories(root / "Store");
   setenv("VALMERE_ROOT", root.c_str(), 1);
-  std::printf("%-26s %4s %10s %10s %8s %8s %6s\n", "at work on", "", "median ms", "most ms", "aim",
+  std::printf("%-38s %4s %10s %10s %8s %8s %6s\n", "at work on", "", "median ms", "most ms", "aim",
               "limit", "clean");
-  for (const Load& load : Loads())
+  for (const BusyMessage& message :
+       valmere::testing::MakeBusyMessages(valmere::kMaximumMessageBytes)) {
+    if (argc > 1 && message.name != argv[1]) continue;
     for (const int clients : {1, 10, 100})
-      Measure(load, clients, root);
+      Measure(message, clients, root);
+  }
   std::filesystem::remove_all(root);
 }
