@@ -52,4 +52,27 @@ class ThreadMark {
   std::atomic<Standing> standing_{Standing::kRunning};
 };
 
+// Purpose: holds the place at which a worker may be ended by force: one call of the kernel that may
+//   wait. Nothing that allocates or takes a lock belongs into its scope.
+// Owner, threads: the calling thread, for the length of the call.
+// Errors: none. A thread that was ended meanwhile does not come out of it.
+class MarkedWait {
+ public:
+  // Null for a thread that is none of ours.
+  explicit MarkedWait(ThreadMark* mark) : mark_(mark) {
+    if (mark_ != nullptr && !mark_->BeginWait()) mark_ = nullptr;
+  }
+  ~MarkedWait() {
+    if (mark_ != nullptr && !mark_->EndWait()) StayForEver();
+  }
+  MarkedWait(const MarkedWait&) = delete;
+  MarkedWait& operator=(const MarkedWait&) = delete;
+
+ private:
+  // The backend's. What ends the thread is on its way.
+  [[noreturn]] static void StayForEver();
+
+  ThreadMark* mark_;
+};
+
 }  // namespace valmere::platform

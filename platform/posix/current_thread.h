@@ -11,26 +11,10 @@ namespace valmere::platform {
 [[gnu::tls_model("initial-exec")]] inline constinit thread_local ThreadMark* current_thread_mark =
     nullptr;
 
-// Purpose: holds the place at which a worker may be ended by force: one call of the kernel that may
-//   wait. Nothing that allocates or takes a lock belongs into its scope.
-// Owner, threads: the calling thread, for the length of the call.
-// Errors: none. A thread that was ended meanwhile does not come out of it.
-class WaitInKernel {
+// The calling thread's.
+class WaitInKernel : public MarkedWait {
  public:
-  WaitInKernel() : mark_(current_thread_mark) {
-    if (mark_ != nullptr && !mark_->BeginWait()) mark_ = nullptr;
-  }
-  ~WaitInKernel() {
-    if (mark_ != nullptr && !mark_->EndWait()) StayForEver();
-  }
-  WaitInKernel(const WaitInKernel&) = delete;
-  WaitInKernel& operator=(const WaitInKernel&) = delete;
-
- private:
-  // The signal that ends it is on its way.
-  [[noreturn]] static void StayForEver();
-
-  ThreadMark* mark_;
+  WaitInKernel() : MarkedWait(current_thread_mark) {}
 };
 
 }  // namespace valmere::platform

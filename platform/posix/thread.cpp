@@ -145,7 +145,7 @@ void SendEndSignal(pthread_t thread, void* state, Ticks deadline) {
 
 }  // namespace
 
-void WaitInKernel::StayForEver() {
+void MarkedWait::StayForEver() {
   for (;;)
     pause();
 }

@@ -79,7 +79,7 @@ void SetCurrentThreadMark(ThreadMark* mark) noexcept {
   g_slot.Set(mark);
 }
 
-void WaitInKernel::StayForEver() {
+void MarkedWait::StayForEver() {
   for (;;)
     Sleep(INFINITE);
 }
