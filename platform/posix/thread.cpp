@@ -49,16 +49,10 @@ constexpr std::size_t kStackFactor = 4;
 constexpr std::size_t kStackFactor = 1;
 #endif
 
-int EndSignal() {
-  return SIGRTMIN + 3;
-}
-
-sigset_t EndSignalSet() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, EndSignal());
-  return set;
-}
+// One of the faults. A worker must not block it, and any other signal that it does not block it could
+// take from the program, which may have it blocked elsewhere to wait for it. Programs have no other use
+// for this one.
+constexpr int kEndSignal = SIGSYS;
 
 // What workers do not take: every signal but faults. The process's other signals are for the
 // threads of the program that loaded the library.
@@ -90,12 +84,12 @@ class LentSignal {
     action.sa_sigaction = handler;
     action.sa_flags = SA_SIGINFO;
     sigfillset(&action.sa_mask);
-    sigaction(EndSignal(), &action, &program_);
+    sigaction(kEndSignal, &action, &program_);
   }
   // Not after Keep: a thread that has yet to meet its signal must find our handler.
   ~LentSignal() {
     const ScopedLock hold(lock_);
-    if (!kept_ && --borrowers_ == 0) sigaction(EndSignal(), &program_, nullptr);
+    if (!kept_ && --borrowers_ == 0) sigaction(kEndSignal, &program_, nullptr);
   }
   LentSignal(const LentSignal&) = delete;
   LentSignal& operator=(const LentSignal&) = delete;
@@ -133,12 +127,9 @@ void WaitInKernel::StayForEver() {
 
 void* Thread::State::Run(void* argument) {
   State* const state = static_cast<State*>(argument);
-  const sigset_t end = EndSignalSet();
-  pthread_sigmask(SIG_UNBLOCK, &end, nullptr);
   current_thread_mark = &state->mark;
   state->entry(state->argument);
   current_thread_mark = nullptr;
-  pthread_sigmask(SIG_BLOCK, &end, nullptr);
   if (state->mark.End())
     state->ended.Release();
   else
@@ -191,7 +182,7 @@ bool Thread::ForceEnd() noexcept {
   const Ticks deadline = MonotonicNow() + kForceWait;
   sigval value{};
   value.sival_ptr = state;
-  pthread_sigqueue(state->handle, EndSignal(), value);
+  pthread_sigqueue(state->handle, kEndSignal, value);
   const bool ended = state->ended.WaitUntil(deadline);
   if (ended) AwaitGone(state->forced_id, deadline);
   // Not joined: that would wait for exit hooks that never run.
