@@ -50,16 +50,10 @@ constexpr std::size_t kStackFactor = 4;
 constexpr std::size_t kStackFactor = 1;
 #endif
 
-int EndSignal() {
-  return SIGRTMIN + 3;
-}
-
-sigset_t EndSignalSet() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, EndSignal());
-  return set;
-}
+// One of the faults. A worker must not block it, and any other signal that it does not block it could
+// take from the program, which may have it blocked elsewhere to wait for it. Programs have no other use
+// for this one.
+constexpr int kEndSignal = SIGSYS;
 
 // What workers do not take: every signal but faults. The process's other signals are for the
 // threads of the program that loaded the library.
@@ -91,12 +85,12 @@ class LentSignal {
     action.sa_sigaction = handler;
     action.sa_flags = SA_SIGINFO;
     sigfillset(&action.sa_mask);
-    sigaction(EndSignal(), &action, &program_);
+    sigaction(kEndSignal, &action, &program_);
   }
   // Not after Keep: a thread that has yet to meet its signal must find our handler.
   ~LentSignal() {
     const ScopedLock hold(lock_);
-    if (!kept_ && --borrowers_ == 0) sigaction(EndSignal(), &program_, nullptr);
+    if (!kept_ && --borrowers_ == 0) sigaction(kEndSignal, &program_, nullptr);
   }
   LentSignal(const LentSignal&) = delete;
   LentSignal& operator=(const LentSignal&) = delete;
@@ -139,7 +133,7 @@ bool AwaitGone(pid_t id, Ticks deadline) {
 void SendEndSignal(pthread_t thread, void* state, Ticks deadline) {
   sigval value{};
   value.sival_ptr = state;
-  while (pthread_sigqueue(thread, EndSignal(), value) == EAGAIN && MonotonicNow() < deadline)
+  while (pthread_sigqueue(thread, kEndSignal, value) == EAGAIN && MonotonicNow() < deadline)
     nanosleep(&kPause, nullptr);
 }
 
@@ -152,12 +146,9 @@ void MarkedWait::StayForEver() {
 
 void* Thread::State::Run(void* argument) {
   State* const state = static_cast<State*>(argument);
-  const sigset_t end = EndSignalSet();
-  pthread_sigmask(SIG_UNBLOCK, &end, nullptr);
   current_thread_mark = &state->mark;
   state->entry(state->argument);
   current_thread_mark = nullptr;
-  pthread_sigmask(SIG_BLOCK, &end, nullptr);
   if (state->mark.End())
     state->ended.Release();
   else
