@@ -25,16 +25,25 @@ constexpr bool NeedsEscape(unsigned char byte) {
   return byte < 0x20 || byte == '"' || byte == '\\';
 }
 
+constexpr std::size_t kWordBytes = sizeof(std::uint64_t);
+
+bool WordNeedsEscape(const char* at) {
+  std::uint64_t word;
+  std::memcpy(&word, at, sizeof word);
+  return (AnyBelow(word, 0x20) | AnyEqual(word, '"') | AnyEqual(word, '\\')) != 0;
+}
+
+// The last word overlaps the one before it.
 bool NeedsEscape(std::string_view text) {
-  std::size_t at = 0;
-  for (; text.size() - at >= sizeof(std::uint64_t); at += sizeof(std::uint64_t)) {
-    std::uint64_t word;
-    std::memcpy(&word, text.data() + at, sizeof word);
-    if ((AnyBelow(word, 0x20) | AnyEqual(word, '"') | AnyEqual(word, '\\')) != 0) return true;
+  if (text.size() < kWordBytes) {
+    for (const char byte : text)
+      if (NeedsEscape(static_cast<unsigned char>(byte))) return true;
+    return false;
   }
-  for (; at < text.size(); ++at)
-    if (NeedsEscape(static_cast<unsigned char>(text[at]))) return true;
-  return false;
+  const char* const last = text.data() + text.size() - kWordBytes;
+  for (const char* at = text.data(); at < last; at += kWordBytes)
+    if (WordNeedsEscape(at)) return true;
+  return WordNeedsEscape(last);
 }
 
 // The letter that stands after the backslash; 0 when the byte has no letter of its own.

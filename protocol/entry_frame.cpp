@@ -105,6 +105,12 @@ bool EntryFrame::AppendText(std::string_view entries) {
   return AppendWhole(entries.size(), [&] { return PutPieces(entries, kCopiedAtOnce, 1); });
 }
 
+// What completed the frame goes; a comma comes behind what there is.
+inline void EntryFrame::Reopen() {
+  if (buffer_.size() != end_) buffer_.resize(end_);
+  if (!empty()) buffer_.push_back(',');
+}
+
 template <class Record>
 bool EntryFrame::AppendEntry(const Record& record) {
   RawSize raw;
@@ -130,12 +136,6 @@ bool EntryFrame::AppendEntry(const Record& record) {
 bool EntryFrame::HasRoomFor(std::size_t bytes) const {
   const std::size_t end = end_ + 1 + bytes + kTextEnd.size();
   return end <= buffer_.capacity() && end <= most_ && !stop_.load(std::memory_order_relaxed);
-}
-
-// What completed the frame goes; a comma comes behind what there is.
-void EntryFrame::Reopen() {
-  if (buffer_.size() != end_) buffer_.resize(end_);
-  if (!empty()) buffer_.push_back(',');
 }
 
 void EntryFrame::Finish() {

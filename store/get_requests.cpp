@@ -76,6 +76,7 @@ bool PropertyEngine::AnswerAll(ResponseFrame& replies) const {
 template <class Registry>
 bool PropertyEngine::AnswerAllOf(const Registry& registry, ResponseFrame& replies) const {
   std::vector<typename Registry::Handle> step;
+  step.reserve(PropertyIndex<Property>::kStep);
   typename Registry::Place place;
   bool more = true;
   while (more) {
