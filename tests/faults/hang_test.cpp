@@ -103,6 +103,9 @@ TEST_F(HungFileCall, OfALoadIsLeftBehindAndNobodyWaitsForIt) {
   hung.reset();
   EXPECT_TRUE(Serves());
   later.Close();
+  // Task queue, acceptor, publisher, lines and log: those of the service that runs.
+  constexpr std::uint32_t kOwnThreads = 5;
+  EXPECT_TRUE(Eventually([] { return LiveWorkerThreads::Live() == kOwnThreads; }));
   Stop();
   EXPECT_EQ(Markers(), 1u) << "the one that was left behind has gone";
 }
