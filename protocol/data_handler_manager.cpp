@@ -214,9 +214,9 @@ void DataHandlerManager::AddStream(std::shared_ptr<Connection> stream) {
   const std::uint32_t serial = g_next_serial.fetch_add(1);
   auto peekable =
       std::make_shared<PeekableStream>(std::make_shared<ClientConnection>(std::move(stream)));
-  // The thread belongs to the table, and a thread that was left behind has outlived the queue.
+  // The thread belongs to the table, and may outlive the queue; it must not be the last to hold it.
   auto thread = std::make_unique<WorkerThread>(
-      [server = server_, streams = std::weak_ptr(streams_), tasks = std::weak_ptr(tasks_), serial,
+      [server = server_, streams = std::weak_ptr(streams_), tasks = tasks_->inlet(), serial,
        peekable] {
         server->HandleAndClose(peekable);
         AskForRelease(streams, tasks, serial);
@@ -226,13 +226,11 @@ void DataHandlerManager::AddStream(std::shared_ptr<Connection> stream) {
 }
 
 void DataHandlerManager::AskForRelease(const std::weak_ptr<StreamTable>& streams,
-                                       const std::weak_ptr<TaskQueue>& tasks,
-                                       std::uint32_t serial) {
+                                       const TaskQueue::Inlet& tasks, std::uint32_t serial) {
   const auto table = streams.lock();
-  const auto queue = tasks.lock();
-  if (!table || !queue) return;
+  if (!table) return;
   try {
-    queue->Push([table, serial] { table->Release(serial); });
+    tasks.Push([table, serial] { table->Release(serial); });
   } catch (const std::bad_alloc&) {
     table->Defer(serial);
   }

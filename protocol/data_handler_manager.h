@@ -45,7 +45,7 @@ class DataHandlerManager : public StreamSink {
   class StreamTable;
 
   static void AskForRelease(const std::weak_ptr<StreamTable>& streams,
-                            const std::weak_ptr<TaskQueue>& tasks, std::uint32_t serial);
+                            const TaskQueue::Inlet& tasks, std::uint32_t serial);
 
   const std::shared_ptr<Server> server_;
   const std::shared_ptr<TaskQueue> tasks_;

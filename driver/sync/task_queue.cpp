@@ -52,6 +52,10 @@ void TaskQueue::Push(Job job) {
   jobs_->Push(std::move(job));
 }
 
+void TaskQueue::Inlet::Push(Job job) const {
+  jobs_->Push(std::move(job));
+}
+
 void TaskQueue::End() {
   if (!jobs_->Stop()) return;
   if (!running()) jobs_->Work();

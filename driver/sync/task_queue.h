@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "driver/sync/worker_thread.h"
 
@@ -40,11 +41,34 @@ class TaskQueue {
   // worker is ended as one whose function does not return. Any number of times.
   void End();
 
+  // A way in for those who may outlive the queue: it keeps nothing of it but its list of jobs.
+  class Inlet;
+  Inlet inlet() const;
+
  private:
   class Jobs;
 
   const std::shared_ptr<Jobs> jobs_;
   std::optional<WorkerThread> worker_;
 };
+
+// Purpose: pushes jobs as the queue does; after the queue's last job they are dropped.
+// Owner: anybody; copies lead to the same queue.
+// Threads: any.
+// Errors: as the queue's.
+class TaskQueue::Inlet {
+ public:
+  void Push(Job job) const;
+
+ private:
+  friend class TaskQueue;
+  explicit Inlet(std::shared_ptr<Jobs> jobs) : jobs_(std::move(jobs)) {}
+
+  std::shared_ptr<Jobs> jobs_;
+};
+
+inline TaskQueue::Inlet TaskQueue::inlet() const {
+  return Inlet(jobs_);
+}
 
 }  // namespace valmere

@@ -8,6 +8,7 @@
 #include <optional>
 #include <vector>
 
+#include "driver/sync/live_counters.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere {
@@ -201,6 +202,18 @@ TEST(TaskQueue, TakesJobsFromManyThreads) {
       });
   }
   EXPECT_EQ(ran, kAskers * kJobs);
+}
+
+TEST(TaskQueue, AnInletPushesAndOutlivesTheQueue) {
+  auto queue = std::make_unique<TaskQueue>(251);
+  const TaskQueue::Inlet inlet = queue->inlet();
+  std::atomic<int> runs{0};
+  inlet.Push([&] { ++runs; });
+  EXPECT_TRUE(testing::Eventually([&] { return runs == 1; }));
+  queue.reset();
+  EXPECT_EQ(LiveWorkerThreads::Live(), 0u) << "the inlet keeps no queue";
+  inlet.Push([&] { ++runs; });
+  EXPECT_EQ(runs, 1);
 }
 
 }  // namespace
