@@ -18,6 +18,7 @@
 #include "host/root_folder.h"
 #include "host/server.h"
 #include "host/service_manager.h"
+#include "host/skeleton.h"
 
 namespace {
 
@@ -38,8 +39,8 @@ void AllowManyDescriptors(std::size_t clients) {
 int Serve(const Options& options) {
   const std::optional<int> inherited = InheritedSocket();
   AllowManyDescriptors(options.limits.clients);
-  const RootFolder root(options.root, options.init_root ? RootFolder::Content::kSkeleton
-                                                        : RootFolder::Content::kAsItIs);
+  const RootFolder root(options.root);
+  if (options.init_root) GiveSkeleton(root);
   // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread yet
   setenv("VALMERE_ROOT", root.path().c_str(), 1);
   ListeningSocket listener =
@@ -74,6 +75,9 @@ int main(int argc, char** argv) {
   } catch (const RootInUse& error) {
     Report(error.what());
     return kExitRootInUse;
+  } catch (const RootUnusable& error) {
+    Report(error.what());
+    return kExitRootUnusable;
   } catch (const std::exception& error) {
     Report(error.what());
     return kExitFailure;

@@ -38,7 +38,7 @@ Files and environment:
 
 Exit status:
   0 ended by SIGTERM or SIGINT, 1 failure, 2 usage, 3 a service answers on the socket, 4 another
-  valmered serves the root.)";
+  valmered serves the root, 5 the root can't be used.)";
 
 std::string FindLibrary() {
   const std::filesystem::path folder =

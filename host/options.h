@@ -22,6 +22,7 @@ enum ExitCode : int {
   kExitUsage = 2,
   kExitSocketInUse = 3,
   kExitRootInUse = 4,
+  kExitRootUnusable = 5,
 };
 
 // Reads the command line. Nothing when the program has to end with `exit_code` at once: after

@@ -84,9 +84,27 @@ class CallLog {
   std::string text_;
 };
 
+// Purpose: the address that a service manager listens on for notices.
+// Owner: a test.
+// Threads: one.
+// Errors: a notice that does not come within kPatience is "no notice".
+class NoticeSocket {
+ public:
+  explicit NoticeSocket(const std::string& path);
+  ~NoticeSocket();
+  NoticeSocket(const NoticeSocket&) = delete;
+  NoticeSocket& operator=(const NoticeSocket&) = delete;
+
+  std::string Next() const;
+
+ private:
+  const int socket_;
+};
+
 class ValmeredTest : public ::testing::Test {
  protected:
-  ValmeredTest() : log_(folder_.Path("calls")) {}
+  // The root has the folder that the service keeps its settings in.
+  ValmeredTest();
 
   std::vector<std::string> Command(const std::vector<std::string>& options = {}) const;
   // Starts valmered and waits until it is ready.
