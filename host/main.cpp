@@ -16,9 +16,11 @@
 #include "host/options.h"
 #include "host/report.h"
 #include "host/root_folder.h"
+#include "host/root_watch.h"
 #include "host/server.h"
 #include "host/service_manager.h"
 #include "host/skeleton.h"
+#include "host/standing.h"
 
 namespace {
 
@@ -47,11 +49,13 @@ int Serve(const Options& options) {
       inherited ? ListeningSocket(*inherited) : ListeningSocket(options.socket, root);
   DriverLibrary driver(options.library);
   Server server(listener, driver, options.limits);
+  Standing standing(root, listener.path());
+  const RootWatch watch(server.loop(), root, [&](bool in_place) { standing.TellRoot(in_place); });
   driver.Init();
   if (server.Start()) {
     std::printf("valmered: ready on %s\n", listener.path().c_str());
     std::fflush(stdout);
-    NotifyReady();
+    standing.TellReady();
   }
   server.Run();
   NotifyStopping();

@@ -34,7 +34,8 @@ Files and environment:
   The socket is $VALMERE_SOCKET, else $XDG_RUNTIME_DIR/valmere/PRN1, else /run/valmere/PRN1. One
   that a service manager passes on (LISTEN_FDS, LISTEN_PID) is served instead of it.
   The library is looked for in the folder lib beside the program's.
-  With NOTIFY_SOCKET in the environment the service manager is told READY=1 and STOPPING=1.
+  With NOTIFY_SOCKET in the environment the service manager is told READY=1, STOPPING=1, and a
+  status that says where clients are served and why settings can't be kept, if they can't.
 
 Exit status:
   0 ended by SIGTERM or SIGINT, 1 failure, 2 usage, 3 a service answers on the socket, 4 another

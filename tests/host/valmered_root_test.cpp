@@ -32,7 +32,63 @@ std::string ContentOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-using ValmeredRootTest = ValmeredTest;
+class ValmeredRootTest : public ValmeredTest {
+ protected:
+  // As a service manager starts it.
+  void StartNotified(const std::vector<std::string>& options = {}) {
+    std::vector<std::string> environment = environment_;
+    environment.push_back("NOTIFY_SOCKET=" + folder_.Path("notify"));
+    valmered_ = std::make_unique<Subprocess>(Command(options), environment);
+    ASSERT_EQ(valmered_->ReadLine(), "valmered: ready on " + socket_);
+  }
+  // Starts it and takes the first notice.
+  void StartReady() {
+    StartNotified();
+    ASSERT_EQ(notices_.Next(), "READY=1\nSTATUS=" + Serving());
+  }
+  std::string Serving() const { return "serving on " + socket_; }
+  std::string Gone() const {
+    return root_ + ": no longer leads to the root that is served; settings will not be kept";
+  }
+  void ExpectTold(const std::string& line, const std::string& status) {
+    EXPECT_EQ(valmered_->ReadErrorLine(), "valmered: " + line);
+    EXPECT_EQ(notices_.Next(), "STATUS=" + status);
+  }
+  void ExpectGone() { ExpectTold(Gone(), Serving() + "; " + Gone()); }
+  void ExpectBack() { ExpectTold(root_ + ": leads to the root that is served again", Serving()); }
+
+  const NoticeSocket notices_{folder_.Path("notify")};
+};
+
+TEST_F(ValmeredRootTest, IsServedAlsoWhereSettingsAreNotKeptAndToldOf) {
+  fs::remove(root_ + "/Store");
+  StartNotified();
+  const std::string flaw =
+      root_ + "/Store: cannot be opened: No such file or directory; settings will not be kept";
+  EXPECT_EQ(valmered_->ReadErrorLine(), "valmered: " + flaw);
+  EXPECT_EQ(notices_.Next(), "READY=1\nSTATUS=" + Serving() + "; " + flaw);
+  RawClient(socket_).Exchange("a");
+}
+
+TEST_F(ValmeredRootTest, IsServedWhereItIsReadOnly) {
+  if (const std::string reason = WhyNothingCanBeMounted(); !reason.empty()) GTEST_SKIP() << reason;
+  const MountedFolder mounted(root_, "size=64k");
+  fs::create_directories(root_ + "/Store");
+  mounted.MakeReadOnly();
+  StartNotified({"--init-root"});
+  EXPECT_THAT(notices_.Next(), HasSubstr("Read-only file system; settings will not be kept"));
+  RawClient(socket_).Exchange("a");
+}
+
+TEST_F(ValmeredRootTest, IsServedWhereTheDiskIsFull) {
+  if (const std::string reason = WhyNothingCanBeMounted(); !reason.empty()) GTEST_SKIP() << reason;
+  const MountedFolder mounted(root_, "size=64k");
+  fs::create_directories(root_ + "/Store");
+  mounted.Fill();
+  StartNotified();
+  EXPECT_THAT(notices_.Next(), HasSubstr("No space left on device; settings will not be kept"));
+  RawClient(socket_).Exchange("a");
+}
 
 TEST_F(ValmeredRootTest, HasAnExitCodeOfItsOwnWhenItCanNotBeMade) {
   fs::remove_all(root_);
@@ -74,6 +130,72 @@ TEST_F(ValmeredRootTest, IsGivenNothingUnasked) {
   fs::remove_all(root_);
   Start();
   EXPECT_TRUE(fs::is_empty(root_));
+}
+
+TEST_F(ValmeredRootTest, IsMissedWhenItIsMovedAndToldOfWhenItIsBack) {
+  StartReady();
+  fs::rename(root_, folder_.Path("elsewhere"));
+  ExpectGone();
+  fs::create_directories(root_);
+  fs::remove(root_);
+  fs::rename(folder_.Path("elsewhere"), root_);
+  ExpectBack();
+  RawClient(socket_).Exchange("a");
+}
+
+TEST_F(ValmeredRootTest, IsFoundAgainBehindALink) {
+  StartReady();
+  fs::rename(root_, folder_.Path("elsewhere"));
+  ExpectGone();
+  fs::create_directory_symlink(folder_.Path("elsewhere"), root_);
+  ExpectBack();
+}
+
+TEST_F(ValmeredRootTest, IsMissedWhenAFolderThatItLiesInIsMoved) {
+  const std::string outer = folder_.Path("a/b");
+  fs::create_directories(outer + "/c/root/Store");
+  const NoticeSocket notices(folder_.Path("notify2"));
+  Subprocess valmered(
+      {VALMERED, "--root", outer + "/c/root", "--socket", socket_, "--library", FAKE_DRIVER},
+      {environment_[0], "NOTIFY_SOCKET=" + folder_.Path("notify2")});
+  EXPECT_EQ(notices.Next(), "READY=1\nSTATUS=" + Serving());
+  fs::rename(outer, folder_.Path("a/moved"));
+  EXPECT_THAT(notices.Next(), HasSubstr("; " + outer + "/c/root: no longer leads"));
+  fs::rename(folder_.Path("a/moved"), outer);
+  EXPECT_EQ(notices.Next(), "STATUS=" + Serving());
+}
+
+TEST_F(ValmeredRootTest, IsMissedWhenItIsRemoved) {
+  std::ofstream(root_ + "/file") << "x";
+  StartReady();
+  fs::remove_all(root_);
+  ExpectGone();
+  // Another folder of that name is not the one that is served.
+  fs::create_directories(root_ + "/Store");
+  valmered_->Signal(SIGTERM);
+  EXPECT_EQ(notices_.Next(), "STOPPING=1");
+  EXPECT_EQ(valmered_->Wait(), 0);
+  EXPECT_THAT(valmered_->errors(), IsEmpty());
+}
+
+TEST_F(ValmeredRootTest, IsMissedWhenAnotherFileSystemCoversIt) {
+  if (const std::string reason = WhyNothingCanBeMounted(); !reason.empty()) GTEST_SKIP() << reason;
+  StartReady();
+  {
+    const MountedFolder mounted(root_, "size=64k");
+    ExpectGone();
+  }
+  ExpectBack();
+}
+
+TEST_F(ValmeredRootTest, IsNotMissedWhileFilesComeAndGoInItAndBesideIt) {
+  StartReady();
+  fs::create_directories(folder_.Path("beside"));
+  std::ofstream(root_ + "/Store/file") << "x";
+  fs::rename(root_ + "/Store/file", root_ + "/Store/other");
+  fs::rename(folder_.Path("beside"), folder_.Path("beside2"));
+  RawClient(socket_).Exchange("a");
+  Stop(SIGTERM);
 }
 
 }  // namespace

@@ -160,7 +160,7 @@ TEST_F(ValmeredStartTest, TellsItsServiceManagerHowItStands) {
   const NoticeSocket notices(folder_.Path("notify"));
   valmered_ = std::make_unique<Subprocess>(
       Command(), std::vector{environment_[0], "NOTIFY_SOCKET=" + folder_.Path("notify")});
-  EXPECT_EQ(notices.Next(), "READY=1");
+  EXPECT_EQ(notices.Next(), "READY=1\nSTATUS=serving on " + socket_);
   RawClient(socket_).Exchange("a");
   valmered_->Signal(SIGTERM);
   EXPECT_EQ(notices.Next(), "STOPPING=1");
