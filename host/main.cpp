@@ -14,6 +14,7 @@
 #include "host/driver_library.h"
 #include "host/listening_socket.h"
 #include "host/options.h"
+#include "host/refused_file.h"
 #include "host/report.h"
 #include "host/root_folder.h"
 #include "host/root_watch.h"
@@ -49,6 +50,7 @@ int Serve(const Options& options) {
       inherited ? ListeningSocket(*inherited) : ListeningSocket(options.socket, root);
   DriverLibrary driver(options.library);
   Server server(listener, driver, options.limits);
+  KeepRefusedFile(root);
   Standing standing(root, listener.path());
   const RootWatch watch(server.loop(), root, [&](bool in_place) { standing.TellRoot(in_place); });
   driver.Init();

@@ -198,5 +198,15 @@ TEST_F(ValmeredRootTest, IsNotMissedWhileFilesComeAndGoInItAndBesideIt) {
   Stop(SIGTERM);
 }
 
+TEST_F(ValmeredRootTest, KeepsAPropertyFileThatIsRefused) {
+  const std::string file = root_ + "/Store/ValmereProperties.ini";
+  std::ofstream(file) << "damaged";
+  Start();
+  EXPECT_THAT(valmered_->ReadErrorLine(),
+              StartsWith("valmered: " + file + ": refused, its checksum is wrong; kept as "));
+  EXPECT_EQ(ContentOf(file + ".refused"), "damaged");
+  Stop(SIGTERM);
+}
+
 }  // namespace
 }  // namespace valmere::test
