@@ -39,15 +39,23 @@ void AllowManyDescriptors(std::size_t clients) {
            std::to_string(clients) + " clients");
 }
 
+// What the driver library reads when it is loaded and started.
+void TellDriver(const RootFolder& root, const Options& options) {
+  // NOLINTBEGIN(concurrency-mt-unsafe): one thread yet
+  setenv("VALMERE_ROOT", root.path().c_str(), 1);
+  setenv("VALMERE_MAX_LOG", std::to_string(options.log_bytes).c_str(), 1);
+  // NOLINTEND(concurrency-mt-unsafe)
+}
+
 int Serve(const Options& options) {
   const std::optional<int> inherited = InheritedSocket();
   AllowManyDescriptors(options.limits.clients);
   const RootFolder root(options.root);
   if (options.init_root) GiveSkeleton(root);
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread yet
-  setenv("VALMERE_ROOT", root.path().c_str(), 1);
+  TellDriver(root, options);
   ListeningSocket listener =
       inherited ? ListeningSocket(*inherited) : ListeningSocket(options.socket, root);
+  root.Enter();
   DriverLibrary driver(options.library);
   Server server(listener, driver, options.limits);
   KeepRefusedFile(root);

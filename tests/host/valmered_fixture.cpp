@@ -187,7 +187,7 @@ std::vector<std::string> ValmeredTest::Command(const std::vector<std::string>& o
 void ValmeredTest::Start(const std::vector<std::string>& options) {
   valmered_ = std::make_unique<Subprocess>(Command(options), environment_);
   ASSERT_EQ(valmered_->ReadLine(), "valmered: ready on " + socket_);
-  ASSERT_EQ(log_.Next(), "init " + root_);
+  ASSERT_EQ(log_.Next(), "init " + root_ + " log " + log_bytes_);
 }
 
 void ValmeredTest::Stop(int signal) {

@@ -107,7 +107,7 @@ class ValmeredTest : public ::testing::Test {
   ValmeredTest();
 
   std::vector<std::string> Command(const std::vector<std::string>& options = {}) const;
-  // Starts valmered and waits until it is ready.
+  // Starts valmered and waits until it is ready. The driver is told of a log of `log_bytes_`.
   void Start(const std::vector<std::string>& options = {});
   // Ends it by a signal; expects a clean end.
   void Stop(int signal);
@@ -117,6 +117,7 @@ class ValmeredTest : public ::testing::Test {
   const std::string socket_ = folder_.Path("run/PRN1");
   const std::vector<std::string> environment_{"FAKE_DRIVER_LOG=" + folder_.Path("calls")};
   CallLog log_;
+  std::string log_bytes_ = "16777216";
   std::unique_ptr<Subprocess> valmered_;
 };
 

@@ -198,6 +198,32 @@ TEST_F(ValmeredRootTest, IsNotMissedWhileFilesComeAndGoInItAndBesideIt) {
   Stop(SIGTERM);
 }
 
+TEST_F(ValmeredRootTest, IsTheWorkingFolder) {
+  Start();
+  EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(valmered_->process()) + "/cwd"), root_);
+}
+
+TEST_F(ValmeredRootTest, AndSocketAndLibraryMayBeNamedFromWhereItIsStarted) {
+  fs::copy_file(FAKE_DRIVER, folder_.Path("driver.so"));
+  valmered_ = std::make_unique<Subprocess>(
+      std::vector<std::string>{"/bin/sh", "-c",
+                               "cd \"$1\" && exec \"$0\" --root root --socket run/PRN1 --library "
+                               "driver.so",
+                               VALMERED, folder_.Path("")},
+      environment_);
+  EXPECT_EQ(valmered_->ReadLine(), "valmered: ready on " + socket_);
+  EXPECT_EQ(log_.Next(), "init " + root_ + " log 16777216");
+  RawClient(socket_).Exchange("a");
+  Stop(SIGTERM);
+  EXPECT_FALSE(fs::exists(socket_));
+}
+
+TEST_F(ValmeredRootTest, HoldsALogOfTheLengthThatIsWanted) {
+  log_bytes_ = "2097152";
+  Start({"--max-log", "2MiB"});
+  Stop(SIGTERM);
+}
+
 TEST_F(ValmeredRootTest, KeepsAPropertyFileThatIsRefused) {
   const std::string file = root_ + "/Store/ValmereProperties.ini";
   std::ofstream(file) << "damaged";
