@@ -11,6 +11,8 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 #include "protocol/message_frame.h"
@@ -152,9 +154,36 @@ std::vector<std::string> CallLog::Until(const std::string& last) {
   return lines;
 }
 
+NoticeSocket::NoticeSocket(const std::string& path)
+    : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+  EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  timeval patience{};
+  patience.tv_sec = static_cast<decltype(patience.tv_sec)>(kPatience.count());
+  setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+}
+
+NoticeSocket::~NoticeSocket() {
+  close(socket_);
+}
+
+std::string NoticeSocket::Next() const {
+  char buffer[1024];
+  const ssize_t count = recv(socket_, buffer, sizeof(buffer), 0);
+  return count < 0 ? "no notice" : std::string(buffer, static_cast<std::size_t>(count));
+}
+
+std::string ContentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
 std::vector<std::string> ValmeredTest::Command(const std::vector<std::string>& options) const {
-  std::vector<std::string> command{VALMERED, "--root",    root_,      "--socket",
-                                   socket_,  "--library", FAKE_DRIVER};
+  std::vector<std::string> command{VALMERED,    "--root",          root_,
+                                   "--socket",  socket_,           "--library",
+                                   FAKE_DRIVER, "--drain-timeout", drain_timeout_};
   command.insert(command.end(), options.begin(), options.end());
   return command;
 }

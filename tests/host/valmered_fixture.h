@@ -84,6 +84,27 @@ class CallLog {
   std::string text_;
 };
 
+// Purpose: the address that a service manager listens on for notices.
+// Owner: a test.
+// Threads: one.
+// Errors: a notice that does not come within kPatience is "no notice".
+class NoticeSocket {
+ public:
+  explicit NoticeSocket(const std::string& path);
+  ~NoticeSocket();
+  NoticeSocket(const NoticeSocket&) = delete;
+  NoticeSocket& operator=(const NoticeSocket&) = delete;
+
+  std::string Next() const;
+
+ private:
+  const int socket_;
+};
+
+// The content of a file; nothing of one that is not there.
+std::string ContentOf(const std::string& path);
+
+// valmered ends at once here, and calls the driver for clients alone, unless a test wants it to drain.
 class ValmeredTest : public ::testing::Test {
  protected:
   ValmeredTest() : log_(folder_.Path("calls")) {}
@@ -99,6 +120,7 @@ class ValmeredTest : public ::testing::Test {
   const std::string socket_ = folder_.Path("run/PRN1");
   const std::vector<std::string> environment_{"FAKE_DRIVER_LOG=" + folder_.Path("calls")};
   CallLog log_;
+  std::string drain_timeout_ = "0";
   std::unique_ptr<Subprocess> valmered_;
 };
 

@@ -2,11 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -28,38 +26,6 @@ std::vector<std::string> FilesBelow(const std::string& folder) {
   }
   return files;
 }
-
-std::string ContentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// The address that a service manager listens on for notices.
-class NoticeSocket {
- public:
-  explicit NoticeSocket(const std::string& path)
-      : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-    EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    timeval patience{};
-    patience.tv_sec = static_cast<decltype(patience.tv_sec)>(kPatience.count());
-    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
-  }
-  ~NoticeSocket() { close(socket_); }
-  NoticeSocket(const NoticeSocket&) = delete;
-  NoticeSocket& operator=(const NoticeSocket&) = delete;
-
-  std::string Next() const {
-    char buffer[1024];
-    const ssize_t count = recv(socket_, buffer, sizeof(buffer), 0);
-    return count < 0 ? "no notice" : std::string(buffer, static_cast<std::size_t>(count));
-  }
-
- private:
-  const int socket_;
-};
 
 // A service manager tells the process its own number, which only the process itself knows.
 std::vector<std::string> Activated(const std::vector<std::string>& command) {
