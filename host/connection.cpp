@@ -116,14 +116,21 @@ void Connection::ReadOnce() {
   }
 }
 
-// The client takes nothing any more; what it had sent before still counts. It may have closed its
-// reading side alone and go on sending, so there is an end to that.
-void Connection::DrainAndClose() {
-  for (std::size_t drained = 0; drained < kMostDrainedBytes;) {
+// What has come is taken for the last; the client may go on sending, so there is an end to that. False
+// when the driver refuses it.
+bool Connection::TakeRest() {
+  for (std::size_t taken = 0; taken < kMostDrainedBytes;) {
     const ssize_t count = recv(socket_, scratch_.data(), scratch_.size(), 0);
-    if (count <= 0 || !PassOn(scratch_.first(static_cast<std::size_t>(count)))) break;
-    drained += static_cast<std::size_t>(count);
+    if (count <= 0) break;
+    if (!PassOn(scratch_.first(static_cast<std::size_t>(count)))) return false;
+    taken += static_cast<std::size_t>(count);
   }
+  return true;
+}
+
+// The client takes nothing any more; what it had sent before still counts.
+void Connection::DrainAndClose() {
+  TakeRest();
   Close();
 }
 
@@ -164,6 +171,11 @@ void Connection::ClientFinished() {
   static const std::string frame = DisconnectFrame();
   const auto* bytes = reinterpret_cast<const unsigned char*>(frame.data());
   if (!driver_.Write(handle_, {bytes, frame.size()})) Close();
+}
+
+void Connection::Finish() {
+  if (closing_ || !reading_) return;
+  Guarded([this] { TakeRest() ? ClientFinished() : Close(); });
 }
 
 void Connection::Attend() {

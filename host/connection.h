@@ -48,6 +48,9 @@ class Connection {
 
   // Looks after what its pump has come upon.
   void Attend();
+  // Goes on as if the client had sent its last byte: what the socket holds by now is the last that is
+  // taken, what was asked is answered, and then it closes.
+  void Finish();
   // Ends handle and socket without waiting for the pump's thread to be gone.
   void BeginClose();
   // Ends all and leads to `closed`.
@@ -62,6 +65,7 @@ class Connection {
   void Guarded(Action action);
 
   void ReadOnce();
+  bool TakeRest();
   void DrainAndClose();
   bool PassOn(std::span<const unsigned char> bytes);
   bool WriteToDriver(std::span<const unsigned char> piece);

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "client/driver_transport.h"
 #include "driver/prn.h"
 
 namespace valmere::host {
@@ -23,6 +24,9 @@ class DriverLibrary {
 
   void Init() { context_ = init_(0); }
   void Deinit() const { deinit_(context_); }
+  // What a client in this process needs, who comes over a handle of its own.
+  client::DriverEntryPoints entry_points() const { return {open_, close_, read_, write_}; }
+  std::uint32_t context() const { return context_; }
   std::uint32_t Open() const { return open_(context_, 0, 0); }
   bool Close(std::uint32_t handle) const { return close_(handle) != 0; }
   // Says nothing of how much came: the driver always reports the whole count.

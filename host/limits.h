@@ -1,4 +1,4 @@
-// What a client may take before valmered closes its handle.
+// What a client may take before valmered closes its handle, and all of them when it ends.
 #pragma once
 
 #include <chrono>
@@ -15,6 +15,9 @@ struct Limits {
   // is twice the longest text of one publishing period.
   std::size_t unread_bytes = std::size_t{32} << 20;
   std::chrono::milliseconds unread{30'000};  // age of the oldest byte that waits for a client
+  // From the signal that ends valmered on, for what has been accepted: its answers, its lines in the
+  // property file. 0 drops it.
+  std::chrono::milliseconds drain{2'000};
 };
 
 }  // namespace valmere::host

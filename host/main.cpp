@@ -12,8 +12,10 @@
 #include <string>
 
 #include "host/driver_library.h"
+#include "host/kept_properties.h"
 #include "host/listening_socket.h"
 #include "host/options.h"
+#include "host/property_loader.h"
 #include "host/refused_file.h"
 #include "host/report.h"
 #include "host/root_folder.h"
@@ -22,6 +24,8 @@
 #include "host/service_manager.h"
 #include "host/skeleton.h"
 #include "host/standing.h"
+#include "host/stored_values.h"
+#include "platform/files.h"
 
 namespace {
 
@@ -57,18 +61,25 @@ int Serve(const Options& options) {
       inherited ? ListeningSocket(*inherited) : ListeningSocket(options.socket, root);
   root.Enter();
   DriverLibrary driver(options.library);
-  Server server(listener, driver, options.limits);
+  const bool drains = options.limits.drain.count() > 0;
   KeepRefusedFile(root);
+  StoredValues stored(driver, valmere::platform::MakeDeviceFileSystem());
+  Server server(listener, driver, options.limits,
+                drains ? [&stored](const KeptProperties& files) { stored.ForeseeLoad(files); }
+                       : PropertyLoader::BeforeLoad());
   Standing standing(root, listener.path());
   const RootWatch watch(server.loop(), root, [&](bool in_place) { standing.TellRoot(in_place); });
+  stored.ForeseeStart();
   driver.Init();
+  if (drains) stored.TakeBaseLine();
+  stored.AwaitOverride(root, [&server] { return server.HasToEnd(); });
   if (server.Start()) {
     std::printf("valmered: ready on %s\n", listener.path().c_str());
     std::fflush(stdout);
     standing.TellReady();
   }
-  server.Run();
-  NotifyStopping();
+  const auto end_by = server.Run();
+  if (drains) stored.Await(end_by);
   // The clients have gone. The loop stays until the driver's threads have, so that more signals are
   // taken and the loop's descriptors are not theirs under another name.
   driver.Deinit();

@@ -4,12 +4,13 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <sstream>
 #include <stdexcept>
+#include <string>
 #include <system_error>
 
 #include "client/socket_path.h"
@@ -18,6 +19,7 @@ namespace valmere::host {
 namespace {
 
 constexpr const char* kLibraryName = "libvalmere.so";
+constexpr double kShortestSeconds = 0.001;
 constexpr double kLongestSeconds = 86400;
 constexpr std::uint64_t kMostUnreadBytes = std::uint64_t{1} << 40;
 constexpr std::uint64_t kLeastLogBytes = std::uint64_t{64} << 10;
@@ -27,10 +29,12 @@ Limits:
   A client over --max-clients is accepted and closed at once. One that exceeds another limit has its
   handle closed, and a line on standard error says which client and why. What the kernel's socket
   buffer holds does not count as unread, and a reply for which nothing waits is kept however long it
-  is. Numbers of bytes may end in K, M or G.
+  is. Numbers of bytes may end in K, M or G, times in s or ms; without either they are seconds.
 
 Signals:
-  SIGTERM and SIGINT end valmered, SIGHUP has the service load its property file again.
+  SIGTERM and SIGINT end valmered: it takes no more requests, and waits up to --drain-timeout until
+  those that it has are answered and the property file has what they have set. SIGHUP has the service
+  load its property file again.
 
 Files and environment:
   The socket is $VALMERE_SOCKET, else $XDG_RUNTIME_DIR/valmere/PRN1, else /run/valmere/PRN1. One
@@ -73,12 +77,18 @@ struct ParsedLimits {
   std::uint64_t unread_bytes = Limits{}.unread_bytes;
   double frame = InSeconds(Limits{}.frame);
   double unread = InSeconds(Limits{}.unread);
+  double drain = InSeconds(Limits{}.drain);
 };
 
-std::string CheckIsNumber(const std::string& text) {
-  double number = 0;
-  if (CLI::detail::lexical_cast(text, number) && !std::isnan(number)) return "";
-  return "\"" + text + "\" is no number";
+// Texts as "10", "2s" and "500ms"; what is no number is no time either, so "nan" does not get to the
+// range, which would let it pass.
+void AddTime(CLI::App& app, const char* name, double& seconds, double least, const char* meaning) {
+  const std::map<std::string, double> units{{"s", 1}, {"ms", 0.001}};
+  app.add_option(name, seconds, meaning)
+      ->type_name("TIME")
+      ->transform(CLI::AsNumberWithUnit(units).description(""))
+      ->check(CLI::Range(least, kLongestSeconds).description(""))
+      ->capture_default_str();
 }
 
 void AddLimits(CLI::App& app, ParsedLimits& parsed) {
@@ -86,23 +96,17 @@ void AddLimits(CLI::App& app, ParsedLimits& parsed) {
       ->type_name("N")
       ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 20))
       ->capture_default_str();
-  // A range alone lets "nan" pass, which is neither below nor above it.
-  const auto seconds = CLI::Range(0.001, kLongestSeconds) & CLI::Validator(CheckIsNumber, "");
-  app.add_option("--frame-timeout", parsed.frame,
-                 "Seconds that a client may take over the rest of a frame it began")
-      ->type_name("SECONDS")
-      ->check(seconds)
-      ->capture_default_str();
+  AddTime(app, "--frame-timeout", parsed.frame, kShortestSeconds,
+          "Time that a client may take over the rest of a frame it began");
   app.add_option("--max-unread", parsed.unread_bytes, "Bytes that a client may leave unread")
       ->type_name("BYTES")
       ->transform(CLI::AsSizeValue(false))
       ->check(CLI::Range(std::uint64_t{0}, kMostUnreadBytes).description(""))
       ->capture_default_str();
-  app.add_option("--unread-timeout", parsed.unread,
-                 "Seconds that a client may leave any byte unread")
-      ->type_name("SECONDS")
-      ->check(seconds)
-      ->capture_default_str();
+  AddTime(app, "--unread-timeout", parsed.unread, kShortestSeconds,
+          "Time that a client may leave any byte unread");
+  AddTime(app, "--drain-timeout", parsed.drain, 0,
+          "Time that the end may wait for answers and for the property file; 0 drops both");
 }
 
 void AddLog(CLI::App& app, Options& options) {
@@ -116,7 +120,8 @@ void AddLog(CLI::App& app, Options& options) {
 
 Limits LimitsOf(const ParsedLimits& parsed) {
   return {static_cast<std::size_t>(parsed.clients), Milliseconds(parsed.frame),
-          static_cast<std::size_t>(parsed.unread_bytes), Milliseconds(parsed.unread)};
+          static_cast<std::size_t>(parsed.unread_bytes), Milliseconds(parsed.unread),
+          Milliseconds(parsed.drain)};
 }
 
 int ReportUsage(const CLI::App& app, const CLI::ParseError& error) {

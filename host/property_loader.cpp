@@ -5,7 +5,9 @@
 
 #include <exception>
 #include <string>
+#include <utility>
 
+#include "client/message.h"
 #include "host/read_frame.h"
 #include "host/report.h"
 #include "protocol/message_frame.h"
@@ -52,6 +54,13 @@ void PropertyLoader::Ask() noexcept try {
   Report("no thread or memory; the property file is not loaded again");
 }
 
+// Without its thread nothing is loaded, so nothing is waited for.
+void PropertyLoader::Await(client::Deadline deadline) {
+  if (thread_ == nullptr) return;
+  std::unique_lock hold(lock_);
+  idle_.wait_until(hold, deadline.when(), [this] { return !wanted_ && !loading_; });
+}
+
 void PropertyLoader::Run() {
   while (AwaitWish()) {
     try {
@@ -65,8 +74,11 @@ void PropertyLoader::Run() {
 
 bool PropertyLoader::AwaitWish() {
   std::unique_lock hold(lock_);
+  loading_ = false;
+  if (!wanted_) idle_.notify_all();
   changed_.wait(hold, [this] { return wanted_ || ending_; });
   wanted_ = false;
+  loading_ = true;
   return !ending_;
 }
 
@@ -74,12 +86,29 @@ void PropertyLoader::Load() {
   const std::string frame = LoadFrame();
   const auto handle = Handle();
   if (!handle) return;
-  if (!driver_.Write(*handle, {reinterpret_cast<const unsigned char*>(frame.data()), frame.size()}))
+  if (before_load_) TellOfFiles(*handle);
+  if (!Send(*handle, frame))
     return GiveUp("the driver does not take the request to load the property file");
   Report("loading the property file again");
   FrameBuffer reply;
   if (!ReadFrame(driver_, *handle, reply))
     GiveUp("the driver ended the session that loads the property file");
+}
+
+bool PropertyLoader::Send(std::uint32_t handle, const std::string& frame) const {
+  return driver_.Write(handle,
+                       {reinterpret_cast<const unsigned char*>(frame.data()), frame.size()});
+}
+
+// A client may have given the files other names. Where there is no answer, the load meets the same.
+void PropertyLoader::TellOfFiles(std::uint32_t handle) const {
+  const auto frame = FileNamesFrame();
+  FrameBuffer reply;
+  if (!frame || !Send(handle, *frame) || !ReadFrame(driver_, handle, reply)) return;
+  std::string text(reinterpret_cast<const char*>(reply.data()), reply.size());
+  text.erase(0, kFrameHeaderBytes);
+  auto message = client::ReadMessage(text);
+  if (message && message->properties) before_load_(KeptIn(std::move(*message->properties)));
 }
 
 std::optional<std::uint32_t> PropertyLoader::Handle() {

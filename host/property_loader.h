@@ -3,12 +3,17 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <utility>
 
+#include "client/deadline.h"
 #include "host/driver_library.h"
+#include "host/kept_properties.h"
 #include "host/small_thread.h"
 
 namespace valmere::host {
@@ -18,23 +23,32 @@ namespace valmere::host {
 // are there from the first wish on.
 // Owner: the server. The driver must outlive it, and not be ended before it; a load that is under way
 // is not waited for.
-// Threads: Ask by one at a time, the loop's; its own does the rest.
+// Threads: Ask and Await by one at a time, the loop's; its own does the rest.
 // Errors: none; standard error is told what went wrong. What comes of a load is in the service's own
 // log.
 class PropertyLoader {
  public:
-  explicit PropertyLoader(const DriverLibrary& driver) : driver_(driver) {}
+  // Takes the names of the files that are about to be loaded.
+  using BeforeLoad = std::function<void(const KeptProperties& files)>;
+
+  // `before_load`, if there is one, is called on its own thread before each load.
+  PropertyLoader(const DriverLibrary& driver, BeforeLoad before_load)
+      : driver_(driver), before_load_(std::move(before_load)) {}
   ~PropertyLoader();
   PropertyLoader(const PropertyLoader&) = delete;
   PropertyLoader& operator=(const PropertyLoader&) = delete;
 
   // Returns at once.
   void Ask() noexcept;
+  // Waits until all that was asked for has been loaded, or the deadline passes.
+  void Await(client::Deadline deadline);
 
  private:
   void Run();
   bool AwaitWish();
   void Load();
+  bool Send(std::uint32_t handle, const std::string& frame) const;
+  void TellOfFiles(std::uint32_t handle) const;
   // The handle, opened if there is none; nothing when it is to end.
   std::optional<std::uint32_t> Handle();
   void GiveUp(std::string_view cause);
@@ -42,10 +56,13 @@ class PropertyLoader {
   bool CloseHandle();
 
   const DriverLibrary& driver_;
+  const BeforeLoad before_load_;
 
   std::mutex lock_;
   std::condition_variable changed_;
+  std::condition_variable idle_;
   bool wanted_ = false;                  // guarded by lock_
+  bool loading_ = false;                 // guarded by lock_
   bool ending_ = false;                  // guarded by lock_
   std::optional<std::uint32_t> handle_;  // guarded by lock_
 

@@ -13,6 +13,8 @@
 #include <string>
 #include <utility>
 
+#include "host/service_manager.h"
+
 namespace valmere::host {
 namespace {
 
@@ -32,20 +34,22 @@ Server* ServerOf(Handle* handle) {
 
 }  // namespace
 
-Server::Server(ListeningSocket& listener, const DriverLibrary& driver, const Limits& limits)
+Server::Server(ListeningSocket& listener, const DriverLibrary& driver, const Limits& limits,
+               PropertyLoader::BeforeLoad before_load)
     : listener_(listener),
       driver_(driver),
       limits_(limits),
       scratch_(kScratchBytes),
-      loader_(driver) {
+      loader_(std::in_place, driver, std::move(before_load)) {
   Watch(uv_loop_init(&loop_));
-  accept_.data = accept_again_.data = calls_wait_.data = this;
+  accept_.data = accept_again_.data = calls_wait_.data = drained_long_enough_.data = this;
   terminate_.data = interrupt_.data = hang_up_.data = this;
   Watch(uv_poll_init(&loop_, &accept_, listener_.descriptor()));
   Watch(uv_timer_init(&loop_, &accept_again_));
+  Watch(uv_timer_init(&loop_, &drained_long_enough_));
   Watch(uv_async_init(&loop_, &calls_wait_,
                       [](uv_async_t* async) { ServerOf(async)->AttendToCalls(); }));
-  const auto on_signal = [](uv_signal_t* signal, int) { ServerOf(signal)->Stop(); };
+  const auto on_signal = [](uv_signal_t* signal, int) { ServerOf(signal)->Drain(); };
   Watch(uv_signal_init(&loop_, &terminate_));
   Watch(uv_signal_init(&loop_, &interrupt_));
   Watch(uv_signal_start(&terminate_, on_signal, SIGTERM));
@@ -56,7 +60,9 @@ Server::Server(ListeningSocket& listener, const DriverLibrary& driver, const Lim
 }
 
 Server::~Server() {
-  Stop();
+  StopTaking();
+  CloseAll();
+  loader_.reset();
   // Closing the handles gives the signals back their own meaning, which is to end the process where
   // it stands; nothing of this process wants them from here on.
   sigset_t signals;
@@ -74,14 +80,23 @@ void Server::Watch(int result) const {
   if (result != 0) throw std::runtime_error(std::string("event loop: ") + uv_strerror(result));
 }
 
-bool Server::Start() {
-  StartAccepting();
+bool Server::HasToEnd() {
   uv_run(&loop_, UV_RUN_NOWAIT);
-  return !stopping_;
+  return stopping_;
 }
 
-void Server::Run() {
+bool Server::Start() {
+  StartAccepting();
+  return !HasToEnd();
+}
+
+// A load is over before its thread is told to end: an override file that it has taken is gone, and the
+// values are not in the property file yet.
+client::Deadline Server::Run() {
   uv_run(&loop_, UV_RUN_DEFAULT);
+  if (loader_) loader_->Await(end_by_);
+  loader_.reset();
+  return end_by_;
 }
 
 void Server::StartAccepting() {
@@ -110,7 +125,7 @@ void Server::AcceptOne() {
 void Server::Adopt(int socket) {
   const Id id = ++last_id_;
   const auto place = connections_.try_emplace(id).first;
-  Connection::Events events{[this, id] { CallFor(id); }, [this, id] { connections_.erase(id); }};
+  Connection::Events events{[this, id] { CallFor(id); }, [this, id] { Forget(id); }};
   try {
     place->second = std::make_unique<Connection>(
         Connection::Surroundings{loop_, driver_, limits_, scratch_}, socket, std::move(events));
@@ -173,12 +188,28 @@ void Server::AttendToCalls() {
 }
 
 void Server::LoadProperties() noexcept {
-  if (loader_) loader_->Ask();
+  if (loader_ && !stopping_) loader_->Ask();
 }
 
-// All sessions are told first and waited for then, so that they end side by side.
-void Server::Stop() {
+// What was accepted is handled and answered. A client that does not take its answers, a load that takes
+// long: for all of them there is one deadline.
+void Server::Drain() {
   if (stopping_) return;
+  end_by_ = client::Deadline::After(limits_.drain);
+  NotifyStopping();
+  StopTaking();
+  if (limits_.drain.count() == 0) return CloseAll();
+  uv_update_time(&loop_);  // the loop's idea of now may be as old as this round of it
+  uv_timer_start(
+      &drained_long_enough_, [](uv_timer_t* timer) { ServerOf(timer)->CloseAll(); },
+      static_cast<std::uint64_t>(limits_.drain.count()), 0);
+  for (auto& [id, connection] : connections_) {
+    connection->Finish();
+  }
+  if (connections_.empty()) CloseAll();
+}
+
+void Server::StopTaking() {
   stopping_ = true;
   CloseHandle(accept_);
   CloseHandle(accept_again_);
@@ -186,13 +217,22 @@ void Server::Stop() {
   for (uv_signal_t* handle : {&terminate_, &interrupt_, &hang_up_})
     uv_unref(reinterpret_cast<uv_handle_t*>(handle));
   listener_.StopListening();
+}
+
+void Server::Forget(Id id) {
+  connections_.erase(id);
+  if (stopping_ && connections_.empty()) CloseAll();
+}
+
+// All sessions are told first and waited for then, so that they end side by side.
+void Server::CloseAll() {
   for (auto& [id, connection] : connections_) {
     connection->BeginClose();
   }
   for (auto& [id, connection] : connections_) {
     connection->Close();
   }
-  loader_.reset();
+  CloseHandle(drained_long_enough_);
   CloseHandle(calls_wait_);
 }
 

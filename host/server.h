@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "client/deadline.h"
 #include "host/connection.h"
 #include "host/driver_library.h"
 #include "host/limits.h"
@@ -20,25 +21,31 @@
 
 namespace valmere::host {
 
-// Purpose: serves a listening socket from one thread until SIGTERM or SIGINT; on SIGHUP has the
-// service load its property file.
+// Purpose: serves a listening socket from one thread until SIGTERM or SIGINT, and lets what it has
+// accepted until then be answered, for as long as the limits say; on SIGHUP has the service load its
+// property file.
 // Owner: the program. Socket, driver and limits must outlive it.
 // Threads: the one that calls Run; signals count from the constructor on.
 // Errors: the constructor throws std::runtime_error; a client that can't be served is turned away
 // with a message on standard error.
 class Server {
  public:
-  Server(ListeningSocket& listener, const DriverLibrary& driver, const Limits& limits);
+  // `before_load`, if there is one, is called on another thread before each load of the property file.
+  Server(ListeningSocket& listener, const DriverLibrary& driver, const Limits& limits,
+         PropertyLoader::BeforeLoad before_load = nullptr);
   ~Server();
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
   // For what else is to be told of in the server's thread.
   uv_loop_t& loop() { return loop_; }
+  // True once a signal to end has come.
+  bool HasToEnd();
   // Begins to accept clients. False when a signal has come already.
   bool Start();
-  // Serves until a signal ends it. On return no client, no handle and no thread is left.
-  void Run();
+  // Serves until a signal ends it. On return no client, no handle and no thread is left. Gives the
+  // moment until which the end may take.
+  client::Deadline Run();
 
  private:
   using Id = std::uint64_t;
@@ -52,7 +59,10 @@ class Server {
   void CallFor(Id id) noexcept;  // on a pump's thread
   void AttendToCalls();
   void LoadProperties() noexcept;
-  void Stop();
+  void Drain();
+  void StopTaking();
+  void Forget(Id id);
+  void CloseAll();
 
   ListeningSocket& listener_;
   const DriverLibrary& driver_;
@@ -64,11 +74,13 @@ class Server {
   uv_signal_t interrupt_{};
   uv_signal_t hang_up_{};
   uv_async_t calls_wait_{};
+  uv_timer_t drained_long_enough_{};
   std::vector<unsigned char> scratch_;
   std::unordered_map<Id, std::unique_ptr<Connection>> connections_;
   Id last_id_ = 0;
   bool stopping_ = false;
-  std::optional<PropertyLoader> loader_;  // until the end begins
+  client::Deadline end_by_ = client::Deadline::Never();
+  std::optional<PropertyLoader> loader_;  // until clients and loads are over
   ReportLimit turned_away_;
   ReportLimit paused_;
 

@@ -10,6 +10,8 @@
 //   bytes N                a frame of N bytes of text comes back
 //   a set of the property that loads the property file
 //                          the frame comes back once a client says that the file is loaded
+//   a get of all properties, or of some
+//                          the answer is that there are none
 //   loaded                 the file is; the frame itself comes back too
 //   loads end              the sessions that wait for a load end; the frame itself comes back
 //   cut off                the identifier of a frame comes back and nothing more; closing the handle
@@ -92,6 +94,11 @@ void Answer(uint32_t handle, Session& session, const std::string& frame) {
   if (text.find(kLoadProperties) != std::string::npos) {
     Log("load " + std::to_string(handle));
     session.held = frame;
+    return;
+  }
+  if (text.find("GetAllProperties") != std::string::npos ||
+      text.find("PropertyGetRequests") != std::string::npos) {
+    session.replies += Frame(R"({"PropertyGetResponses": []})");
     return;
   }
   if (text == "loaded" || text == "loads end") EndLoads(text);

@@ -11,6 +11,8 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 #include "protocol/message_frame.h"
@@ -173,13 +175,19 @@ std::string NoticeSocket::Next() const {
   return count < 0 ? "no notice" : std::string(buffer, static_cast<std::size_t>(count));
 }
 
+std::string ContentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
 ValmeredTest::ValmeredTest() : log_(folder_.Path("calls")) {
   std::filesystem::create_directories(root_ + "/Store");
 }
 
 std::vector<std::string> ValmeredTest::Command(const std::vector<std::string>& options) const {
-  std::vector<std::string> command{VALMERED, "--root",    root_,      "--socket",
-                                   socket_,  "--library", FAKE_DRIVER};
+  std::vector<std::string> command{VALMERED,    "--root",          root_,
+                                   "--socket",  socket_,           "--library",
+                                   FAKE_DRIVER, "--drain-timeout", drain_timeout_};
   command.insert(command.end(), options.begin(), options.end());
   return command;
 }

@@ -101,6 +101,10 @@ class NoticeSocket {
   const int socket_;
 };
 
+// The content of a file; nothing of one that is not there.
+std::string ContentOf(const std::string& path);
+
+// valmered ends at once here, and calls the driver for clients alone, unless a test wants it to drain.
 class ValmeredTest : public ::testing::Test {
  protected:
   // The root has the folder that the service keeps its settings in.
@@ -118,6 +122,7 @@ class ValmeredTest : public ::testing::Test {
   const std::vector<std::string> environment_{"FAKE_DRIVER_LOG=" + folder_.Path("calls")};
   CallLog log_;
   std::string log_bytes_ = "16777216";
+  std::string drain_timeout_ = "0";
   std::unique_ptr<Subprocess> valmered_;
 };
 

@@ -49,7 +49,7 @@ TEST_F(ValmeredLimitsTest, ClosesAClientThatLeavesTooManyBytesUnread) {
 }
 
 TEST_F(ValmeredLimitsTest, ClosesAClientThatLeavesBytesUnreadForTooLong) {
-  Start({"--unread-timeout", "0.3"});
+  Start({"--unread-timeout", "0.3s"});
   RawClient silent(socket_);
   const RawClient other(socket_);
   silent.Send(FrameOf("bytes 1000000"));
@@ -82,7 +82,7 @@ TEST_F(ValmeredLimitsTest, SendsNothingOfAReplyThatTheClosingOfTheHandleCutsOff)
 }
 
 TEST_F(ValmeredLimitsTest, ClosesAClientThatStopsInTheMiddleOfAFrame) {
-  Start({"--frame-timeout", "0.3"});
+  Start({"--frame-timeout", "300ms"});
   RawClient half(socket_);
   const RawClient other(socket_);
   half.Send(FrameOf("half a frame").substr(0, 25));

@@ -249,6 +249,8 @@ TEST(ValmeredCommand, RefusesLimitsThatAreNone) {
       {"--frame-timeout", "nan"},  {"--frame-timeout", "0"},
       {"--frame-timeout", "-1"},   {"--unread-timeout", "nan"},
       {"--unread-timeout", "1e9"}, {"--max-unread", "-1"},
+      {"--drain-timeout", "nan"},  {"--drain-timeout", "-1"},
+      {"--drain-timeout", "2 h"},  {"--drain-timeout", "ms 5"},
       {"--max-unread", "1X"},      {"--max-unread", "99999999999999999999"},
       {"--max-log", "65535"},      {"--max-log", "2TiB"},
   };
