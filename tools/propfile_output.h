@@ -8,8 +8,8 @@
 
 namespace valmere::tools {
 
-// A table on a terminal, a line with tabs for each elsewhere, or a JSON object for each. A line with
-// a fault shows its text.
+// A table on a terminal, a line with tabs for each elsewhere, or a JSON object for each. A line
+// with a fault shows its text.
 void PrintPropfileLines(const std::vector<PropfileLine>& lines, Output& out);
 
 }  // namespace valmere::tools

@@ -1,6 +1,6 @@
-// A rewrite of the file seals whatever body it finds, and blocks that never reached the disk read as
-// NULs: so each line is judged by itself, whether or not the CRC is good. Megabytes of rubbish may be
-// full of line feeds; nothing is allocated for a line that is no good.
+// A rewrite of the file seals whatever body it finds, and blocks that never reached the disk read
+// as NULs: so each line is judged by itself, whether or not the CRC is good. Megabytes of rubbish
+// may be full of line feeds; nothing is allocated for a line that is no good.
 #include "tools/propfile_rescue.h"
 
 #include <algorithm>
@@ -49,9 +49,9 @@ bool IsOwnKey(std::string_view text) {
   return text[kGuidLength] == ':' && IsGuid(text) && IsGuid(text.substr(kGuidLength + 1));
 }
 
-// Where the last good line of the service's own begins within one that is none; its end when nowhere.
-// What is wrong with the rest behind one place is mostly wrong behind those before it too, so a few
-// tries do.
+// Where the last good line of the service's own begins within one that is none; its end when
+// nowhere. What is wrong with the rest behind one place is mostly wrong behind those before it too,
+// so a few tries do.
 std::size_t FindOwnLine(std::string_view line) {
   int tries = 8;
   for (std::size_t bar = line.rfind('|'); bar != std::string_view::npos && bar >= kOwnKeyLength;

@@ -27,11 +27,14 @@ using tools::RescueLines;
 using tools::Sealed;
 using namespace std::string_literals;
 
-const std::string kGroup = "99A61D40-20CE-41EA-A579-EB92C6ED94C6";
-const std::string kPeriod = kGroup + ":DA821DC5-948D-4659-9B52-177E4C102129|General:Period=750";
-const std::string kZone = kGroup + ":CD31503F-4949-40E1-BA2C-B2A88CF420F0|Debug Zone:Init=True";
-const std::string kName = kGroup + ":C8B8886D-A101-47A9-BC60-477938C53648|General:Name=a=b|c";
-const std::string kBody = kPeriod + "\n" + kZone + "\n" + kName + "\n";
+const std::string kSomeGroup = "99A61D40-20CE-41EA-A579-EB92C6ED94C6";
+const std::string kPeriodLine =
+    kSomeGroup + ":DA821DC5-948D-4659-9B52-177E4C102129|General:Period=750";
+const std::string kZoneLine =
+    kSomeGroup + ":CD31503F-4949-40E1-BA2C-B2A88CF420F0|Debug Zone:Init=True";
+const std::string kBarLine =
+    kSomeGroup + ":C8B8886D-A101-47A9-BC60-477938C53648|General:Name=a=b|c";
+const std::string kThreeLines = kPeriodLine + "\n" + kZoneLine + "\n" + kBarLine + "\n";
 
 std::vector<std::string> LinesOf(const Rescue& rescue) {
   std::vector<std::string> lines;
@@ -46,8 +49,8 @@ std::vector<std::string> Rescued(const std::string& bytes) {
 }
 
 TEST(RescueLines, TakesAllOfASoundFile) {
-  const Rescue rescue = RescueLines(Sealed(kBody));
-  EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriod, kZone, kName));
+  const Rescue rescue = RescueLines(Sealed(kThreeLines));
+  EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriodLine, kZoneLine, kBarLine));
   EXPECT_TRUE(rescue.crc_is_good());
   EXPECT_THAT(rescue.left_out, IsEmpty());
   EXPECT_EQ(rescue.line_count, 3u);
@@ -55,14 +58,14 @@ TEST(RescueLines, TakesAllOfASoundFile) {
 }
 
 TEST(RescueLines, TakesTheWholeLinesOfAFileThatIsCutAtAnyByte) {
-  const std::string sound = Sealed(kBody);
+  const std::string sound = Sealed(kThreeLines);
   for (std::size_t length = 0; length < sound.size(); ++length) {
     const std::string torn = sound.substr(0, length);
     const auto whole = static_cast<std::size_t>(std::count(
-        torn.begin(), torn.begin() + static_cast<std::ptrdiff_t>(std::min(length, kBody.size())),
-        '\n'));
+        torn.begin(),
+        torn.begin() + static_cast<std::ptrdiff_t>(std::min(length, kThreeLines.size())), '\n'));
     const Rescue rescue = RescueLines(torn);
-    const std::vector<std::string> all{kPeriod, kZone, kName};
+    const std::vector<std::string> all{kPeriodLine, kZoneLine, kBarLine};
     EXPECT_EQ(LinesOf(rescue), std::vector<std::string>(
                                    all.begin(), all.begin() + static_cast<std::ptrdiff_t>(whole)))
         << length;
@@ -71,8 +74,8 @@ TEST(RescueLines, TakesTheWholeLinesOfAFileThatIsCutAtAnyByte) {
 }
 
 TEST(RescueLines, TakesTheOtherLinesWhereAByteIsFlipped) {
-  const std::string sound = Sealed(kBody);
-  const std::string all[] = {kPeriod, kZone, kName};
+  const std::string sound = Sealed(kThreeLines);
+  const std::string all[] = {kPeriodLine, kZoneLine, kBarLine};
   for (std::size_t at = 0; at < sound.size(); ++at) {
     for (int bit = 0; bit < 8; ++bit) {
       std::string flipped = sound;
@@ -94,8 +97,8 @@ TEST(RescueLines, TakesTheOtherLinesWhereAByteIsFlipped) {
 
 TEST(RescueLines, KnowsATrailerWhetherOrNotItIsRight) {
   for (const std::string trailer : {"xx", "x\n", "\nx", "\n\n", "xx\n", "x", "\n", ""}) {
-    const Rescue rescue = RescueLines(kBody + trailer);
-    EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriod, kZone, kName))
+    const Rescue rescue = RescueLines(kThreeLines + trailer);
+    EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriodLine, kZoneLine, kBarLine))
         << ::testing::PrintToString(trailer);
     EXPECT_THAT(rescue.left_out, IsEmpty()) << ::testing::PrintToString(trailer);
     EXPECT_EQ(rescue.line_count, 3u) << ::testing::PrintToString(trailer);
@@ -104,7 +107,7 @@ TEST(RescueLines, KnowsATrailerWhetherOrNotItIsRight) {
 }
 
 TEST(RescueLines, KnowsATrailerBehindRubbish) {
-  const Rescue rescue = RescueLines(kPeriod + "\nrubbish\nxx");
+  const Rescue rescue = RescueLines(kPeriodLine + "\nrubbish\nxx");
   EXPECT_EQ(rescue.stored_crc, 0x7878);
   ASSERT_EQ(rescue.left_out.size(), 1u);
   EXPECT_EQ(rescue.left_out[0].beginning, "rubbish");
@@ -112,9 +115,10 @@ TEST(RescueLines, KnowsATrailerBehindRubbish) {
 }
 
 TEST(RescueLines, LeavesOutALastLineThatMayHaveBeenCutOff) {
-  for (const std::string& bytes : {kPeriod + "\n" + kZone, Sealed(kPeriod + "\n" + kZone)}) {
+  for (const std::string& bytes :
+       {kPeriodLine + "\n" + kZoneLine, Sealed(kPeriodLine + "\n" + kZoneLine)}) {
     const Rescue rescue = RescueLines(bytes);
-    EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriod));
+    EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriodLine));
     ASSERT_EQ(rescue.left_out.size(), 1u);
     EXPECT_THAT(rescue.left_out[0].why, HasSubstr("its line feed is missing"));
     EXPECT_EQ(rescue.left_out[0].first_line, 2u);
@@ -126,11 +130,12 @@ TEST(RescueLines, LeavesOutWhatNoServiceWrites) {
       "A\x01:B|n:m=1", "A:B|n\x7f:m=1", "A:B|n:m=1\0\0"s, "|n:m=1", "A:B n:m=1", "A:B|n:m", "",
       "\0\0\0\0"s};
   for (const std::string& line : lines) {
-    const Rescue rescue = RescueLines(Sealed(kPeriod + "\n" + line + "\n" + kZone + "\n"));
-    EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriod, kZone)) << ::testing::PrintToString(line);
+    const Rescue rescue = RescueLines(Sealed(kPeriodLine + "\n" + line + "\n" + kZoneLine + "\n"));
+    EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriodLine, kZoneLine))
+        << ::testing::PrintToString(line);
     ASSERT_EQ(rescue.left_out.size(), 1u);
-    EXPECT_EQ(rescue.left_out[0].begin, kPeriod.size() + 1);
-    EXPECT_EQ(rescue.left_out[0].end, kPeriod.size() + 1 + line.size());
+    EXPECT_EQ(rescue.left_out[0].begin, kPeriodLine.size() + 1);
+    EXPECT_EQ(rescue.left_out[0].end, kPeriodLine.size() + 1 + line.size());
   }
 }
 
@@ -143,8 +148,8 @@ TEST(RescueLines, FindsTheServicesOwnLineBehindAForeignHead) {
   for (const std::string& head : {"\x7f"
                                   "ELF\x01\x02"s,
                                   std::string(4096, '\0'), "a|b\0"s}) {
-    const Rescue rescue = RescueLines(head + Sealed(kBody));
-    EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriod, kZone, kName));
+    const Rescue rescue = RescueLines(head + Sealed(kThreeLines));
+    EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriodLine, kZoneLine, kBarLine));
     ASSERT_EQ(rescue.left_out.size(), 1u);
     EXPECT_EQ(rescue.left_out[0].end, head.size());
     EXPECT_EQ(rescue.lines[0].start, head.size());
@@ -153,14 +158,14 @@ TEST(RescueLines, FindsTheServicesOwnLineBehindAForeignHead) {
 }
 
 TEST(RescueLines, FindsTheServicesOwnLineBehindARunOfNuls) {
-  const std::string cut = kPeriod.substr(0, kPeriod.size() - 2);
-  EXPECT_THAT(Rescued(cut + std::string(512, '\0') + kZone + "\n" + kName + "\nxx"),
-              ElementsAre(kZone, kName));
+  const std::string cut = kPeriodLine.substr(0, kPeriodLine.size() - 2);
+  EXPECT_THAT(Rescued(cut + std::string(512, '\0') + kZoneLine + "\n" + kBarLine + "\nxx"),
+              ElementsAre(kZoneLine, kBarLine));
 }
 
 TEST(RescueLines, LeavesOutAForeignTail) {
-  const Rescue rescue = RescueLines(Sealed(kBody) + "\n#!/bin/sh\necho hello\n");
-  EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriod, kZone, kName));
+  const Rescue rescue = RescueLines(Sealed(kThreeLines) + "\n#!/bin/sh\necho hello\n");
+  EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriodLine, kZoneLine, kBarLine));
   EXPECT_FALSE(rescue.crc_is_good());
 }
 
@@ -169,7 +174,7 @@ TEST(RescueLines, KeepsBothOfTwoLinesWithOneKey) {
 }
 
 TEST(RescueLines, JoinsPiecesOfOneKindThatFollowEachOther) {
-  const Rescue rescue = RescueLines("one\ntwo\nthree\n" + kPeriod + "\nfour\nxx");
+  const Rescue rescue = RescueLines("one\ntwo\nthree\n" + kPeriodLine + "\nfour\nxx");
   ASSERT_EQ(rescue.left_out.size(), 2u);
   EXPECT_EQ(rescue.left_out[0].first_line, 1u);
   EXPECT_EQ(rescue.left_out[0].last_line, 3u);
@@ -202,7 +207,7 @@ TEST(RescueLines, KeepsNoMoreLinesThanItsLimit) {
 
 // Each would take hours if the rest were looked at from every place where a line could begin.
 TEST(RescueLines, TakesNoLongerForHostileBytesThanForOthers) {
-  const std::string key = kPeriod.substr(0, kPeriod.find('|') + 1);
+  const std::string key = kPeriodLine.substr(0, kPeriodLine.find('|') + 1);
   for (const std::string& piece : {key, key + "n=\0"s, "|"s, "\n"s, "|=\n"s, "\0\n"s}) {
     std::string bytes;
     while (bytes.size() < (4u << 20)) {
@@ -240,10 +245,10 @@ class RescueCommand : public ::testing::Test {
 };
 
 TEST_F(RescueCommand, PrintsTheGoodLinesAndTellsOfTheRest) {
-  Put("A1:B2|General:Speed=6=six\nrub\x1b[2Jbish\n" + kZone + "\nxx");
+  Put("A1:B2|General:Speed=6=six\nrub\x1b[2Jbish\n" + kZoneLine + "\nxx");
   const CommandOutcome outcome = Run({});
   EXPECT_EQ(outcome.code, 0) << outcome.errors;
-  const std::string key = kZone.substr(0, kZone.find('|'));
+  const std::string key = kZoneLine.substr(0, kZoneLine.find('|'));
   EXPECT_EQ(outcome.output, "A1:B2\tGeneral:Speed\t6=six\n" + key + "\tDebug Zone:Init\tTrue\n");
   EXPECT_THAT(told_, StartsWith("valmere: " + path_ +
                                 ":2 (bytes 27 to 37): left out: it is no text: "
@@ -253,7 +258,7 @@ TEST_F(RescueCommand, PrintsTheGoodLinesAndTellsOfTheRest) {
 }
 
 TEST_F(RescueCommand, EndsWellWithASoundFile) {
-  Put(Sealed(kBody));
+  Put(Sealed(kThreeLines));
   EXPECT_EQ(Run({}).code, 0);
   EXPECT_THAT(told_, AllOf(HasSubstr("the CRC is good: "), HasSubstr(": 3 of 3 lines\n"),
                            Not(HasSubstr("left out"))));
@@ -285,7 +290,7 @@ TEST_F(RescueCommand, EndsWithOneWhenNothingCouldBeRead) {
 }
 
 TEST_F(RescueCommand, ShowsBytesThatAreNoTextAsEscapes) {
-  Put(kPeriod +
+  Put(kPeriodLine +
       "\n\xff\xfe\x9b"
       "2J\nxx");
   EXPECT_EQ(Run({}).code, 0);
@@ -293,51 +298,51 @@ TEST_F(RescueCommand, ShowsBytesThatAreNoTextAsEscapes) {
 }
 
 TEST_F(RescueCommand, CutsLongTextsInWhatItTells) {
-  Put(kPeriod + "\n" + std::string(5000, 'x') + "\nxx");
+  Put(kPeriodLine + "\n" + std::string(5000, 'x') + "\nxx");
   EXPECT_EQ(Run({}).code, 0);
   EXPECT_THAT(told_, AllOf(HasSubstr("xxx...\""), Not(HasSubstr(std::string(100, 'x')))));
 }
 
 TEST_F(RescueCommand, WritesASoundFileOfTheGoodLines) {
-  Put(kPeriod + "\nrubbish\n" + kZone + "\n" + kPeriod + "\n" + kName);
+  Put(kPeriodLine + "\nrubbish\n" + kZoneLine + "\n" + kPeriodLine + "\n" + kBarLine);
   ASSERT_EQ(chmod(path_.c_str(), 0640), 0);
   EXPECT_EQ(Run({"--output", out_}).code, 0);
-  EXPECT_EQ(BytesOf(out_), Sealed(kPeriod + "\n" + kZone + "\n" + kPeriod + "\n"));
+  EXPECT_EQ(BytesOf(out_), Sealed(kPeriodLine + "\n" + kZoneLine + "\n" + kPeriodLine + "\n"));
   EXPECT_EQ(ModeOf(out_), 0640u);
   EXPECT_EQ(FileCount(), 2u);
 }
 
 TEST_F(RescueCommand, ReplacesAFileOnlyByForce) {
-  Put(kPeriod + "\n");
+  Put(kPeriodLine + "\n");
   WriteBytes(out_, "precious");
   const CommandOutcome refused = Run({"--output", out_});
   EXPECT_EQ(refused.code, 1);
   EXPECT_EQ(refused.errors, out_ + " is there already; --force replaces it");
   EXPECT_EQ(BytesOf(out_), "precious");
   EXPECT_EQ(Run({"--output", out_, "--force"}).code, 0);
-  EXPECT_EQ(BytesOf(out_), Sealed(kPeriod + "\n"));
+  EXPECT_EQ(BytesOf(out_), Sealed(kPeriodLine + "\n"));
 }
 
 TEST_F(RescueCommand, DoesNotReplaceALinkThatLeadsNowhere) {
-  Put(kPeriod + "\n");
+  Put(kPeriodLine + "\n");
   std::filesystem::create_symlink(folder_.Path("nowhere"), out_);
   EXPECT_EQ(Run({"--output", out_}).code, 1);
   EXPECT_TRUE(std::filesystem::is_symlink(out_));
 }
 
 TEST_F(RescueCommand, MendsTheFileItself) {
-  Put(kPeriod + "\n" + kZone);
+  Put(kPeriodLine + "\n" + kZoneLine);
   ASSERT_EQ(chmod(path_.c_str(), 0604), 0);
   EXPECT_EQ(Run({"--output", path_}).code, 1);
-  EXPECT_EQ(BytesOf(path_), kPeriod + "\n" + kZone);
+  EXPECT_EQ(BytesOf(path_), kPeriodLine + "\n" + kZoneLine);
   EXPECT_EQ(Run({"--output", path_, "--force"}).code, 0);
-  EXPECT_EQ(BytesOf(path_), Sealed(kPeriod + "\n"));
+  EXPECT_EQ(BytesOf(path_), Sealed(kPeriodLine + "\n"));
   EXPECT_EQ(ModeOf(path_), 0604u);
   EXPECT_EQ(FileCount(), 1u);
 }
 
 TEST_F(RescueCommand, LeavesNothingBehindWhenItCannotWrite) {
-  Put(kPeriod + "\n");
+  Put(kPeriodLine + "\n");
   EXPECT_EQ(Run({"--output", folder_.Path("no/such/folder")}).code, 1);
   std::filesystem::create_directory(out_);
   EXPECT_EQ(Run({"--output", out_, "--force"}).errors, out_ + " is no regular file");
@@ -353,7 +358,7 @@ TEST_F(RescueCommand, WritesNoFileThatTheServiceWouldNotTake) {
 }
 
 TEST_F(RescueCommand, LooksAtTheFirstPartOfAnEndlessFileAlone) {
-  Put(kPeriod + "\n");
+  Put(kPeriodLine + "\n");
   std::filesystem::resize_file(path_, 100u << 20);
   const CommandOutcome outcome = Run({});
   EXPECT_EQ(outcome.code, 0);
