@@ -61,15 +61,14 @@ std::optional<Failure> Storing::Begin(const std::vector<Property>& properties) {
     }
     auto look = file_.Look();
     if (Failure* failure = std::get_if<Failure>(&look)) return std::move(*failure);
-    look_ = std::get<FileLook>(std::move(look));
-    if (!look_.version || !look_.version->IsYoung()) break;
+    before_ = std::get<FileLook>(std::move(look));
+    if (!before_.version || !before_.version->IsYoung()) break;
   }
-  before_ = look_.version;
   for (const Property& property : properties) {
     Wanted& wanted = wanted_.emplace_back();
     wanted.property = property;
-    const auto held = look_.values.find(LineKey(property));
-    if (held != look_.values.end()) wanted.stored = held->second;
+    const auto held = before_.values.find(LineKey(property));
+    if (held != before_.values.end()) wanted.stored = held->second;
   }
   return std::nullopt;
 }
@@ -138,7 +137,7 @@ void Storing::Compare(Wanted& wanted) const {
 
 // Where the file is replaced each time its number changes. One that is new tells nothing.
 bool Storing::IsWrittenInPlace() const {
-  return !before_ || before_->number == look_.version->number;
+  return !before_.version || before_.version->number == look_.version->number;
 }
 
 std::optional<Failure> Storing::AwaitQuiet() {
@@ -177,7 +176,7 @@ std::optional<Failure> Storing::Pause(milliseconds time) {
 }
 
 bool Storing::IsRewritten() const {
-  return look_.version && look_.version != before_;
+  return look_.version && look_.version != before_.version;
 }
 
 Failure Storing::TimeOut() const {

@@ -60,8 +60,8 @@ class Storing {
   client::Client& client_;
   const ServiceFile file_;
   const client::Deadline deadline_;
+  FileLook before_;  // when it began; held open, so that no later file gets its number
   FileLook look_;
-  std::optional<FileVersion> before_;  // the file's, when it began
   std::vector<Wanted> wanted_;
   bool requested_lines_ = false;
 };
