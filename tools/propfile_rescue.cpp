@@ -30,7 +30,8 @@ bool HasControl(std::string_view text) {
 const char* WhyBad(std::string_view line) {
   if (const char* fault = FaultIn(line)) return HasControl(line) ? "it is no text" : fault;
   const std::size_t equals = line.find('=', line.find('|'));
-  if (HasControl(line.substr(0, equals))) return "its key or names hold control characters";
+  const std::string_view left_side = line.substr(0, equals);
+  if (HasControl(left_side) || !IsUtf8(left_side)) return "its key or names are no text";
   if (line.find('\0', equals) != std::string_view::npos) return "its value holds NULs";
   return nullptr;
 }

@@ -38,9 +38,9 @@ inline constexpr std::size_t kMostRescuedLines = 250'000;
 inline constexpr std::size_t kMostTold = 100;
 
 // Takes the lines that the service would take, but for those that no service writes: with control
-// characters before their value, or NULs in it. Of a piece that is no line it takes an end that is
-// one of the service's own. A last line without its line feed may have been cut off and is left
-// out.
+// characters or bytes that are no UTF-8 before their value, or NULs in it. Of a piece that is no
+// line it takes an end that is one of the service's own. A last line without its line feed may have
+// been cut off and is left out.
 Rescue RescueLines(std::string_view bytes);
 
 // The good lines as a file with the right CRC.

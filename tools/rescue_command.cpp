@@ -18,9 +18,9 @@ namespace {
 constexpr std::size_t kMostBytes = std::size_t{64} << 20;
 
 constexpr const char* kAboutRescue = R"(
-What is left out is told on standard error: lines without a key or a "=", or with control
-characters before their value or NULs in it, and a last line without its line feed, which may have
-been cut off. Of two lines with one key both are kept; the later one counts. Only the first 64 MiB
+What is left out is told on standard error: lines without a key or a "=", those whose key
+or names are no text or whose value holds NULs, and a last line without its line feed, which may
+have been cut off. Of two lines with one key both are kept; the later one counts. Only the first 64 MiB
 of FILE are looked at, and no more than 250000 lines kept. Exit status 1 when nothing could be read.
 
 With --output the good lines go into a file with the right CRC, which may be FILE itself with

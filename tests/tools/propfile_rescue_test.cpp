@@ -126,9 +126,9 @@ TEST(RescueLines, LeavesOutALastLineThatMayHaveBeenCutOff) {
 }
 
 TEST(RescueLines, LeavesOutWhatNoServiceWrites) {
-  const std::string lines[] = {
-      "A\x01:B|n:m=1", "A:B|n\x7f:m=1", "A:B|n:m=1\0\0"s, "|n:m=1", "A:B n:m=1", "A:B|n:m", "",
-      "\0\0\0\0"s};
+  const std::string lines[] = {"A\x01:B|n:m=1", "A\xff:B|n:m=1", "A:B|n\x7f:m=1", "A:B|n:m=1\0\0"s,
+                               "|n:m=1",        "A:B n:m=1",     "A:B|n:m",       "",
+                               "\0\0\0\0"s};
   for (const std::string& line : lines) {
     const Rescue rescue = RescueLines(Sealed(kPeriodLine + "\n" + line + "\n" + kZoneLine + "\n"));
     EXPECT_THAT(LinesOf(rescue), ElementsAre(kPeriodLine, kZoneLine))
@@ -137,6 +137,18 @@ TEST(RescueLines, LeavesOutWhatNoServiceWrites) {
     EXPECT_EQ(rescue.left_out[0].begin, kPeriodLine.size() + 1);
     EXPECT_EQ(rescue.left_out[0].end, kPeriodLine.size() + 1 + line.size());
   }
+}
+
+TEST(RescueLines, FindsNextToNothingInRandomBytes) {
+  std::string bytes;
+  unsigned random = 1;
+  while (bytes.size() < (8u << 20)) {
+    random = random * 1103515245 + 12345;
+    bytes += static_cast<char>(random >> 16);
+  }
+  EXPECT_LE(Rescued(bytes).size(), 1u);
+  EXPECT_THAT(Rescued(bytes + "\n" + kThreeLines + bytes),
+              ::testing::IsSupersetOf({kPeriodLine, kZoneLine, kBarLine}));
 }
 
 TEST(RescueLines, TakesAnyOtherByteOfAValue) {
