@@ -10,6 +10,8 @@ class App;
 
 namespace valmere::tools {
 
+class Command;
+
 void AddListCommand(CLI::App& app, Invocation& invocation);
 void AddGetCommand(CLI::App& app, Invocation& invocation);
 void AddSetCommand(CLI::App& app, Invocation& invocation);
@@ -25,6 +27,7 @@ void AddExportCommand(CLI::App& app, Invocation& invocation);
 void AddImportCommand(CLI::App& app, Invocation& invocation);
 // Without the service: property files, and frames made and taken apart by hand.
 void AddPropfileCommand(CLI::App& app, Invocation& invocation);
+void AddRescueCommand(Command& propfile, Invocation& invocation);
 void AddFrameCommand(CLI::App& app, Invocation& invocation);
 
 }  // namespace valmere::tools

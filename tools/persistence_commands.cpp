@@ -1,37 +1,34 @@
-// The service has two properties that are commands. It handles what is sent on a connection in
-// order, so the answer to a get behind a set tells what became of it.
+// Commands about the service's property file.
+
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "tools/command.h"
 #include "tools/commands.h"
 #include "tools/connections.h"
+#include "tools/service_commands.h"
 #include "tools/service_properties.h"
+#include "tools/storing.h"
 
 namespace valmere::tools {
 namespace {
 
 using client::Client;
 using client::Deadline;
+using client::Property;
 using client::PropertyAddress;
 
-// Sets the command, and gets the property `after` it.
-client::Result<client::Property> Trigger(Client& client, Deadline deadline,
-                                         const PropertyAddress& command,
-                                         const PropertyAddress& after) {
-  const client::SetRequest request{command, "True"};
-  if (const auto sent = client.Set({&request, 1}, deadline); !sent) return sent.error();
-  auto answer = client.Get({&after, 1}, deadline);
-  if (!answer) return answer.error();
-  if (answer->size() != 1)
-    return client::Error{client::ErrorKind::kProtocol, "the service gave no answer to a get"};
-  return std::move(answer->front());
-}
+constexpr const char* kAboutStore = R"(
+With --wait, store returns when the file holds the value of each property and is on the disk: exit
+status 6 if it does not in time, 5 if a value can't be stored. The file is looked at where it lies:
+below --root, else $VALMERE_ROOT, else the folder in which the service works, else
+/var/lib/valmere.)";
 
-std::optional<Failure> Store(Client& client, Deadline deadline) {
-  const auto command = Trigger(client, deadline, StoreCommand(), StoreCommand());
-  if (!command) return FailureOf(command.error());
-  if (!command->found()) return Failure{kExitNoSuchProperty, "the service stores no properties"};
-  return std::nullopt;
-}
+struct StoreOptions {
+  bool wait = false;
+  std::optional<std::string> root;
+};
 
 std::optional<Failure> Load(Client& client, Deadline deadline) {
   const auto error = Trigger(client, deadline, LoadCommand(), LoadingError());
@@ -42,11 +39,51 @@ std::optional<Failure> Load(Client& client, Deadline deadline) {
   return std::nullopt;
 }
 
+// The name of the property file, and behind it what is stored there. Others may publish under the
+// service's GUID; a get finds the service's own alone.
+client::Result<std::vector<Property>> StoredProperties(Client& client, Deadline deadline) {
+  const auto all = client.GetAll(deadline);
+  if (!all) return all.error();
+  std::vector<PropertyAddress> addresses{PropertyFileName()};
+  for (const Property& property : *all) {
+    if (IsStored(property.address())) addresses.push_back(property.address());
+  }
+  auto own = client.Get(addresses, deadline);
+  if (!own) return own;
+  std::erase_if(*own, [](const Property& property) { return !property.found(); });
+  return own;
+}
+
+std::optional<Failure> StoreAndWait(const GlobalOptions& global, const StoreOptions& options) {
+  Connections connections(global.socket);
+  const Deadline deadline = Deadline::After(global.timeout);
+  const auto client = connections.Open(deadline);
+  if (!client) return FailureOf(client.error());
+  auto properties = StoredProperties(**client, deadline);
+  if (!properties) return FailureOf(properties.error());
+  if (properties->size() < 2 || properties->front().address() != PropertyFileName())
+    return Failure{kExitNoSuchProperty, "the service stores no properties"};
+  auto file = ServiceFile::Find(options.root, global.socket, properties->front().value);
+  if (const Failure* failure = std::get_if<Failure>(&file)) return *failure;
+  properties->erase(properties->begin());
+  Storing storing(connections, **client, std::get<ServiceFile>(std::move(file)), deadline);
+  if (auto failure = storing.Begin(*properties)) return failure;
+  if (auto failure = storing.RequestLines()) return failure;
+  return storing.Await();
+}
+
 }  // namespace
 
 void AddStoreCommand(CLI::App& app, Invocation& invocation) {
+  const auto options = std::make_shared<StoreOptions>();
   Command store(app, "store", "Have the service write its property file");
-  store.SetRun(invocation, [&](Output&) { return WithClient(invocation.global, Store); });
+  store.AddFlag("--wait", options->wait, "Wait until all is on the disk");
+  store.AddText("--root", "PATH", options->root, "The service's root, for --wait");
+  store.SetFooter(kAboutStore);
+  store.SetRun(invocation, [options, &invocation](Output&) {
+    if (options->wait) return StoreAndWait(invocation.global, *options);
+    return WithClient(invocation.global, RequestStore);
+  });
 }
 
 void AddLoadCommand(CLI::App& app, Invocation& invocation) {

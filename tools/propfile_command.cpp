@@ -9,9 +9,9 @@
 
 #include "tools/command.h"
 #include "tools/property_json.h"
+#include "tools/propfile_output.h"
 #include "tools/propfile_storage.h"
 #include "tools/propfile_text.h"
-#include "tools/table.h"
 
 namespace valmere::tools {
 namespace {
@@ -46,48 +46,14 @@ std::string AllFaults(const std::string& path, const std::vector<PropfileFault>&
   return text;
 }
 
-Json ToJson(const PropfileLine& line) {
-  Json object = Json::object();
-  object["line"] = line.number;
-  if (line.fault.empty()) {
-    AddText(object, "key", line.key);
-    AddText(object, "names", line.names);
-    AddText(object, "value", line.value);
-  } else {
-    AddText(object, "text", line.text);
-    object["fault"] = line.fault;
-  }
-  return object;
-}
-
-void PrintJson(const PropfileText& file, Output& out) {
-  for (const PropfileLine& line : file.lines) {
-    out.Line(ToJson(line).dump());
-  }
+void Print(const PropfileText& file, Output& out) {
+  PrintPropfileLines(file.lines, out);
+  if (out.form() != OutputForm::kJson) return;
   Json object = Json::object();
   if (file.stored_crc) object["stored_crc"] = CrcText(*file.stored_crc);
   object["computed_crc"] = CrcText(file.computed_crc);
   object["sound"] = FaultsOf(file).empty();
   out.Line(object.dump());
-}
-
-void PrintTable(const PropfileText& file, Output& out) {
-  Table table({"KEY", "NAMES", "VALUE"});
-  for (const PropfileLine& line : file.lines) {
-    if (line.fault.empty())
-      table.AddRow({line.key, line.names, line.value});
-    else
-      table.AddRow({"?", "?", line.text});
-  }
-  table.Print(out);
-}
-
-void Print(const PropfileText& file, Output& out) {
-  if (out.form() == OutputForm::kJson) return PrintJson(file, out);
-  if (out.terminal() && !out.style().null_ends) return PrintTable(file, out);
-  for (const PropfileLine& line : file.lines) {
-    out.Line(line.fault.empty() ? line.key + "\t" + line.names + "\t" + line.value : line.text);
-  }
 }
 
 std::optional<Failure> Show(const PropfileOptions& arguments, Output& out) {
@@ -193,6 +159,7 @@ void AddPropfileCommand(CLI::App& app, Invocation& invocation) {
                            "Give a file that was edited the right CRC", Seal);
   seal.AddFlag("--force", arguments->force, "Even if lines are malformed or there are none");
   seal.SetFooter(kAboutSeal);
+  AddRescueCommand(propfile, invocation);
 }
 
 }  // namespace valmere::tools

@@ -12,30 +12,11 @@
 namespace valmere::tools {
 namespace {
 
-PropfileLine TakeLine(std::string_view text) {
-  PropfileLine line;
-  line.text = text;
-  const std::size_t bar = text.find('|');
-  const std::size_t equals = bar == std::string_view::npos ? bar : text.find('=', bar);
-  if (bar == std::string_view::npos) {
-    line.fault = "there is no \"|\"";
-  } else if (bar == 0) {
-    line.fault = "there is nothing before the first \"|\"";
-  } else if (equals == std::string_view::npos) {
-    line.fault = "there is no \"=\" after the first \"|\"";
-  } else {
-    line.key = text.substr(0, bar);
-    line.names = text.substr(bar + 1, equals - bar - 1);
-    line.value = text.substr(equals + 1);
-  }
-  return line;
-}
-
 std::vector<PropfileLine> TakeLines(std::string_view body) {
   std::vector<PropfileLine> lines;
   for (std::size_t start = 0; start < body.size();) {
     const std::size_t end = body.find('\n', start);
-    PropfileLine line = TakeLine(body.substr(start, end - start));
+    PropfileLine line = TakePropfileLine(body.substr(start, end - start));
     if (end == std::string_view::npos) line.fault = "its line feed is missing";
     line.number = lines.size() + 1;
     line.start = start;
@@ -52,6 +33,30 @@ std::uint16_t TrailerOf(std::string_view bytes) {
 }
 
 }  // namespace
+
+const char* FaultIn(std::string_view line) {
+  const std::size_t bar = line.find('|');
+  if (bar == std::string_view::npos) return "there is no \"|\"";
+  if (bar == 0) return "there is nothing before the first \"|\"";
+  if (line.find('=', bar) == std::string_view::npos)
+    return "there is no \"=\" after the first \"|\"";
+  return nullptr;
+}
+
+PropfileLine TakePropfileLine(std::string_view text) {
+  PropfileLine line;
+  line.text = text;
+  if (const char* fault = FaultIn(text)) {
+    line.fault = fault;
+    return line;
+  }
+  const std::size_t bar = text.find('|');
+  const std::size_t equals = text.find('=', bar);
+  line.key = text.substr(0, bar);
+  line.names = text.substr(bar + 1, equals - bar - 1);
+  line.value = text.substr(equals + 1);
+  return line;
+}
 
 PropfileText ReadPropfileText(std::string_view bytes) {
   PropfileText file;

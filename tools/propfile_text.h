@@ -39,6 +39,12 @@ struct PropfileText {
 
 PropfileText ReadPropfileText(std::string_view bytes);
 
+// Why the service passes a line over, which comes without its line feed; null when it takes it.
+const char* FaultIn(std::string_view line);
+
+// A line taken apart; the caller knows its number and where it begins.
+PropfileLine TakePropfileLine(std::string_view line);
+
 // Everything that makes the service refuse the file or pass over a line; empty for a sound file.
 std::vector<PropfileFault> FaultsOf(const PropfileText& file);
 

@@ -16,6 +16,12 @@ inline client::PropertyAddress StoreCommand() {
 inline client::PropertyAddress LoadCommand() {
   return {kServiceComponent, kGeneralGroup, "0D9B0F83-2282-4728-A78E-FE2FF4E3A13C"};
 }
+inline client::PropertyAddress PropertyFileName() {
+  return {kServiceComponent, kGeneralGroup, "CD31503F-4949-40E1-BA2C-B2A88CF420F0"};
+}
+inline client::PropertyAddress OverrideFileName() {
+  return {kServiceComponent, kGeneralGroup, "C8B8886D-A101-47A9-BC60-477938C53648"};
+}
 // "True" when the last load failed.
 inline client::PropertyAddress LoadingError() {
   return {kServiceComponent, kErrorGroup, "A32AFFED-7C37-47FE-80DB-B21875E226BD"};
@@ -23,6 +29,13 @@ inline client::PropertyAddress LoadingError() {
 // In milliseconds.
 inline client::PropertyAddress PublishingPeriod() {
   return {kServiceComponent, kGeneralGroup, "DA821DC5-948D-4659-9B52-177E4C102129"};
+}
+
+// True for what the service keeps in its property file: all of its own but what is about that file.
+inline bool IsStored(const client::PropertyAddress& address) {
+  return address.component == kServiceComponent && address != PropertyFileName() &&
+         address != OverrideFileName() && address != LoadingError() && address != LoadCommand() &&
+         address != StoreCommand();
 }
 
 }  // namespace valmere::tools

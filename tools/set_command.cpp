@@ -2,8 +2,10 @@
 // resolved against the list of everything: the service looks properties up by GUID alone.
 #include <strings.h>
 
+#include <algorithm>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "tools/command.h"
 #include "tools/commands.h"
@@ -11,7 +13,9 @@
 #include "tools/input.h"
 #include "tools/name_resolver.h"
 #include "tools/observation.h"
+#include "tools/service_file.h"
 #include "tools/service_properties.h"
+#include "tools/storing.h"
 
 namespace valmere::tools {
 namespace {
@@ -26,6 +30,8 @@ struct SetOptions {
   std::string name;
   std::string value;
   bool verify = false;
+  bool durable = false;
+  std::optional<std::string> root;
 };
 
 constexpr const char* kAboutSet = R"(
@@ -35,7 +41,12 @@ the line feed at its end. A VALUE that begins with a dash goes behind "--".
 Without --verify, set is done when the service has handled the request; it fails
 if the service kept the value of a property of its own. With --verify it waits
 until the property reports the value: exit status 6 if nothing is reported in
-time, 5 if it is another value.)";
+time, 5 if it is another value.
+
+With --durable, for the service's own properties, set returns when the property
+file holds the value and is on the disk; exit status 6 if it does not in time.
+The file is looked at where it lies: below --root, else $VALMERE_ROOT, else the
+folder in which the service works, else /var/lib/valmere.)";
 
 std::string Quoted(const std::string& text) {
   return "\"" + text + "\"";
@@ -92,45 +103,88 @@ std::optional<Failure> Verify(Client& client, Client& hearing, const Property& b
   return Failure{kExitTimeout, "time-out: " + FullName(before) + " is still " + Quoted(last.value)};
 }
 
+// Why a property's value is not the service's to store.
+std::optional<Failure> CheckIsStored(const Property& property) {
+  if (IsStored(property.address())) return std::nullopt;
+  if (property.component == kServiceComponent)
+    return Failure{kExitUsage, FullName(property) + " is not stored, so --durable means nothing"};
+  return Failure{kExitUsage, FullName(property) + " is stored by its owner or not at all: " +
+                                 "--durable is for the service's own properties"};
+}
+
+// The value of one of the service's own properties.
+std::string ValueOf(const PropertyAddress& address, const std::vector<Property>& properties) {
+  const auto found =
+      std::find_if(properties.begin(), properties.end(),
+                   [&](const Property& property) { return property.address() == address; });
+  return found != properties.end() ? found->value : "";
+}
+
 class Setting {
  public:
   Setting(const GlobalOptions& global, const SetOptions& options)
-      : options_(options),
+      : global_(global),
+        options_(options),
         connections_(global.socket),
         deadline_(Deadline::After(global.timeout)) {}
 
   std::optional<Failure> Run() {
     const auto client = connections_.Open(deadline_);
     if (!client) return FailureOf(client.error());
-    const auto properties = (*client)->GetAll(deadline_);
+    client_ = *client;
+    const auto properties = client_->GetAll(deadline_);
     if (!properties) return FailureOf(properties.error());
     const auto resolved = Resolve(options_.name, *properties);
     if (const Failure* failure = std::get_if<Failure>(&resolved)) return *failure;
     const Property& property = *std::get<const Property*>(resolved);
-    if (!options_.verify) return Set(**client, property);
+    if (options_.durable) return SetDurably(property, ValueOf(PropertyFileName(), *properties));
+    return SetAndVerify(property);
+  }
+
+ private:
+  std::optional<Failure> SetDurably(const Property& property, const std::string& path) {
+    if (auto failure = CheckIsStored(property)) return failure;
+    if (auto failure = CheckIsStorable(FullName(property), options_.value)) return failure;
+    auto file = ServiceFile::Find(options_.root, global_.socket, path);
+    if (const Failure* failure = std::get_if<Failure>(&file)) return *failure;
+    Storing storing(connections_, *client_, std::get<ServiceFile>(std::move(file)), deadline_);
+    if (auto failure = storing.Begin({property})) return failure;
+    if (auto failure = SetAndVerify(property)) return failure;
+    // There are lines for changes alone.
+    if (!changed_) {
+      if (auto failure = storing.RequestLines()) return failure;
+    }
+    return storing.Await();
+  }
+
+  std::optional<Failure> SetAndVerify(const Property& property) {
+    if (!options_.verify) return Set(property);
     const auto hearing = connections_.Open(deadline_);
     if (!hearing) return FailureOf(hearing.error());
     if (const auto done = (*hearing)->SubscribeAll(deadline_); !done)
       return FailureOf(done.error());
-    if (auto failure = Set(**client, property)) return failure;
-    return Verify(**client, **hearing, property, options_.value, deadline_);
+    if (auto failure = Set(property)) return failure;
+    return Verify(*client_, **hearing, property, options_.value, deadline_);
   }
 
- private:
-  std::optional<Failure> Set(Client& client, const Property& property) {
+  std::optional<Failure> Set(const Property& property) {
     const PropertyAddress address = property.address();
     const client::SetRequest request{address, options_.value};
-    if (const auto sent = client.Set({&request, 1}, deadline_); !sent)
+    if (const auto sent = client_->Set({&request, 1}, deadline_); !sent)
       return FailureOf(sent.error());
-    const auto after = client.Get({&address, 1}, deadline_);
+    const auto after = client_->Get({&address, 1}, deadline_);
     if (!after) return FailureOf(after.error());
     if (after->size() != 1) return Failure{kExitRefused, "the service gave no answer to a get"};
+    changed_ = after->front().value != property.value;
     return Judge(property, after->front(), options_.value);
   }
 
+  const GlobalOptions& global_;
   const SetOptions& options_;
   Connections connections_;
   const Deadline deadline_;
+  Client* client_ = nullptr;
+  bool changed_ = false;
 };
 
 }  // namespace
@@ -142,6 +196,8 @@ void AddSetCommand(CLI::App& app, Invocation& invocation) {
   set.AddPositional("NAME", options->name, "The property", kRequired);
   set.AddPositional("VALUE", options->value, "Its new value; - reads standard input", kRequired);
   set.AddFlag("--verify", options->verify, "Wait until the property reports the value");
+  set.AddFlag("--durable", options->durable, "Wait until the value is on the disk");
+  set.AddText("--root", "PATH", options->root, "The service's root, for --durable");
   set.SetFooter(kAboutSet);
   set.SetRun(invocation, [options, &invocation](Output&) -> std::optional<Failure> {
     if (options->value == "-") {

@@ -34,9 +34,10 @@ def main(schema_path, valmere, valmered):
             started.append(process)
             return process
 
-        def run(*words):
-            done = subprocess.run([valmere, *words], env=environment, check=True,
+        def run(*words, status=0):
+            done = subprocess.run([valmere, *words], env=environment, check=False,
                                   stdout=subprocess.PIPE, timeout=PATIENCE)
+            assert done.returncode == status, words
             return done.stdout.decode("utf-8")
 
         try:
@@ -68,6 +69,17 @@ def main(schema_path, valmere, valmered):
             change = json.loads(watch.stdout.readline())
             check(schema, "property", change)
             assert change["value"] == "43", change
+
+            damaged = os.path.join(folder, "damaged.ini")
+            with open(damaged, "wb") as file:
+                file.write(b"A:B|Motion:Raw=\xff\nrubbish\nA:C|Motion:Speed=42\nxx")
+            for command, end in (("show", "propfile_end"), ("rescue", "rescue_end")):
+                lines = run("--json", "propfile", command, damaged, status=1 if command == "show" else 0)
+                *good, last = [json.loads(line) for line in lines.splitlines()]
+                assert len(good) == (3 if command == "show" else 2), good
+                for line in good:
+                    check(schema, "propfile_line", line)
+                check(schema, end, last)
 
             for wrong in ({}, {"value": 1}, [1]):
                 try:
