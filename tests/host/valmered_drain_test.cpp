@@ -1,4 +1,5 @@
-// What valmered still does from the signal that ends it on, and what is on the disk when it is ready.
+// What valmered still does from the signal that ends it on, and what is on the disk when it is
+// ready.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
