@@ -4,7 +4,8 @@
 // This is what someone expects who pipes a frame into the socket and waits for the answer.
 //
 // Limits cost a client that keeps them nothing: the timers run only while a frame is incomplete or
-// something waits for the client, and the pump calls on the loop only when the socket takes no more.
+// something waits for the client, and the pump calls on the loop only when the socket takes no
+// more.
 #include "host/connection.h"
 
 #include <sys/socket.h>
@@ -116,8 +117,8 @@ void Connection::ReadOnce() {
   }
 }
 
-// What has come is taken for the last; the client may go on sending, so there is an end to that. False
-// when the driver refuses it.
+// What has come is taken for the last; the client may go on sending, so there is an end to that.
+// False when the driver refuses it.
 bool Connection::TakeRest() {
   for (std::size_t taken = 0; taken < kMostDrainedBytes;) {
     const ssize_t count = recv(socket_, scratch_.data(), scratch_.size(), 0);

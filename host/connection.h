@@ -48,8 +48,8 @@ class Connection {
 
   // Looks after what its pump has come upon.
   void Attend();
-  // Goes on as if the client had sent its last byte: what the socket holds by now is the last that is
-  // taken, what was asked is answered, and then it closes.
+  // Goes on as if the client had sent its last byte: what the socket holds by now is the last that
+  // is taken, what was asked is answered, and then it closes.
   void Finish();
   // Ends handle and socket without waiting for the pump's thread to be gone.
   void BeginClose();

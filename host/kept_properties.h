@@ -32,8 +32,8 @@ client::Result<KeptProperties> FindKept(client::Client& client, client::Deadline
 client::Result<KeptProperties> LookAgain(client::Client& client, const KeptProperties& known,
                                          client::Deadline deadline);
 
-// The same for who reads and writes frames himself, and wants the files' names alone: what to ask, and
-// what came.
+// The same for who reads and writes frames himself, and wants the files' names alone: what to ask,
+// and what came.
 client::Result<std::string> FileNamesFrame();
 KeptProperties KeptIn(std::vector<client::Property> answer);
 

@@ -33,8 +33,8 @@ Limits:
 
 Signals:
   SIGTERM and SIGINT end valmered: it takes no more requests, and waits up to --drain-timeout until
-  those that it has are answered and the property file has what they have set. SIGHUP has the service
-  load its property file again.
+  those that it has are answered and the property file has what they have set. SIGHUP has the
+  service load its property file again.
 
 Files and environment:
   The socket is $VALMERE_SOCKET, else $XDG_RUNTIME_DIR/valmere/PRN1, else /run/valmere/PRN1. One
@@ -80,8 +80,8 @@ struct ParsedLimits {
   double drain = InSeconds(Limits{}.drain);
 };
 
-// Texts as "10", "2s" and "500ms"; what is no number is no time either, so "nan" does not get to the
-// range, which would let it pass.
+// Texts as "10", "2s" and "500ms"; what is no number is no time either, so "nan" does not get to
+// the range, which would let it pass.
 void AddTime(CLI::App& app, const char* name, double& seconds, double least, const char* meaning) {
   const std::map<std::string, double> units{{"s", 1}, {"ms", 0.001}};
   app.add_option(name, seconds, meaning)

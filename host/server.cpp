@@ -90,8 +90,8 @@ bool Server::Start() {
   return !HasToEnd();
 }
 
-// A load is over before its thread is told to end: an override file that it has taken is gone, and the
-// values are not in the property file yet.
+// A load is over before its thread is told to end: an override file that it has taken is gone, and
+// the values are not in the property file yet.
 client::Deadline Server::Run() {
   uv_run(&loop_, UV_RUN_DEFAULT);
   if (loader_) loader_->Await(end_by_);
@@ -191,8 +191,8 @@ void Server::LoadProperties() noexcept {
   if (loader_ && !stopping_) loader_->Ask();
 }
 
-// What was accepted is handled and answered. A client that does not take its answers, a load that takes
-// long: for all of them there is one deadline.
+// What was accepted is handled and answered. A client that does not take its answers, a load that
+// takes long: for all of them there is one deadline.
 void Server::Drain() {
   if (stopping_) return;
   end_by_ = client::Deadline::After(limits_.drain);

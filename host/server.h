@@ -22,15 +22,16 @@
 namespace valmere::host {
 
 // Purpose: serves a listening socket from one thread until SIGTERM or SIGINT, and lets what it has
-// accepted until then be answered, for as long as the limits say; on SIGHUP has the service load its
-// property file.
+// accepted until then be answered, for as long as the limits say; on SIGHUP has the service load
+// its property file.
 // Owner: the program. Socket, driver and limits must outlive it.
 // Threads: the one that calls Run; signals count from the constructor on.
 // Errors: the constructor throws std::runtime_error; a client that can't be served is turned away
 // with a message on standard error.
 class Server {
  public:
-  // `before_load`, if there is one, is called on another thread before each load of the property file.
+  // `before_load`, if there is one, is called on another thread before each load of the property
+  // file.
   Server(ListeningSocket& listener, const DriverLibrary& driver, const Limits& limits,
          PropertyLoader::BeforeLoad before_load = nullptr);
   ~Server();

@@ -3,8 +3,8 @@
 // So all has to look well for a while: a writer that has lines left does not pause between them.
 //
 // It is looked for again every few milliseconds. Watching the folder would save the looks, a few
-// dozen for a stop, but it takes a descriptor that there may not be, it tells of other files too, and
-// the values have to be asked for anyway.
+// dozen for a stop, but it takes a descriptor that there may not be, it tells of other files too,
+// and the values have to be asked for anyway.
 #include "host/stored_values.h"
 
 #include <fcntl.h>

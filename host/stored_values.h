@@ -23,7 +23,8 @@ namespace valmere::host {
 // property file says what it has.
 // Owner: the program. The driver must outlive it.
 // Threads: one at a time, but ForeseeLoad on another.
-// Errors: none, but std::bad_alloc from ForeseeLoad; standard error is told what is not in the file.
+// Errors: none, but std::bad_alloc from ForeseeLoad; standard error is told what is not in the
+// file.
 class StoredValues {
  public:
   StoredValues(const DriverLibrary& driver, std::shared_ptr<platform::FileSystem> files)

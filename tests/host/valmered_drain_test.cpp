@@ -1,7 +1,9 @@
-// What valmered still does from the signal that ends it on, and what is on the disk when it is ready.
+// What valmered still does from the signal that ends it on, and what is on the disk when it is
+// ready.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -253,17 +255,16 @@ TEST_F(ValmeredStoreTest, HasAllThatWasReadBackAmidTheFloodOfAnother) {
   desk.Start();
   desk.AwaitReady();
   std::vector<Property> flipped = FlipAll(desk);
-  Property fickle = flipped.back();
+  const Property fickle = flipped.back();
   flipped.pop_back();
-  std::thread flood([&] {
-    Client client = desk.Connect();
-    bool on = false;
+  std::atomic<int> sets = 0;
+  std::thread flood([client = desk.Connect(), &sets, &fickle]() mutable {
     client::SetRequest request{fickle.address(), ""};
     do {
-      on = !on;
-      request.value = on ? "True" : "False";
+      request.value = ++sets % 2 == 0 ? "True" : "False";
     } while (client.Set({&request, 1}, Deadline::After(kPatience)).ok());
   });
+  RepeatUntil([&] { return sets > 1000; }, [] {});
   Client client = desk.Connect();
   for (Property& zone : flipped)
     zone = Flip(client, zone);

@@ -104,7 +104,8 @@ class NoticeSocket {
 // The content of a file; nothing of one that is not there.
 std::string ContentOf(const std::string& path);
 
-// valmered ends at once here, and calls the driver for clients alone, unless a test wants it to drain.
+// valmered ends at once here, and calls the driver for clients alone, unless a test wants it to
+// drain.
 class ValmeredTest : public ::testing::Test {
  protected:
   // The root has the folder that the service keeps its settings in.
