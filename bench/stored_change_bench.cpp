@@ -1,13 +1,19 @@
 // From a change of a stored property to its line in the file, and "Store Properties" with a thousand
-// of them, beside a bare read and write of the same file.
+// of them, beside a bare read and write of the same file, and beside a bare write of the same bytes into
+// a new file that takes the old one's name.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "persist/file_stream.h"
@@ -63,6 +69,8 @@ class Root {
   Root() { setenv("VALMERE_ROOT", mkdtemp(name_), 1); }
   ~Root() { std::filesystem::remove_all(name_); }
 
+  std::string Path(const char* name) const { return std::string(name_) + "/" + name; }
+
  private:
   char name_[32] = "/tmp/valmere-bench-XXXXXX";
 };
@@ -113,6 +121,72 @@ void BM_BareReadAndWrite(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_BareReadAndWrite)->Arg(30)->Arg(1000)->UseRealTime()->Unit(benchmark::kMicrosecond);
+
+// What any program does that replaces a file, with no call more than that takes.
+class BareFile {
+ public:
+  explicit BareFile(const Root& root)
+      : path_(root.Path("Properties.ini")), beside_(root.Path("Properties.new")) {}
+
+  const std::string& Read() {
+    const int file = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    content_.resize(std::filesystem::file_size(path_));
+    Require(read(file, content_.data(), content_.size()) == static_cast<ssize_t>(content_.size()));
+    close(file);
+    return content_;
+  }
+  void Replace(std::string_view content) const {
+    constexpr mode_t kMode = 0644;
+    const int file = open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
+    Require(write(file, content.data(), content.size()) == static_cast<ssize_t>(content.size()));
+    close(file);
+    Require(rename(beside_.c_str(), path_.c_str()) == 0);
+  }
+
+ private:
+  static void Require(bool condition) {
+    if (!condition) throw std::runtime_error("the file can't be replaced");
+  }
+
+  const std::string path_;
+  const std::string beside_;
+  std::string content_;
+};
+
+double SecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Changes and bare replacements take turns, so that both see the same disk and the same hour. The time
+// is that of a change; with `read` the replacement reads the old file first, as a change has to.
+void BM_ChangeBesideBareReplace(benchmark::State& state) {
+  Store store(static_cast<int>(state.range(0)));
+  const bool read = state.range(1) != 0;
+  UIntProperty& property = *store.properties[store.properties.size() / 2];
+  BareFile bare(store.root);
+  const std::string content = bare.Read();
+  std::uint32_t value = 0;
+  double bare_seconds = 0;
+  double change_seconds = 0;
+  for (auto _ : state) {
+    auto start = std::chrono::steady_clock::now();
+    property.SetFromString(std::to_string(++value));
+    store.files->AwaitRewrite();
+    const double seconds = SecondsSince(start);
+    state.SetIterationTime(seconds);
+    change_seconds += seconds;
+    start = std::chrono::steady_clock::now();
+    bare.Replace(read ? bare.Read() : content);
+    bare_seconds += SecondsSince(start);
+  }
+  state.counters["bare_us"] = 1e6 * bare_seconds / static_cast<double>(state.iterations());
+  state.counters["ratio"] = change_seconds / bare_seconds;
+}
+BENCHMARK(BM_ChangeBesideBareReplace)
+    ->ArgNames({"lines", "read"})
+    ->ArgsProduct({{30, 1000}, {0, 1}})
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
 
 void BM_StoreProperties(benchmark::State& state) {
   Store store(static_cast<int>(state.range(0)));
