@@ -40,9 +40,8 @@ constexpr char kZone[] =
 constexpr char kZoneNames[] = "|Debug Zone:Enable Info Debug Zone";
 constexpr char kGetAll[] = R"({"GetAllProperties": true})";
 constexpr std::chrono::milliseconds kBetweenLooks{2};
-// For a shell: the folder, the size, and the program with its arguments.
-constexpr char kMountAndRun[] =
-    "mount -t tmpfs -o size=\"$2\" none \"$1\" && shift 2 && exec \"$@\"";
+// Of a shell that has the mounts to itself: the folder, and the program with its arguments.
+constexpr char kMountAndRun[] = R"(mount -t tmpfs -o size=64k none "$1" && shift && exec "$@")";
 
 std::string Bytes(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
@@ -70,23 +69,8 @@ class ValmeredDiskTest : public ::testing::Test {
 
   void Start() {
     Run({});
-    ASSERT_EQ(valmered_->ReadLine(), "valmered: ready on " + socket_);
     LookAt(root_);
   }
-  // With its root on a file system of that size, which nobody else sees.
-  void StartOnASmallDisk(const std::string& size) {
-    std::filesystem::create_directory(root_);
-    const std::vector<std::string> small = {"/usr/bin/env", "unshare", "--user", "--map-root-user",
-                                            "--mount",      "sh",      "-c",     kMountAndRun,
-                                            "sh",           root_,     size};
-    Run(small);
-    if (valmered_->ReadLine() != "valmered: ready on " + socket_) {
-      valmered_->Wait();
-      GTEST_SKIP() << "no file system of one's own to be had: " << valmered_->errors();
-    }
-    LookAt("/proc/" + std::to_string(valmered_->process()) + "/root" + root_);
-  }
-
   // A property file that fills a page: one byte more needs another. The log has a page of its own.
   void WriteAWholePage() {
     const std::string period = std::string(kPeriod) + kPeriodNames + "=500";
@@ -97,7 +81,7 @@ class ValmeredDiskTest : public ::testing::Test {
     ASSERT_EQ(old_.size(), kPage);
     std::ofstream(log_, std::ios::binary | std::ios::app) << "here the test begins\r\n";
   }
-  void Limit(__rlimit_resource resource, rlim_t soft) {
+  void Limit(decltype(RLIMIT_NOFILE) resource, rlim_t soft) {
     rlimit limit{};
     ASSERT_EQ(prlimit(valmered_->process(), resource, nullptr, &limit), 0);
     limit.rlim_cur = std::min(soft, limit.rlim_max);
@@ -133,6 +117,22 @@ class ValmeredDiskTest : public ::testing::Test {
     return line;
   }
 
+  void Run(std::vector<std::string> command) {
+    command.insert(command.end(), {VALMERED, "--root", root_, "--init-root", "--socket", socket_,
+                                   "--library", VALMERE_LIBRARY});
+    valmered_ = std::make_unique<Subprocess>(command);
+    ASSERT_EQ(valmered_->ReadLine(), "valmered: ready on " + socket_);
+  }
+  void LookAt(const std::string& root) {
+    view_ = open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(view_, 0) << root;
+    const std::string view = "/proc/self/fd/" + std::to_string(view_);
+    filler_ = view + "/filler";
+    store_ = view + "/Store";
+    file_ = store_ + "/ValmereProperties.ini";
+    log_ = store_ + "/ValmereLog.txt";
+  }
+
   TemporaryFolder folder_;
   const std::string root_ = folder_.Path("root");
   const std::string socket_ = folder_.Path("PRN1");
@@ -145,20 +145,6 @@ class ValmeredDiskTest : public ::testing::Test {
   std::unique_ptr<Subprocess> valmered_;
 
  private:
-  void Run(std::vector<std::string> command) {
-    command.insert(command.end(), {VALMERED, "--root", root_, "--init-root", "--socket", socket_,
-                                   "--library", VALMERE_LIBRARY});
-    valmered_ = std::make_unique<Subprocess>(command);
-  }
-  void LookAt(const std::string& root) {
-    view_ = open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    ASSERT_GE(view_, 0) << root;
-    const std::string view = "/proc/self/fd/" + std::to_string(view_);
-    filler_ = view + "/filler";
-    store_ = view + "/Store";
-    file_ = store_ + "/ValmereProperties.ini";
-    log_ = store_ + "/ValmereLog.txt";
-  }
   static void AwaitText(const std::string& path, const std::string& text) {
     RepeatUntil([&] { return Bytes(path).find(text) != std::string::npos; },
                 [] { std::this_thread::sleep_for(kBetweenLooks); });
@@ -169,9 +155,28 @@ class ValmeredDiskTest : public ::testing::Test {
   }
 };
 
-TEST_F(ValmeredDiskTest, KeepsTheOldFileOnAFullDiskAndWritesWhenThereIsRoom) {
-  ASSERT_NO_FATAL_FAILURE(StartOnASmallDisk("64k"));
-  if (IsSkipped()) return;
+// With its root on a file system of 64 kB.
+class ValmeredSmallDiskTest : public ValmeredDiskTest {
+ protected:
+  void SetUp() override {
+    std::filesystem::create_directory(root_);
+    Subprocess first(WithItsOwnMounts("true"));
+    if (first.Wait() != 0) GTEST_SKIP() << "nothing can be mounted here: " << first.errors();
+    Run(WithItsOwnMounts(""));
+    LookAt("/proc/" + std::to_string(valmered_->process()) + "/root" + root_);
+  }
+
+ private:
+  std::vector<std::string> WithItsOwnMounts(const std::string& program) const {
+    std::vector<std::string> command = {"/usr/bin/env", "unshare", "--user", "--map-root-user",
+                                        "--mount",      "sh",      "-c",     kMountAndRun,
+                                        "sh",           root_};
+    if (!program.empty()) command.push_back(program);
+    return command;
+  }
+};
+
+TEST_F(ValmeredSmallDiskTest, KeepsTheOldFileOnAFullDiskAndWritesWhenThereIsRoom) {
   WriteAWholePage();
   Fill(filler_);
   const RawClient client(socket_);
@@ -185,9 +190,7 @@ TEST_F(ValmeredDiskTest, KeepsTheOldFileOnAFullDiskAndWritesWhenThereIsRoom) {
   EXPECT_THAT(ErrorLine(), HasSubstr("is written again"));
 }
 
-TEST_F(ValmeredDiskTest, NamesWhatItCouldNotStoreWhenItEndsOnAFullDisk) {
-  ASSERT_NO_FATAL_FAILURE(StartOnASmallDisk("64k"));
-  if (IsSkipped()) return;
+TEST_F(ValmeredSmallDiskTest, NamesWhatItCouldNotStoreWhenItEndsOnAFullDisk) {
   WriteAWholePage();
   Fill(filler_);
   const RawClient client(socket_);
