@@ -63,8 +63,8 @@ Outcome Desk::KillAmid(LoadKind kind, std::chrono::microseconds moment) {
   service_.Kill();
   load.Join();
   if (!load.fault().empty()) Note(outcome.unclean, outcome, "a client ended: " + load.fault());
-  Examine(AfterMessages(texts_, next_number_, load.ReadBackBy(killed - kSettled), load.last_sent()),
-          outcome);
+  const std::uint32_t settled = load.ReadBackBy(killed - settled_.time, settled_.looks);
+  Examine(AfterMessages(texts_, next_number_, settled, load.last_sent()), outcome);
   const Clock::time_point newer = load.ReadBackAbove(NumberIn(texts_.front()).value_or(0), killed);
   outcome.behind = std::chrono::ceil<std::chrono::milliseconds>(killed - std::min(newer, killed));
   next_number_ = load.last_sent() + 1;

@@ -12,8 +12,12 @@
 
 namespace valmere::survival {
 
-// What has been read back for this long is to be there after a kill.
-inline constexpr std::chrono::seconds kSettled{1};
+// What is to be there after a kill: what was read back so long before, and was looked at so often since.
+// Looks take longer where the machine has no time for the service either.
+struct Settled {
+  std::chrono::seconds time{1};
+  std::size_t looks = 0;
+};
 
 // What a kill or a stop did.
 struct Outcome {
@@ -36,8 +40,8 @@ struct Outcome {
 class Desk {
  public:
   // In a folder that is there and is the caller's.
-  Desk(const std::string& folder, const Settings& settings)
-      : service_(folder), settings_(settings) {}
+  Desk(const std::string& folder, const Settings& settings, Settled settled)
+      : service_(folder), settings_(settings), settled_(settled) {}
 
   // Kills it at that time after a load has begun.
   Outcome KillAmid(LoadKind load, std::chrono::microseconds moment);
@@ -63,6 +67,7 @@ class Desk {
 
   Service service_;
   const Settings& settings_;
+  const Settled settled_;
   bool running_ = false;
   std::vector<std::string> texts_;  // the settings' values at the start
   std::uint32_t next_number_ = 1000;

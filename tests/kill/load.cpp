@@ -75,15 +75,16 @@ client::Result<void> Load::ReadBack(client::Client& client) {
   if (!answer) return answer.error();
   const auto number = NumberIn(answer->front().value);
   const bool is_new = samples_.empty() || samples_.back().number != number;
-  if (number && *number >= first_ && is_new) samples_.push_back({Clock::now(), *number});
+  if (number && *number >= first_ && is_new) samples_.push_back({Clock::now(), *number, looks_});
+  ++looks_;
   std::this_thread::sleep_for(kBetweenReads);
   return {};
 }
 
-std::uint32_t Load::ReadBackBy(Clock::time_point time) const {
+std::uint32_t Load::ReadBackBy(Clock::time_point time, std::size_t looks_since) const {
   std::uint32_t highest = 0;
   for (const Sample& sample : samples_) {
-    if (sample.time <= time) highest = sample.number;
+    if (sample.time <= time && sample.look + looks_since < looks_) highest = sample.number;
   }
   return highest;
 }

@@ -43,8 +43,8 @@ class Load {
 
   // Numbers that may have reached the service: up to and with this one.
   std::uint32_t last_sent() const { return last_sent_.load(); }
-  // The highest that was read back by then; 0 for none.
-  std::uint32_t ReadBackBy(Clock::time_point time) const;
+  // The highest that was read back by then, with so many looks after it; 0 for none.
+  std::uint32_t ReadBackBy(Clock::time_point time, std::size_t looks_since = 0) const;
   // When a number above `number` was read back for the first time; `never` if it was not.
   Clock::time_point ReadBackAbove(std::uint32_t number, Clock::time_point never) const;
   std::string fault() const;
@@ -53,6 +53,7 @@ class Load {
   struct Sample {
     Clock::time_point time;
     std::uint32_t number;
+    std::size_t look;  // that saw it first
   };
 
   // Connects and goes on with `step` until the service has ended.
@@ -68,6 +69,7 @@ class Load {
   std::atomic<bool> end_expected_{false};
   std::atomic<bool> joining_{false};
   std::vector<Sample> samples_;  // the reader's until Join, in ascending order
+  std::size_t looks_ = 0;        // the reader's until Join
   std::string setter_fault_;     // the setter's until Join
   std::string reader_fault_;     // the reader's until Join
   std::thread setter_;
