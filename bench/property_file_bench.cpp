@@ -20,7 +20,8 @@ constexpr valmere::platform::WidePathView kPath = u"/Store/bench.ini";
 std::shared_ptr<valmere::platform::FileSystem> Prepare(benchmark::State& state, int lines) {
   auto files = valmere::platform::MakeDeviceFileSystem();
   FileStream file(*files, kPath, OpenFlags::kWrite | OpenFlags::kTruncate);
-  if (!file.WriteAll(valmere::testing::WithTrailer(valmere::testing::ManyLines(lines))))
+  if (!file.WriteAll(valmere::testing::WithTrailer(valmere::testing::ManyLines(lines))) ||
+      !file.Complete())
     state.SkipWithError("the folder Store must be under the device root");
   return files;
 }
@@ -37,7 +38,7 @@ void BM_BareReadAndWrite(benchmark::State& state) {
       if (!in.ReadAll(bytes.get(), size)) state.SkipWithError("not read");
     }
     FileStream out(*files, kPath, OpenFlags::kWrite | OpenFlags::kTruncate);
-    if (!out.WriteAll({bytes.get(), size})) state.SkipWithError("not written");
+    if (!out.WriteAll({bytes.get(), size}) || !out.Complete()) state.SkipWithError("not written");
   }
 }
 

@@ -70,7 +70,7 @@ ValmereService::ValmereService(std::shared_ptr<platform::FileSystem> files, cons
   engine_ = PropertyEngine::Make(*persistence_, log_, own_component);
   persistence_->AttachEngine(engine_);
   Demand(engine_->Start(kRequestPriority));
-  Demand(persistence_->StartWorker(kStorePriority));
+  Demand(persistence_->StartWorkers(kStorePriority, kBackgroundPriority));
   steps.Done("Property engine made");
   handlers_ =
       std::make_shared<DataHandlerManager>(ServiceContext{engine_}, log_, tasks_, kRequestPriority);
@@ -89,7 +89,8 @@ ValmereService::ValmereService(std::shared_ptr<platform::FileSystem> files, cons
 }
 
 // Each is ended before it is let go: a stream's thread that was left behind may hold it for longer.
-// Loads are ended first, or a client that waits in one could not end with its stream.
+// Loads are ended first, or a client that waits in one could not end with its stream. No line is begun
+// any more once no one is there to change a property; the log is still there to say which are lost.
 ValmereService::~ValmereService() {
   StepLog steps(DebugZone::kDeInit);
   steps.AttachLog(log_);
@@ -106,6 +107,7 @@ ValmereService::~ValmereService() {
   if (engine_) engine_->End();
   engine_.reset();
   steps.Done("Property engine released");
+  if (persistence_) persistence_->StopWriting();
   if (log_) log_->End();
   log_.reset();
   if (persistence_) persistence_->End();

@@ -52,4 +52,8 @@ bool FileStream::WriteAll(std::string_view bytes) {
   return IsOpen() && (bytes.empty() || file_->Write(bytes.data(), bytes.size()) == bytes.size());
 }
 
+bool FileStream::Complete() {
+  return IsOpen() && file_->Complete();
+}
+
 }  // namespace valmere

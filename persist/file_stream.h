@@ -42,6 +42,8 @@ class FileStream final : public Connection {
   // True when all `length` bytes were transferred.
   bool ReadAll(void* buffer, std::size_t length);
   bool WriteAll(std::string_view bytes);
+  // To be called when all is written; true when it is the file's content now.
+  bool Complete();
 
  private:
   const std::unique_ptr<platform::File> file_;

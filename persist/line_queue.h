@@ -1,9 +1,11 @@
 // Lines on their way to property files.
 #pragma once
 
-#include <functional>
+#include <cstddef>
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "driver/sync/worker_thread.h"
 #include "persist/property_file_writer.h"
@@ -11,32 +13,53 @@
 
 namespace valmere {
 
+// Purpose: is told of what befalls lines on their way.
+// Owner: shared by the line queue and its threads.
+// Threads: the queue's two, and the one that ends it; one call at a time from each.
+// Errors: std::bad_alloc costs the report.
+class LineReports {
+ public:
+  virtual ~LineReports() = default;
+  // The first line of its file that could not be written: it waits, and all that come for the file
+  // behind it.
+  virtual void Waits(platform::WidePathView path, RewriteResult cause) = 0;
+  // All that waited for the file has been written, so many lines.
+  virtual void WrittenAgain(platform::WidePathView path, std::size_t lines) = 0;
+  // Lines that are not tried again.
+  virtual void GivenUp(platform::WidePathView path, std::size_t lines, RewriteResult cause) = 0;
+  // What was written can't be brought to the disk; then: it is there.
+  virtual void NotSynced() = 0;
+  virtual void Synced() = 0;
+  // The queue ends while these lines wait; their left sides.
+  virtual void LeftBehind(const std::vector<std::string>& lines) = 0;
+};
+
 // Purpose: takes write requests and applies them one by one, in order, on a background thread. A
 // change whose line waits already takes that line's place, where that shows in no file: what waits
-// is bounded by what there is to store.
-// Owner: the persistence component. Its thread holds all that it touches, and so may outlive it.
-// Threads: any thread pushes, under a short lock; whoever pushes waits for no file. Start and End
-// on the owner's.
-// Errors: a rewrite that fails is told to the reporter, once for each file and cause, of which the
-// last kMostReported are remembered. What is still queued at the end is discarded.
+// is bounded by what there is to store. A line that could not be written waits, and those for the
+// same file behind it, and a second thread tries it again; that one also brings what was written to
+// the disk, many lines at once and at most a second later.
+// Owner: the persistence component. Its threads hold all that they touch, and so may outlive it.
+// Threads: any thread pushes, under a short lock; whoever pushes waits for no file. Start, Stop and
+// End on the owner's.
+// Errors: what fails is told in reports. What is still queued at the end is discarded.
 class LineQueue {
  public:
-  using Reporter = std::function<void(const platform::WidePath& path, RewriteResult cause)>;
+  // A longer path leads to no file on any system.
+  static constexpr std::size_t kLongestPath = 32'767;
 
-  static constexpr std::size_t kMostReported = 32;
-  // Paths that are equal so far count as one to those who report.
-  static constexpr std::size_t kReportedPathLength = 256;
-
-  LineQueue(std::shared_ptr<platform::FileSystem> files, Reporter report);
+  LineQueue(std::shared_ptr<platform::FileSystem> files, std::shared_ptr<LineReports> reports);
   // Ends.
   ~LineQueue();
   LineQueue(const LineQueue&) = delete;
   LineQueue& operator=(const LineQueue&) = delete;
 
-  // Lines queue up until the worker is started; false when there is no thread to be had.
-  bool Start(int priority);
-  // Finishes the line that is being written and waits for the thread. No line is taken from then
-  // on, and a thread that did not come back in time writes no more. Any number of times.
+  // Lines queue up until the workers are started; false when there are no threads to be had.
+  bool Start(int priority, int second_priority);
+  // No line is taken from here on, and none is begun: those that wait are discarded, and told.
+  void Stop();
+  // As Stop; also finishes the line that is being written and waits for the threads. One that did not
+  // come back in time writes no more. Any number of times.
   void End();
 
   // Queues a line that stays where it is: none is moved over it, and none takes its place. False
@@ -47,7 +70,7 @@ class LineQueue {
   // have been queued since. False after the end.
   bool PushChange(WriteRequest request);
   // Applies requests until none is left, or until one could not be read or finished: the others
-  // then wait for the next push. True once at least one was written completely.
+  // then wait for the next push, or the next try. True once at least one was written completely.
   bool Drain();
 
  private:
@@ -55,6 +78,7 @@ class LineQueue {
 
   const std::shared_ptr<Writer> writer_;
   std::optional<WorkerThread> thread_;
+  std::optional<WorkerThread> second_;
 };
 
 }  // namespace valmere

@@ -29,7 +29,8 @@ platform::WidePath ReadLogFileName(platform::FileSystem& files, platform::WidePa
 
 void LogFacility::AddFile(platform::FileSystem& files, platform::WidePathView path, int priority) {
   auto stream = std::make_unique<FileStream>(
-      files, path, platform::OpenFlags::kWrite | platform::OpenFlags::kAppend);
+      files, path,
+      platform::OpenFlags::kWrite | platform::OpenFlags::kAppend | platform::OpenFlags::kBounded);
   if (!stream->IsOpen()) return;
   auto writer = std::make_unique<LogWriter>(std::move(stream), priority);
   if (writer->running()) writers_.push_back(std::move(writer));

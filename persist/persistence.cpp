@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "persist/debug_switches.h"
+#include "persist/line_log.h"
 #include "persist/log_line.h"
 #include "persist/property_file_turn.h"
 #include "store/general_group.h"
@@ -65,12 +66,7 @@ Persistence::Persistence(std::shared_ptr<platform::FileSystem> files,
                         0)),
       load_command_(MakeCommand("0D9B0F83-2282-4728-A78E-FE2FF4E3A13C", "Load Properties")),
       store_command_(MakeCommand("DDF2926A-0A65-4196-88FE-5858BC957E0B", "Store Properties")),
-      lines_(files_, [log = log_](const platform::WidePath& path, RewriteResult cause) {
-        LogIn(DebugZone::kError, log, [&] {
-          return "Property file " + QuotePath(path) +
-                 " was not written: " + std::string(Describe(cause));
-        });
-      }) {}
+      lines_(files_, std::make_shared<LineLog>(log_)) {}
 
 std::shared_ptr<Persistence> Persistence::Make(std::shared_ptr<platform::FileSystem> files,
                                                platform::WidePathView main_path,
@@ -138,6 +134,11 @@ void Persistence::AttachEngine(const std::shared_ptr<PropertySink>& engine) {
 void Persistence::EndLoads() {
   loads_ended_.store(true);
   PropertyFileTurn::WakeAll();
+}
+
+void Persistence::StopWriting() {
+  EndLoads();
+  lines_.Stop();
 }
 
 void Persistence::End() {

@@ -54,14 +54,18 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void AttachEngine(const std::shared_ptr<PropertySink>& engine) EXCLUDES(publish_lock_);
   // What has happened so far is logged at once.
   void AttachLog(const std::shared_ptr<LogSink>& log) { log_->Attach(log); }
-  // Starts the thread that writes lines; false when there is none to be had.
-  bool StartWorker(int priority) { return lines_.Start(priority); }
+  // Starts the thread that writes lines, and the second one that tries those again that could not be
+  // written and brings them to the disk; false when there are none to be had.
+  bool StartWorkers(int priority, int second_priority) {
+    return lines_.Start(priority, second_priority);
+  }
   // From here on loads fail, also those that wait for others to be done with the files, and so hold
   // nobody up any longer. Lines are still written. On any thread, any number of times.
   void EndLoads();
-  // As EndLoads; also ends that thread and writes no more, whoever still holds this and changes
-  // properties: lines that are still queued or come later are discarded. On the thread that started
-  // it, any number of times.
+  // As EndLoads; also begins no more lines, whoever still holds this and changes properties: those
+  // that are still queued are discarded, which the log is told, and so are those that come later.
+  void StopWriting();
+  // As StopWriting; also ends the threads. On the one that started them, any number of times.
   void End();
 
   // Reads the files anew and gives their values to the registered properties, which announce them

@@ -1,5 +1,5 @@
 // The old lines are read into one buffer that has room for the new line; there the line is put in
-// its place by moving what follows it, and from there all is written in one go. The file is written
+// its place by moving what follows it, and from there all is written in one go. The file may be written
 // in place: the checksum, which comes last, tells a finished rewrite from one that was cut off.
 #include "persist/property_file_writer.h"
 
@@ -32,9 +32,9 @@ RewriteResult ReadBody(platform::FileSystem& files, platform::WidePathView path,
   // lines to this one.
   if (!stream.IsOpen() && files.Exists(path)) return RewriteResult::kNotOpened;
   const std::optional<std::uint64_t> file_size = stream.IsOpen() ? stream.Size() : 0;
-  if (!file_size || room > FileStream::kLargestWhole ||
-      *file_size > FileStream::kLargestWhole - room)
-    return RewriteResult::kShortRead;
+  if (!file_size) return RewriteResult::kShortRead;
+  if (room > FileStream::kLargestWhole || *file_size > FileStream::kLargestWhole - room)
+    return RewriteResult::kTooLong;
   if (*file_size > kPropertyFileTrailer)
     body.size = static_cast<std::size_t>(*file_size) - kPropertyFileTrailer;
   body.bytes.reset(new (std::nothrow) char[body.size + room]);
@@ -80,7 +80,7 @@ RewriteResult WriteFile(platform::FileSystem& files, platform::WidePathView path
   const char trailer[kPropertyFileTrailer] = {static_cast<char>(crc & 0xFF),
                                               static_cast<char>(crc >> 8)};
   if (!stream.WriteAll({trailer, sizeof trailer})) return RewriteResult::kTrailerTorn;
-  return RewriteResult::kWritten;
+  return stream.Complete() ? RewriteResult::kWritten : RewriteResult::kNotReplaced;
 }
 
 }  // namespace
@@ -99,6 +99,10 @@ bool StopsDraining(RewriteResult result) noexcept {
   return result == RewriteResult::kShortRead || result == RewriteResult::kTrailerTorn;
 }
 
+bool MayGoBetter(RewriteResult result) noexcept {
+  return result != RewriteResult::kTooLong;
+}
+
 std::string_view Describe(RewriteResult result) noexcept {
   switch (result) {
     case RewriteResult::kWritten:
@@ -111,6 +115,10 @@ std::string_view Describe(RewriteResult result) noexcept {
       return "its lines can't all be written";
     case RewriteResult::kTrailerTorn:
       return "its checksum can't be written";
+    case RewriteResult::kTooLong:
+      return "it would be too long";
+    case RewriteResult::kNotReplaced:
+      return "it can't take the place of the old one";
     case RewriteResult::kOvertaken:
       return "it took so long that another went on with the file";
   }

@@ -21,19 +21,24 @@ struct WriteRequest {
 WriteRequest MakeWriteRequest(std::string_view left_side, std::string_view value,
                               platform::WidePathView path);
 
-// How a rewrite ended. Whatever it was, the request is spent: it isn't tried again.
+// How a rewrite ended.
 enum class RewriteResult {
   kWritten,
   kShortRead,    // the old body didn't come whole, or its size; the file is as it was
+  kTooLong,      // the file would be too long to be read again; it is as it was
   kNotOpened,    // it is there but can't be opened, or not for writing; the file is as it was
   kBodyTorn,     // the lines didn't all reach the file, which now has no valid checksum
   kTrailerTorn,  // the checksum didn't all reach the file
-  kOvertaken,    // it may not write any more; what it has written has no valid checksum
+  kNotReplaced,  // all was written, but the file could not be put in the place of the old one, which stays
+  kOvertaken,  // it may not write any more; what it has written has no valid checksum
 };
 
 // True when the requests that still wait should be left for another time: what kept this one from
 // being read, or from being finished, is likely to meet them too.
 bool StopsDraining(RewriteResult result) noexcept;
+
+// False when another try would end in the same way, whatever becomes of the disk.
+bool MayGoBetter(RewriteResult result) noexcept;
 
 // The result as the end of a sentence for the log: "it can't be opened".
 std::string_view Describe(RewriteResult result) noexcept;
@@ -45,8 +50,8 @@ using MayWrite = std::function<bool()>;
 // Rewrites the file with the request's line in place of the first one that begins with its prefix,
 // or with the line at the end if none does. The old checksum isn't looked at: a file with a wrong
 // one is mended. A last line without its "\n" is given one. The new checksum is written last, so a
-// rewrite that was cut off anywhere leaves a file that is refused whole. std::bad_alloc, while the
-// file is still as it was.
+// rewrite that was cut off anywhere leaves a file that is refused whole, or the old one where the
+// system can keep it. std::bad_alloc, while the file is still as it was.
 RewriteResult RewriteLine(platform::FileSystem& files, const WriteRequest& request,
                           const MayWrite& may_write = nullptr);
 

@@ -34,17 +34,21 @@ void WaitingLines::AddChange(WriteRequest request) {
     WaitingLine& line = *earlier->second;
     if (line.request.prefix == request.prefix) {
       line.request.line = std::move(request.line);
-      line.replaced_others = true;
       return;
     }
     changes_.erase(earlier);
   }
-  lines_.push_back({std::move(request)});
+  lines_.push_back({std::move(request), true});
   try {
     changes_.emplace(KeyOf(lines_.back().request), &lines_.back());
   } catch (const std::bad_alloc&) {
     // The line is queued; it only won't be replaced.
   }
+}
+
+void WaitingLines::Add(WaitingLine line) {
+  if (line.is_change) return AddChange(std::move(line.request));
+  Add(std::move(line.request));
 }
 
 std::optional<WaitingLine> WaitingLines::TakeFirst() {

@@ -1,6 +1,7 @@
 // The lines that wait for their property file.
 #pragma once
 
+#include <cstddef>
 #include <deque>
 #include <optional>
 #include <string_view>
@@ -13,7 +14,7 @@ namespace valmere {
 // A request that waits.
 struct WaitingLine {
   WriteRequest request;
-  bool replaced_others = false;  // lines that were queued later have gone into it
+  bool is_change = false;  // of a property: a later change may take its place
 };
 
 // Purpose: write requests in order. The line of a change takes the place of the one before it where
@@ -23,14 +24,21 @@ struct WaitingLine {
 // Errors: std::bad_alloc; nothing was added then.
 class WaitingLines {
  public:
+  WaitingLines() = default;
+  WaitingLines(WaitingLines&&) = default;
+  WaitingLines& operator=(WaitingLines&&) = default;
+
   // A line that stays where it is: none is moved over it.
   void Add(WriteRequest request);
   // The line of a property's change; its left side has a "|".
   void AddChange(WriteRequest request);
+  void Add(WaitingLine line);
   std::optional<WaitingLine> TakeFirst();
   // Puts a line that was taken before all others.
   void PutBack(WaitingLine line);
   void Clear() noexcept;
+  bool empty() const { return lines_.empty(); }
+  std::size_t size() const { return lines_.size(); }
 
  private:
   std::deque<WaitingLine> lines_;

@@ -15,10 +15,15 @@ namespace valmere::platform {
 // nor writes can't be opened, nor can what is to be truncated but not written.
 enum class OpenFlags : std::uint32_t {
   kRead = 1,
-  kWrite = 2,     // creates the file when it is missing (unless only kRead is given with it)
-  kAppend = 4,    // writes, and every write goes to the end
-  kTruncate = 8,  // the file starts empty
-  kAtEnd = 16,    // the first position is the end
+  kWrite = 2,   // creates the file when it is missing (unless only kRead is given with it)
+  kAppend = 4,  // writes, and every write goes to the end
+  // The file starts empty. Where the system can do so, what is written takes the place of the old
+  // file when it is complete, and the old one stays when it never is.
+  kTruncate = 8,
+  kAtEnd = 16,  // the first position is the end
+  // With kAppend: where the system bounds such files, one that has become too long goes on under its
+  // name and ".1", in the place of an older one, and a new one begins.
+  kBounded = 32,
 };
 constexpr OpenFlags operator|(OpenFlags a, OpenFlags b) {
   return static_cast<OpenFlags>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
@@ -39,6 +44,10 @@ class File {
   // The file's size in bytes, which is 0 for what has none, as a device. Nothing when it can't be
   // had: such a file must not be taken for an empty one.
   virtual std::optional<std::uint64_t> Size() = 0;
+  // To be called when all is written, after which nothing is: a file that was to be truncated takes
+  // effect now at the latest. False when something could not be written, or the file was replaced by
+  // somebody else meanwhile. Where the system can, the old file has stayed then.
+  virtual bool Complete() { return true; }
 };
 
 // Where paths lead. Any thread may call; each File that it gives stands alone.
@@ -53,12 +62,18 @@ class FileSystem {
   virtual bool Exists(WidePathView path) = 0;
   // True when the file is gone because of this call; folders stay.
   virtual bool Remove(WidePathView path) = 0;
+  // Brings the files that have been completed since the last call to the disk, where the system
+  // leaves that to its programs. False when one could not be: the next call tries again.
+  virtual bool Sync() { return true; }
 };
 
 // The device's files. Where the operating system has no such tree of its own they lie under one
 // folder, the device root: the environment variable VALMERE_ROOT as it stands at this call, else
 // /var/lib/valmere. No path leads out of the root: ".." stops there, and symbolic links below it
-// are not followed.
+// are not followed. A bounded file has no more than VALMERE_MAX_LOG bytes there (kDefaultMaxLog when
+// that is not set or no number). A file that can't be written is told of on standard error there,
+// once.
+inline constexpr std::uint64_t kDefaultMaxLog = std::uint64_t{16} << 20;
 std::shared_ptr<FileSystem> MakeDeviceFileSystem();
 
 }  // namespace valmere::platform

@@ -24,6 +24,8 @@ class Descriptor {
 
   bool valid() const { return number_ >= 0; }
   int get() const { return number_; }
+  // Hands the number over, and the duty with it.
+  int Release() { return std::exchange(number_, -1); }
 
  private:
   int number_ = -1;

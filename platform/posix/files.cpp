@@ -10,41 +10,33 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "platform/posix/current_thread.h"
-#include "platform/posix/descriptor.h"
+#include "platform/kernel.h"
+#include "platform/posix/folder.h"
+#include "platform/posix/open_file.h"
+#include "platform/posix/replacing_file.h"
+#include "platform/posix/system_call.h"
+#include "platform/posix/write_ledger.h"
 
 namespace valmere::platform {
 namespace {
 
 constexpr const char* kRootVariable = "VALMERE_ROOT";
 constexpr const char* kDefaultRoot = "/var/lib/valmere";
-constexpr mode_t kNewFileMode = 0644;
-
-// Asks again for as long as a signal breaks the call, which may hang with the file system that it
-// goes to.
-template <class Call>
-auto Uninterrupted(Call call) {
-  const WaitInKernel wait;
-  auto result = call();
-  while (result < 0 && errno == EINTR)
-    result = call();
-  return result;
-}
+constexpr const char* kMaxLogVariable = "VALMERE_MAX_LOG";
 
 // Errors that say nothing of the file.
 bool IsShortage(int error) {
   return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO;
-}
-
-Descriptor OpenAt(int folder, const char* name, int flags) {
-  return Descriptor(
-      Uninterrupted([&] { return openat(folder, name, flags | O_CLOEXEC, kNewFileMode); }));
 }
 
 // A path below the root, without anything that could lead out of it: the names from the top down.
@@ -72,80 +64,25 @@ bool NamesDevice(const Names& names) {
   return !names.empty() && names.back().back() == ':';
 }
 
-// The flags of open(2); nothing when the combination makes no sense. The first position is the
-// File's own business, and a file is emptied only when it is known to be one.
-std::optional<int> SystemFlags(OpenFlags flags) {
-  const bool read = Has(flags, OpenFlags::kRead);
-  const bool append = Has(flags, OpenFlags::kAppend);
-  const bool truncate = Has(flags, OpenFlags::kTruncate);
-  const bool write = Has(flags, OpenFlags::kWrite) || append;
-  if (!write) return read && !truncate ? std::optional<int>(O_RDONLY) : std::nullopt;
-  int system = read ? O_RDWR : O_WRONLY;
-  if (!read || append || truncate) system |= O_CREAT;
-  if (append) system |= O_APPEND;
-  return system;
-}
-
-class HostFile final : public File {
- public:
-  // Empty until it is given its descriptor, once.
-  void Adopt(Descriptor descriptor) { descriptor_ = std::move(descriptor); }
-
-  std::size_t Read(void* buffer, std::size_t length) override {
-    return Transfer(length, [&](std::size_t done) {
-      return read(descriptor_.get(), static_cast<char*>(buffer) + done, length - done);
-    });
-  }
-  std::size_t Write(const void* buffer, std::size_t length) override {
-    return Transfer(length, [&](std::size_t done) {
-      return write(descriptor_.get(), static_cast<const char*>(buffer) + done, length - done);
-    });
-  }
-  std::optional<std::uint64_t> Size() override {
-    struct stat status {};
-    if (fstat(descriptor_.get(), &status) != 0) return std::nullopt;
-    return static_cast<std::uint64_t>(status.st_size);
-  }
-
- private:
-  // Calls until all is done, nothing more comes or an error ends it; the bytes moved until then.
-  template <class Step>
-  static std::size_t Transfer(std::size_t length, Step step) {
-    std::size_t done = 0;
-    while (done < length) {
-      const ssize_t moved = Uninterrupted([&] { return step(done); });
-      if (moved <= 0) break;
-      done += static_cast<std::size_t>(moved);
-    }
-    return done;
-  }
-
-  Descriptor descriptor_;
-};
-
 // Purpose: the files below one folder of the host; no path leads out of it.
 // Owner: the service, shared with all that open files.
-// Threads: any; nothing changes after construction.
+// Threads: any.
 // Errors: what can't be reached can't be opened.
 class HostFileSystem final : public FileSystem {
  public:
-  explicit HostFileSystem(std::string root) : root_(std::move(root)) {}
+  HostFileSystem(const char* root, std::uint64_t max_log)
+      : root_(root), max_log_(max_log), ledger_(std::make_shared<WriteLedger>(root)) {}
 
   std::unique_ptr<File> Open(WidePathView path, OpenFlags flags) override {
-    const std::optional<int> system = SystemFlags(flags);
-    const std::optional<Place> place = Find(path);
-    if (!system || !place) return nullptr;
-    // Made first: a file that is emptied and then not opened, for want of memory, would be lost.
-    auto opened = std::make_unique<HostFile>();
-    // Opening must not wait for the other end of a pipe that somebody put there.
-    Descriptor file = OpenAt(place->folder.get(), place->name.c_str(),
-                             *system | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK);
-    struct stat status {};
-    if (!file.valid() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
-      return nullptr;
-    if (Has(flags, OpenFlags::kTruncate) && ftruncate(file.get(), 0) != 0) return nullptr;
-    if (Has(flags, OpenFlags::kAtEnd)) lseek(file.get(), 0, SEEK_END);
-    opened->Adopt(std::move(file));
+    errno = 0;
+    std::optional<Place> place = Find(path);
+    std::unique_ptr<File> opened;
+    if (place) {
+      ClearOnce(path, place->folder);
+      opened = OpenFile(*std::move(place), {WidePath(path), ledger_, max_log_}, flags);
+    }
+    const bool must_be_written = Has(flags, OpenFlags::kTruncate) || Has(flags, OpenFlags::kAppend);
+    if (!opened && must_be_written && errno != 0) ledger_->Failed(WidePath(path));
     return opened;
   }
 
@@ -164,13 +101,18 @@ class HostFileSystem final : public FileSystem {
     return place && unlinkat(place->folder.get(), place->name.c_str(), 0) == 0;
   }
 
- private:
-  // A folder below the root, held open, and a name in it.
-  struct Place {
-    Descriptor folder;
-    std::string name;
-  };
+  bool Sync() override {
+    bool all = true;
+    for (const WidePath& path : ledger_->TakeUnsynced()) {
+      if (SyncOne(path)) continue;
+      ledger_->Failed(path);
+      ledger_->AddUnsynced(path);
+      all = false;
+    }
+    return all;
+  }
 
+ private:
   // Nothing when a folder on the way is missing or the path names a device.
   std::optional<Place> Find(WidePathView path) const {
     std::optional<Names> names = SplitPath(path);
@@ -183,16 +125,56 @@ class HostFileSystem final : public FileSystem {
     return Place{std::move(folder), std::move(names->back())};
   }
 
+  bool SyncOne(WidePathView path) const noexcept try {
+    const std::optional<Place> place = Find(path);
+    return place && SyncToDisk(*place);
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return false;
+  }
+
+  // Once for each folder, the first time that a file in it is opened.
+  void ClearOnce(WidePathView path, const Descriptor& folder) EXCLUDES(lock_) {
+    const WidePathView name = path.substr(0, path.find_last_of(u"/\\") + 1);
+    {
+      const ScopedLock hold(lock_);
+      if (cleared_.size() == kMostCleared ||
+          std::find(cleared_.begin(), cleared_.end(), name) != cleared_.end())
+        return;
+      cleared_.emplace_back(name);
+    }
+    ClearLeftovers(folder);
+  }
+
+  static constexpr std::size_t kMostCleared = 32;
+
   const std::string root_;
+  const std::uint64_t max_log_;
+  const std::shared_ptr<WriteLedger> ledger_;
+  Lock lock_;
+  std::vector<WidePath> cleared_ GUARDED_BY(lock_);
 };
+
+// The environment changes while a host starts, before it loads the library, and not after.
+const char* FromEnvironment(const char* name) {
+  const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
+  return value != nullptr && *value != '\0' ? value : nullptr;
+}
+
+std::uint64_t MaxLog() {
+  const char* text = FromEnvironment(kMaxLogVariable);
+  if (text == nullptr) return kDefaultMaxLog;
+  std::uint64_t bytes = 0;
+  const char* const end = text + std::strlen(text);
+  const auto [stop, error] = std::from_chars(text, end, bytes);
+  return error == std::errc() && stop == end ? bytes : kDefaultMaxLog;
+}
 
 }  // namespace
 
 std::shared_ptr<FileSystem> MakeDeviceFileSystem() {
-  // The environment changes while a host starts, before it loads the library, and not after.
-  const char* root = std::getenv(kRootVariable);  // NOLINT(concurrency-mt-unsafe)
-  if (root == nullptr || *root == '\0') root = kDefaultRoot;
-  return std::make_shared<HostFileSystem>(root);
+  const char* root = FromEnvironment(kRootVariable);
+  return std::make_shared<HostFileSystem>(root != nullptr ? root : kDefaultRoot, MaxLog());
 }
 
 }  // namespace valmere::platform

@@ -184,7 +184,7 @@ class FaultTest : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
   // of the threads that were. One whose end could not be told of for want of memory goes with the
   // next session that ends; that may be one after the first.
   static bool Serves(std::uint32_t sessions) {
-    constexpr std::uint32_t kOwnThreads = 5;  // task queue, acceptor, publisher, lines, log
+    constexpr std::uint32_t kOwnThreads = 6;  // task queue, acceptor, publisher, lines (2), log
     const auto at_rest = [sessions] {
       return Eventually([&] { return LiveWorkerThreads::Live() == kOwnThreads + sessions; });
     };

@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <time.h>
@@ -250,7 +251,7 @@ int __wrap_sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* dead
   constexpr long kShortMilliseconds = 1;
   const long wait = valmere::testing::t_in_system == 0 ? 0 : MillisecondsUntil(*deadline);
   timespec shortened = *deadline;
-  if (wait > kUnloadMilliseconds) {
+  if (wait > kUnloadMilliseconds && !valmere::testing::t_worker) {
     shortened = InMilliseconds(0);
   } else if (valmere::testing::t_worker && wait > kRetryMilliseconds && wait < kStopMilliseconds) {
     valmere::testing::g_publishing_waits.fetch_add(1);
@@ -291,6 +292,36 @@ int __real_unlinkat(int, const char*, int);
 int __wrap_unlinkat(int folder, const char* name, int flags) {
   if (Refused(Fault::kLook)) return Refuse(EIO);
   return __real_unlinkat(folder, name, flags);
+}
+
+int __real_renameat(int, const char*, int, const char*);
+int __wrap_renameat(int from, const char* old_name, int to, const char* new_name) {
+  if (Refused(Fault::kLook)) return Refuse(EIO);
+  return __real_renameat(from, old_name, to, new_name);
+}
+
+int __real_statx(int, const char*, int, unsigned, struct statx*);
+int __wrap_statx(int folder, const char* name, int flags, unsigned mask, struct statx* status) {
+  if (Refused(Fault::kLook)) return Refuse(EIO);
+  return __real_statx(folder, name, flags, mask, status);
+}
+
+int __real_fchmod(int, mode_t);
+int __wrap_fchmod(int file, mode_t mode) {
+  if (Refused(Fault::kLook)) return Refuse(EIO);
+  return __real_fchmod(file, mode);
+}
+
+int __real_flock(int, int);
+int __wrap_flock(int file, int operation) {
+  if (Refused(Fault::kLook)) return Refuse(ENOLCK);
+  return __real_flock(file, operation);
+}
+
+int __real_fsync(int);
+int __wrap_fsync(int file) {
+  if (Refused(Fault::kWrite)) return Refuse(EIO);
+  return __real_fsync(file);
 }
 
 ssize_t __real_read(int, void*, size_t);

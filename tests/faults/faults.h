@@ -15,9 +15,9 @@ enum class Fault {
   kThread,        // a thread
   kKernelObject,  // a semaphore, a mutex
   kOpen,          // opening a file or a folder
-  kLook,          // looking at a file, emptying or removing one
+  kLook,          // looking at a file, locking, emptying, renaming or removing one
   kRead,          // reading a file
-  kWrite,         // writing one
+  kWrite,         // writing one, or bringing it to the disk
   kTornWrite,     // the same; half of the write that fails has reached the file
   kSocket,        // accepting a peer, receiving, sending
   kLoop,          // what the event loop's library is asked for

@@ -76,7 +76,10 @@ TEST_F(FileStreamTest, TruncatesWhenAsked) {
   files_.Put(u"/x", "a longer text");
   FileStream stream(files_, u"/x", OpenFlags::kWrite | OpenFlags::kTruncate);
   EXPECT_TRUE(stream.WriteAll("new"));
+  EXPECT_TRUE(stream.Complete());
   EXPECT_EQ(files_.Get(u"/x"), "new");
+  stream.Close();
+  EXPECT_FALSE(stream.Complete());
 }
 
 TEST_F(FileStreamTest, ReadsTheWholeFile) {

@@ -1,5 +1,6 @@
 #include "persist/line_queue.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -9,8 +10,11 @@
 #include <utility>
 #include <vector>
 
+#include "persist/failed_lines.h"
+#include "persist/file_stream.h"
 #include "persist/property_file_turn.h"
 #include "tests/persist/hanging_files.h"
+#include "tests/persist/line_reports.h"
 #include "tests/persist/property_file_samples.h"
 #include "tests/persist/thread_end.h"
 #include "tests/persist/watched_file_system.h"
@@ -23,6 +27,9 @@ namespace {
 
 constexpr platform::WidePathView kQueuedFile = u"/Store/Properties.ini";
 constexpr platform::WidePathView kOther = u"/Store/Other.ini";
+constexpr platform::WidePathView kThird = u"/Store/Third.ini";
+
+using Texts = std::vector<std::string>;
 
 class LineQueueTest : public ::testing::Test {
  protected:
@@ -30,18 +37,11 @@ class LineQueueTest : public ::testing::Test {
             platform::WidePathView path = kQueuedFile) {
     queue_.Push(MakeWriteRequest(left_side, value, path));
   }
-  std::vector<RewriteResult> reported() {
-    const platform::ScopedLock hold(lock_);
-    return reported_;
-  }
+  std::vector<std::string> reported() { return reports_->all(); }
 
   const std::shared_ptr<MemoryFileSystem> files_ = std::make_shared<MemoryFileSystem>();
-  platform::Lock lock_;
-  std::vector<RewriteResult> reported_;
-  LineQueue queue_{files_, [this](const platform::WidePath&, RewriteResult cause) {
-                     const platform::ScopedLock hold(lock_);
-                     reported_.push_back(cause);
-                   }};
+  const std::shared_ptr<KeptReports> reports_ = std::make_shared<KeptReports>();
+  LineQueue queue_{files_, reports_};
 };
 
 TEST_F(LineQueueTest, DrainsInOrder) {
@@ -61,13 +61,14 @@ TEST_F(LineQueueTest, AShortReadStopsAndLeavesTheRestForTheNextPush) {
   files_->Put(kQueuedFile, WithTrailer("a|b=1\n"));
   Push("x|x", "0", kOther);
   Push("a|b", "2");
-  Push("c|d", "3");
+  Push("c|d", "3", kThird);
   files_->ShortenRead(1, 2);
   EXPECT_FALSE(queue_.Drain()) << "though the line before was written";
   EXPECT_EQ(files_->Get(kOther), WithTrailer("x|x=0\n"));
   EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=1\n"));
+  EXPECT_EQ(files_->Get(kThird), std::nullopt);
   EXPECT_TRUE(queue_.Drain());
-  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=1\nc|d=3\n"));
+  EXPECT_EQ(files_->Get(kThird), WithTrailer("c|d=3\n"));
 }
 
 TEST_F(LineQueueTest, ATornTrailerStopsDraining) {
@@ -76,7 +77,7 @@ TEST_F(LineQueueTest, ATornTrailerStopsDraining) {
   files_->FillDiskAfter(7);
   EXPECT_FALSE(queue_.Drain());
   EXPECT_EQ(files_->Get(kOther), std::nullopt);
-  EXPECT_EQ(reported(), std::vector<RewriteResult>{RewriteResult::kTrailerTorn});
+  EXPECT_EQ(reported(), Texts{"waits Properties.ini: its checksum can't be written"});
   files_->EndFaults();
   EXPECT_TRUE(queue_.Drain());
   EXPECT_EQ(files_->Get(kOther), WithTrailer("c|d=2\n"));
@@ -87,7 +88,7 @@ TEST_F(LineQueueTest, ATornTrailerLeavesTheLineBeforeItWritten) {
   Push("c|d", "2", kOther);
   files_->FillDiskAfter(8 + 7);
   EXPECT_TRUE(queue_.Drain());
-  EXPECT_EQ(reported(), std::vector<RewriteResult>{RewriteResult::kTrailerTorn});
+  EXPECT_EQ(reported(), Texts{"waits Other.ini: its checksum can't be written"});
 }
 
 TEST_F(LineQueueTest, ATornBodyGoesOnWithTheNext) {
@@ -99,7 +100,7 @@ TEST_F(LineQueueTest, ATornBodyGoesOnWithTheNext) {
   EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("c|d=2\n"));
 }
 
-TEST_F(LineQueueTest, ReportsOnceForEachFileAndCause) {
+TEST_F(LineQueueTest, TellsOnceOfEachFileThatCantBeWritten) {
   files_->PutUnopenable(kQueuedFile);
   files_->PutUnopenable(kOther);
   for (int i = 0; i < 5; ++i) {
@@ -107,15 +108,8 @@ TEST_F(LineQueueTest, ReportsOnceForEachFileAndCause) {
     Push("a|b", "1", kOther);
     queue_.Drain();
   }
-  EXPECT_EQ(reported(),
-            (std::vector<RewriteResult>{RewriteResult::kNotOpened, RewriteResult::kNotOpened}));
-  files_->Put(kQueuedFile, "");
-  files_->FillDiskAfter(0);
-  Push("a|b", "1");
-  Push("a|b", "1");
-  queue_.Drain();
-  EXPECT_EQ(reported().size(), 3u);
-  EXPECT_EQ(reported().back(), RewriteResult::kBodyTorn);
+  EXPECT_EQ(reported(), (Texts{"waits Properties.ini: it can't be opened",
+                               "waits Other.ini: it can't be opened"}));
 }
 
 TEST_F(LineQueueTest, WritesALineOnceForManyChanges) {
@@ -126,59 +120,105 @@ TEST_F(LineQueueTest, WritesALineOnceForManyChanges) {
   EXPECT_EQ(files_->opens(), 2U);
 }
 
-TEST_F(LineQueueTest, ALineThatStandsForSeveralIsTriedOnceMore) {
-  queue_.PushChange(MakeWriteRequest("a|b", "1", kQueuedFile));
-  queue_.PushChange(MakeWriteRequest("a|b", "2", kQueuedFile));
-  queue_.PushChange(MakeWriteRequest("c|d", "1", kQueuedFile));
-  files_->FailOpen(2);
-  EXPECT_TRUE(queue_.Drain());
-  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=2\nc|d=1\n"));
-  EXPECT_EQ(reported(), std::vector<RewriteResult>{RewriteResult::kNotOpened});
-}
-
-TEST_F(LineQueueTest, ALineThatFailsAgainIsSpent) {
-  files_->PutUnopenable(kQueuedFile);
-  for (int i = 0; i < 10; ++i)
-    queue_.PushChange(MakeWriteRequest("a|b", "1", kQueuedFile));
-  EXPECT_FALSE(queue_.Drain());
-  EXPECT_EQ(files_->opens(), 2U);
-}
-
-TEST_F(LineQueueTest, RemembersTheFailuresOfTheLastFilesOnly) {
-  const auto fail = [&](std::size_t number) {
-    const platform::WidePath path = u"/Store/" + platform::WidenPath(std::to_string(number));
+TEST_F(LineQueueTest, GivesUpTheFileThatHasFailedLongestWhenTooManyFail) {
+  for (std::size_t i = 0; i <= FailedLines::kMostFiles; ++i) {
+    const platform::WidePath path = u"/Store/" + platform::WidenPath(std::to_string(i));
     files_->PutUnopenable(path);
     Push("a|b", "1", path);
-    queue_.Drain();
-  };
-  for (std::size_t i = 0; i <= LineQueue::kMostReported; ++i)
-    fail(i);
-  const std::size_t all = LineQueue::kMostReported + 1;
-  EXPECT_EQ(reported().size(), all);
-  for (std::size_t i = 1; i <= LineQueue::kMostReported; ++i)
-    fail(i);
-  EXPECT_EQ(reported().size(), all);
-  fail(0);
-  EXPECT_EQ(reported().size(), all + 1);
-}
-
-TEST_F(LineQueueTest, RemembersNoMoreOfAPathThanItsBeginning) {
-  const platform::WidePath longest(1'000'000, u'x');
-  const std::size_t before = BytesInUse();
-  for (std::size_t i = 0; i < LineQueue::kMostReported; ++i) {
-    platform::WidePath path = longest;
-    path[i] = u'y';
-    files_->FailOpen(2);
-    Push("a|b", "1", path);
+    if (i == 0) Push("c|d", "1", path);
     queue_.Drain();
   }
-  EXPECT_EQ(reported().size(), LineQueue::kMostReported);
-  EXPECT_LT(BytesInUse(), before + 64 * 1024);
+  EXPECT_EQ(reported().size(), FailedLines::kMostFiles + 2);
+  EXPECT_EQ(reported().back(), "given up 0: 2, it can't be opened");
+}
+
+TEST_F(LineQueueTest, ALineForAPathThatLeadsNowhereIsGivenUpAtOnce) {
+  const std::size_t before = BytesInUse();
+  for (std::size_t i = 0; i < FailedLines::kMostFiles; ++i) {
+    files_->FailOpen(2);
+    Push("a|b", std::to_string(i), platform::WidePath(1'000'000, u'x'));
+    queue_.Drain();
+  }
+  EXPECT_LT(BytesInUse(), before + std::size_t{128} * 1024 * 1024);
+  Push("c|d", "1", platform::WidePath(LineQueue::kLongestPath, u'y'));
+  queue_.Drain();
+  EXPECT_EQ(files_->Get(platform::WidePath(LineQueue::kLongestPath, u'y')), WithTrailer("c|d=1\n"));
+}
+
+TEST_F(LineQueueTest, ALineThatIsTooLongForAnyFileIsGivenUpAndThoseBehindItAreWritten) {
+  Push("a|b", std::string(FileStream::kLargestWhole, 'v'));
+  Push("a|b", "2");
+  EXPECT_TRUE(queue_.Drain());
+  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=2\n"));
+  EXPECT_EQ(reported(), Texts{"given up Properties.ini: 1, it would be too long"});
+}
+
+TEST_F(LineQueueTest, ALineThatCouldNotBeWrittenIsTriedAgainByItself) {
+  files_->FailOpen(2);
+  Push("a|b", "1");
+  queue_.Start(251, 253);
+  EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
+  EXPECT_TRUE(Eventually([&] {
+    return reported() ==
+           Texts{"waits Properties.ini: it can't be opened", "again Properties.ini: 1"};
+  }));
+}
+
+TEST_F(LineQueueTest, LinesOfAFileThatFailsComeInTheirOrderWhenItCanBeWrittenAgain) {
+  files_->PutUnopenable(kQueuedFile);
+  queue_.Start(251, 253);
+  Push("a|b", "1");
+  ASSERT_TRUE(Eventually([&] { return reported().size() == 1; }));
+  Push("c|d", "1");
+  Push("a|b", "2");
+  Push("x|y", "1", kOther);
+  EXPECT_TRUE(Eventually([&] { return files_->Get(kOther) == WithTrailer("x|y=1\n"); }))
+      << "though the first file still fails";
+  files_->Put(kQueuedFile, "");
+  Push("e|f", "1");
+  EXPECT_TRUE(
+      Eventually([&] { return files_->Get(kQueuedFile) == WithTrailer("a|b=2\nc|d=1\ne|f=1\n"); }));
+  EXPECT_TRUE(Eventually([&] { return reported().back() == "again Properties.ini: 4"; }));
+}
+
+TEST_F(LineQueueTest, ChangesOfAFileThatFailsTakeEachOthersPlace) {
+  files_->PutUnopenable(kQueuedFile);
+  queue_.Start(251, 253);
+  for (int i = 0; i < 1000; ++i)
+    queue_.PushChange(MakeWriteRequest("a|b", std::to_string(i), kQueuedFile));
+  ASSERT_TRUE(Eventually([&] { return reported().size() == 1; }));
+  files_->Put(kQueuedFile, "");
+  queue_.PushChange(MakeWriteRequest("a|b", "last", kQueuedFile));
+  EXPECT_TRUE(Eventually([&] { return reported().size() == 2; }));
+  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=last\n"));
+  EXPECT_THAT(reported().back(), ::testing::MatchesRegex("again Properties.ini: [123]"));
+}
+
+TEST_F(LineQueueTest, TellsWhichLinesWaitAtTheEnd) {
+  files_->PutUnopenable(kQueuedFile);
+  queue_.Start(251, 253);
+  Push("a|b", "1");
+  ASSERT_TRUE(Eventually([&] { return reported().size() == 1; }));
+  const std::uint64_t opens = files_->opens();
+  Push("c|d", "1");
+  ASSERT_TRUE(Eventually([&] { return files_->opens() > opens; }));
+  queue_.End();
+  EXPECT_EQ(reported().back(), "left behind: a|b c|d");
+}
+
+TEST_F(LineQueueTest, TellsWhichLinesWereNotBegunAtTheStop) {
+  Push("a|b", "1");
+  Push("c|d", "1", kOther);
+  queue_.Stop();
+  EXPECT_EQ(reported(), Texts{"left behind: a|b c|d"});
+  queue_.End();
+  EXPECT_EQ(reported().size(), 1u);
+  EXPECT_EQ(files_->opens(), 0u);
 }
 
 TEST_F(LineQueueTest, TakesNothingAfterItsEnd) {
   Push("a|b", "1");
-  queue_.Start(251);
+  queue_.Start(251, 253);
   EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
   queue_.End();
   EXPECT_FALSE(queue_.Push(MakeWriteRequest("a|b", "2", kQueuedFile)));
@@ -192,7 +232,7 @@ TEST_F(LineQueueTest, WhoComesBackFromAFileCallAfterTheEndWritesNoMore) {
   const std::string before = WithTrailer("a|b=1\n");
   files_->Put(kQueuedFile, before);
   const auto files = std::make_shared<HangingFiles>(files_);
-  LineQueue queue(files, [](const platform::WidePath&, RewriteResult) {});
+  LineQueue queue(files, std::make_shared<KeptReports>());
   queue.Push(MakeWriteRequest("a|b", "2", kQueuedFile));
   files->HangAtTheNextRead();
   TestThread late([&] { queue.Drain(); });
@@ -207,8 +247,8 @@ TEST_F(LineQueueTest, EndsWhileAnotherHasTheTurn) {
   std::atomic<bool> returned{false};
   const auto files =
       std::make_shared<WatchedFileSystem>([&returned] { ThreadEnd::Watch(returned); });
-  LineQueue queue(files, [](const platform::WidePath&, RewriteResult) {});
-  queue.Start(251);
+  LineQueue queue(files, std::make_shared<KeptReports>());
+  queue.Start(251, 253);
   queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
   EXPECT_TRUE(Eventually([&] { return files->disk.Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
   const PropertyFileTurn turn(PropertyFileTurn::For::kReading);
@@ -223,14 +263,14 @@ TEST_F(LineQueueTest, EndsWhileAnotherHasTheTurn) {
 
 TEST_F(LineQueueTest, ItsThreadWritesWhatIsPushedBeforeAndAfterItStarts) {
   Push("a|b", "1");
-  queue_.Start(251);
+  queue_.Start(251, 253);
   EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
   Push("a|b", "2");
   EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile) == WithTrailer("a|b=2\n"); }));
 }
 
 TEST_F(LineQueueTest, ItsThreadLosesNoLineOfManyThreads) {
-  queue_.Start(251);
+  queue_.Start(251, 253);
   {
     std::vector<TestThread> threads;
     for (int t = 0; t < 4; ++t)
@@ -243,15 +283,13 @@ TEST_F(LineQueueTest, ItsThreadLosesNoLineOfManyThreads) {
   EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile).value_or("").size() == all; }));
 }
 
-void ReportToNobody(const platform::WidePath&, RewriteResult) {}
-
 TEST(LineQueueThread, ReturnsWhenTheQueueEnds) {
   std::atomic<bool> returned{false};
   const auto files =
       std::make_shared<WatchedFileSystem>([&returned] { ThreadEnd::Watch(returned); });
   {
-    LineQueue queue(files, ReportToNobody);
-    queue.Start(251);
+    LineQueue queue(files, std::make_shared<KeptReports>());
+    queue.Start(251, 253);
     queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
     EXPECT_TRUE(Eventually([&] { return files->disk.Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
   }
@@ -276,8 +314,8 @@ TEST(LineQueueThread, FinishesTheLineThatItWritesAndDiscardsTheOthersWhenTheQueu
       never.WaitUntil(platform::MonotonicNow() + 10 * platform::kTicksPerMillisecond);
     });
     {
-      LineQueue queue(files, ReportToNobody);
-      queue.Start(251);
+      LineQueue queue(files, std::make_shared<KeptReports>());
+      queue.Start(251, 253);
       queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
       begun.Wait();
       queue.Push(MakeWriteRequest("c|d", "2", kQueuedFile));
@@ -293,12 +331,11 @@ TEST(LineQueueThread, WritesALineThatIsPushedWhileItStops) {
   const auto files = std::make_shared<MemoryFileSystem>();
   files->PutDirectory(kQueuedFile);
   LineQueue* pushed_to = nullptr;
-  LineQueue queue(files, [&](const platform::WidePath&, RewriteResult) {
-    pushed_to->Push(MakeWriteRequest("c|d", "2", kOther));
-  });
+  LineQueue queue(files, std::make_shared<KeptReports>(
+                             [&] { pushed_to->Push(MakeWriteRequest("c|d", "2", kOther)); }));
   pushed_to = &queue;
   queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
-  queue.Start(251);
+  queue.Start(251, 253);
   EXPECT_TRUE(Eventually([&] { return files->Get(kOther) == WithTrailer("c|d=2\n"); }));
 }
 
@@ -307,10 +344,10 @@ TEST(LineQueueThread, LeavesTheOtherLinesForTheNextPushAfterAShortRead) {
     const auto files = std::make_shared<MemoryFileSystem>();
     files->PutDirectory(kQueuedFile);
     platform::Semaphore reported;
-    LineQueue queue(files, [&](const platform::WidePath&, RewriteResult) { reported.Release(); });
+    LineQueue queue(files, std::make_shared<KeptReports>([&] { reported.Release(); }));
     queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
     queue.Push(MakeWriteRequest("c|d", "2", kOther));
-    queue.Start(251);
+    queue.Start(251, 253);
     reported.Wait();
     TestThread([] {}).Join();  // takes longer than a line that were written now
     ASSERT_EQ(files->Get(kOther), std::nullopt);
@@ -324,19 +361,72 @@ TEST(LineQueueThread, TellsOfALineForWhichThereWasNoMemoryAndGoesOn) {
   const auto files = std::make_shared<WatchedFileSystem>([&memory] {
     if (!std::exchange(memory, true)) throw std::bad_alloc();
   });
-  std::atomic<int> reports{0};
-  LineQueue queue(files, [&](const platform::WidePath&, RewriteResult cause) {
-    EXPECT_EQ(cause, RewriteResult::kShortRead);
-    ++reports;
-  });
+  const auto reports = std::make_shared<KeptReports>();
+  LineQueue queue(files, reports);
   queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
   queue.Push(MakeWriteRequest("c|d", "2", kQueuedFile));
-  queue.Start(251);
-  EXPECT_TRUE(Eventually([&] {
-    queue.Push(MakeWriteRequest("e|f", "3", kQueuedFile));
-    return files->disk.Get(kQueuedFile) == WithTrailer("c|d=2\ne|f=3\n");
-  }));
-  EXPECT_EQ(reports, 1);
+  queue.Start(251, 253);
+  EXPECT_TRUE(
+      Eventually([&] { return files->disk.Get(kQueuedFile) == WithTrailer("a|b=1\nc|d=2\n"); }));
+  EXPECT_EQ(reports->all()[0], "waits Properties.ini: its old lines can't be read to their end");
+}
+
+// Counts how often what was written is brought to the disk.
+class SyncedFileSystem final : public platform::FileSystem {
+ public:
+  std::unique_ptr<platform::File> Open(platform::WidePathView path,
+                                       platform::OpenFlags flags) override {
+    return disk.Open(path, flags);
+  }
+  bool Exists(platform::WidePathView path) override { return disk.Exists(path); }
+  bool Remove(platform::WidePathView path) override { return disk.Remove(path); }
+  bool Sync() override {
+    ++syncs;
+    return works;
+  }
+
+  MemoryFileSystem disk;
+  std::atomic<int> syncs{0};
+  std::atomic<bool> works{true};
+};
+
+class LineQueueSync : public ::testing::Test {
+ protected:
+  void Push(std::string_view value) {
+    queue_.Push(MakeWriteRequest("a|b", value, kQueuedFile));
+    ASSERT_TRUE(Eventually([&] {
+      return files_->disk.Get(kQueuedFile) == WithTrailer("a|b=" + std::string(value) + "\n");
+    }));
+  }
+
+  const std::shared_ptr<SyncedFileSystem> files_ = std::make_shared<SyncedFileSystem>();
+  const std::shared_ptr<KeptReports> reports_ = std::make_shared<KeptReports>();
+  LineQueue queue_{files_, reports_};
+};
+
+TEST_F(LineQueueSync, ManyLinesAreBroughtToTheDiskAtOnce) {
+  queue_.Start(251, 253);
+  for (int i = 0; i < 100; ++i)
+    Push(std::to_string(i));
+  EXPECT_TRUE(Eventually([&] { return files_->syncs > 0; }));
+  EXPECT_LT(files_->syncs, 20);
+}
+
+TEST_F(LineQueueSync, TheLastLinesAreBroughtToTheDiskAtTheEnd) {
+  queue_.Start(251, 253);
+  Push("1");
+  queue_.End();
+  EXPECT_GT(files_->syncs, 0);
+}
+
+TEST_F(LineQueueSync, ADiskThatTakesNothingIsToldOfOnceAndTriedAgain) {
+  files_->works = false;
+  queue_.Start(251, 253);
+  Push("1");
+  EXPECT_TRUE(Eventually([&] { return files_->syncs >= 2; }));
+  EXPECT_EQ(reports_->all(), Texts{"not synced"});
+  files_->works = true;
+  EXPECT_TRUE(Eventually([&] { return reports_->all() == Texts{"not synced", "synced"}; }));
 }
 
 }  // namespace

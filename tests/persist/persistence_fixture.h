@@ -79,7 +79,7 @@ class PersistenceTest : public ::testing::Test {
   }
   void StartWriting() {
     Start();
-    persistence_->StartWorker(251);
+    persistence_->StartWorkers(251, 253);
   }
   // Waits until the file has exactly these lines and their checksum.
   bool FileBecomes(std::string_view body) {

@@ -72,7 +72,7 @@ TEST_F(PersistenceTest, AChangeBeforeTheWorkerStartsIsWrittenLater) {
   Start();
   RegisterNumber(5)->SetValue(6);
   EXPECT_EQ(files_->Get(kMain), std::nullopt);
-  persistence_->StartWorker(251);
+  persistence_->StartWorkers(251, 253);
   EXPECT_TRUE(FileBecomes("G:P|Group:Number=6\n"));
 }
 
@@ -259,7 +259,7 @@ TEST_F(PersistenceTest, AReloadCountsMoreThanTheLineOfAnEarlierChangeThatIsStill
   const auto last = UIntProperty::Make(0, "Q", "Other", "G", "Group");
   persistence_->RegisterProperty(last);
   last->SetValue(1);
-  persistence_->StartWorker(251);
+  persistence_->StartWorkers(251, 253);
   EXPECT_TRUE(FileBecomes("G:P|Group:Number=700\nG:Q|Group:Other=1\n"));
 }
 
@@ -408,7 +408,7 @@ TEST_F(PersistenceTest, ALoadDoesNotMeetALineThatIsBeingWritten) {
   });
   disk->disk.Put(kMain, WithTrailer("G:P|Group:Number=700\n"));
   persistence_ = Persistence::Make(disk, kMain, kOverride);
-  persistence_->StartWorker(251);
+  persistence_->StartWorkers(251, 253);
   const auto number = RegisterNumber(5);
   number->SetValue(701);
   EXPECT_TRUE(Eventually([&] { return loaded.load(); }));
@@ -585,7 +585,8 @@ TEST_F(PersistenceTest, WithoutWarningsTheErrorsAreLoggedAlone) {
   SwitchOf(DebugZone::kWarning) = true;
   EXPECT_EQ(log_->lines(),
             std::vector<std::string>{
-                R"(Property file "/Store/Properties.ini" was not written: it can't be opened)"});
+                R"(Property file "/Store/Properties.ini" was not written: it can't be opened; )"
+                "it is tried again"});
 }
 
 TEST_F(PersistenceTest, AFullDiskIsLoggedOnceAndChangesGoOn) {
@@ -598,11 +599,24 @@ TEST_F(PersistenceTest, AFullDiskIsLoggedOnceAndChangesGoOn) {
   EXPECT_TRUE(Eventually([&] { return log_->CountOf("was not written") == 1; }));
   EXPECT_EQ(log_->lines().back(),
             R"(Property file "/Store/Properties.ini" was not written: its lines can't all be )"
-            "written");
+            "written; it is tried again");
   files_->EndFaults();
   number->SetValue(30);
   EXPECT_TRUE(FileBecomes("G:P|Group:Number=30\n"));
+  EXPECT_TRUE(Eventually([&] { return log_->CountOf("is written again, with the ") == 1; }));
   EXPECT_EQ(log_->CountOf("was not written"), 1u);
+}
+
+TEST_F(PersistenceTest, WhatIsLostAtTheEndIsNamedInTheLogOnceForEachProperty) {
+  PutFile("G:P|Group:Number=700\n");
+  StartWriting();
+  const auto number = RegisterNumber(5);
+  files_->PutUnopenable(kMain);
+  number->SetValue(6);
+  ASSERT_TRUE(Eventually([&] { return log_->CountOf("was not written") == 1; }));
+  number->SetValue(7);
+  persistence_->StopWriting();
+  EXPECT_EQ(log_->lines().back(), R"(The service ends, not stored: "Group:Number")");
 }
 
 TEST_F(PersistenceTest, GoesWithLinesQueuedAndLeavesNoPropertyAlive) {
@@ -612,7 +626,7 @@ TEST_F(PersistenceTest, GoesWithLinesQueuedAndLeavesNoPropertyAlive) {
     auto persistence = Persistence::Make(files, kMain, kOverride);
     auto engine = std::make_shared<KeptProperties>();
     persistence->AttachEngine(engine);
-    persistence->StartWorker(251);
+    persistence->StartWorkers(251, 253);
     auto number = MakeNumber(0);
     persistence->RegisterProperty(number);
     for (std::uint32_t n = 1; n <= 200; ++n)

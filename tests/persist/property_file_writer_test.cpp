@@ -165,7 +165,7 @@ TEST_F(PropertyFileWriterTest, ReportsAFolderOrAnUnopenableFileInItsPlace) {
 TEST_F(PropertyFileWriterTest, LeavesAFileAloneThatIsLargerThanTheLargest) {
   testing::HugeFileSystem files;
   EXPECT_EQ(RewriteLine(files, MakeWriteRequest("a|b", "2", kPropertyFile)),
-            RewriteResult::kShortRead);
+            RewriteResult::kTooLong);
   EXPECT_EQ(files.opens_for_writing(), 0);
 }
 
@@ -175,9 +175,9 @@ TEST_F(PropertyFileWriterTest, LeavesAFileAloneThatWouldBecomeTooLarge) {
   lines.resize(FileStream::kLargestWhole - 9, 'v');
   const std::string file = WithTrailer(lines + "\n");
   files_.Put(kPropertyFile, file);
-  EXPECT_EQ(Rewrite("c|d", "2"), RewriteResult::kShortRead);
+  EXPECT_EQ(Rewrite("c|d", "2"), RewriteResult::kTooLong);
   EXPECT_TRUE(files_.Get(kPropertyFile) == file);
-  EXPECT_EQ(Rewrite("c|d", std::string(FileStream::kLargestWhole, 'v')), RewriteResult::kShortRead);
+  EXPECT_EQ(Rewrite("c|d", std::string(FileStream::kLargestWhole, 'v')), RewriteResult::kTooLong);
   EXPECT_TRUE(files_.Get(kPropertyFile) == file);
 }
 

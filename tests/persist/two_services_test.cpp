@@ -25,7 +25,7 @@ struct Service {
       numbers.push_back(UIntProperty::Make(0, "P" + std::to_string(i), "Number", "G", "Group"));
       persistence->RegisterProperty(numbers.back());
     }
-    persistence->StartWorker(251);
+    persistence->StartWorkers(251, 253);
   }
   void SetAll(std::uint32_t value) const {
     for (const auto& number : numbers)
@@ -152,7 +152,7 @@ TEST(EndedService, WritesNoMoreWhoeverStillHoldsIt) {
   const auto override_file = WithTrailer("G:P0|Group:Number=9\n");
   disk->Put(kMain, WithTrailer(Body(1)));
   const Service service(disk);
-  EXPECT_EQ(LiveWorkerThreads::Live(), 1U);
+  EXPECT_EQ(LiveWorkerThreads::Live(), 2U);
   service.persistence->End();
   EXPECT_EQ(LiveWorkerThreads::Live(), 0U);
   disk->Put(kOverride, override_file);

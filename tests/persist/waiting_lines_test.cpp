@@ -91,17 +91,10 @@ TEST_F(WaitingLinesTest, ALineThatWasTakenIsNotChangedAnyMore) {
   Change("b|n", "1");
   auto taken = lines_.TakeFirst();
   ASSERT_TRUE(taken);
-  EXPECT_FALSE(taken->replaced_others);
   Change("a|n", "2");
   Change("b|n", "2");
   EXPECT_EQ(taken->request.line, "a|n=1");
   EXPECT_EQ(Taken(), (Texts{"b|n=2", "a|n=2"}));
-}
-
-TEST_F(WaitingLinesTest, ALineTellsThatItHasTakenInOthers) {
-  Change("a|n", "1");
-  Change("a|n", "2");
-  EXPECT_TRUE(lines_.TakeFirst()->replaced_others);
 }
 
 TEST_F(WaitingLinesTest, ALineThatIsPutBackIsTheFirstAndStaysAsItIs) {

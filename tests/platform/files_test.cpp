@@ -60,8 +60,11 @@ TEST_F(DeviceFiles, ForReadingMustExist) {
 TEST_F(DeviceFiles, ForWritingAreCreatedButFoldersAreNot) {
   EXPECT_NE(Open(u"\\a", kWrite), nullptr);
   EXPECT_NE(Open(u"\\b", kWrite | OpenFlags::kAppend), nullptr);
-  EXPECT_NE(Open(u"\\c", kWrite | OpenFlags::kTruncate), nullptr);
-  EXPECT_NE(Open(u"\\d", kRead | kWrite | OpenFlags::kTruncate), nullptr);
+  for (const auto& [path, flags] : {std::pair(u"\\c", kWrite), std::pair(u"\\d", kRead | kWrite)}) {
+    const auto file = Open(path, flags | OpenFlags::kTruncate);
+    ASSERT_NE(file, nullptr);
+    EXPECT_TRUE(file->Complete());
+  }
   EXPECT_NE(Open(u"\\e", kRead | kWrite | OpenFlags::kAppend), nullptr);
   for (const char* name : {"a", "b", "c", "d", "e"})
     EXPECT_TRUE(root_.Has(std::string("root/") + name)) << name;
@@ -94,7 +97,9 @@ TEST_F(DeviceFiles, AreAppendedToWhereverTheEndHasMovedTo) {
 
 TEST_F(DeviceFiles, AreEmptiedByTruncation) {
   root_.Put("root/f", "abcdef");
-  EXPECT_EQ(Write(Open(u"\\f", kWrite | OpenFlags::kTruncate), "XY"), 2u);
+  const auto file = Open(u"\\f", kWrite | OpenFlags::kTruncate);
+  EXPECT_EQ(Write(file, "XY"), 2u);
+  EXPECT_TRUE(file->Complete());
   EXPECT_EQ(root_.Get("root/f"), "XY");
 }
 

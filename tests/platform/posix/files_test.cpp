@@ -1,10 +1,9 @@
 // What only this system's files can be.
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "tests/platform/files_fixture.h"
+#include "tests/platform/posix/file_size_limit.h"
 
 namespace valmere::platform {
 namespace {
@@ -12,26 +11,6 @@ namespace {
 void MakeLink(const std::string& path, const std::string& target) {
   ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0);
 }
-
-// While it lives, no file of this process grows beyond `bytes`, as on a full disk.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : handler_(signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{bytes, before_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    signal(SIGXFSZ, handler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  void (*handler_)(int);
-  rlimit before_{};
-};
 
 TEST_F(DeviceFiles, AreNoPipesAndOpeningOneDoesNotHang) {
   ASSERT_EQ(mkfifo(root_.At("root/pipe").c_str(), 0644), 0);
@@ -68,7 +47,7 @@ TEST_F(DeviceFiles, AreNotReachedByLinksOutOfTheRoot) {
 }
 
 TEST_F(DeviceFiles, TakeAsMuchOfAWriteAsFits) {
-  const FileSizeLimit limit(1000);
+  const testing::FileSizeLimit limit(1000);
   const auto file = Open(u"\\f", kWrite);
   EXPECT_EQ(Write(file, std::string(600, 'a')), 600u);
   EXPECT_EQ(Write(file, std::string(600, 'b')), 400u);

@@ -1,0 +1,24 @@
+// How a file of the host is opened.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "platform/files.h"
+#include "platform/posix/folder.h"
+#include "platform/posix/write_ledger.h"
+#include "platform/wide_path.h"
+
+namespace valmere::platform {
+
+// What a file is given beside its place.
+struct FileMatters {
+  WidePath path;  // as it was asked for
+  std::shared_ptr<WriteLedger> ledger;
+  std::uint64_t max_log;  // of a bounded file, in bytes
+};
+
+// Null when it can't be opened; errno has the cause then, or 0 where what was asked for makes no sense.
+std::unique_ptr<File> OpenFile(Place place, FileMatters matters, OpenFlags flags);
+
+}  // namespace valmere::platform

@@ -1,0 +1,140 @@
+// A file that is being written is locked, and a lock ends with its process, however that ends: so a
+// leftover is told from what another process, or another thread, is at.
+#include "platform/posix/replacing_file.h"
+
+#include <dirent.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <string_view>
+#include <utility>
+
+#include "platform/posix/folder.h"
+#include "platform/posix/system_call.h"
+
+namespace valmere::platform {
+namespace {
+
+constexpr std::string_view kPrefix = ".valmere-";
+constexpr std::string_view kSuffix = ".new";
+constexpr mode_t kPrivateMode = 0600;  // until it has the old one's owner
+constexpr mode_t kModeBits = 07777;
+
+// Short whatever the file is called, so that there is room for it where the other name has room.
+std::string NextSideName() {
+  static std::atomic<std::uint32_t> last{0};
+  return std::string(kPrefix) + std::to_string(getpid()) + "-" + std::to_string(++last) +
+         std::string(kSuffix);
+}
+
+bool IsSideName(std::string_view name) {
+  return name.size() > kPrefix.size() + kSuffix.size() && name.starts_with(kPrefix) &&
+         name.ends_with(kSuffix);
+}
+
+bool LockIsFree(const Descriptor& file) {
+  return file.valid() && Uninterrupted([&] { return flock(file.get(), LOCK_EX | LOCK_NB); }) == 0;
+}
+
+// Mode after owner: a change of owner takes mode bits away.
+bool TakeAfter(const Descriptor& file, const ReplacingFile::Old& old) {
+  struct stat status {};
+  if (fstat(file.get(), &status) != 0) return false;
+  if ((status.st_uid != old.user || status.st_gid != old.group) &&
+      Uninterrupted([&] { return fchown(file.get(), old.user, old.group); }) != 0)
+    return false;
+  return Uninterrupted([&] { return fchmod(file.get(), old.mode & kModeBits); }) == 0;
+}
+
+// The folder, or the owner of the old file, lets us do no more than write into it.
+bool IsForbidden(int error) {
+  return error == EACCES || error == EPERM;
+}
+
+}  // namespace
+
+ReplacingFile::~ReplacingFile() {
+  if (side_name_.empty()) return;
+  Uninterrupted([this] { return unlinkat(place_.folder.get(), side_name_.c_str(), 0); });
+}
+
+// Where somebody else has put the file into a folder of his own, or mounted it there, it is the file
+// that is ours to write and not its name.
+ReplacingFile::Begun ReplacingFile::Begin(Place& place, Old& old, bool readable) {
+  if (old.is_mount_point) return Begun::kNotPossible;
+  const mode_t mode = old.file.valid() ? kPrivateMode : kNewFileMode;
+  const bool made = MakeBeside(place.folder, readable, mode);
+  if (!made || (old.file.valid() && !TakeAfter(descriptor(), old))) {
+    const int error = errno;
+    if (made) unlinkat(place.folder.get(), std::exchange(side_name_, {}).c_str(), 0);
+    errno = error;
+    return IsForbidden(error) && old.file.valid() ? Begun::kNotPossible : Begun::kNo;
+  }
+  place_ = std::move(place);
+  old_ = std::move(old);
+  return Begun::kYes;
+}
+
+// The number of a process that was killed may be ours by now.
+bool ReplacingFile::MakeBeside(const Descriptor& folder, bool readable, mode_t mode) {
+  const int flags = (readable ? O_RDWR : O_WRONLY) | O_CREAT | O_EXCL | O_NOFOLLOW;
+  for (;;) {
+    std::string name = NextSideName();
+    Descriptor file = OpenAt(folder.get(), name.c_str(), flags, mode);
+    if (!file.valid() && errno == EEXIST) continue;
+    if (!file.valid()) return false;
+    side_name_ = std::move(name);
+    // Who clears leftovers in this very moment has it first, and it is gone: that shows at the end.
+    LockIsFree(file);
+    Adopt(std::move(file));
+    return true;
+  }
+}
+
+bool ReplacingFile::OldIsStillThere() const {
+  struct stat status {};
+  const int found = fstatat(place_.folder.get(), place_.name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
+  if (!old_.file.valid()) return found != 0 && errno == ENOENT;
+  return found == 0 && status.st_dev == old_.device && status.st_ino == old_.number;
+}
+
+bool ReplacingFile::Complete() {
+  if (failed()) return false;
+  if (!CloseNow()) {
+    Fail();
+    return false;
+  }
+  if (!OldIsStillThere()) return false;
+  if (Uninterrupted([this] {
+        return renameat(place_.folder.get(), side_name_.c_str(), place_.folder.get(),
+                        place_.name.c_str());
+      }) != 0) {
+    Fail();
+    return false;
+  }
+  side_name_.clear();
+  Succeed();
+  if (!LeaveForSync()) SyncToDisk(place_);
+  return true;
+}
+
+void ClearLeftovers(const Descriptor& folder) noexcept {
+  Descriptor listed = OpenAt(folder.get(), ".", O_RDONLY | O_DIRECTORY);
+  DIR* const entries = listed.valid() ? fdopendir(listed.get()) : nullptr;
+  if (entries == nullptr) return;
+  listed.Release();
+  while (const dirent* entry = readdir(entries)) {
+    if (!IsSideName(entry->d_name)) continue;
+    const Descriptor file =
+        OpenAt(folder.get(), entry->d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    if (LockIsFree(file)) unlinkat(folder.get(), entry->d_name, 0);
+  }
+  closedir(entries);
+}
+
+}  // namespace valmere::platform
