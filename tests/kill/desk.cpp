@@ -63,12 +63,17 @@ Outcome Desk::KillAmid(LoadKind kind, std::chrono::microseconds moment) {
   service_.Kill();
   load.Join();
   if (!load.fault().empty()) Note(outcome.unclean, outcome, "a client ended: " + load.fault());
-  const std::uint32_t settled = load.ReadBackBy(killed - settled_.time, settled_.looks);
+  const std::uint32_t settled = SettledNumber(load, killed);
   Examine(AfterMessages(texts_, next_number_, settled, load.last_sent()), outcome);
   const Clock::time_point newer = load.ReadBackAbove(NumberIn(texts_.front()).value_or(0), killed);
   outcome.behind = std::chrono::ceil<std::chrono::milliseconds>(killed - std::min(newer, killed));
   next_number_ = load.last_sent() + 1;
   return outcome;
+}
+
+std::uint32_t Desk::SettledNumber(const Load& load, Clock::time_point killed) const {
+  if (!patient_) return load.ReadBackBy(killed - kSettled);
+  return load.ReadBackBy(killed - kSettled - disk_.HeldUpSince(killed - kRecently), kPatientLooks);
 }
 
 Outcome Desk::StopAfterSets(bool amid_a_flood) {

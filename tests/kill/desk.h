@@ -6,18 +6,19 @@
 #include <string>
 #include <vector>
 
+#include "tests/kill/disk_probe.h"
 #include "tests/kill/load.h"
 #include "tests/kill/service.h"
 #include "tests/kill/settings.h"
 
 namespace valmere::survival {
 
-// What is to be there after a kill: what was read back so long before, and was looked at so often since.
-// Looks take longer where the machine has no time for the service either.
-struct Settled {
-  std::chrono::seconds time{1};
-  std::size_t looks = 0;
-};
+// What has been read back for this long is to be there after a kill. Who is patient adds the time for
+// which the disk held everybody up, and asks for a hundred looks since, which take longer where the
+// machine has no time for the service either.
+inline constexpr std::chrono::seconds kSettled{1};
+inline constexpr std::chrono::seconds kRecently{3};
+inline constexpr std::size_t kPatientLooks = 100;
 
 // What a kill or a stop did.
 struct Outcome {
@@ -40,8 +41,8 @@ struct Outcome {
 class Desk {
  public:
   // In a folder that is there and is the caller's.
-  Desk(const std::string& folder, const Settings& settings, Settled settled)
-      : service_(folder), settings_(settings), settled_(settled) {}
+  Desk(const std::string& folder, const Settings& settings, const DiskProbe& disk, bool patient)
+      : service_(folder), settings_(settings), disk_(disk), patient_(patient) {}
 
   // Kills it at that time after a load has begun.
   Outcome KillAmid(LoadKind load, std::chrono::microseconds moment);
@@ -55,6 +56,8 @@ class Desk {
   // With the values that it has in `texts_`.
   void Start();
   std::vector<bool> FlipZones();
+  // The number that has to be there, or a later one, after a kill at that time.
+  std::uint32_t SettledNumber(const Load& load, Clock::time_point killed) const;
   void WriteFiles(bool zones_on, std::uint32_t period) const;
   // Ends it by a signal; a stop tells in `outcome` whether it was clean.
   void Stop(Outcome& outcome);
@@ -67,7 +70,8 @@ class Desk {
 
   Service service_;
   const Settings& settings_;
-  const Settled settled_;
+  const DiskProbe& disk_;
+  const bool patient_;
   bool running_ = false;
   std::vector<std::string> texts_;  // the settings' values at the start
   std::uint32_t next_number_ = 1000;
