@@ -17,7 +17,6 @@
 #include <filesystem>
 #include <system_error>
 #include <thread>
-#include <utility>
 
 namespace valmere::host {
 namespace {
@@ -123,10 +122,10 @@ std::string PathOf(int socket) {
 ListeningSocket::ListeningSocket(int inherited)
     : path_(PathOf(inherited)), descriptor_(inherited) {}
 
-ListeningSocket::ListeningSocket(std::string path, const RootFolder& root)
-    : path_(std::move(path)) {
+ListeningSocket::ListeningSocket(const std::string& path, const RootFolder& root)
+    : path_(path.empty() ? path : std::filesystem::absolute(path).string()) {
   try {
-    Bind(root);
+    Bind(path, root);
   } catch (const std::exception&) {
     StopListening();
     throw;
@@ -146,8 +145,9 @@ void ListeningSocket::StopListening() {
   descriptor_ = -1;
 }
 
-void ListeningSocket::Bind(const RootFolder& root) {
-  const sockaddr_un address = AddressOf(path_);
+// Bound as it was given: an absolute path may be too long where that is not.
+void ListeningSocket::Bind(const std::string& path, const RootFolder& root) {
+  const sockaddr_un address = AddressOf(path);
   const FolderLock lock(FolderOf(path_), root);
   RemoveStaleFile(path_, address);
   descriptor_ = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);

@@ -24,8 +24,9 @@ class SocketInUse : public std::runtime_error {
 // The destructor removes the file that was made, unless another service has put its own there since.
 class ListeningSocket {
  public:
-  // Makes one. `root` is locked by this process, and may be the socket's folder as well.
-  ListeningSocket(std::string path, const RootFolder& root);
+  // Makes one. `root` is locked by this process, and may be the socket's folder as well. A path
+  // that is not absolute counts from the working folder of this moment.
+  ListeningSocket(const std::string& path, const RootFolder& root);
   // Takes over one that listens; its file belongs to who made it.
   explicit ListeningSocket(int inherited);
   ~ListeningSocket();
@@ -33,12 +34,13 @@ class ListeningSocket {
   ListeningSocket& operator=(const ListeningSocket&) = delete;
 
   int descriptor() const { return descriptor_; }
+  // Absolute, or the name of an abstract address.
   const std::string& path() const { return path_; }
   // Clients are refused from now on; the file stays until the destructor.
   void StopListening();
 
  private:
-  void Bind(const RootFolder& root);
+  void Bind(const std::string& path, const RootFolder& root);
 
   const std::string path_;
   int descriptor_ = -1;

@@ -14,10 +14,14 @@
 #include "host/driver_library.h"
 #include "host/listening_socket.h"
 #include "host/options.h"
+#include "host/refused_file.h"
 #include "host/report.h"
 #include "host/root_folder.h"
+#include "host/root_watch.h"
 #include "host/server.h"
 #include "host/service_manager.h"
+#include "host/skeleton.h"
+#include "host/standing.h"
 
 namespace {
 
@@ -35,22 +39,33 @@ void AllowManyDescriptors(std::size_t clients) {
            std::to_string(clients) + " clients");
 }
 
+// What the driver library reads when it is loaded and started.
+void TellDriver(const RootFolder& root, const Options& options) {
+  // NOLINTBEGIN(concurrency-mt-unsafe): one thread yet
+  setenv("VALMERE_ROOT", root.path().c_str(), 1);
+  setenv("VALMERE_MAX_LOG", std::to_string(options.log_bytes).c_str(), 1);
+  // NOLINTEND(concurrency-mt-unsafe)
+}
+
 int Serve(const Options& options) {
   const std::optional<int> inherited = InheritedSocket();
   AllowManyDescriptors(options.limits.clients);
-  const RootFolder root(options.root, options.init_root ? RootFolder::Content::kSkeleton
-                                                        : RootFolder::Content::kAsItIs);
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread yet
-  setenv("VALMERE_ROOT", root.path().c_str(), 1);
+  const RootFolder root(options.root);
+  if (options.init_root) GiveSkeleton(root);
+  TellDriver(root, options);
   ListeningSocket listener =
       inherited ? ListeningSocket(*inherited) : ListeningSocket(options.socket, root);
+  root.Enter();
   DriverLibrary driver(options.library);
   Server server(listener, driver, options.limits);
+  KeepRefusedFile(root);
+  Standing standing(root, listener.path());
+  const RootWatch watch(server.loop(), root, [&](bool in_place) { standing.TellRoot(in_place); });
   driver.Init();
   if (server.Start()) {
     std::printf("valmered: ready on %s\n", listener.path().c_str());
     std::fflush(stdout);
-    NotifyReady();
+    standing.TellReady();
   }
   server.Run();
   NotifyStopping();
@@ -74,6 +89,9 @@ int main(int argc, char** argv) {
   } catch (const RootInUse& error) {
     Report(error.what());
     return kExitRootInUse;
+  } catch (const RootUnusable& error) {
+    Report(error.what());
+    return kExitRootUnusable;
   } catch (const std::exception& error) {
     Report(error.what());
     return kExitFailure;

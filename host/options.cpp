@@ -20,6 +20,8 @@ namespace {
 constexpr const char* kLibraryName = "libvalmere.so";
 constexpr double kLongestSeconds = 86400;
 constexpr std::uint64_t kMostUnreadBytes = std::uint64_t{1} << 40;
+constexpr std::uint64_t kLeastLogBytes = std::uint64_t{64} << 10;
+constexpr std::uint64_t kMostLogBytes = std::uint64_t{1} << 40;
 constexpr const char* kAfterHelp = R"(
 Limits:
   A client over --max-clients is accepted and closed at once. One that exceeds another limit has its
@@ -34,11 +36,12 @@ Files and environment:
   The socket is $VALMERE_SOCKET, else $XDG_RUNTIME_DIR/valmere/PRN1, else /run/valmere/PRN1. One
   that a service manager passes on (LISTEN_FDS, LISTEN_PID) is served instead of it.
   The library is looked for in the folder lib beside the program's.
-  With NOTIFY_SOCKET in the environment the service manager is told READY=1 and STOPPING=1.
+  With NOTIFY_SOCKET in the environment the service manager is told READY=1, STOPPING=1, and a
+  status that says where clients are served and why settings can't be kept, if they can't.
 
 Exit status:
   0 ended by SIGTERM or SIGINT, 1 failure, 2 usage, 3 a service answers on the socket, 4 another
-  valmered serves the root.)";
+  valmered serves the root, 5 the root can't be used.)";
 
 std::string FindLibrary() {
   const std::filesystem::path folder =
@@ -102,6 +105,15 @@ void AddLimits(CLI::App& app, ParsedLimits& parsed) {
       ->capture_default_str();
 }
 
+void AddLog(CLI::App& app, Options& options) {
+  app.add_option("--max-log", options.log_bytes,
+                 "Bytes of the service's log file; as many are kept of what was there before")
+      ->type_name("BYTES")
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::Range(kLeastLogBytes, kMostLogBytes).description(""))
+      ->default_str("16MiB");
+}
+
 Limits LimitsOf(const ParsedLimits& parsed) {
   return {static_cast<std::size_t>(parsed.clients), Milliseconds(parsed.frame),
           static_cast<std::size_t>(parsed.unread_bytes), Milliseconds(parsed.unread)};
@@ -139,6 +151,7 @@ std::optional<Options> ReadOptions(int argc, const char* const* argv, int& exit_
   app.add_option("--library", options.library, "The driver library")->type_name("PATH");
   ParsedLimits limits;
   AddLimits(app, limits);
+  AddLog(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -1,6 +1,7 @@
 // What valmered is told on its command line.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -13,6 +14,7 @@ struct Options {
   bool init_root = false;  // an empty one gets a skeleton
   std::string socket;      // where clients connect, unless a socket is inherited
   std::string library;     // the driver library
+  std::uint64_t log_bytes = std::uint64_t{16} << 20;  // of the service's log file
   Limits limits;
 };
 
@@ -22,6 +24,7 @@ enum ExitCode : int {
   kExitUsage = 2,
   kExitSocketInUse = 3,
   kExitRootInUse = 4,
+  kExitRootUnusable = 5,
 };
 
 // Reads the command line. Nothing when the program has to end with `exit_code` at once: after

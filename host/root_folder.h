@@ -12,27 +12,35 @@ class RootInUse : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Nothing can be served from the root.
+class RootUnusable : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 // Purpose: a device root that belongs to this process alone while the object lives; made if it is
 // missing. The lock is on the folder itself and ends with the process, however that ends.
 // Owner: the program; it outlives the driver.
 // Threads: one at a time.
-// Errors: the constructor throws RootInUse, or std::runtime_error naming the path and the cause.
+// Errors: the constructor throws RootInUse, or RootUnusable naming the path and the cause.
 class RootFolder {
  public:
-  enum class Content {
-    kAsItIs,
-    kSkeleton,  // an empty root gets what a freshly installed device has
-  };
-
-  RootFolder(const std::string& path, Content content);
+  explicit RootFolder(const std::string& path);
   ~RootFolder();
   RootFolder(const RootFolder&) = delete;
   RootFolder& operator=(const RootFolder&) = delete;
 
   // Absolute, without links.
   const std::string& path() const { return path_; }
+  // Open on the folder, wherever its path leads by now.
+  int descriptor() const { return descriptor_; }
   // True when `descriptor` is open on this very folder.
   bool IsFolder(int descriptor) const;
+  // Whether the path still leads to this folder; a want of memory does not count against it.
+  bool IsInPlace() const noexcept;
+  // Makes it the process's working folder, by which others on the machine can find it. Throws
+  // RootUnusable.
+  void Enter() const;
 
  private:
   void Lock() const;

@@ -33,6 +33,8 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
+  // For what else is to be told of in the server's thread.
+  uv_loop_t& loop() { return loop_; }
   // Begins to accept clients. False when a signal has come already.
   bool Start();
   // Serves until a signal ends it. On return no client, no handle and no thread is left.

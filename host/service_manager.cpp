@@ -28,8 +28,12 @@ std::optional<int> InheritedSocket() {
   return socket;
 }
 
-void NotifyReady() {
-  sd_notify(0, "READY=1");
+void NotifyReady(const std::string& status) {
+  sd_notify(0, ("READY=1\nSTATUS=" + status).c_str());
+}
+
+void NotifyStatus(const std::string& status) {
+  sd_notify(0, ("STATUS=" + status).c_str());
 }
 
 void NotifyStopping() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
 namespace valmere::host {
 
@@ -10,8 +11,9 @@ namespace valmere::host {
 // once, before the first thread is started: it takes the variables out of the environment.
 std::optional<int> InheritedSocket();
 
-// Tells the service manager, if there is one that wants to know.
-void NotifyReady();
+// Tells the service manager, if there is one that wants to know. A status is a line for people.
+void NotifyReady(const std::string& status);
+void NotifyStatus(const std::string& status);
 void NotifyStopping();
 
 }  // namespace valmere::host

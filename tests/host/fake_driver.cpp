@@ -112,7 +112,8 @@ void Answer(uint32_t handle, Session& session, const std::string& frame) {
 #define FAKE_ENTRY extern "C" __attribute__((visibility("default")))
 
 FAKE_ENTRY uint32_t PRN_Init(uint32_t) {
-  Log("init " + std::string(std::getenv("VALMERE_ROOT")));
+  Log("init " + std::string(std::getenv("VALMERE_ROOT")) + " log " +
+      std::getenv("VALMERE_MAX_LOG"));
   if (std::getenv("FAKE_DRIVER_SIGNAL") != nullptr) std::raise(SIGTERM);
   return 1;
 }

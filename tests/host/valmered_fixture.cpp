@@ -152,6 +152,31 @@ std::vector<std::string> CallLog::Until(const std::string& last) {
   return lines;
 }
 
+NoticeSocket::NoticeSocket(const std::string& path)
+    : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+  EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  timeval patience{};
+  patience.tv_sec = static_cast<decltype(patience.tv_sec)>(kPatience.count());
+  setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+}
+
+NoticeSocket::~NoticeSocket() {
+  close(socket_);
+}
+
+std::string NoticeSocket::Next() const {
+  char buffer[1024];
+  const ssize_t count = recv(socket_, buffer, sizeof(buffer), 0);
+  return count < 0 ? "no notice" : std::string(buffer, static_cast<std::size_t>(count));
+}
+
+ValmeredTest::ValmeredTest() : log_(folder_.Path("calls")) {
+  std::filesystem::create_directories(root_ + "/Store");
+}
+
 std::vector<std::string> ValmeredTest::Command(const std::vector<std::string>& options) const {
   std::vector<std::string> command{VALMERED, "--root",    root_,      "--socket",
                                    socket_,  "--library", FAKE_DRIVER};
@@ -162,7 +187,7 @@ std::vector<std::string> ValmeredTest::Command(const std::vector<std::string>& o
 void ValmeredTest::Start(const std::vector<std::string>& options) {
   valmered_ = std::make_unique<Subprocess>(Command(options), environment_);
   ASSERT_EQ(valmered_->ReadLine(), "valmered: ready on " + socket_);
-  ASSERT_EQ(log_.Next(), "init " + root_);
+  ASSERT_EQ(log_.Next(), "init " + root_ + " log " + log_bytes_);
 }
 
 void ValmeredTest::Stop(int signal) {

@@ -84,12 +84,30 @@ class CallLog {
   std::string text_;
 };
 
+// Purpose: the address that a service manager listens on for notices.
+// Owner: a test.
+// Threads: one.
+// Errors: a notice that does not come within kPatience is "no notice".
+class NoticeSocket {
+ public:
+  explicit NoticeSocket(const std::string& path);
+  ~NoticeSocket();
+  NoticeSocket(const NoticeSocket&) = delete;
+  NoticeSocket& operator=(const NoticeSocket&) = delete;
+
+  std::string Next() const;
+
+ private:
+  const int socket_;
+};
+
 class ValmeredTest : public ::testing::Test {
  protected:
-  ValmeredTest() : log_(folder_.Path("calls")) {}
+  // The root has the folder that the service keeps its settings in.
+  ValmeredTest();
 
   std::vector<std::string> Command(const std::vector<std::string>& options = {}) const;
-  // Starts valmered and waits until it is ready.
+  // Starts valmered and waits until it is ready. The driver is told of a log of `log_bytes_`.
   void Start(const std::vector<std::string>& options = {});
   // Ends it by a signal; expects a clean end.
   void Stop(int signal);
@@ -99,6 +117,7 @@ class ValmeredTest : public ::testing::Test {
   const std::string socket_ = folder_.Path("run/PRN1");
   const std::vector<std::string> environment_{"FAKE_DRIVER_LOG=" + folder_.Path("calls")};
   CallLog log_;
+  std::string log_bytes_ = "16777216";
   std::unique_ptr<Subprocess> valmered_;
 };
 

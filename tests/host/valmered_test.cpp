@@ -34,7 +34,8 @@ TEST_F(ValmeredTest, EndsOnASignalThatComesWhileTheDriverStarts) {
   Subprocess process(Command(), {environment_[0], "FAKE_DRIVER_SIGNAL=1"});
   EXPECT_EQ(process.Wait(), 0);
   EXPECT_EQ(process.output(), "");
-  EXPECT_THAT(log_.Until("deinit 1 open 0"), ElementsAre("init " + root_, "deinit 1 open 0"));
+  EXPECT_THAT(log_.Until("deinit 1 open 0"),
+              ElementsAre("init " + root_ + " log 16777216", "deinit 1 open 0"));
 }
 
 TEST_F(ValmeredTest, MakesTheRootAndASocketForOwnerAndGroup) {
@@ -249,6 +250,7 @@ TEST(ValmeredCommand, RefusesLimitsThatAreNone) {
       {"--frame-timeout", "-1"},   {"--unread-timeout", "nan"},
       {"--unread-timeout", "1e9"}, {"--max-unread", "-1"},
       {"--max-unread", "1X"},      {"--max-unread", "99999999999999999999"},
+      {"--max-log", "65535"},      {"--max-log", "2TiB"},
   };
   for (const auto& [option, value] : bad) {
     // Were it taken, the root could not be made.
