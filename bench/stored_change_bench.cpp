@@ -1,6 +1,6 @@
-// From a change of a stored property to its line in the file, and "Store Properties" with a thousand
-// of them, beside a bare read and write of the same file, and beside a bare write of the same bytes into
-// a new file that takes the old one's name.
+// From a change of a stored property to its line in the file, and "Store Properties" with a
+// thousand of them, beside a bare read and write of the same file, and beside a bare write of the
+// same bytes into a new file that takes the old one's name.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -27,7 +27,8 @@ using namespace valmere;
 
 constexpr platform::WidePathView kPath = u"/Properties.ini";
 
-// The real files; says when one that was rewritten is closed, which is when its old content is let go.
+// The real files; says when one that was rewritten is closed, which is when its old content is let
+// go.
 class WatchedFiles : public platform::FileSystem {
  public:
   std::unique_ptr<platform::File> Open(platform::WidePathView path,
@@ -175,8 +176,8 @@ double SecondsSince(std::chrono::steady_clock::time_point start) {
 }
 
 // Changes and bare replacements take turns, so that both see the same disk and the same hour; the
-// counters are medians, since now and then a disk takes long. With `read` the replacement reads the old
-// file first, as a change has to.
+// counters are medians, since now and then a disk takes long. With `read` the replacement reads the
+// old file first, as a change has to.
 void BM_ChangeBesideBareReplace(benchmark::State& state) {
   Store store(static_cast<int>(state.range(0)));
   const bool read = state.range(1) != 0;

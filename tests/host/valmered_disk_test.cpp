@@ -1,13 +1,14 @@
-// valmered where there is no room, or where it may open or write no more. The root's files are looked
-// at through a descriptor of its folder, so that they can be seen where only valmered has them mounted,
-// and after its end. The names have a namespace of their own, since the folder's tests are compiled
-// together.
+// valmered where there is no room, or where it may open or write no more. The root's files are
+// looked at through a descriptor of its folder, so that they can be seen where only valmered has
+// them mounted, and after its end. The names have a namespace of their own, since the folder's
+// tests are compiled together.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>

@@ -1,6 +1,6 @@
 #include "tests/kill/desk.h"
 
-#include <filesystem>
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <thread>

@@ -13,9 +13,9 @@
 
 namespace valmere::survival {
 
-// What has been read back for this long is to be there after a kill. Who is patient adds the time for
-// which the disk held everybody up, and asks for a hundred looks since, which take longer where the
-// machine has no time for the service either.
+// What has been read back for this long is to be there after a kill. Who is patient adds the time
+// for which the disk held everybody up, and asks for a hundred looks since, which take longer where
+// the machine has no time for the service either.
 inline constexpr std::chrono::seconds kSettled{1};
 inline constexpr std::chrono::seconds kRecently{3};
 inline constexpr std::size_t kPatientLooks = 100;
@@ -33,8 +33,8 @@ struct Outcome {
   bool Failed() const { return unclean || refused || lost || wrong || leftovers; }
 };
 
-// Purpose: runs a service, ends it in one way or another, and holds what the next start comes up with
-// against what it has to.
+// Purpose: runs a service, ends it in one way or another, and holds what the next start comes up
+// with against what it has to.
 // Owner: a thread of the test.
 // Threads: one.
 // Errors: std::runtime_error where the service can't be started or asked.

@@ -11,8 +11,8 @@
 
 namespace valmere::survival {
 
-// Purpose: replaces a small file all the time, as the service does, and notes when that took long. A
-// disk that others keep busy holds every program up, now and then for a second.
+// Purpose: replaces a small file all the time, as the service does, and notes when that took long.
+// A disk that others keep busy holds every program up, now and then for a second.
 // Owner: main.
 // Threads: its own one; all calls from any.
 // Errors: the constructor throws std::system_error when no thread can be started.

@@ -1,6 +1,6 @@
-// Kills valmered at random moments, or stops it, again and again, and looks each time whether the next
-// start comes up with what was set. Several services are at it side by side, each with a root of its
-// own: most of the time is waiting.
+// Kills valmered at random moments, or stops it, again and again, and looks each time whether the
+// next start comes up with what was set. Several services are at it side by side, each with a root
+// of its own: most of the time is waiting.
 #include <linux/magic.h>
 #include <sys/prctl.h>
 #include <sys/vfs.h>

@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <stdexcept>
+#include <system_error>
+#include <utility>
 
 #include "tests/kill/settings.h"
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -45,8 +46,8 @@ class Settings {
   // What stands before the "=" of a setting's line.
   const std::vector<std::string>& left_sides() const { return left_sides_; }
 
-  // Message `number` sets one zone, each in its turn, and then the period to `number`: whoever reads
-  // that period knows that this message and all before it have been handled.
+  // Message `number` sets one zone, each in its turn, and then the period to `number`: whoever
+  // reads that period knows that this message and all before it have been handled.
   std::vector<client::SetRequest> Message(std::uint32_t number) const;
   static std::size_t ZoneOf(std::uint32_t number) { return number % kZones; }
   // The first zones change often, the last ones seldom.
@@ -69,8 +70,8 @@ struct Expectation {
   std::array<bool, kZones> may_be_off{};
 };
 
-// After the messages `first` to `last`, of which those up to `settled` (0 for none) have been handled
-// and written for sure; `before` is what the settings were before them.
+// After the messages `first` to `last`, of which those up to `settled` (0 for none) have been
+// handled and written for sure; `before` is what the settings were before them.
 Expectation AfterMessages(const std::vector<std::string>& before, std::uint32_t first,
                           std::uint32_t settled, std::uint32_t last);
 

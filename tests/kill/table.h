@@ -10,8 +10,8 @@
 
 namespace valmere::survival {
 
-// Purpose: adds up outcomes and prints them. The first failures are printed at once, with what there
-// is to say of them.
+// Purpose: adds up outcomes and prints them. The first failures are printed at once, with what
+// there is to say of them.
 // Owner: main.
 // Threads: Add from any; the others after all have added.
 class Table {
