@@ -40,9 +40,10 @@ struct Outcome {
 // Errors: std::runtime_error where the service can't be started or asked.
 class Desk {
  public:
-  // In a folder that is there and is the caller's.
-  Desk(const std::string& folder, const Settings& settings, const DiskProbe& disk, bool patient)
-      : service_(folder), settings_(settings), disk_(disk), patient_(patient) {}
+  // In a folder that is there and is the caller's; the service gets the options.
+  Desk(const std::string& folder, const std::vector<std::string>& options, const Settings& settings,
+       const DiskProbe& disk, bool patient)
+      : service_(folder, options), settings_(settings), disk_(disk), patient_(patient) {}
 
   // Kills it at that time after a load has begun.
   Outcome KillAmid(LoadKind load, std::chrono::microseconds moment);

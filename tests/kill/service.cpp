@@ -30,6 +30,12 @@ bool AwaitOutput(int output) {
 
 }  // namespace
 
+Service::Service(const std::string& folder, const std::vector<std::string>& options)
+    : folder_(folder), command_{VALMERED,   "--root", root(),      "--init-root",
+                                "--socket", socket(), "--library", VALMERE_LIBRARY} {
+  command_.insert(command_.end(), options.begin(), options.end());
+}
+
 // In the child, between fork and exec, where only system calls are allowed.
 void Service::Run(int output, int errors) const {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -38,8 +44,10 @@ void Service::Run(int output, int errors) const {
 }
 
 void Service::Start() {
-  const std::string root_text = root();
-  const std::string socket_text = socket();
+  std::vector<char*> arguments;
+  for (std::string& argument : command_)
+    arguments.push_back(argument.data());
+  arguments.push_back(nullptr);
   const int errors =
       open((folder_ + "/errors").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   int output[2];
@@ -47,8 +55,7 @@ void Service::Start() {
   process_ = fork();
   if (process_ == 0) {
     Run(output[1], errors);
-    execl(VALMERED, VALMERED, "--root", root_text.c_str(), "--init-root", "--socket",
-          socket_text.c_str(), "--library", VALMERE_LIBRARY, nullptr);
+    execv(VALMERED, arguments.data());
     _exit(127);
   }
   close(output[1]);

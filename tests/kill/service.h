@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "client/client.h"
 
@@ -16,7 +17,8 @@ namespace valmere::survival {
 // Errors: std::runtime_error for one that does not start or does not end.
 class Service {
  public:
-  explicit Service(const std::string& folder) : folder_(folder) {}
+  // `options` are added to those that it takes to run at all.
+  explicit Service(const std::string& folder, const std::vector<std::string>& options = {});
   ~Service() { Kill(); }
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
@@ -48,6 +50,7 @@ class Service {
   bool AwaitReady() const;
 
   const std::string folder_;
+  std::vector<std::string> command_;
   pid_t process_ = -1;
   int output_ = -1;
 };
