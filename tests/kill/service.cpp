@@ -9,6 +9,8 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -62,7 +64,12 @@ void Service::Start() {
   close(errors);
   output_ = output[0];
   if (process_ < 0 || !AwaitReady())
-    throw std::runtime_error("valmered does not start; see " + folder_ + "/errors");
+    throw std::runtime_error("valmered does not start: " + Errors());
+}
+
+std::string Service::Errors() const {
+  std::ifstream file(folder_ + "/errors");
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 bool Service::AwaitReady() const {

@@ -48,6 +48,8 @@ class Service {
  private:
   void Run(int output, int errors) const;
   bool AwaitReady() const;
+  // What the running one has said on standard error.
+  std::string Errors() const;
 
   const std::string folder_;
   std::vector<std::string> command_;
