@@ -1,16 +1,22 @@
-// From a change of a stored property to its line in the file, and "Store Properties" with a thousand
-// of them, beside a bare read and write of the same file.
+// From a change of a stored property to its line in the file, and "Store Properties" with a
+// thousand of them, beside a bare read and write of the same file, and beside a bare write of the
+// same bytes into a new file that takes the old one's name.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "persist/file_stream.h"
 #include "persist/persistence.h"
 #include "platform/kernel.h"
 #include "store/uint_property.h"
@@ -21,7 +27,8 @@ using namespace valmere;
 
 constexpr platform::WidePathView kPath = u"/Properties.ini";
 
-// The real files; says when a trailer, which ends a rewrite, has been written.
+// The real files; says when one that was rewritten is closed, which is when its old content is let
+// go.
 class WatchedFiles : public platform::FileSystem {
  public:
   std::unique_ptr<platform::File> Open(platform::WidePathView path,
@@ -31,6 +38,7 @@ class WatchedFiles : public platform::FileSystem {
   }
   bool Exists(platform::WidePathView path) override { return real_->Exists(path); }
   bool Remove(platform::WidePathView path) override { return real_->Remove(path); }
+  bool Sync() override { return real_->Sync(); }
   void AwaitRewrite() { written_.Wait(); }
 
  private:
@@ -38,19 +46,26 @@ class WatchedFiles : public platform::FileSystem {
    public:
     Watched(std::unique_ptr<platform::File> file, platform::Semaphore& written)
         : file_(std::move(file)), written_(written) {}
+    ~Watched() override {
+      file_.reset();
+      if (rewritten_) written_.Release();
+    }
     std::size_t Read(void* buffer, std::size_t length) override {
       return file_->Read(buffer, length);
     }
     std::size_t Write(const void* buffer, std::size_t length) override {
-      const std::size_t count = file_->Write(buffer, length);
-      if (length == 2) written_.Release();
-      return count;
+      return file_->Write(buffer, length);
     }
     std::optional<std::uint64_t> Size() override { return file_->Size(); }
+    bool Complete() override {
+      rewritten_ = true;
+      return file_->Complete();
+    }
 
    private:
-    const std::unique_ptr<platform::File> file_;
+    std::unique_ptr<platform::File> file_;
     platform::Semaphore& written_;
+    bool rewritten_ = false;
   };
 
   const std::shared_ptr<platform::FileSystem> real_ = platform::MakeDeviceFileSystem();
@@ -62,6 +77,8 @@ class Root {
  public:
   Root() { setenv("VALMERE_ROOT", mkdtemp(name_), 1); }
   ~Root() { std::filesystem::remove_all(name_); }
+
+  std::string Path(const char* name) const { return std::string(name_) + "/" + name; }
 
  private:
   char name_[32] = "/tmp/valmere-bench-XXXXXX";
@@ -77,7 +94,7 @@ struct Store {
                                               "Bench Group Name ...."));
       persistence->RegisterProperty(properties.back());
     }
-    persistence->StartWorker(251);
+    persistence->StartWorkers(251, 253);
     StoreAll();
   }
   void StoreAll() {
@@ -93,6 +110,42 @@ struct Store {
   std::vector<std::shared_ptr<UIntProperty>> properties;
 };
 
+// What any program does with a file, with no call more than that takes.
+class BareFile {
+ public:
+  explicit BareFile(const Root& root)
+      : path_(root.Path("Properties.ini")), beside_(root.Path("Properties.new")) {}
+
+  const std::string& Read() {
+    const int file = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    content_.resize(std::filesystem::file_size(path_));
+    Require(read(file, content_.data(), content_.size()) == static_cast<ssize_t>(content_.size()));
+    close(file);
+    return content_;
+  }
+  void Overwrite(std::string_view content) const {
+    Write(open(path_.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC), content);
+  }
+  void Replace(std::string_view content) const {
+    constexpr mode_t kMode = 0644;
+    Write(open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode), content);
+    Require(rename(beside_.c_str(), path_.c_str()) == 0);
+  }
+
+ private:
+  static void Write(int file, std::string_view content) {
+    Require(write(file, content.data(), content.size()) == static_cast<ssize_t>(content.size()));
+    close(file);
+  }
+  static void Require(bool condition) {
+    if (!condition) throw std::runtime_error("the file can't be read or written");
+  }
+
+  const std::string path_;
+  const std::string beside_;
+  std::string content_;
+};
+
 void BM_ChangeToLine(benchmark::State& state) {
   Store store(static_cast<int>(state.range(0)));
   UIntProperty& property = *store.properties[store.properties.size() / 2];
@@ -106,13 +159,55 @@ BENCHMARK(BM_ChangeToLine)->Arg(30)->Arg(1000)->UseRealTime()->Unit(benchmark::k
 
 void BM_BareReadAndWrite(benchmark::State& state) {
   Store store(static_cast<int>(state.range(0)));
-  for (auto _ : state) {
-    const auto content = FileStream(*store.files, kPath, platform::OpenFlags::kRead).ReadWhole();
-    FileStream(*store.files, kPath, platform::OpenFlags::kWrite | platform::OpenFlags::kTruncate)
-        .WriteAll(*content);
-  }
+  BareFile bare(store.root);
+  for (auto _ : state)
+    bare.Overwrite(bare.Read());
 }
 BENCHMARK(BM_BareReadAndWrite)->Arg(30)->Arg(1000)->UseRealTime()->Unit(benchmark::kMicrosecond);
+
+double Median(std::vector<double>& values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+double SecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Changes and bare replacements take turns, so that both see the same disk and the same hour; the
+// counters are medians, since now and then a disk takes long. With `read` the replacement reads the
+// old file first, as a change has to.
+void BM_ChangeBesideBareReplace(benchmark::State& state) {
+  Store store(static_cast<int>(state.range(0)));
+  const bool read = state.range(1) != 0;
+  UIntProperty& property = *store.properties[store.properties.size() / 2];
+  BareFile bare(store.root);
+  const std::string content = bare.Read();
+  std::uint32_t value = 0;
+  std::vector<double> changes;
+  std::vector<double> replacements;
+  for (auto _ : state) {
+    auto start = std::chrono::steady_clock::now();
+    property.SetFromString(std::to_string(++value));
+    store.files->AwaitRewrite();
+    changes.push_back(SecondsSince(start));
+    state.SetIterationTime(changes.back());
+    start = std::chrono::steady_clock::now();
+    bare.Replace(read ? bare.Read() : content);
+    replacements.push_back(SecondsSince(start));
+  }
+  const double change = Median(changes);
+  const double replacement = Median(replacements);
+  state.counters["change_us"] = 1e6 * change;
+  state.counters["bare_us"] = 1e6 * replacement;
+  state.counters["ratio"] = change / replacement;
+}
+BENCHMARK(BM_ChangeBesideBareReplace)
+    ->ArgNames({"lines", "read"})
+    ->ArgsProduct({{30, 1000}, {0, 1}})
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
 
 void BM_StoreProperties(benchmark::State& state) {
   Store store(static_cast<int>(state.range(0)));
