@@ -66,7 +66,7 @@ class LineQueue::Writer {
   const std::shared_ptr<platform::FileSystem> files_;
   const std::shared_ptr<LineReports> reports_;
   std::atomic<bool> abandoned_{false};
-  std::atomic<bool> written_{false};  // since the second thread last looked
+  std::atomic<bool> written_{false};  // something that no sync has been begun for
   Lock lock_;
   bool ended_ GUARDED_BY(lock_) = false;
   WaitingLines lines_ GUARDED_BY(lock_);
@@ -232,6 +232,7 @@ void LineQueue::Writer::Keep(WaitingLine line, RewriteResult cause) {
   second_signal_.Set(kWork);
 }
 
+// The second thread is woken once for all lines that one sync is for.
 void LineQueue::Writer::NoteWritten() {
   if (!written_.exchange(true)) second_signal_.Set(kWork);
 }
@@ -290,7 +291,7 @@ void LineQueue::Writer::TryAgain() {
 
 bool LineQueue::Writer::SyncIsDue() {
   const platform::Ticks now = platform::MonotonicNow();
-  if (written_.exchange(false)) sync_.NoteWritten(now);
+  if (written_.load()) sync_.NoteWritten(now);
   return sync_.IsDue(now);
 }
 
@@ -318,6 +319,7 @@ bool LineQueue::Writer::PutBack(WaitingLine& line) {
 }
 
 void LineQueue::Writer::Sync() {
+  written_.store(false);
   switch (sync_.Done(files_->Sync(), platform::MonotonicNow())) {
     case SyncSchedule::News::kNone:
       return;

@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -48,32 +47,20 @@ Descriptor OpenRegular(const Place& place, int system) {
   return {};
 }
 
-// False when what is there can't be written, or looked at.
-bool LookAtOld(const Place& place, int system, ReplacingFile::Old& old) {
-  old.file = OpenEntry(place, system & ~O_CREAT);
-  if (!old.file.valid()) return errno == ENOENT;
-  struct statx status {};
-  if (statx(old.file.get(), "", AT_EMPTY_PATH, STATX_BASIC_STATS, &status) != 0) return false;
-  errno = EINVAL;
-  if (!S_ISREG(status.stx_mode)) return false;
-  old.device = makedev(status.stx_dev_major, status.stx_dev_minor);
-  old.number = status.stx_ino;
-  old.mode = status.stx_mode;
-  old.user = status.stx_uid;
-  old.group = status.stx_gid;
-  old.is_mount_point = (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
-  return true;
-}
-
 std::unique_ptr<File> Replace(Place place, FileMatters matters, int system) {
   auto replacing = std::make_unique<ReplacingFile>(matters.path, matters.ledger);
   auto in_place = std::make_unique<HostFile>(std::move(matters.path), std::move(matters.ledger));
-  ReplacingFile::Old old;
-  if (!LookAtOld(place, system, old)) return nullptr;
-  const auto begun = replacing->Begin(place, old, (system & O_ACCMODE) == O_RDWR);
-  if (begun == ReplacingFile::Begun::kYes) return replacing;
-  if (begun == ReplacingFile::Begun::kNo || ftruncate(old.file.get(), 0) != 0) return nullptr;
-  in_place->Adopt(std::move(old.file));
+  switch (replacing->Begin(place, (system & O_ACCMODE) == O_RDWR)) {
+    case ReplacingFile::Begun::kYes:
+      return replacing;
+    case ReplacingFile::Begun::kNo:
+      return nullptr;
+    case ReplacingFile::Begun::kNotPossible:
+      break;
+  }
+  Descriptor file = OpenRegular(place, system & ~O_CREAT);
+  if (!file.valid() || ftruncate(file.get(), 0) != 0) return nullptr;
+  in_place->Adopt(std::move(file));
   return in_place;
 }
 

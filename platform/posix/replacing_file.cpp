@@ -7,10 +7,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -41,16 +42,6 @@ bool LockIsFree(const Descriptor& file) {
   return file.valid() && Uninterrupted([&] { return flock(file.get(), LOCK_EX | LOCK_NB); }) == 0;
 }
 
-// Mode after owner: a change of owner takes mode bits away.
-bool TakeAfter(const Descriptor& file, const ReplacingFile::Old& old) {
-  struct stat status {};
-  if (fstat(file.get(), &status) != 0) return false;
-  if ((status.st_uid != old.user || status.st_gid != old.group) &&
-      Uninterrupted([&] { return fchown(file.get(), old.user, old.group); }) != 0)
-    return false;
-  return Uninterrupted([&] { return fchmod(file.get(), old.mode & kModeBits); }) == 0;
-}
-
 // The folder, or the owner of the old file, lets us do no more than write into it.
 bool IsForbidden(int error) {
   return error == EACCES || error == EPERM;
@@ -63,20 +54,66 @@ ReplacingFile::~ReplacingFile() {
   Uninterrupted([this] { return unlinkat(place_.folder.get(), side_name_.c_str(), 0); });
 }
 
-// Where somebody else has put the file into a folder of his own, or mounted it there, it is the file
-// that is ours to write and not its name.
-ReplacingFile::Begun ReplacingFile::Begin(Place& place, Old& old, bool readable) {
-  if (old.is_mount_point) return Begun::kNotPossible;
-  const mode_t mode = old.file.valid() ? kPrivateMode : kNewFileMode;
-  const bool made = MakeBeside(place.folder, readable, mode);
-  if (!made || (old.file.valid() && !TakeAfter(descriptor(), old))) {
+bool ReplacingFile::Old::IsSameFile(const Old& other) const {
+  return exists == other.exists && std::equal(device, std::end(device), other.device) &&
+         number == other.number && std::equal(changed, std::end(changed), other.changed);
+}
+
+std::optional<ReplacingFile::Old> ReplacingFile::LookAt(const Place& place) {
+  struct statx status {};
+  if (statx(place.folder.get(), place.name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS,
+            &status) != 0)
+    return errno == ENOENT ? std::optional<Old>(Old()) : std::nullopt;
+  if (!S_ISREG(status.stx_mode)) {
+    errno = S_ISLNK(status.stx_mode) ? ELOOP : EINVAL;
+    return std::nullopt;
+  }
+  return Old{true,
+             {status.stx_dev_major, status.stx_dev_minor},
+             status.stx_ino,
+             {status.stx_ctime.tv_sec, status.stx_ctime.tv_nsec},
+             status.stx_mode,
+             status.stx_uid,
+             status.stx_gid,
+             (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0};
+}
+
+// All for ourselves at first where it is to have another owner.
+mode_t ReplacingFile::FirstMode(const Old& old) {
+  if (!old.exists) return kNewFileMode;
+  const bool ours = old.user == geteuid() && old.group == getegid();
+  return ours ? old.mode & kModeBits : kPrivateMode;
+}
+
+// Mode after owner: a change of owner takes mode bits away.
+bool ReplacingFile::TakeAfter(const Descriptor& file, const Old& old) {
+  struct stat status {};
+  if (fstat(file.get(), &status) != 0) return false;
+  if ((status.st_uid != old.user || status.st_gid != old.group) &&
+      Uninterrupted([&] { return fchown(file.get(), old.user, old.group); }) != 0)
+    return false;
+  if (status.st_mode == old.mode) return true;
+  return Uninterrupted([&] { return fchmod(file.get(), old.mode & kModeBits); }) == 0;
+}
+
+// Who may not write the old file may not replace it either. Where somebody else has put the file into
+// a folder of his own, or mounted it there, it is the file that is ours to write and not its name.
+ReplacingFile::Begun ReplacingFile::Begin(Place& place, bool readable) {
+  const std::optional<Old> old = LookAt(place);
+  if (!old) return Begun::kNo;
+  constexpr int kOfTheFileItself = AT_EACCESS | AT_SYMLINK_NOFOLLOW;
+  if (old->exists && faccessat(place.folder.get(), place.name.c_str(), W_OK, kOfTheFileItself) != 0)
+    return Begun::kNo;
+  if (old->is_mount_point) return Begun::kNotPossible;
+  const bool made = MakeBeside(place.folder, readable, FirstMode(*old));
+  if (!made || (old->exists && !TakeAfter(descriptor(), *old))) {
     const int error = errno;
     if (made) unlinkat(place.folder.get(), std::exchange(side_name_, {}).c_str(), 0);
     errno = error;
-    return IsForbidden(error) && old.file.valid() ? Begun::kNotPossible : Begun::kNo;
+    return IsForbidden(error) && old->exists ? Begun::kNotPossible : Begun::kNo;
   }
   place_ = std::move(place);
-  old_ = std::move(old);
+  old_ = *old;
   return Begun::kYes;
 }
 
@@ -96,20 +133,14 @@ bool ReplacingFile::MakeBeside(const Descriptor& folder, bool readable, mode_t m
   }
 }
 
-bool ReplacingFile::OldIsStillThere() const {
-  struct stat status {};
-  const int found = fstatat(place_.folder.get(), place_.name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
-  if (!old_.file.valid()) return found != 0 && errno == ENOENT;
-  return found == 0 && status.st_dev == old_.device && status.st_ino == old_.number;
-}
-
 bool ReplacingFile::Complete() {
   if (failed()) return false;
   if (!CloseNow()) {
     Fail();
     return false;
   }
-  if (!OldIsStillThere()) return false;
+  const std::optional<Old> now = LookAt(place_);
+  if (!now || !now->IsSameFile(old_)) return false;
   if (Uninterrupted([this] {
         return renameat(place_.folder.get(), side_name_.c_str(), place_.folder.get(),
                         place_.name.c_str());

@@ -3,9 +3,9 @@
 
 #include <sys/types.h>
 
-#include <memory>
+#include <cstdint>
+#include <optional>
 #include <string>
-#include <utility>
 
 #include "platform/posix/folder.h"
 #include "platform/posix/host_file.h"
@@ -20,17 +20,6 @@ namespace valmere::platform {
 //   begun: what it was made from is out of date then.
 class ReplacingFile final : public HostFile {
  public:
-  // The old file, as it was opened for writing.
-  struct Old {
-    Descriptor file;  // empty when there was none
-    dev_t device = 0;
-    ino_t number = 0;
-    mode_t mode = 0;
-    uid_t user = 0;
-    gid_t group = 0;
-    bool is_mount_point = false;
-  };
-
   using HostFile::HostFile;
   ~ReplacingFile() override;
 
@@ -40,14 +29,31 @@ class ReplacingFile final : public HostFile {
     kNo,           // for the cause that errno has
     kNotPossible,  // it can only be written in place
   };
-  // Makes the new file, once, for the one at `place`. Both are taken over if it succeeds.
-  Begun Begin(Place& place, Old& old, bool readable);
+  // Makes the new file, once, for the one at `place`, which is taken over if it succeeds.
+  Begun Begin(Place& place, bool readable);
 
   bool Complete() override;
 
  private:
+  // What has to be known of the old file.
+  struct Old {
+    bool exists = false;
+    std::uint32_t device[2] = {};
+    std::uint64_t number = 0;
+    std::int64_t changed[2] = {};  // seconds and nanoseconds: a number may be given again
+    mode_t mode = 0;
+    uid_t user = 0;
+    gid_t group = 0;
+    bool is_mount_point = false;
+
+    bool IsSameFile(const Old& other) const;
+  };
+
+  // Nothing when what is there is no file or can't be looked at.
+  static std::optional<Old> LookAt(const Place& place);
+  static mode_t FirstMode(const Old& old);
+  static bool TakeAfter(const Descriptor& file, const Old& old);
   bool MakeBeside(const Descriptor& folder, bool readable, mode_t mode);
-  bool OldIsStillThere() const;
 
   std::string side_name_;  // empty when there is no such file any more
   Place place_;

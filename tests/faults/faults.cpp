@@ -306,6 +306,12 @@ int __wrap_statx(int folder, const char* name, int flags, unsigned mask, struct 
   return __real_statx(folder, name, flags, mask, status);
 }
 
+int __real_faccessat(int, const char*, int, int);
+int __wrap_faccessat(int folder, const char* name, int mode, int flags) {
+  if (Refused(Fault::kLook)) return Refuse(EIO);
+  return __real_faccessat(folder, name, mode, flags);
+}
+
 int __real_fchmod(int, mode_t);
 int __wrap_fchmod(int file, mode_t mode) {
   if (Refused(Fault::kLook)) return Refuse(EIO);
