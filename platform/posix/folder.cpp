@@ -25,7 +25,9 @@ bool SyncToDisk(const Place& place) noexcept {
   if (!file.valid() && errno == EACCES)
     file = OpenAt(place.folder.get(), place.name.c_str(), O_WRONLY | kNoHarm);
   if (!file.valid()) return errno == ENOENT;
-  return Sync(file) && Sync(OpenAt(place.folder.get(), ".", O_RDONLY | O_DIRECTORY));
+  if (!Sync(file)) return false;
+  file = {};  // there may be no third descriptor
+  return Sync(OpenAt(place.folder.get(), ".", O_RDONLY | O_DIRECTORY));
 }
 
 }  // namespace valmere::platform
