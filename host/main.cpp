@@ -63,7 +63,7 @@ int Serve(const Options& options) {
   DriverLibrary driver(options.library);
   const bool drains = options.limits.drain.count() > 0;
   KeepRefusedFile(root);
-  StoredValues stored(driver, valmere::platform::MakeDeviceFileSystem());
+  StoredValues stored(driver, root, valmere::platform::MakeDeviceFileSystem());
   Server server(listener, driver, options.limits,
                 drains ? [&stored](const KeptProperties& files) { stored.ForeseeLoad(files); }
                        : PropertyLoader::BeforeLoad());
@@ -72,7 +72,7 @@ int Serve(const Options& options) {
   stored.ForeseeStart();
   driver.Init();
   if (drains) stored.TakeBaseLine();
-  stored.AwaitOverride(root, [&server] { return server.HasToEnd(); });
+  stored.AwaitOverride([&server] { return server.HasToEnd(); });
   if (server.Start()) {
     std::printf("valmered: ready on %s\n", listener.path().c_str());
     std::fflush(stdout);

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -71,11 +72,14 @@ bool SameText(const std::string* a, const std::string* b) {
   return a == nullptr || b == nullptr ? a == b : *a == *b;
 }
 
-// The file first: a name must not last longer than what it stands for.
-void SyncPropertyFile(const RootFolder& root) {
+// The file first: a name must not last longer than what it stands for. Where there is no file there is
+// nothing to bring to the disk.
+void SyncPropertyFile(const RootFolder& root) try {
   const platform::Descriptor folder = OpenFolder(root.descriptor(), kStoreName);
   Sync(OpenFile(folder.get(), kPropertyFileName, O_RDONLY).get());
   Sync(folder.get());
+} catch (const std::system_error& error) {
+  if (error.code() != std::errc::no_such_file_or_directory) throw;
 }
 
 void ReportUnanswered(const client::Error& error) {
@@ -110,13 +114,12 @@ void StoredValues::ForeseeLoad(const KeptProperties& files) {
                     platform::WidenPath(files.override_file));
 }
 
-void StoredValues::AwaitOverride(const RootFolder& root,
-                                 const std::function<bool()>& give_up) noexcept {
+void StoredValues::AwaitOverride(const std::function<bool()>& give_up) noexcept {
   Tolerantly("cannot bring the override's values to the disk", [&] {
     const Deadline deadline = Deadline::After(kOverridePatience);
     if (override_.Missing({}).empty() || !AwaitOverrideLines(deadline, give_up)) return;
     override_.Forget();
-    SyncPropertyFile(root);
+    SyncPropertyFile(root_);
   });
 }
 
@@ -152,26 +155,38 @@ void StoredValues::TakeBaseLine() noexcept {
 
 void StoredValues::Await(Deadline deadline) noexcept {
   if (first_kept_.properties.empty()) return;
-  Tolerantly("cannot tell what is in the property file", [&] { AwaitStored(deadline); });
+  // The service brings the file to the disk as well, but has half a second for it at its end, and a
+  // busy disk may take longer.
+  Tolerantly("cannot tell what is in the property file", [&] {
+    if (AwaitStored(deadline)) SyncPropertyFile(root_);
+  });
 }
 
-void StoredValues::AwaitStored(Deadline deadline) const {
+bool StoredValues::AwaitStored(Deadline deadline) const {
   auto client = ConnectToService(driver_);
-  if (!client) return ReportUnanswered(client.error());
+  if (!client) {
+    ReportUnanswered(client.error());
+    return false;
+  }
   KeptProperties before;
   Deadline settled = Deadline::Never();
   for (;; Pause(deadline)) {
     const Deadline patience = deadline.left() > kLastLook ? deadline : Deadline::After(kLastLook);
     auto now = LookAgain(*client, first_kept_, patience);
-    if (!now) return ReportUnanswered(now.error());
+    if (!now) {
+      ReportUnanswered(now.error());
+      return false;
+    }
     const Names missing = MissingFrom(*now);
-    if (!missing.empty() && deadline.passed())
-      return Report("the time is up; not in the property file yet: " + Listed(missing));
+    if (!missing.empty() && deadline.passed()) {
+      Report("the time is up; not in the property file yet: " + Listed(missing));
+      return false;
+    }
     if (!missing.empty() || before != *now)
       settled = Deadline::Never();
     else if (settled.never())
       settled = Deadline::After(kSettled).Or(deadline);
-    if (settled.passed()) return;
+    if (settled.passed()) return true;
     before = std::move(*now);
   }
 }

@@ -1,5 +1,5 @@
-// The file that is being tried is held all the while, without the line that is on its way: so what
-// comes for it meanwhile comes behind that.
+// A line that is being tried stays where it is, so that there is nothing to be put back: what comes
+// meanwhile comes behind it.
 #include "persist/failed_lines.h"
 
 #include <algorithm>
@@ -8,23 +8,29 @@
 namespace valmere {
 
 FailedLines::Files::iterator FailedLines::Find(platform::WidePathView path) {
-  return std::find_if(files_.begin(), files_.end(),
-                      [&](const File& file) { return file.path == path; });
+  if (files_.empty()) return files_.end();
+  return std::find_if(
+      files_.begin(), files_.end(),
+      [normal = platform::NormalPath(path)](const File& file) { return file.path == normal; });
 }
 
 bool FailedLines::Holds(platform::WidePathView path) const {
+  if (files_.empty()) return false;
+  const platform::WidePath normal = platform::NormalPath(path);
   return std::any_of(files_.begin(), files_.end(),
-                     [&](const File& file) { return file.path == path; });
+                     [&](const File& file) { return file.path == normal; });
 }
 
 std::optional<FailedLines::GivenUp> FailedLines::AddFile(WaitingLine line, platform::Ticks now) {
   Files added;
-  added.push_back({line.request.path, {}, kFirstDelay, now + kFirstDelay});
+  added.push_back({platform::NormalPath(line.request.path), {}, kFirstDelay, now + kFirstDelay});
   added.front().lines.PutBack(std::move(line));
   files_.splice(files_.end(), added);
   if (files_.size() <= kMostFiles) return std::nullopt;
-  std::optional<GivenUp> given_up{{std::move(files_.front().path), files_.front().lines.size()}};
-  files_.pop_front();
+  const auto oldest = std::find_if(files_.begin(), files_.end(),
+                                   [&](const File& file) { return file.path != first_file_; });
+  std::optional<GivenUp> given_up{{std::move(oldest->path), oldest->lines.size()}};
+  files_.erase(oldest);
   return given_up;
 }
 
@@ -43,21 +49,27 @@ std::optional<platform::Ticks> FailedLines::NextDue() const {
   return next;
 }
 
-std::optional<WaitingLine> FailedLines::TakeDue(platform::Ticks now) {
+// The next time is settled before there is need of memory: who finds none comes back then.
+std::optional<WriteRequest> FailedLines::TryDue(platform::Ticks now) {
   for (File& file : files_) {
-    if (!file.asked_for && now < file.due) continue;
+    const bool on_time = now >= file.due;
+    if (!file.asked_for && !on_time) continue;
     file.asked_for = false;
-    return file.lines.TakeFirst();
+    if (on_time) file.due = now + file.delay;
+    WriteRequest request = file.lines.HoldFirst();
+    file.tried = true;
+    file.on_time = on_time;
+    return request;
   }
   return std::nullopt;
 }
 
 // A try that a line has asked for takes nothing from the wait for the next one.
-void FailedLines::PutBack(WaitingLine line, platform::Ticks now) {
-  const auto file = Find(line.request.path);
+void FailedLines::Failed(platform::WidePathView path, platform::Ticks now) {
+  const auto file = Find(path);
   if (file == files_.end()) return;
-  file->lines.PutBack(std::move(line));
-  if (now < file->due) return;
+  file->tried = false;
+  if (!file->on_time) return;
   file->delay = std::min(2 * file->delay, kLongestDelay);
   file->due = now + file->delay;
 }
@@ -65,18 +77,21 @@ void FailedLines::PutBack(WaitingLine line, platform::Ticks now) {
 std::optional<std::size_t> FailedLines::Finished(platform::WidePathView path) {
   const auto file = Find(path);
   if (file == files_.end()) return std::nullopt;
-  ++file->taken;
+  file->tried = false;
+  file->lines.TakeFirst();
+  ++file->finished;
   if (!file->lines.empty()) {
     file->asked_for = true;
     return std::nullopt;
   }
-  const std::size_t taken = file->taken;
+  const std::size_t finished = file->finished;
   files_.erase(file);
-  return taken;
+  return finished;
 }
 
 void FailedLines::TakeAll(const std::function<void(const WaitingLine&)>& visit) {
   for (File& file : files_) {
+    if (file.tried) file.lines.TakeFirst();
     while (const auto line = file.lines.TakeFirst())
       visit(*line);
   }

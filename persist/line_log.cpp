@@ -46,6 +46,11 @@ void LineLog::GivenUp(platform::WidePathView path, std::size_t lines, RewriteRes
   });
 }
 
+void LineLog::Lost() {
+  LogIn(DebugZone::kError, log_,
+        [] { return std::string("A line of a property file was lost: out of memory"); });
+}
+
 void LineLog::NotSynced() {
   LogIn(DebugZone::kError, log_, [] {
     return std::string("Property files can't be brought to the disk; it is tried again");

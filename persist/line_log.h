@@ -25,6 +25,7 @@ class LineLog final : public LineReports {
   void Waits(platform::WidePathView path, RewriteResult cause) override;
   void WrittenAgain(platform::WidePathView path, std::size_t lines) override;
   void GivenUp(platform::WidePathView path, std::size_t lines, RewriteResult cause) override;
+  void Lost() override;
   void NotSynced() override;
   void Synced() override;
   void LeftBehind(const std::vector<std::string>& lines) override;

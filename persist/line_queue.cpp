@@ -29,8 +29,9 @@ constexpr std::uint32_t kStop = 2;
 // All that the threads touch.
 class LineQueue::Writer {
  public:
-  Writer(std::shared_ptr<platform::FileSystem> files, std::shared_ptr<LineReports> reports)
-      : files_(std::move(files)), reports_(std::move(reports)) {}
+  Writer(std::shared_ptr<platform::FileSystem> files, std::shared_ptr<LineReports> reports,
+         platform::WidePathView first_file)
+      : files_(std::move(files)), reports_(std::move(reports)), failed_(first_file) {}
 
   bool Push(WaitingLine line) EXCLUDES(lock_);
   void Run();
@@ -46,13 +47,13 @@ class LineQueue::Writer {
  private:
   bool Stopping() const { return (signal_.Get() & kStop) != 0; }
   std::optional<WaitingLine> TakeFirst() EXCLUDES(lock_);
-  std::optional<WaitingLine> TakeDue() EXCLUDES(lock_);
+  std::optional<WriteRequest> TryDue() EXCLUDES(lock_);
   // Nothing when there is no time left for it.
   std::optional<RewriteResult> Rewrite(const WriteRequest& request);
   void Keep(WaitingLine line, RewriteResult cause) EXCLUDES(lock_);
   void TryAgain() EXCLUDES(lock_);
-  void Settle(WaitingLine line, RewriteResult result) EXCLUDES(lock_);
-  bool PutBack(WaitingLine& line) EXCLUDES(lock_);
+  void Settle(const WriteRequest& request, RewriteResult result) EXCLUDES(lock_);
+  bool StaysWaiting(const WriteRequest& request) EXCLUDES(lock_);
   bool SyncIsDue();
   // A report that there is no memory for is not made; the lines matter more.
   template <class Report>
@@ -77,8 +78,8 @@ class LineQueue::Writer {
 };
 
 LineQueue::LineQueue(std::shared_ptr<platform::FileSystem> files,
-                     std::shared_ptr<LineReports> reports)
-    : writer_(std::make_shared<Writer>(std::move(files), std::move(reports))) {}
+                     std::shared_ptr<LineReports> reports, platform::WidePathView first_file)
+    : writer_(std::make_shared<Writer>(std::move(files), std::move(reports), first_file)) {}
 
 LineQueue::~LineQueue() {
   End();
@@ -164,7 +165,7 @@ void LineQueue::Writer::Run() {
     try {
       Drain();
     } catch (const std::exception&) {
-      // No memory: this line is lost, the others wait for the next push.
+      Tell([this] { reports_->Lost(); });
     }
   }
 }
@@ -213,20 +214,21 @@ std::optional<RewriteResult> LineQueue::Writer::Rewrite(const WriteRequest& requ
   }
 }
 
-// The file is the second thread's from here on. Reports come before that, and so in order.
+// The file is the second thread's from here on. It is not due yet, so what is told comes in order.
 void LineQueue::Writer::Keep(WaitingLine line, RewriteResult cause) {
   const platform::WidePath path = line.request.path;
+  const std::string left_side = line.request.prefix;
   if (!MayGoBetter(cause) || path.size() > kLongestPath)
     return Tell([&] { reports_->GivenUp(path, 1, cause); });
-  Tell([&] { reports_->Waits(path, cause); });
   std::optional<FailedLines::GivenUp> given_up;
-  bool left_behind = false;
+  bool ended = false;
   {
     const ScopedLock hold(lock_);
-    left_behind = ended_;
-    if (!ended_) given_up = failed_.AddFile(std::move(line), platform::MonotonicNow());
+    ended = ended_;
+    if (!ended) given_up = failed_.AddFile(std::move(line), platform::MonotonicNow());
   }
-  if (left_behind) return TellLeftBehind(line.request.prefix);
+  if (ended) return TellLeftBehind(left_side);
+  Tell([&] { reports_->Waits(path, cause); });
   if (given_up)
     Tell([&] { reports_->GivenUp(given_up->path, given_up->lines, RewriteResult::kNotOpened); });
   second_signal_.Set(kWork);
@@ -269,9 +271,9 @@ std::optional<std::uint32_t> LineQueue::Writer::MillisecondsOfRest() {
                                     platform::kTicksPerMillisecond);
 }
 
-std::optional<WaitingLine> LineQueue::Writer::TakeDue() {
+std::optional<WriteRequest> LineQueue::Writer::TryDue() {
   const ScopedLock hold(lock_);
-  return failed_.TakeDue(platform::MonotonicNow());
+  return failed_.TryDue(platform::MonotonicNow());
 }
 
 // A try is also one for what the first thread has left in the queue. Whoever has many lines for a file
@@ -279,11 +281,11 @@ std::optional<WaitingLine> LineQueue::Writer::TakeDue() {
 void LineQueue::Writer::TryAgain() {
   bool tried = false;
   while (!SyncIsDue()) {
-    auto line = TakeDue();
-    if (!line) break;
-    const std::optional<RewriteResult> result = Rewrite(line->request);
-    if (!result) return TellLeftBehind(line->request.prefix);
-    Settle(*std::move(line), *result);
+    const auto request = TryDue();
+    if (!request) break;
+    const std::optional<RewriteResult> result = Rewrite(*request);
+    if (!result) return TellLeftBehind(request->prefix);
+    Settle(*request, *result);
     tried = true;
   }
   if (tried) signal_.Set(kWork);
@@ -295,26 +297,27 @@ bool LineQueue::Writer::SyncIsDue() {
   return sync_.IsDue(now);
 }
 
-void LineQueue::Writer::Settle(WaitingLine line, RewriteResult result) {
-  const platform::WidePath path = line.request.path;
-  const bool waits = result != RewriteResult::kWritten && MayGoBetter(result);
-  if (waits && PutBack(line)) return;
-  if (waits) return TellLeftBehind(line.request.prefix);
-  if (result == RewriteResult::kWritten) written_.store(true);
+void LineQueue::Writer::Settle(const WriteRequest& request, RewriteResult result) {
+  const bool written = result == RewriteResult::kWritten;
+  if (!written && MayGoBetter(result)) {
+    if (!StaysWaiting(request)) TellLeftBehind(request.prefix);
+    return;
+  }
+  if (written) written_.store(true);
   std::optional<std::size_t> lines;
   {
     const ScopedLock hold(lock_);
-    lines = failed_.Finished(path);
+    lines = failed_.Finished(request.path);
   }
-  if (result != RewriteResult::kWritten) Tell([&] { reports_->GivenUp(path, 1, result); });
-  if (lines) Tell([&] { reports_->WrittenAgain(path, *lines); });
+  if (!written) Tell([&] { reports_->GivenUp(request.path, 1, result); });
+  if (lines) Tell([&] { reports_->WrittenAgain(request.path, *lines); });
 }
 
-// False after the end. The line is moved from otherwise.
-bool LineQueue::Writer::PutBack(WaitingLine& line) {
+// False after the end.
+bool LineQueue::Writer::StaysWaiting(const WriteRequest& request) {
   const ScopedLock hold(lock_);
   if (ended_) return false;
-  failed_.PutBack(std::move(line), platform::MonotonicNow());
+  failed_.Failed(request.path, platform::MonotonicNow());
   return true;
 }
 

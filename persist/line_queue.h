@@ -27,7 +27,9 @@ class LineReports {
   virtual void WrittenAgain(platform::WidePathView path, std::size_t lines) = 0;
   // Lines that are not tried again.
   virtual void GivenUp(platform::WidePathView path, std::size_t lines, RewriteResult cause) = 0;
-  // What was written can't be brought to the disk; then: it is there.
+  // A line for which there was no memory.
+  virtual void Lost() = 0;
+  // What was written can't be brought to the disk; then: it can.
   virtual void NotSynced() = 0;
   virtual void Synced() = 0;
   // The queue ends while these lines wait; their left sides.
@@ -48,7 +50,9 @@ class LineQueue {
   // A longer path leads to no file on any system.
   static constexpr std::size_t kLongestPath = 32'767;
 
-  LineQueue(std::shared_ptr<platform::FileSystem> files, std::shared_ptr<LineReports> reports);
+  // `first_file` is the property file that the service begins with.
+  LineQueue(std::shared_ptr<platform::FileSystem> files, std::shared_ptr<LineReports> reports,
+            platform::WidePathView first_file);
   // Ends.
   ~LineQueue();
   LineQueue(const LineQueue&) = delete;

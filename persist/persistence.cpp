@@ -66,7 +66,7 @@ Persistence::Persistence(std::shared_ptr<platform::FileSystem> files,
                         0)),
       load_command_(MakeCommand("0D9B0F83-2282-4728-A78E-FE2FF4E3A13C", "Load Properties")),
       store_command_(MakeCommand("DDF2926A-0A65-4196-88FE-5858BC957E0B", "Store Properties")),
-      lines_(files_, std::make_shared<LineLog>(log_)) {}
+      lines_(files_, std::make_shared<LineLog>(log_), main_path) {}
 
 std::shared_ptr<Persistence> Persistence::Make(std::shared_ptr<platform::FileSystem> files,
                                                platform::WidePathView main_path,

@@ -9,7 +9,8 @@
 namespace valmere {
 
 // Purpose: has many lines brought to the disk at once, half a second after the first of them, and says
-// when to try again where that failed: after a second, then two, four and so on, up to a minute.
+// when to try again where that failed: after a second, then two, four and so on, up to a minute. What is
+// written meanwhile does not wait for that.
 // Owner: the line queue's second thread.
 // Threads: one.
 // Errors: none.
@@ -23,7 +24,7 @@ class SyncSchedule {
 
   // Something was written that is not on the disk.
   void NoteWritten(platform::Ticks now) {
-    if (!due_) due_ = now + kDelay;
+    due_ = std::min(due_.value_or(now + kDelay), now + kDelay);
   }
   // Nothing when all is on the disk.
   std::optional<platform::Ticks> due() const { return due_; }

@@ -53,11 +53,22 @@ void WaitingLines::Add(WaitingLine line) {
 
 std::optional<WaitingLine> WaitingLines::TakeFirst() {
   if (lines_.empty()) return std::nullopt;
-  const auto change = changes_.find(KeyOf(lines_.front().request));
-  if (change != changes_.end() && change->second == &lines_.front()) changes_.erase(change);
+  KeepFirst();
   std::optional<WaitingLine> first = std::move(lines_.front());
   lines_.pop_front();
   return first;
+}
+
+WriteRequest WaitingLines::HoldFirst() {
+  WriteRequest copy = lines_.front().request;
+  KeepFirst();
+  return copy;
+}
+
+// No change takes its place from here on.
+void WaitingLines::KeepFirst() {
+  const auto change = changes_.find(KeyOf(lines_.front().request));
+  if (change != changes_.end() && change->second == &lines_.front()) changes_.erase(change);
 }
 
 void WaitingLines::PutBack(WaitingLine line) {

@@ -34,6 +34,8 @@ class WaitingLines {
   void AddChange(WriteRequest request);
   void Add(WaitingLine line);
   std::optional<WaitingLine> TakeFirst();
+  // A copy of the first line, of which there must be one. It is not replaced any more.
+  WriteRequest HoldFirst();
   // Puts a line that was taken before all others.
   void PutBack(WaitingLine line);
   void Clear() noexcept;
@@ -42,6 +44,8 @@ class WaitingLines {
 
  private:
   std::deque<WaitingLine> lines_;
+  void KeepFirst();
+
   // The changes that a later one may replace, by their keys: all that have been added since the
   // last line that was none, or was for another file, and of each key the last.
   std::unordered_map<std::string_view, WaitingLine*> changes_;

@@ -2,6 +2,7 @@
 // replacement character in the other, so that a damaged name simply names no file.
 #include "platform/wide_path.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -103,6 +104,21 @@ WidePath WidenPath(std::string_view text) {
     text.remove_prefix(bytes);
   }
   return path;
+}
+
+WidePath NormalPath(WidePathView path) {
+  WidePath normal;
+  while (!path.empty()) {
+    const WidePathView name = path.substr(0, path.find_first_of(u"/\\"));
+    path.remove_prefix(std::min(name.size() + 1, path.size()));
+    if (name.empty() || name == u".") continue;
+    if (name == u"..") {
+      normal.resize(normal.find_last_of(u'/') == WidePath::npos ? 0 : normal.find_last_of(u'/'));
+    } else {
+      normal.append(1, u'/').append(name);
+    }
+  }
+  return normal;
 }
 
 }  // namespace valmere::platform

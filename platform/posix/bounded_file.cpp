@@ -5,10 +5,21 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/posix/system_call.h"
 
 namespace valmere::platform {
+namespace {
+
+// Where another's file was written, a new one may have to stay ours.
+void TakeAfter(const Descriptor& file, const struct stat& status, const struct stat& old) {
+  const bool has_owner = status.st_uid == old.st_uid && status.st_gid == old.st_gid;
+  if (has_owner || fchown(file.get(), old.st_uid, old.st_gid) == 0)
+    fchmod(file.get(), old.st_mode & kRights);
+}
+
+}  // namespace
 
 bool BoundedFile::Begin(Place place, Descriptor file) {
   place_ = std::move(place);
@@ -21,7 +32,9 @@ bool BoundedFile::Begin(Place place, Descriptor file) {
 
 std::size_t BoundedFile::Write(const void* buffer, std::size_t length) {
   if (length > most_) return 0;
-  if (size_ > most_ - length && !BeginAnew()) {
+  // The file that is there now may be one that another has begun and filled.
+  for (int tries = 0; size_ > most_ - length; ++tries) {
+    if (tries < 2 && BeginAnew()) continue;
     Fail();
     return 0;
   }
@@ -34,22 +47,34 @@ std::size_t BoundedFile::Write(const void* buffer, std::size_t length) {
 // Without a new one the old one stays open, and the next line is the next try.
 bool BoundedFile::BeginAnew() {
   struct stat old {};
-  if (fstat(descriptor().get(), &old) != 0) return false;
-  if (Uninterrupted([this] {
-        return renameat(place_.folder.get(), place_.name.c_str(), place_.folder.get(),
-                        older_name_.c_str());
-      }) != 0 &&
-      errno != ENOENT)
+  if (fstat(descriptor().get(), &old) != 0 || (IsStillThere(old) && !PutAside())) return false;
+  Descriptor file = OpenAt(place_.folder.get(), place_.name.c_str(),
+                           O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK,
+                           old.st_mode & kRights);
+  struct stat status {};
+  if (!file.valid() || fstat(file.get(), &status) != 0) return false;
+  if (!S_ISREG(status.st_mode)) {
+    errno = EINVAL;
     return false;
-  Descriptor file =
-      OpenAt(place_.folder.get(), place_.name.c_str(),
-             O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY, old.st_mode & 0777);
-  if (!file.valid()) return false;
-  // Where another's file was written, this one is ours, as its mode says.
-  if (fchown(file.get(), old.st_uid, old.st_gid) == 0) fchmod(file.get(), old.st_mode & 07777);
+  }
+  if (status.st_size == 0) TakeAfter(file, status, old);
   Adopt(std::move(file));
-  size_ = 0;
+  size_ = static_cast<std::uint64_t>(status.st_size);
   return true;
+}
+
+// It is not where another service, or somebody who tidies up, has put it aside already.
+bool BoundedFile::IsStillThere(const struct stat& file) const {
+  struct stat status {};
+  return fstatat(place_.folder.get(), place_.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+         status.st_dev == file.st_dev && status.st_ino == file.st_ino;
+}
+
+bool BoundedFile::PutAside() {
+  return Uninterrupted([this] {
+           return renameat(place_.folder.get(), place_.name.c_str(), place_.folder.get(),
+                           older_name_.c_str());
+         }) == 0;
 }
 
 }  // namespace valmere::platform

@@ -1,6 +1,8 @@
 // A file that grows no further than it may.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -29,6 +31,8 @@ class BoundedFile final : public HostFile {
 
  private:
   bool BeginAnew();
+  bool IsStillThere(const struct stat& file) const;
+  bool PutAside();
 
   const std::uint64_t most_;
   Place place_;

@@ -127,7 +127,9 @@ class HostFileSystem final : public FileSystem {
 
   bool SyncOne(WidePathView path) const noexcept try {
     const std::optional<Place> place = Find(path);
-    return place && SyncToDisk(*place);
+    if (place) return SyncToDisk(*place);
+    // A folder that has gone leaves nothing to bring there; a root may come back.
+    return errno == ENOENT && OpenAt(AT_FDCWD, root_.c_str(), O_PATH | O_DIRECTORY).valid();
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
     return false;

@@ -27,7 +27,9 @@ bool SyncToDisk(const Place& place) noexcept {
   if (!file.valid()) return errno == ENOENT;
   if (!Sync(file)) return false;
   file = {};  // there may be no third descriptor
-  return Sync(OpenAt(place.folder.get(), ".", O_RDONLY | O_DIRECTORY));
+  // Some file systems have nothing to bring there of a folder.
+  return Sync(OpenAt(place.folder.get(), ".", O_RDONLY | O_DIRECTORY)) || errno == EINVAL ||
+         errno == ENOTSUP;
 }
 
 }  // namespace valmere::platform

@@ -24,7 +24,7 @@ namespace {
 constexpr std::string_view kPrefix = ".valmere-";
 constexpr std::string_view kSuffix = ".new";
 constexpr mode_t kPrivateMode = 0600;  // until it has the old one's owner
-constexpr mode_t kModeBits = 07777;
+constexpr int kMostNames = 100;
 
 // Short whatever the file is called, so that there is room for it where the other name has room.
 std::string NextSideName() {
@@ -42,6 +42,19 @@ bool LockIsFree(const Descriptor& file) {
   return file.valid() && Uninterrupted([&] { return flock(file.get(), LOCK_EX | LOCK_NB); }) == 0;
 }
 
+void Remove(const Descriptor& folder, const std::string& name) {
+  Uninterrupted([&] { return unlinkat(folder.get(), name.c_str(), 0); });
+}
+
+// A sandbox that is older than the call refuses it; whether the file can be replaced shows later then.
+bool MayWrite(const Place& place) {
+  constexpr int kOfTheFileItself = AT_EACCESS | AT_SYMLINK_NOFOLLOW;
+  return Uninterrupted([&] {
+           return faccessat(place.folder.get(), place.name.c_str(), W_OK, kOfTheFileItself);
+         }) == 0 ||
+         errno == EPERM;
+}
+
 // The folder, or the owner of the old file, lets us do no more than write into it.
 bool IsForbidden(int error) {
   return error == EACCES || error == EPERM;
@@ -50,8 +63,7 @@ bool IsForbidden(int error) {
 }  // namespace
 
 ReplacingFile::~ReplacingFile() {
-  if (side_name_.empty()) return;
-  Uninterrupted([this] { return unlinkat(place_.folder.get(), side_name_.c_str(), 0); });
+  if (!side_name_.empty()) Remove(place_.folder, side_name_);
 }
 
 bool ReplacingFile::Old::IsSameFile(const Old& other) const {
@@ -61,8 +73,10 @@ bool ReplacingFile::Old::IsSameFile(const Old& other) const {
 
 std::optional<ReplacingFile::Old> ReplacingFile::LookAt(const Place& place) {
   struct statx status {};
-  if (statx(place.folder.get(), place.name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS,
-            &status) != 0)
+  if (Uninterrupted([&] {
+        return statx(place.folder.get(), place.name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS,
+                     &status);
+      }) != 0)
     return errno == ENOENT ? std::optional<Old>(Old()) : std::nullopt;
   if (!S_ISREG(status.stx_mode)) {
     errno = S_ISLNK(status.stx_mode) ? ELOOP : EINVAL;
@@ -82,7 +96,7 @@ std::optional<ReplacingFile::Old> ReplacingFile::LookAt(const Place& place) {
 mode_t ReplacingFile::FirstMode(const Old& old) {
   if (!old.exists) return kNewFileMode;
   const bool ours = old.user == geteuid() && old.group == getegid();
-  return ours ? old.mode & kModeBits : kPrivateMode;
+  return ours ? old.mode & kRights : kPrivateMode;
 }
 
 // Mode after owner: a change of owner takes mode bits away.
@@ -92,23 +106,21 @@ bool ReplacingFile::TakeAfter(const Descriptor& file, const Old& old) {
   if ((status.st_uid != old.user || status.st_gid != old.group) &&
       Uninterrupted([&] { return fchown(file.get(), old.user, old.group); }) != 0)
     return false;
-  if (status.st_mode == old.mode) return true;
-  return Uninterrupted([&] { return fchmod(file.get(), old.mode & kModeBits); }) == 0;
+  if ((status.st_mode & kRights) == (old.mode & kRights)) return true;
+  return Uninterrupted([&] { return fchmod(file.get(), old.mode & kRights); }) == 0;
 }
 
 // Who may not write the old file may not replace it either. Where somebody else has put the file into
 // a folder of his own, or mounted it there, it is the file that is ours to write and not its name.
 ReplacingFile::Begun ReplacingFile::Begin(Place& place, bool readable) {
   const std::optional<Old> old = LookAt(place);
-  if (!old) return Begun::kNo;
-  constexpr int kOfTheFileItself = AT_EACCESS | AT_SYMLINK_NOFOLLOW;
-  if (old->exists && faccessat(place.folder.get(), place.name.c_str(), W_OK, kOfTheFileItself) != 0)
-    return Begun::kNo;
+  if (!old || (old->exists && !MayWrite(place))) return Begun::kNo;
   if (old->is_mount_point) return Begun::kNotPossible;
   const bool made = MakeBeside(place.folder, readable, FirstMode(*old));
   if (!made || (old->exists && !TakeAfter(descriptor(), *old))) {
     const int error = errno;
-    if (made) unlinkat(place.folder.get(), std::exchange(side_name_, {}).c_str(), 0);
+    if (made) Remove(place.folder, std::exchange(side_name_, {}));
+    Adopt({});  // there may be no other descriptor for a file that is written in place
     errno = error;
     return IsForbidden(error) && old->exists ? Begun::kNotPossible : Begun::kNo;
   }
@@ -120,17 +132,18 @@ ReplacingFile::Begun ReplacingFile::Begin(Place& place, bool readable) {
 // The number of a process that was killed may be ours by now.
 bool ReplacingFile::MakeBeside(const Descriptor& folder, bool readable, mode_t mode) {
   const int flags = (readable ? O_RDWR : O_WRONLY) | O_CREAT | O_EXCL | O_NOFOLLOW;
-  for (;;) {
-    std::string name = NextSideName();
-    Descriptor file = OpenAt(folder.get(), name.c_str(), flags, mode);
-    if (!file.valid() && errno == EEXIST) continue;
-    if (!file.valid()) return false;
-    side_name_ = std::move(name);
-    // Who clears leftovers in this very moment has it first, and it is gone: that shows at the end.
-    LockIsFree(file);
-    Adopt(std::move(file));
-    return true;
+  std::string name;
+  Descriptor file;
+  for (int tries = 0; !file.valid(); ++tries) {
+    if (tries > 0 && (errno != EEXIST || tries == kMostNames)) return false;
+    name = NextSideName();
+    file = OpenAt(folder.get(), name.c_str(), flags, mode);
   }
+  side_name_ = std::move(name);
+  // Who clears leftovers in this very moment has it first, and it is gone: that shows at the end.
+  LockIsFree(file);
+  Adopt(std::move(file));
+  return true;
 }
 
 bool ReplacingFile::Complete() {
@@ -162,8 +175,8 @@ void ClearLeftovers(const Descriptor& folder) noexcept {
   while (const dirent* entry = readdir(entries)) {
     if (!IsSideName(entry->d_name)) continue;
     const Descriptor file =
-        OpenAt(folder.get(), entry->d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
-    if (LockIsFree(file)) unlinkat(folder.get(), entry->d_name, 0);
+        OpenAt(folder.get(), entry->d_name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    if (LockIsFree(file)) Remove(folder, entry->d_name);
   }
   closedir(entries);
 }

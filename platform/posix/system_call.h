@@ -23,6 +23,8 @@ auto Uninterrupted(Call call) {
 }
 
 inline constexpr mode_t kNewFileMode = 0644;
+// Of a file that takes another's place; what is written runs with nobody's rights.
+inline constexpr mode_t kRights = 0777;
 
 inline Descriptor OpenAt(int folder, const char* name, int flags, mode_t mode = kNewFileMode) {
   return Descriptor(Uninterrupted([&] { return openat(folder, name, flags | O_CLOEXEC, mode); }));

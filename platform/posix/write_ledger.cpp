@@ -28,9 +28,10 @@ const char* CauseOf(const std::string& root, int error) {
 
 void WriteLedger::Failed(const WidePath& path) noexcept try {
   const int error = errno;
+  const std::string name = NameOf(path);
   if (!IsNew(path, error)) return;
   WriteErrorLineSparingly(
-      {"valmere: cannot write ", NameOf(path), ": ", std::string_view(CauseOf(root_, error))});
+      {"valmere: cannot write ", name, ": ", std::string_view(CauseOf(root_, error))});
 } catch (const std::exception&) {
   // No memory: the log tells of it all the same.
 }

@@ -15,7 +15,7 @@ namespace valmere::platform {
 // standard error of each that can't be written, once, and of its being written again.
 // Owner: shared by the file system and its files, which may outlive it.
 // Threads: any.
-// Errors: none. Without memory a file is told of more often than once.
+// Errors: none. Without memory a file is told of at its next failure.
 class WriteLedger {
  public:
   // Of more files at once it does not know whether they have been told of.

@@ -21,14 +21,14 @@ WaitingLine Line(std::string_view path, std::string_view value, std::string_view
 class FailedLinesTest : public ::testing::Test {
  protected:
   // What is tried at that time; "" for nothing.
-  std::string TakenAt(platform::Ticks now) {
-    taken_ = lines_.TakeDue(now);
-    return taken_ ? taken_->request.line : "";
+  std::string TriedAt(platform::Ticks now) {
+    tried_ = lines_.TryDue(now);
+    return tried_ ? tried_->line : "";
   }
-  void PutBackAt(platform::Ticks now) { lines_.PutBack(*std::move(taken_), now); }
+  void FailsAt(platform::Ticks now) { lines_.Failed(tried_->path, now); }
 
-  FailedLines lines_;
-  std::optional<WaitingLine> taken_;
+  FailedLines lines_{u"/first"};
+  std::optional<WriteRequest> tried_;
 };
 
 TEST_F(FailedLinesTest, ALineIsTriedAfterASecondThenTwoUpToAMinute) {
@@ -36,10 +36,10 @@ TEST_F(FailedLinesTest, ALineIsTriedAfterASecondThenTwoUpToAMinute) {
   platform::Ticks now = kStart;
   for (const int seconds : {1, 2, 4, 8, 16, 32, 60, 60, 60}) {
     EXPECT_EQ(lines_.NextDue(), now + seconds * kSecond);
-    EXPECT_EQ(TakenAt(now + seconds * kSecond - 1), "");
+    EXPECT_EQ(TriedAt(now + seconds * kSecond - 1), "");
     now += seconds * kSecond;
-    ASSERT_EQ(TakenAt(now), "a|b=1") << seconds;
-    PutBackAt(now);
+    ASSERT_EQ(TriedAt(now), "a|b=1") << seconds;
+    FailsAt(now);
   }
 }
 
@@ -47,19 +47,19 @@ TEST_F(FailedLinesTest, ALineIsTriedWithTheNextOneAndItsTimeStays) {
   lines_.AddFile(Line("f", "1"), kStart);
   lines_.Add(Line("f", "2", "c|d"));
   EXPECT_EQ(lines_.NextDue(), 0);
-  ASSERT_EQ(TakenAt(kStart + 1), "a|b=1");
-  PutBackAt(kStart + 1);
-  EXPECT_EQ(TakenAt(kStart + 2), "");
+  ASSERT_EQ(TriedAt(kStart + 1), "a|b=1");
+  FailsAt(kStart + 1);
+  EXPECT_EQ(TriedAt(kStart + 2), "");
   EXPECT_EQ(lines_.NextDue(), kStart + kSecond);
 }
 
 TEST_F(FailedLinesTest, AllLinesOfAFileFollowTheFirstThatIsWritten) {
   lines_.AddFile(Line("f", "1"), kStart);
   lines_.Add(Line("f", "2", "c|d"));
-  ASSERT_EQ(TakenAt(kStart), "a|b=1");
+  ASSERT_EQ(TriedAt(kStart), "a|b=1");
   EXPECT_EQ(lines_.Finished(u"f"), std::nullopt);
   EXPECT_TRUE(lines_.Holds(u"f"));
-  ASSERT_EQ(TakenAt(kStart), "c|d=2");
+  ASSERT_EQ(TriedAt(kStart), "c|d=2");
   EXPECT_EQ(lines_.Finished(u"f"), 2u);
   EXPECT_FALSE(lines_.Holds(u"f"));
   EXPECT_EQ(lines_.NextDue(), std::nullopt);
@@ -67,33 +67,60 @@ TEST_F(FailedLinesTest, AllLinesOfAFileFollowTheFirstThatIsWritten) {
 
 TEST_F(FailedLinesTest, WhatComesWhileALineIsTriedStaysBehindIt) {
   lines_.AddFile(Line("f", "1"), kStart);
-  ASSERT_EQ(TakenAt(kStart + kSecond), "a|b=1");
+  ASSERT_EQ(TriedAt(kStart + kSecond), "a|b=1");
   lines_.Add(Line("f", "2"));
-  PutBackAt(kStart + kSecond);
-  ASSERT_EQ(TakenAt(kStart + kSecond), "a|b=1");
+  FailsAt(kStart + kSecond);
+  ASSERT_EQ(TriedAt(kStart + kSecond), "a|b=1");
   EXPECT_EQ(lines_.Finished(u"f"), std::nullopt);
-  ASSERT_EQ(TakenAt(kStart + kSecond), "a|b=2");
+  ASSERT_EQ(TriedAt(kStart + kSecond), "a|b=2");
   EXPECT_EQ(lines_.Finished(u"f"), 2u);
 }
 
 TEST_F(FailedLinesTest, AFileThatIsNotDueKeepsNoOtherWaiting) {
   lines_.AddFile(Line("f", "1"), kStart);
   lines_.AddFile(Line("g", "2"), kStart - kSecond);
-  EXPECT_EQ(TakenAt(kStart), "a|b=2");
+  EXPECT_EQ(TriedAt(kStart), "a|b=2");
 }
 
-TEST_F(FailedLinesTest, OneFileTooManyCostsTheFirstAndNobodyElse) {
-  for (std::size_t i = 0; i < FailedLines::kMostFiles; ++i)
-    EXPECT_FALSE(lines_.AddFile(Line(std::to_string(i), "1"), kStart));
-  ASSERT_EQ(TakenAt(kStart + kSecond), "a|b=1");
-  lines_.Add(Line("0", "2"));
+TEST_F(FailedLinesTest, OneFileTooManyCostsTheOldestWithAllItsLinesAndNobodyElse) {
+  EXPECT_FALSE(lines_.AddFile(Line("first", "1"), kStart));
+  for (std::size_t i = 1; i < FailedLines::kMostFiles; ++i)
+    EXPECT_FALSE(lines_.AddFile(Line(std::to_string(i), "1"), kStart - kSecond));
+  ASSERT_EQ(TriedAt(kStart), "a|b=1");
+  lines_.Add(Line("1", "2"));
   const auto given_up = lines_.AddFile(Line("more", "1"), kStart);
   ASSERT_TRUE(given_up);
-  EXPECT_EQ(given_up->path, u"0");
-  EXPECT_EQ(given_up->lines, 1u);
-  PutBackAt(kStart + kSecond);
-  EXPECT_FALSE(lines_.Holds(u"0"));
-  EXPECT_EQ(lines_.Finished(u"0"), std::nullopt);
+  EXPECT_EQ(given_up->path, u"/1");
+  EXPECT_EQ(given_up->lines, 2u) << "the one on its way among them";
+  FailsAt(kStart);
+  EXPECT_FALSE(lines_.Holds(u"1"));
+  EXPECT_TRUE(lines_.Holds(u"\\first")) << "the service's own stays";
+  EXPECT_EQ(lines_.Finished(u"1"), std::nullopt);
+}
+
+TEST_F(FailedLinesTest, AFileIsOneInEverySpelling) {
+  lines_.AddFile(Line("/Store/f", "1"), kStart);
+  EXPECT_TRUE(lines_.Holds(u"\\Store\\x\\..\\f"));
+  lines_.Add(Line("\\Store\\f", "2", "c|d"));
+  ASSERT_EQ(TriedAt(kStart), "a|b=1");
+  EXPECT_EQ(lines_.Finished(u"Store//f"), std::nullopt);
+  ASSERT_EQ(TriedAt(kStart), "c|d=2");
+  EXPECT_EQ(tried_->path, u"\\Store\\f") << "as it was asked for";
+}
+
+TEST_F(FailedLinesTest, AFileThatIsOnItsWayIsNotDueAgainAtOnce) {
+  lines_.AddFile(Line("f", "1"), kStart);
+  ASSERT_EQ(TriedAt(kStart + kSecond), "a|b=1");
+  EXPECT_EQ(lines_.NextDue(), kStart + 2 * kSecond) << "also if nobody says what became of it";
+}
+
+TEST_F(FailedLinesTest, TheOneThatIsBeingTriedIsNotAmongAll) {
+  lines_.AddFile(Line("f", "1"), kStart);
+  lines_.Add(Line("f", "2", "c|d"));
+  ASSERT_EQ(TriedAt(kStart), "a|b=1");
+  std::vector<std::string> all;
+  lines_.TakeAll([&](const WaitingLine& line) { all.push_back(line.request.line); });
+  EXPECT_EQ(all, std::vector<std::string>{"c|d=2"});
 }
 
 TEST_F(FailedLinesTest, AllAreTakenAtOnce) {

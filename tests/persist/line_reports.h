@@ -27,6 +27,7 @@ class KeptReports : public LineReports {
     Keep("given up " + Name(path) + ": " + std::to_string(lines) + ", " +
          std::string(Describe(cause)));
   }
+  void Lost() override { Keep("lost"); }
   void NotSynced() override { Keep("not synced"); }
   void Synced() override { Keep("synced"); }
   void LeftBehind(const std::vector<std::string>& lines) override {

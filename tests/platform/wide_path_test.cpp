@@ -70,5 +70,15 @@ TEST(WidePath, ReplacesEachByteThatIsNoUtf8) {
   EXPECT_EQ(WidenPath("\xff"), u"\ufffd");
 }
 
+TEST(NormalPathTest, IsOneForAllPathsThatLeadToOnePlace) {
+  for (const WidePathView path :
+       {u"/Store/A.ini", u"\\Store\\A.ini", u"Store//A.ini", u"/./Store/./A.ini",
+        u"/other/../Store/A.ini", u"/../Store/x/../A.ini"})
+    EXPECT_EQ(NormalPath(path), u"/Store/A.ini") << NarrowPath(path);
+  EXPECT_NE(NormalPath(u"/Store/a.ini"), NormalPath(u"/Store/A.ini"));
+  EXPECT_EQ(NormalPath(u""), u"");
+  EXPECT_EQ(NormalPath(u"/.."), u"");
+}
+
 }  // namespace
 }  // namespace valmere::platform

@@ -87,14 +87,14 @@ TEST_F(ReplacedFiles, KeepModeAndOwner) {
   if (geteuid() != 0) GTEST_SKIP() << "only root may give a file away";
   root_.Put("root/f", "old");
   ASSERT_EQ(chown(root_.At("root/f").c_str(), 1234, 4321), 0);
-  ASSERT_EQ(chmod(root_.At("root/f").c_str(), 06640), 0);
+  ASSERT_EQ(chmod(root_.At("root/f").c_str(), 04640), 0);
   const auto file = Open(u"\\f", kAnew);
   EXPECT_EQ(Write(file, "new"), 3u);
   EXPECT_TRUE(file->Complete());
   const struct stat status = Status();
   EXPECT_EQ(status.st_uid, 1234u);
   EXPECT_EQ(status.st_gid, 4321u);
-  EXPECT_EQ(status.st_mode & 07777, 06640u);
+  EXPECT_EQ(status.st_mode & 07777, 0640u) << "and runs with nobody's rights";
 }
 
 TEST_F(ReplacedFiles, OfNobodyHaveTheModeOfEveryNewFile) {
@@ -184,6 +184,23 @@ TEST_F(ReplacedFiles, AreBroughtToTheDiskWhereverTheyAreByThen) {
   EXPECT_TRUE(Open(u"\\gone", kAnew)->Complete());
   root_.Remove("root/gone");
   EXPECT_TRUE(files_->Sync());
+}
+
+TEST_F(ReplacedFiles, WhoseFolderHasGoneAreOnNobodysDisk) {
+  root_.MakeFolder("root/folder");
+  EXPECT_TRUE(Open(u"\\folder\\f", kAnew)->Complete());
+  root_.Remove("root/folder/f");
+  root_.Remove("root/folder");
+  EXPECT_TRUE(files_->Sync());
+}
+
+TEST_F(ReplacedFiles, GiveUpWhereAllNamesBesideThemAreTaken) {
+  root_.Put("root/f", "old");
+  Write(Open(u"\\f", kAnew), "tells the number of the next");
+  ASSERT_TRUE(Open(u"\\f", kAnew)->Complete());
+  for (int i = 0; i < 1000; ++i)
+    root_.Put("root/.valmere-" + std::to_string(getpid()) + "-" + std::to_string(i) + ".new", "");
+  EXPECT_EQ(Open(u"\\f", kAnew), nullptr);
 }
 
 TEST_F(ReplacedFiles, AreForTheNextSyncWhenTheRootHasGone) {
@@ -321,6 +338,16 @@ TEST_F(BoundedFiles, KeepTheirModeAndBeginAnewWhenSomebodyHasTakenThemAway) {
   struct stat status {};
   ASSERT_EQ(stat(root_.At("root/log").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0604u);
+}
+
+TEST_F(BoundedFiles, GoOnInTheOneThatAnotherHasBegun) {
+  const auto first = bounded_->Open(u"\\log", kLog);
+  const auto second = bounded_->Open(u"\\log", kLog);
+  EXPECT_EQ(Write(first, "1234567890"), 10u);
+  EXPECT_EQ(Write(first, "abc"), 3u);
+  EXPECT_EQ(Write(second, "1234567890"), 10u) << "into the older one, which it does not know";
+  EXPECT_EQ(Write(second, "defg"), 4u);
+  EXPECT_EQ(root_.Get("root/log"), "abcdefg");
 }
 
 TEST_F(BoundedFiles, OthersThatAreAppendedToAreNot) {
