@@ -22,7 +22,7 @@ namespace valmere::host {
 // it loads lead to one load more, however many they are. All loads share a handle and a thread, which
 // are there from the first wish on.
 // Owner: the server. The driver must outlive it, and not be ended before it; a load that is under way
-// is not waited for.
+// is waited for by Await alone.
 // Threads: Ask and Await by one at a time, the loop's; its own does the rest.
 // Errors: none; standard error is told what went wrong. What comes of a load is in the service's own
 // log.

@@ -154,11 +154,13 @@ void StoredValues::TakeBaseLine() noexcept {
 }
 
 void StoredValues::Await(Deadline deadline) noexcept {
-  if (first_kept_.properties.empty()) return;
-  // The service brings the file to the disk as well, but has half a second for it at its end, and a
-  // busy disk may take longer.
+  // A service that did not tell its values at the start is not asked for them now. It brings the file
+  // to the disk as well, but has half a second for it at its end, and a busy disk may take longer.
   Tolerantly("cannot tell what is in the property file", [&] {
-    if (AwaitStored(deadline)) SyncPropertyFile(root_);
+    const bool stored = first_kept_.properties.empty()
+                            ? AwaitOverrideLines(deadline, [] { return false; })
+                            : AwaitStored(deadline);
+    if (stored) SyncPropertyFile(root_);
   });
 }
 

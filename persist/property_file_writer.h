@@ -24,13 +24,15 @@ WriteRequest MakeWriteRequest(std::string_view left_side, std::string_view value
 // How a rewrite ended.
 enum class RewriteResult {
   kWritten,
-  kShortRead,    // the old body didn't come whole, or its size; the file is as it was
-  kTooLong,      // the file would be too long to be read again; it is as it was
-  kNotOpened,    // it is there but can't be opened, or not for writing; the file is as it was
-  kBodyTorn,     // the lines didn't all reach the file, which now has no valid checksum
+  kShortRead,  // the old body didn't come whole, or its size; the file is as it was
+  kTooLong,    // the file would be too long to be read again; it is as it was
+  kNotOpened,  // it is there but can't be opened, or not for writing; the file is as it was
+  // After these three the file has no valid checksum where the system writes it in place; elsewhere it
+  // is as it was.
+  kBodyTorn,     // the lines didn't all reach the file
   kTrailerTorn,  // the checksum didn't all reach the file
-  kNotReplaced,  // all was written, but the file could not be put in the place of the old one, which stays
-  kOvertaken,  // it may not write any more; what it has written has no valid checksum
+  kOvertaken,    // it may not write any more
+  kNotReplaced,  // all was written, but could not take the place of the old file, which stays
 };
 
 // True when the requests that still wait should be left for another time: what kept this one from
