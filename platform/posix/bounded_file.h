@@ -21,8 +21,8 @@ namespace valmere::platform {
 //   written.
 class BoundedFile final : public HostFile {
  public:
-  BoundedFile(WidePath path, std::shared_ptr<WriteLedger> ledger, std::uint64_t most)
-      : HostFile(std::move(path), std::move(ledger)), most_(most) {}
+  BoundedFile(WidePathView path, std::shared_ptr<WriteLedger> ledger, std::uint64_t most)
+      : HostFile(path, std::move(ledger)), most_(most) {}
 
   // Takes the open file over, once, and the place that it is at. False when its size can't be had.
   bool Begin(Place place, Descriptor file);

@@ -79,7 +79,7 @@ class HostFileSystem final : public FileSystem {
     std::unique_ptr<File> opened;
     if (place) {
       ClearOnce(path, place->folder);
-      opened = OpenFile(*std::move(place), {WidePath(path), ledger_, max_log_}, flags);
+      opened = OpenFile(*std::move(place), {path, ledger_, max_log_}, flags);
     }
     const bool must_be_written = Has(flags, OpenFlags::kTruncate) || Has(flags, OpenFlags::kAppend);
     if (!opened && must_be_written && errno != 0) ledger_->Failed(WidePath(path));

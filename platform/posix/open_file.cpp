@@ -49,7 +49,7 @@ Descriptor OpenRegular(const Place& place, int system) {
 
 std::unique_ptr<File> Replace(Place place, FileMatters matters, int system) {
   auto replacing = std::make_unique<ReplacingFile>(matters.path, matters.ledger);
-  auto in_place = std::make_unique<HostFile>(std::move(matters.path), std::move(matters.ledger));
+  auto in_place = std::make_unique<HostFile>(matters.path, std::move(matters.ledger));
   switch (replacing->Begin(place, (system & O_ACCMODE) == O_RDWR)) {
     case ReplacingFile::Begun::kYes:
       return replacing;
@@ -65,8 +65,8 @@ std::unique_ptr<File> Replace(Place place, FileMatters matters, int system) {
 }
 
 std::unique_ptr<File> OpenBounded(Place place, FileMatters matters, int system) {
-  auto opened = std::make_unique<BoundedFile>(std::move(matters.path), std::move(matters.ledger),
-                                              matters.max_log);
+  auto opened =
+      std::make_unique<BoundedFile>(matters.path, std::move(matters.ledger), matters.max_log);
   Descriptor file = OpenRegular(place, system);
   if (!file.valid() || !opened->Begin(std::move(place), std::move(file))) return nullptr;
   return opened;
@@ -84,7 +84,7 @@ std::unique_ptr<File> OpenFile(Place place, FileMatters matters, OpenFlags flags
     return Replace(std::move(place), std::move(matters), *system);
   if (Has(flags, OpenFlags::kBounded))
     return OpenBounded(std::move(place), std::move(matters), *system);
-  auto opened = std::make_unique<HostFile>(std::move(matters.path), std::move(matters.ledger));
+  auto opened = std::make_unique<HostFile>(matters.path, std::move(matters.ledger));
   Descriptor file = OpenRegular(place, *system);
   if (!file.valid()) return nullptr;
   if (Has(flags, OpenFlags::kAtEnd)) lseek(file.get(), 0, SEEK_END);

@@ -13,7 +13,7 @@ namespace valmere::platform {
 
 // What a file is given beside its place.
 struct FileMatters {
-  WidePath path;  // as it was asked for
+  WidePathView path;  // as it was asked for
   std::shared_ptr<WriteLedger> ledger;
   std::uint64_t max_log;  // of a bounded file, in bytes
 };

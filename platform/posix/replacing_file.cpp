@@ -172,6 +172,7 @@ void ClearLeftovers(const Descriptor& folder) noexcept {
   DIR* const entries = listed.valid() ? fdopendir(listed.get()) : nullptr;
   if (entries == nullptr) return;
   listed.Release();
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody else reads these entries
   while (const dirent* entry = readdir(entries)) {
     if (!IsSideName(entry->d_name)) continue;
     const Descriptor file =
