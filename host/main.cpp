@@ -1,11 +1,13 @@
 // Stands in for the device manager on a host: loads the driver library, starts it, gives each
 // client of a socket a handle of its own, and ends it on a signal. What can fail by the caller's
 // fault fails before the driver is started.
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <optional>
@@ -51,6 +53,14 @@ void TellDriver(const RootFolder& root, const Options& options) {
   // NOLINTEND(concurrency-mt-unsafe)
 }
 
+// Who has started it may not read what it says; a pipe that has room has room for a line.
+void SayReady(const std::string& path) {
+  const std::string line = "valmered: ready on " + path + "\n";
+  pollfd room{STDOUT_FILENO, POLLOUT, 0};
+  if (poll(&room, 1, 0) != 1 || (room.revents & POLLOUT) == 0) return;
+  if (write(STDOUT_FILENO, line.data(), line.size()) < 0) Report("cannot say that it is ready");
+}
+
 int Serve(const Options& options) {
   const std::optional<int> inherited = InheritedSocket();
   AllowManyDescriptors(options.limits.clients);
@@ -74,8 +84,7 @@ int Serve(const Options& options) {
   if (drains) stored.TakeBaseLine();
   stored.AwaitOverride([&server] { return server.HasToEnd(); });
   if (server.Start()) {
-    std::printf("valmered: ready on %s\n", listener.path().c_str());
-    std::fflush(stdout);
+    SayReady(listener.path());
     standing.TellReady();
   }
   const auto end_by = server.Run();
@@ -86,10 +95,25 @@ int Serve(const Options& options) {
   return kExitOk;
 }
 
+// What is opened later must not be taken for one of these.
+void OpenStandardStreams() {
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+    if (fcntl(stream, F_GETFD) < 0 && open("/dev/null", O_RDWR) != stream) _exit(kExitFailure);
+  }
+}
+
+// A pipe without a reader and a file that may not grow show as failed writes; there is nothing to load
+// again yet.
+void IgnoreSignals() {
+  for (const int number : {SIGPIPE, SIGXFSZ, SIGHUP})
+    std::signal(number, SIG_IGN);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN);
+  OpenStandardStreams();
+  IgnoreSignals();
   try {
     int exit_code = kExitOk;
     const auto options = ReadOptions(argc, argv, exit_code);

@@ -31,26 +31,35 @@ class Flaw : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Does a step whose failure is told as "path: what: cause".
+// What a flaw means for the settings.
+constexpr const char* kLost = "; settings will not be kept";
+constexpr const char* kInPlace = "; it is written in place, and a kill may cost all settings";
+
+// Does a step whose failure is told as "path: what: cause" and what it means.
 template <class Step>
 auto Try(const std::string& path, const char* what, Step step) {
   try {
     return step();
   } catch (const std::system_error& error) {
-    throw Flaw(path + ": " + what + ": " + error.code().message());
+    throw Flaw(path + ": " + what + ": " + error.code().message() + kLost);
   }
 }
 
-// The length of the property file, 0 where there is none. A longer one than the service reads is
-// not rewritten either.
-std::uint64_t LengthOfPropertyFile(int folder) try {
+// The property file, as far as there is one.
+struct PropertyFile {
+  bool exists = false;
+  bool is_anothers = false;  // and its owner can't be kept
+  std::uint64_t length = 0;  // a longer one than the service reads is not rewritten either
+};
+
+PropertyFile LookAtPropertyFile(int folder) try {
   const Descriptor file = OpenFile(folder, kPropertyFileName, O_RDWR);
   struct stat status {};
-  const bool known = fstat(file.get(), &status) == 0;
-  return known ? std::min(static_cast<std::uint64_t>(status.st_size), FileStream::kLargestWhole)
-               : 0;
+  if (fstat(file.get(), &status) != 0) return {};
+  return {true, geteuid() != 0 && status.st_uid != geteuid(),
+          std::min(static_cast<std::uint64_t>(status.st_size), FileStream::kLargestWhole)};
 } catch (const std::system_error& error) {
-  if (error.code() == std::errc::no_such_file_or_directory) return 0;
+  if (error.code() == std::errc::no_such_file_or_directory) return {};
   throw;
 }
 
@@ -73,11 +82,17 @@ void TryToKeep(const RootFolder& root) {
   const std::string store = root.path() + "/" + kStoreName;
   const Descriptor folder =
       Try(store, "cannot be opened", [&] { return OpenFolder(root.descriptor(), kStoreName); });
-  const std::uint64_t length = Try(store + "/" + kPropertyFileName, "cannot be read and written",
-                                   [&] { return LengthOfPropertyFile(folder.get()); });
+  const std::string path = store + "/" + kPropertyFileName;
+  const PropertyFile file =
+      Try(path, "cannot be read and written", [&] { return LookAtPropertyFile(folder.get()); });
+  // It is the file that is ours to write then, and not its name.
+  const bool takes_files =
+      !file.exists || faccessat(folder.get(), ".", W_OK, AT_EACCESS) == 0 || errno != EACCES;
+  if (!takes_files) throw Flaw(path + ": its folder takes no new file" + kInPlace);
+  if (file.is_anothers) throw Flaw(path + ": belongs to another user" + kInPlace);
   const Descriptor trial =
       Try(store, "cannot take a new file", [&] { return MakeTrialFile(folder.get()); });
-  Try(store, "cannot be written", [&] { Fill(trial.get(), std::max(kLeastTrial, length)); });
+  Try(store, "cannot be written", [&] { Fill(trial.get(), std::max(kLeastTrial, file.length)); });
 }
 
 }  // namespace
@@ -86,7 +101,7 @@ std::optional<std::string> WhySettingsAreLost(const RootFolder& root) try {
   TryToKeep(root);
   return std::nullopt;
 } catch (const Flaw& flaw) {
-  return std::string(flaw.what()) + "; settings will not be kept";
+  return flaw.what();
 }
 
 }  // namespace valmere::host

@@ -54,11 +54,18 @@ bool Exists(int folder, const char* name) {
   return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+// What else has its name is somebody's.
+bool IsMark(int root, const char* name) {
+  struct stat status {};
+  return fstatat(root, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode);
+}
+
 // A file system of its own begins with a folder for what its repair finds.
 bool IsEmpty(const RootFolder& root) {
-  const auto counts = [](const fs::directory_entry& entry) {
+  const auto counts = [&root](const fs::directory_entry& entry) {
     const fs::path name = entry.path().filename();
-    return name != kUnfinished && name != "lost+found";
+    const bool is_mark = name == kUnfinished && IsMark(root.descriptor(), kUnfinished);
+    return !is_mark && name != "lost+found";
   };
   return std::none_of(fs::directory_iterator(root.path()), fs::directory_iterator(), counts);
 }
@@ -154,7 +161,7 @@ void GiveToEmpty(int root) {
 }  // namespace
 
 void GiveSkeleton(const RootFolder& root) try {
-  if (Exists(root.descriptor(), kFinished))
+  if (IsMark(root.descriptor(), kFinished))
     MoveIntoPlace(root.descriptor());
   else if (IsEmpty(root))
     GiveToEmpty(root.descriptor());

@@ -22,7 +22,10 @@ LoadOutcome LoadPropertyFiles(platform::FileSystem& files, platform::WidePathVie
                               const RequestWrite& request_write, const MayRemove& may_remove) {
   LoadOutcome outcome;
   outcome.main_file = ReadPropertyFile(files, main_path, map);
-  if (!outcome.Succeeded() || !files.Exists(override_path)) return outcome;
+  if (!outcome.Succeeded() ||
+      platform::NormalPath(override_path) == platform::NormalPath(main_path) ||
+      !files.Exists(override_path))
+    return outcome;
 
   PropertyMap overrides;
   outcome.override_file = ReadPropertyFile(files, override_path, overrides);

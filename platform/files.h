@@ -70,7 +70,7 @@ class FileSystem {
 // The device's files. Where the operating system has no such tree of its own they lie under one
 // folder, the device root: the environment variable VALMERE_ROOT as it stands at this call, else
 // /var/lib/valmere. No path leads out of the root: ".." stops there, and symbolic links below it
-// are not followed. A bounded file has no more than VALMERE_MAX_LOG bytes there (kDefaultMaxLog when
+// are not followed. Names that begin with ".valmere-" are the system's own and lead nowhere. A bounded file has no more than VALMERE_MAX_LOG bytes there (kDefaultMaxLog when
 // that is not set or no number). A file that can't be written is told of on standard error there,
 // once.
 inline constexpr std::uint64_t kDefaultMaxLog = std::uint64_t{16} << 20;

@@ -64,6 +64,11 @@ bool NamesDevice(const Names& names) {
   return !names.empty() && names.back().back() == ':';
 }
 
+// What is under way has such a name, here and in the root's making; a client must not have it.
+bool IsReserved(const std::string& name) {
+  return name.starts_with(".valmere-");
+}
+
 // Purpose: the files below one folder of the host; no path leads out of it.
 // Owner: the service, shared with all that open files.
 // Threads: any.
@@ -113,10 +118,14 @@ class HostFileSystem final : public FileSystem {
   }
 
  private:
-  // Nothing when a folder on the way is missing or the path names a device.
+  // Nothing when a folder on the way is missing or the path names a device, or what is the system's own.
   std::optional<Place> Find(WidePathView path) const {
     std::optional<Names> names = SplitPath(path);
     if (!names || NamesDevice(*names)) return std::nullopt;
+    if (std::any_of(names->begin(), names->end(), IsReserved)) {
+      errno = EACCES;
+      return std::nullopt;
+    }
     if (names->empty()) names->push_back(".");
     Descriptor folder = OpenAt(AT_FDCWD, root_.c_str(), O_PATH | O_DIRECTORY);
     for (std::size_t i = 0; i + 1 < names->size() && folder.valid(); ++i)

@@ -90,6 +90,22 @@ TEST_F(RootCheckTest, FindsWhatBelongsToAnother) {
   fs::permissions(store_, fs::perms{0755});
 }
 
+TEST_F(RootCheckTest, FindsAPropertyFileThatCanOnlyBeWrittenInPlace) {
+  if (getuid() != 0) GTEST_SKIP() << "only the superuser can be somebody else";
+  const std::string in_place = "; it is written in place, and a kill may cost all settings";
+  Put(file_, 100);
+  fs::permissions(file_, fs::perms{0666});
+  {
+    const test::OtherUser other;
+    EXPECT_EQ(Flaw(), file_ + ": its folder takes no new file" + in_place);
+  }
+  fs::permissions(store_, fs::perms{0777});
+  {
+    const test::OtherUser other;
+    EXPECT_EQ(Flaw(), file_ + ": belongs to another user" + in_place);
+  }
+}
+
 class MountedRootCheckTest : public RootCheckTest {
  protected:
   void SetUp() override {

@@ -60,6 +60,15 @@ class SkeletonTest : public ::testing::Test {
   const std::string path_ = folder_.Path("root");
 };
 
+TEST_F(SkeletonTest, IsNotMissedForAFileThatHasTheNameOfAMark) {
+  Give();
+  for (const char* name : {"/.valmere-skeleton", "/.valmere-unfinished"})
+    std::ofstream(path_ + name) << "somebody's";
+  Give();
+  EXPECT_TRUE(fs::exists(path_ + "/.valmere-skeleton"));
+  EXPECT_TRUE(fs::exists(path_ + "/Store/ValmereProperties.ini"));
+}
+
 TEST_F(SkeletonTest, IsGivenToAnEmptyRootOnce) {
   Give();
   ExpectWhole();

@@ -1,4 +1,5 @@
 // What valmered finds when it starts: sockets, roots, a service manager.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -100,6 +101,46 @@ TEST_F(ValmeredStartTest, ServesARootWhoseServiceWasKilled) {
   EXPECT_TRUE(std::filesystem::is_empty(root_ + "/Store"));
   Start();
   RawClient(socket_).Exchange("a");
+}
+
+// The command with its standard streams led elsewhere, as the shell writes it.
+std::vector<std::string> Redirected(const std::string& streams,
+                                    const std::vector<std::string>& command) {
+  std::vector<std::string> redirected{"/bin/sh", "-c", "exec \"$0\" \"$@\" " + streams};
+  redirected.insert(redirected.end(), command.begin(), command.end());
+  return redirected;
+}
+
+TEST_F(ValmeredStartTest, ServesAndEndsWhereNobodyReadsThatItIsReady) {
+  int pipe_ends[2];
+  ASSERT_EQ(pipe2(pipe_ends, O_NONBLOCK | O_CLOEXEC), 0);
+  while (write(pipe_ends[1], "x", 1) == 1) {
+  }
+  fcntl(pipe_ends[1], F_SETFL, 0);
+  Subprocess valmered(Redirected(">&3", Command()), environment_, {pipe_ends[1]});
+  ASSERT_EQ(log_.Next(), "init " + root_ + " log " + log_bytes_);
+  RawClient(socket_).Exchange("a");
+  valmered.Signal(SIGTERM);
+  EXPECT_EQ(valmered.Wait(), 0);
+  close(pipe_ends[0]);
+  close(pipe_ends[1]);
+}
+
+TEST_F(ValmeredStartTest, ServesAndEndsWithoutStandardStreams) {
+  Subprocess valmered(Redirected("<&- >&- 2>&-", Command()), environment_);
+  ASSERT_EQ(log_.Next(), "init " + root_ + " log " + log_bytes_);
+  RawClient(socket_).Exchange("a");
+  valmered.Signal(SIGTERM);
+  EXPECT_EQ(valmered.Wait(), 0);
+}
+
+TEST_F(ValmeredStartTest, FailsWhereNoFileMayGrowAndIsNotEndedByTheSignalForThat) {
+  Subprocess limited(
+      {"/usr/bin/env", "prlimit", "--fsize=0", VALMERED, "--root", folder_.Path("fresh"),
+       "--init-root", "--socket", socket_, "--library", FAKE_DRIVER},
+      environment_);
+  EXPECT_EQ(limited.Wait(), 5);
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.Path("fresh")));
 }
 
 TEST_F(ValmeredStartTest, TakesASocketInsideItsRoot) {

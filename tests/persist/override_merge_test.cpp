@@ -183,6 +183,20 @@ TEST_F(OverrideMergeTest, DoesNotLookAtTheOverrideWhenTheMainFileFails) {
   }
 }
 
+TEST_F(OverrideMergeTest, TheMainFileIsNoOverrideOfItselfInAnySpelling) {
+  const std::string bytes = WithTrailer("a|b=1\n");
+  files_.Put(kPropertyFile, bytes);
+  PropertyMap map;
+  for (const platform::WidePath& path :
+       {platform::WidePath(kPropertyFile), u"\\." + platform::WidePath(kPropertyFile)}) {
+    const LoadOutcome outcome = LoadPropertyFiles(files_, kPropertyFile, path, map,
+                                                  [](const PropertyLine&) { return true; });
+    EXPECT_TRUE(outcome.Succeeded());
+    EXPECT_EQ(outcome.override_file, std::nullopt);
+    EXPECT_EQ(files_.Get(kPropertyFile), bytes);
+  }
+}
+
 TEST_F(OverrideMergeTest, TellsWhenTheOverrideCannotBeRemoved) {
   files_.Put(kPropertyFile, WithTrailer("a|b=1\n"));
   files_.Put(kOverrideFile, WithTrailer("a|b=2\n"));

@@ -170,6 +170,17 @@ TEST_F(ReplacedFiles, ThatAnotherIsAtAreNotCleared) {
   EXPECT_EQ(Others(), std::vector<std::string>{".valmere-notes"});
 }
 
+TEST_F(ReplacedFiles, AreNotReachedByTheNamesThatTheyAreWrittenUnder) {
+  root_.Put("root/.valmere-1-1.new", "under way");
+  EXPECT_EQ(Open(u"\\.valmere-1-1.new", kRead), nullptr);
+  EXPECT_EQ(Open(u"\\.valmere-skeleton", kAnew), nullptr);
+  EXPECT_EQ(Open(u"\\.valmere-folder\\f", kWrite), nullptr);
+  EXPECT_FALSE(files_->Exists(u"\\.valmere-1-1.new"));
+  EXPECT_FALSE(files_->Remove(u"\\.valmere-1-1.new"));
+  EXPECT_FALSE(root_.Has("root/.valmere-skeleton"));
+  EXPECT_TRUE(root_.Has("root/.valmere-1-1.new"));
+}
+
 TEST_F(ReplacedFiles, HaveRoomForTheLongestName) {
   const std::string name(255, 'n');
   const auto file = Open(u"\\" + WidenPath(name), kAnew);
