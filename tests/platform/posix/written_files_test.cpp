@@ -1,4 +1,4 @@
-// A file that is written anew takes the place of the old one when it is whole.
+// A file that is written anew takes the place of the old one when it is whole, and a log has a bound.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
