@@ -89,8 +89,9 @@ ValmereService::ValmereService(std::shared_ptr<platform::FileSystem> files, cons
 }
 
 // Each is ended before it is let go: a stream's thread that was left behind may hold it for longer.
-// Loads are ended first, or a client that waits in one could not end with its stream. No line is begun
-// any more once no one is there to change a property; the log is still there to say which are lost.
+// Loads are ended first, or a client that waits in one could not end with its stream. No line is
+// begun any more once no one is there to change a property; the log is still there to say which are
+// lost.
 ValmereService::~ValmereService() {
   StepLog steps(DebugZone::kDeInit);
   steps.AttachLog(log_);
@@ -127,8 +128,9 @@ void ValmereService::OpenLog(const StorePaths& paths) {
 }
 
 // The service is a client of its own device, where that can be opened by now. Elsewhere the stream
-// moves nothing, and serving it ends at once; then no message is written either, which would take the
-// parser lock: the service that this one replaces may be busy with a long queue of long messages.
+// moves nothing, and serving it ends at once; then no message is written either, which would take
+// the parser lock: the service that this one replaces may be busy with a long queue of long
+// messages.
 std::shared_ptr<Connection> ValmereService::OpenOwnDevice() {
   auto device = std::make_shared<FileStream>(
       *files_, kOwnDevice, platform::OpenFlags::kRead | platform::OpenFlags::kWrite);

@@ -102,8 +102,8 @@ void OpenStandardStreams() {
   }
 }
 
-// A pipe without a reader and a file that may not grow show as failed writes; there is nothing to load
-// again yet.
+// A pipe without a reader and a file that may not grow show as failed writes; there is nothing to
+// load again yet.
 void IgnoreSignals() {
   for (const int number : {SIGPIPE, SIGXFSZ, SIGHUP})
     std::signal(number, SIG_IGN);

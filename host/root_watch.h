@@ -14,7 +14,8 @@ namespace valmere::host {
 // one that it lies in, or removes something from it.
 // Owner: the program; root and loop must outlive it, and the loop must run once more after it.
 // Threads: the loop's.
-// Errors: none; what can't be watched is left out; standard error is told where the system watches nothing.
+// Errors: none; what can't be watched is left out; standard error is told where the system watches
+// nothing.
 class RootWatch {
  public:
   using Tell = std::function<void(bool in_place)>;

@@ -72,8 +72,8 @@ bool SameText(const std::string* a, const std::string* b) {
   return a == nullptr || b == nullptr ? a == b : *a == *b;
 }
 
-// The file first: a name must not last longer than what it stands for. Where there is no file there is
-// nothing to bring to the disk.
+// The file first: a name must not last longer than what it stands for. Where there is no file there
+// is nothing to bring to the disk.
 void SyncPropertyFile(const RootFolder& root) try {
   const platform::Descriptor folder = OpenFolder(root.descriptor(), kStoreName);
   Sync(OpenFile(folder.get(), kPropertyFileName, O_RDONLY).get());
@@ -154,8 +154,9 @@ void StoredValues::TakeBaseLine() noexcept {
 }
 
 void StoredValues::Await(Deadline deadline) noexcept {
-  // A service that did not tell its values at the start is not asked for them now. It brings the file
-  // to the disk as well, but has half a second for it at its end, and a busy disk may take longer.
+  // A service that did not tell its values at the start is not asked for them now. It brings the
+  // file to the disk as well, but has half a second for it at its end, and a busy disk may take
+  // longer.
   Tolerantly("cannot tell what is in the property file", [&] {
     const bool stored = first_kept_.properties.empty()
                             ? AwaitOverrideLines(deadline, [] { return false; })

@@ -38,8 +38,8 @@ class StoredValues {
   void ForeseeStart() noexcept;
   // Before the service loads these files again, while it runs: the same.
   void ForeseeLoad(const KeptProperties& files);
-  // After the start: waits until the property file has what an override brought, and brings it to the
-  // disk. Five seconds at most, and only as long as `give_up` says no.
+  // After the start: waits until the property file has what an override brought, and brings it to
+  // the disk. Five seconds at most, and only as long as `give_up` says no.
   void AwaitOverride(const std::function<bool()>& give_up) noexcept;
   // After the start, before anybody sets anything: what the values are that nobody has to store.
   void TakeBaseLine() noexcept;

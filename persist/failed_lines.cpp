@@ -64,10 +64,11 @@ std::optional<WriteRequest> FailedLines::TryDue(platform::Ticks now) {
   return std::nullopt;
 }
 
-// A try that a line has asked for takes nothing from the wait for the next one.
+// The file may have been given up while it was tried, and be held anew for other lines since. A try
+// that a line has asked for takes nothing from the wait for the next one.
 void FailedLines::Failed(platform::WidePathView path, platform::Ticks now) {
   const auto file = Find(path);
-  if (file == files_.end()) return;
+  if (file == files_.end() || !file->tried) return;
   file->tried = false;
   if (!file->on_time) return;
   file->delay = std::min(2 * file->delay, kLongestDelay);
@@ -76,7 +77,7 @@ void FailedLines::Failed(platform::WidePathView path, platform::Ticks now) {
 
 std::optional<std::size_t> FailedLines::Finished(platform::WidePathView path) {
   const auto file = Find(path);
-  if (file == files_.end()) return std::nullopt;
+  if (file == files_.end() || !file->tried) return std::nullopt;
   file->tried = false;
   file->lines.TakeFirst();
   ++file->finished;

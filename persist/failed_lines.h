@@ -12,9 +12,10 @@
 
 namespace valmere {
 
-// Purpose: keeps the lines of each file that could not be written, in order, and says when the first
-// of them is to be tried again: with the next line for the file, and a second after it failed, then
-// two, four and so on, up to a minute. Paths that differ in spelling alone are one file.
+// Purpose: keeps the lines of each file that could not be written, in order, and says when the
+// first of them is to be tried again: with the next line for the file, and a second after it
+// failed, then two, four and so on, up to a minute. Paths that differ in spelling alone are one
+// file.
 // Owner: the line queue.
 // Threads: one at a time.
 // Errors: std::bad_alloc; nothing was added or taken then.
@@ -44,13 +45,13 @@ class FailedLines {
 
   // When the next file is due; nothing when there is none.
   std::optional<platform::Ticks> NextDue() const;
-  // The first line of a file that is due. The same thread says next what became of it, by one of the
-  // two below; lines may be added meanwhile.
+  // The first line of a file that is due. The same thread says next what became of it, by one of
+  // the two below; lines may be added meanwhile.
   std::optional<WriteRequest> TryDue(platform::Ticks now);
   // It failed again, and stays the first.
   void Failed(platform::WidePathView path, platform::Ticks now);
-  // It was written, or can't ever be. How many lines of the file have been finished since it failed,
-  // if this was the last; it is held no more then, and is due again at once otherwise.
+  // It was written, or can't ever be. How many lines of the file have been finished since it
+  // failed, if this was the last; it is held no more then, and is due again at once otherwise.
   std::optional<std::size_t> Finished(platform::WidePathView path);
 
   // All lines, one file after the other, which are kept no more; but for one that is being tried.

@@ -11,7 +11,8 @@
 
 namespace valmere {
 
-// Purpose: makes messages of reports, for the log; what is lost at the end goes to standard error, too.
+// Purpose: makes messages of reports, for the log; what is lost at the end goes to standard error,
+// too.
 // Owner: the line queue and its threads.
 // Threads: any.
 // Errors: std::bad_alloc.

@@ -1,6 +1,6 @@
 // One thread writes each file, so that no two rewrites of it meet and lines come in the order of
-// changes: the first thread all files but those that a line has failed for, the second those. A file
-// passes from one to the other under the lock.
+// changes: the first thread all files but those that a line has failed for, the second those. A
+// file passes from one to the other under the lock.
 #include "persist/line_queue.h"
 
 #include <algorithm>
@@ -239,8 +239,8 @@ void LineQueue::Writer::NoteWritten() {
   if (!written_.exchange(true)) second_signal_.Set(kWork);
 }
 
-// The flag is cleared before anything is looked at, here as well. The end brings to the disk what is
-// not there yet.
+// The flag is cleared before anything is looked at, here as well. The end brings to the disk what
+// is not there yet.
 void LineQueue::Writer::RunSecond() {
   for (;;) {
     const auto rest = MillisecondsOfRest();
@@ -276,8 +276,8 @@ std::optional<WriteRequest> LineQueue::Writer::TryDue() {
   return failed_.TryDue(platform::MonotonicNow());
 }
 
-// A try is also one for what the first thread has left in the queue. Whoever has many lines for a file
-// that fails does not keep others from the disk.
+// A try is also one for what the first thread has left in the queue. Whoever has many lines for a
+// file that fails does not keep others from the disk.
 void LineQueue::Writer::TryAgain() {
   bool tried = false;
   while (!SyncIsDue()) {

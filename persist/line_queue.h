@@ -62,8 +62,8 @@ class LineQueue {
   bool Start(int priority, int second_priority);
   // No line is taken from here on, and none is begun: those that wait are discarded, and told.
   void Stop();
-  // As Stop; also finishes the line that is being written and waits for the threads. One that did not
-  // come back in time writes no more. Any number of times.
+  // As Stop; also finishes the line that is being written and waits for the threads. One that did
+  // not come back in time writes no more. Any number of times.
   void End();
 
   // Queues a line that stays where it is: none is moved over it, and none takes its place. False

@@ -36,8 +36,9 @@ using MayRemove = std::function<bool()>;
 // applies it to `map`, asks for the lines to be written and removes it. An override file that
 // doesn't read well is neither applied nor removed; one of which a line won't be written, or that
 // may not be removed, is for the next load. The main file is never its own override: it would be
-// removed, and be lost to whoever ends the process before its lines are written anew. std::bad_alloc,
-// also from `request_write`: the override file is still there then, and the map may be half filled.
+// removed, and be lost to whoever ends the process before its lines are written anew.
+// std::bad_alloc, also from `request_write`: the override file is still there then, and the map may
+// be half filled.
 LoadOutcome LoadPropertyFiles(platform::FileSystem& files, platform::WidePathView main_path,
                               platform::WidePathView override_path, PropertyMap& map,
                               const RequestWrite& request_write,

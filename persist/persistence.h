@@ -36,8 +36,8 @@ class PropertySink {
 // Owner: shared by the service and those who register. The service ends it.
 // Threads: any. A change queues its line and never waits for a file; a load reads on its caller's
 // thread, and waits for the one line that is being written, also by another service.
-// Errors: a load that fails sets "Property Loading Error" and is logged with its cause; so is a line
-// that there is no memory for, which is lost.
+// Errors: a load that fails sets "Property Loading Error" and is logged with its cause; so is a
+// line that there is no memory for, which is lost.
 class Persistence : public std::enable_shared_from_this<Persistence> {
  public:
   // Loads the files.
@@ -54,8 +54,8 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void AttachEngine(const std::shared_ptr<PropertySink>& engine) EXCLUDES(publish_lock_);
   // What has happened so far is logged at once.
   void AttachLog(const std::shared_ptr<LogSink>& log) { log_->Attach(log); }
-  // Starts the thread that writes lines, and the second one that tries those again that could not be
-  // written and brings them to the disk; false when there are none to be had.
+  // Starts the thread that writes lines, and the second one that tries those again that could not
+  // be written and brings them to the disk; false when there are none to be had.
   bool StartWorkers(int priority, int second_priority) {
     return lines_.Start(priority, second_priority);
   }

@@ -1,6 +1,7 @@
 // The old lines are read into one buffer that has room for the new line; there the line is put in
-// its place by moving what follows it, and from there all is written in one go. The file may be written
-// in place: the checksum, which comes last, tells a finished rewrite from one that was cut off.
+// its place by moving what follows it, and from there all is written in one go. The file may be
+// written in place: the checksum, which comes last, tells a finished rewrite from one that was cut
+// off.
 #include "persist/property_file_writer.h"
 
 #include <cstddef>

@@ -27,8 +27,8 @@ enum class RewriteResult {
   kShortRead,  // the old body didn't come whole, or its size; the file is as it was
   kTooLong,    // the file would be too long to be read again; it is as it was
   kNotOpened,  // it is there but can't be opened, or not for writing; the file is as it was
-  // After these three the file has no valid checksum where the system writes it in place; elsewhere it
-  // is as it was.
+  // After these three the file has no valid checksum where the system writes it in place; elsewhere
+  // it is as it was.
   kBodyTorn,     // the lines didn't all reach the file
   kTrailerTorn,  // the checksum didn't all reach the file
   kOvertaken,    // it may not write any more

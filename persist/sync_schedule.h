@@ -8,9 +8,9 @@
 
 namespace valmere {
 
-// Purpose: has many lines brought to the disk at once, half a second after the first of them, and says
-// when to try again where that failed: after a second, then two, four and so on, up to a minute. What is
-// written meanwhile does not wait for that.
+// Purpose: has many lines brought to the disk at once, half a second after the first of them, and
+// says when to try again where that failed: after a second, then two, four and so on, up to a
+// minute. What is written meanwhile does not wait for that.
 // Owner: the line queue's second thread.
 // Threads: one.
 // Errors: none.

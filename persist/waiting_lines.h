@@ -32,6 +32,7 @@ class WaitingLines {
   void Add(WriteRequest request);
   // The line of a property's change; its left side has a "|".
   void AddChange(WriteRequest request);
+  // One or the other.
   void Add(WaitingLine line);
   std::optional<WaitingLine> TakeFirst();
   // A copy of the first line, of which there must be one. It is not replaced any more.
@@ -43,9 +44,9 @@ class WaitingLines {
   std::size_t size() const { return lines_.size(); }
 
  private:
-  std::deque<WaitingLine> lines_;
   void KeepFirst();
 
+  std::deque<WaitingLine> lines_;
   // The changes that a later one may replace, by their keys: all that have been added since the
   // last line that was none, or was for another file, and of each key the last.
   std::unordered_map<std::string_view, WaitingLine*> changes_;

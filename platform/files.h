@@ -21,8 +21,8 @@ enum class OpenFlags : std::uint32_t {
   // file when it is complete, and the old one stays when it never is.
   kTruncate = 8,
   kAtEnd = 16,  // the first position is the end
-  // With kAppend: where the system bounds such files, one that has become too long goes on under its
-  // name and ".1", in the place of an older one, and a new one begins.
+  // With kAppend: where the system bounds such files, one that has become too long goes on under
+  // its name and ".1", in the place of an older one, and a new one begins.
   kBounded = 32,
 };
 constexpr OpenFlags operator|(OpenFlags a, OpenFlags b) {
@@ -45,8 +45,8 @@ class File {
   // had: such a file must not be taken for an empty one.
   virtual std::optional<std::uint64_t> Size() = 0;
   // To be called when all is written, after which nothing is: a file that was to be truncated takes
-  // effect now at the latest. False when something could not be written, or the file was replaced by
-  // somebody else meanwhile. Where the system can, the old file has stayed then.
+  // effect now at the latest. False when something could not be written, or the file was replaced
+  // by somebody else meanwhile. Where the system can, the old file has stayed then.
   virtual bool Complete() { return true; }
 };
 
@@ -67,13 +67,15 @@ class FileSystem {
   virtual bool Sync() { return true; }
 };
 
+// In bytes.
+inline constexpr std::uint64_t kDefaultMaxLog = std::uint64_t{16} << 20;
+
 // The device's files. Where the operating system has no such tree of its own they lie under one
 // folder, the device root: the environment variable VALMERE_ROOT as it stands at this call, else
 // /var/lib/valmere. No path leads out of the root: ".." stops there, and symbolic links below it
-// are not followed. Names that begin with ".valmere-" are the system's own and lead nowhere. A bounded file has no more than VALMERE_MAX_LOG bytes there (kDefaultMaxLog when
-// that is not set or no number). A file that can't be written is told of on standard error there,
-// once.
-inline constexpr std::uint64_t kDefaultMaxLog = std::uint64_t{16} << 20;
+// are not followed. Names that begin with ".valmere-" are the system's own and lead nowhere. A
+// bounded file has no more than VALMERE_MAX_LOG bytes there (kDefaultMaxLog when that is not set or
+// no number). A file that can't be written is told of on standard error there, once.
 std::shared_ptr<FileSystem> MakeDeviceFileSystem();
 
 }  // namespace valmere::platform

@@ -23,8 +23,8 @@ void KeepFreedMemory() {
 int main(int argc, char** argv) {
   KeepFreedMemory();
   std::setlocale(LC_CTYPE, "");  // the terminal's characters and their widths
-  // A reader that has gone, or a file that may not grow, shows as a failed write, so that a command can
-  // still clean up.
+  // A reader that has gone, or a file that may not grow, shows as a failed write, so that a command
+  // can still clean up.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
   return valmere::tools::Start(std::vector<std::string>(argv + 1, argv + argc));

@@ -17,8 +17,8 @@ namespace valmere::platform {
 // Purpose: is appended to until it would become longer than `most` bytes; it goes on under its name
 //   and ".1" then, in the place of an older one, and a new one with its mode and owner begins.
 // Owner, threads: as File.
-// Errors: as HostFile. What is longer by itself, and what comes while no new one can be begun, is not
-//   written.
+// Errors: as HostFile. What is longer by itself, and what comes while no new one can be begun, is
+//   not written.
 class BoundedFile final : public HostFile {
  public:
   BoundedFile(WidePathView path, std::shared_ptr<WriteLedger> ledger, std::uint64_t most)

@@ -118,7 +118,8 @@ class HostFileSystem final : public FileSystem {
   }
 
  private:
-  // Nothing when a folder on the way is missing or the path names a device, or what is the system's own.
+  // Nothing when a folder on the way is missing or the path names a device, or what is the system's
+  // own.
   std::optional<Place> Find(WidePathView path) const {
     std::optional<Names> names = SplitPath(path);
     if (!names || NamesDevice(*names)) return std::nullopt;

@@ -1,5 +1,5 @@
-// Any descriptor of a file will do to bring it to the disk, also one that can only read; the one that
-// it was written by need not be kept.
+// Any descriptor of a file will do to bring it to the disk, also one that can only read; the one
+// that it was written by need not be kept.
 #include "platform/posix/folder.h"
 
 #include <fcntl.h>

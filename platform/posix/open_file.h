@@ -18,7 +18,8 @@ struct FileMatters {
   std::uint64_t max_log;  // of a bounded file, in bytes
 };
 
-// Null when it can't be opened; errno has the cause then, or 0 where what was asked for makes no sense.
+// Null when it can't be opened; errno has the cause then, or 0 where what was asked for makes no
+// sense.
 std::unique_ptr<File> OpenFile(Place place, FileMatters matters, OpenFlags flags);
 
 }  // namespace valmere::platform

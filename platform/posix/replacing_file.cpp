@@ -46,7 +46,8 @@ void Remove(const Descriptor& folder, const std::string& name) {
   Uninterrupted([&] { return unlinkat(folder.get(), name.c_str(), 0); });
 }
 
-// A sandbox that is older than the call refuses it; whether the file can be replaced shows later then.
+// A sandbox that is older than the call refuses it; whether the file can be replaced shows later
+// then.
 bool MayWrite(const Place& place) {
   constexpr int kOfTheFileItself = AT_EACCESS | AT_SYMLINK_NOFOLLOW;
   return Uninterrupted([&] {
@@ -110,8 +111,9 @@ bool ReplacingFile::TakeAfter(const Descriptor& file, const Old& old) {
   return Uninterrupted([&] { return fchmod(file.get(), old.mode & kRights); }) == 0;
 }
 
-// Who may not write the old file may not replace it either. Where somebody else has put the file into
-// a folder of his own, or mounted it there, it is the file that is ours to write and not its name.
+// Who may not write the old file may not replace it either. Where somebody else has put the file
+// into a folder of his own, or mounted it there, it is the file that is ours to write and not its
+// name.
 ReplacingFile::Begun ReplacingFile::Begin(Place& place, bool readable) {
   const std::optional<Old> old = LookAt(place);
   if (!old || (old->exists && !MayWrite(place))) return Begun::kNo;

@@ -12,12 +12,12 @@
 
 namespace valmere::platform {
 
-// Purpose: is written beside the old file, under a name of its own in the same folder, and takes its
-//   name when it is complete; until then, and whenever anything fails, the old file stays. Rights and
-//   owner are those of the old one.
+// Purpose: is written beside the old file, under a name of its own in the same folder, and takes
+//   its name when it is complete; until then, and whenever anything fails, the old file stays.
+//   Rights and owner are those of the old one.
 // Owner, threads: as File.
-// Errors: as HostFile; also, and that is not told of, where somebody else has replaced or changed the
-//   old file since this one was begun.
+// Errors: as HostFile; also, and that is not told of, where somebody else has replaced or changed
+//   the old file since this one was begun.
 class ReplacingFile final : public HostFile {
  public:
   using HostFile::HostFile;

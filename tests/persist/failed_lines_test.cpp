@@ -98,6 +98,17 @@ TEST_F(FailedLinesTest, OneFileTooManyCostsTheOldestWithAllItsLinesAndNobodyElse
   EXPECT_EQ(lines_.Finished(u"1"), std::nullopt);
 }
 
+TEST_F(FailedLinesTest, ATryOfLinesThatWereGivenUpSaysNothingOfLaterOnes) {
+  lines_.AddFile(Line("0", "given up"), kStart - kSecond);
+  ASSERT_EQ(TriedAt(kStart), "a|b=given up");
+  for (std::size_t i = 1; i <= FailedLines::kMostFiles; ++i)
+    lines_.AddFile(Line(std::to_string(i), "1"), kStart);
+  ASSERT_FALSE(lines_.Holds(u"0"));
+  lines_.AddFile(Line("0", "later"), kStart);
+  EXPECT_EQ(lines_.Finished(u"0"), std::nullopt);
+  EXPECT_TRUE(lines_.Holds(u"0")) << "which nobody has written";
+}
+
 TEST_F(FailedLinesTest, AFileIsOneInEverySpelling) {
   lines_.AddFile(Line("/Store/f", "1"), kStart);
   EXPECT_TRUE(lines_.Holds(u"\\Store\\x\\..\\f"));

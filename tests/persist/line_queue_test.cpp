@@ -175,7 +175,8 @@ TEST_F(LineQueueTest, ALineThatCouldNotBeWrittenIsTriedAgainByItself) {
   }));
 }
 
-// Which of the lines waited when the file became good, and which came later, is for the threads to say.
+// Which of the lines waited when the file became good, and which came later, is for the threads to
+// say.
 TEST_F(LineQueueTest, LinesOfAFileThatFailsComeInTheirOrderWhenItCanBeWrittenAgain) {
   files_->PutUnopenable(kQueuedFile);
   queue_.Start(251, 253);

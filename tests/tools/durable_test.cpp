@@ -53,13 +53,7 @@ class DurableTest : public ::testing::Test {
     EXPECT_EQ(service_->Wait(), -SIGKILL);
   }
   std::unique_ptr<Subprocess> Start(const std::vector<std::string>& arguments) const {
-    std::vector<std::string> command{VALMERE, "--timeout", "60"};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return std::make_unique<Subprocess>(command, environment_);
-  }
-  static Outcome Finish(Subprocess& process) {
-    const int code = process.Wait();
-    return {code, process.output(), process.errors()};
+    return StartCommand(arguments, environment_);
   }
   Outcome Run(const std::vector<std::string>& arguments) const { return Finish(*Start(arguments)); }
   Outcome SetDurably(const std::string& name, const std::string& value) const {

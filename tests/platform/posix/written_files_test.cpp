@@ -1,4 +1,5 @@
-// A file that is written anew takes the place of the old one when it is whole, and a log has a bound.
+// A file that is written anew takes the place of the old one when it is whole, and a log has a
+// bound.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -242,44 +243,44 @@ int AsNobody(Act act) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-TEST_F(ReplacedFiles, InAFolderOfAnotherAreWrittenInPlace) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
-  chmod(root_.At("").c_str(), 0755);
-  chmod(root_.At("root").c_str(), 0755);
-  root_.Put("root/f", "old");
-  chmod(root_.At("root/f").c_str(), 0666);
+// A file of root's in a folder of root's, whose rights the test sets.
+class ReplacedFilesOfAnother : public ReplacedFiles {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
+    root_.Put("root/f", "old");
+    Allow("", 0755);
+  }
+  void Allow(const std::string& path, mode_t mode) const { chmod(root_.At(path).c_str(), mode); }
+  bool NobodyWrites() {
+    return AsNobody([&] {
+             const auto file = Open(u"\\f", kAnew);
+             return Write(file, "new") == 3 && file->Complete() ? 0 : 1;
+           }) == 0;
+  }
+};
+
+TEST_F(ReplacedFilesOfAnother, AreWrittenInPlaceWhereTheFolderTakesNoNewFile) {
+  Allow("root", 0755);
+  Allow("root/f", 0666);
   const auto before = Status().st_ino;
-  EXPECT_EQ(AsNobody([&] {
-              const auto file = Open(u"\\f", kAnew);
-              return Write(file, "new") == 3 && file->Complete() ? 0 : 1;
-            }),
-            0);
+  EXPECT_TRUE(NobodyWrites());
   EXPECT_EQ(root_.Get("root/f"), "new");
   EXPECT_EQ(Status().st_ino, before);
 }
 
-TEST_F(ReplacedFiles, WhoseOwnerCantBeKeptAreWrittenInPlace) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
-  chmod(root_.At("").c_str(), 0755);
-  chmod(root_.At("root").c_str(), 0777);
-  root_.Put("root/f", "old");
-  chmod(root_.At("root/f").c_str(), 0666);
-  EXPECT_EQ(AsNobody([&] {
-              const auto file = Open(u"\\f", kAnew);
-              return Write(file, "new") == 3 && file->Complete() ? 0 : 1;
-            }),
-            0);
+TEST_F(ReplacedFilesOfAnother, AreWrittenInPlaceWhereTheOwnerCantBeKept) {
+  Allow("root", 0777);
+  Allow("root/f", 0666);
+  EXPECT_TRUE(NobodyWrites());
   EXPECT_EQ(root_.Get("root/f"), "new");
   EXPECT_EQ(Status().st_uid, 0u);
   EXPECT_EQ(Others(), std::vector<std::string>());
 }
 
-TEST_F(ReplacedFiles, ThatCantBeWrittenAreNotReplacedEither) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
-  chmod(root_.At("").c_str(), 0755);
-  chmod(root_.At("root").c_str(), 0777);
-  root_.Put("root/f", "old");
-  chmod(root_.At("root/f").c_str(), 0444);
+TEST_F(ReplacedFilesOfAnother, AreNotReplacedWhereTheyCantBeWritten) {
+  Allow("root", 0777);
+  Allow("root/f", 0444);
   EXPECT_EQ(AsNobody([&] { return Open(u"\\f", kAnew) == nullptr ? 0 : 1; }), 0);
   EXPECT_EQ(root_.Get("root/f"), "old");
 }
