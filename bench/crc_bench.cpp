@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "persist/crc16.h"
+#include "persist/file/crc16.h"
 
 namespace {
 

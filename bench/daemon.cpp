@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 
 namespace valmere::bench {
 namespace {

@@ -20,7 +20,7 @@
 #include <string_view>
 
 #include "driver/prn.h"
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 
 namespace {
 

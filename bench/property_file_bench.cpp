@@ -5,10 +5,10 @@
 #include <memory>
 #include <string>
 
-#include "persist/file_stream.h"
-#include "persist/property_file.h"
-#include "persist/property_file_writer.h"
-#include "tests/persist/property_file_samples.h"
+#include "persist/file/file_stream.h"
+#include "persist/file/property_file.h"
+#include "persist/file/property_file_writer.h"
+#include "tests/persist/file/property_file_samples.h"
 
 namespace {
 

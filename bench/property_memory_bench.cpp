@@ -7,7 +7,7 @@
 #include <new>
 #include <string>
 
-#include "store/component_registry.h"
+#include "store/property/component_registry.h"
 
 namespace {
 

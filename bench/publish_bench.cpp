@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "driver/loopback_pipe.h"
-#include "store/change_publisher.h"
-#include "store/component_property.h"
-#include "store/string_property.h"
+#include "driver/service/loopback_pipe.h"
+#include "store/engine/change_publisher.h"
+#include "store/property/component_property.h"
+#include "store/property/string_property.h"
 
 namespace {
 

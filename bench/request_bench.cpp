@@ -12,7 +12,7 @@
 
 #include "bench/ping_pong.h"
 #include "driver/prn.h"
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 
 namespace {
 

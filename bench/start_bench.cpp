@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "driver/prn.h"
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 
 namespace {
 

@@ -17,10 +17,10 @@
 #include <string_view>
 #include <vector>
 
-#include "persist/persistence.h"
-#include "persist/property_file_writer.h"
+#include "persist/file/property_file_writer.h"
+#include "persist/settings/persistence.h"
 #include "platform/kernel.h"
-#include "store/uint_property.h"
+#include "store/property/uint_property.h"
 
 namespace {
 

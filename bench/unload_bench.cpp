@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "driver/prn.h"
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 #include "tests/driver/busy_messages.h"
 
 namespace {

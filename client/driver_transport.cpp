@@ -16,7 +16,7 @@
 #include <thread>
 #include <utility>
 
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 
 namespace valmere::client {
 namespace {

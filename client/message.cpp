@@ -9,8 +9,8 @@
 #include "json/json_parser.h"
 #include "json/json_value.h"
 #include "json/json_writer.h"
-#include "protocol/message_frame.h"
-#include "protocol/message_keys.h"
+#include "protocol/wire/message_frame.h"
+#include "protocol/wire/message_keys.h"
 
 namespace valmere::client {
 namespace {

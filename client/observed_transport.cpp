@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 
 namespace valmere::client {
 namespace {

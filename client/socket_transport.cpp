@@ -23,7 +23,7 @@
 #include <utility>
 #include <vector>
 
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 
 namespace valmere::client {
 namespace {

@@ -7,11 +7,11 @@
 #include <string>
 #include <utility>
 
-#include "driver/ini_reader.h"
 #include "driver/prn.h"
-#include "driver/service.h"
+#include "driver/service/ini_reader.h"
+#include "driver/service/service.h"
+#include "driver/service/unload_check.h"
 #include "driver/sync/event_flags.h"
-#include "driver/unload_check.h"
 #include "platform/files.h"
 
 namespace {

@@ -13,20 +13,20 @@
 #include <optional>
 #include <string>
 
-#include "host/driver_library.h"
-#include "host/kept_properties.h"
-#include "host/listening_socket.h"
+#include "host/driver/driver_library.h"
 #include "host/options.h"
-#include "host/property_loader.h"
-#include "host/refused_file.h"
-#include "host/report.h"
-#include "host/root_folder.h"
-#include "host/root_watch.h"
+#include "host/root/refused_file.h"
+#include "host/root/root_folder.h"
+#include "host/root/root_watch.h"
+#include "host/root/skeleton.h"
+#include "host/root/standing.h"
 #include "host/server.h"
-#include "host/service_manager.h"
-#include "host/skeleton.h"
-#include "host/standing.h"
-#include "host/stored_values.h"
+#include "host/socket/listening_socket.h"
+#include "host/system/report.h"
+#include "host/system/service_manager.h"
+#include "host/values/kept_properties.h"
+#include "host/values/property_loader.h"
+#include "host/values/stored_values.h"
 #include "platform/files.h"
 
 namespace {

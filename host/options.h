@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "host/limits.h"
+#include "host/socket/limits.h"
 
 namespace valmere::host {
 

@@ -13,7 +13,7 @@
 #include <string>
 #include <utility>
 
-#include "host/service_manager.h"
+#include "host/system/service_manager.h"
 
 namespace valmere::host {
 namespace {

@@ -12,12 +12,12 @@
 #include <vector>
 
 #include "client/deadline.h"
-#include "host/connection.h"
-#include "host/driver_library.h"
-#include "host/limits.h"
-#include "host/listening_socket.h"
-#include "host/property_loader.h"
-#include "host/report.h"
+#include "host/driver/driver_library.h"
+#include "host/socket/connection.h"
+#include "host/socket/limits.h"
+#include "host/socket/listening_socket.h"
+#include "host/system/report.h"
+#include "host/values/property_loader.h"
 
 namespace valmere::host {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/command_line.h"
+#include "tools/commands/command_line.h"
 
 namespace {
 

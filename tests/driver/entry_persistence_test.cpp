@@ -3,7 +3,7 @@
 #include <string>
 
 #include "tests/driver/entry_fixture.h"
-#include "tests/persist/property_file_samples.h"
+#include "tests/persist/file/property_file_samples.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere::testing {

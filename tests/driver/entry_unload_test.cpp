@@ -12,7 +12,7 @@
 #include "platform/kernel.h"
 #include "tests/driver/entry_fixture.h"
 #include "tests/driver/process_state.h"
-#include "tests/persist/property_file_samples.h"
+#include "tests/persist/file/property_file_samples.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere::testing {

@@ -13,10 +13,10 @@
 
 #include "driver/prn.h"
 #include "driver/sync/live_counters.h"
-#include "persist/debug_switches.h"
+#include "persist/log/debug_switches.h"
 #include "tests/driver/messages.h"
 #include "tests/faults/fault_parameters.h"
-#include "tests/persist/property_file_samples.h"
+#include "tests/persist/file/property_file_samples.h"
 #include "tests/platform/device_root.h"
 #include "tests/support/frame_client.h"
 #include "tests/support/test_thread.h"

@@ -13,7 +13,7 @@
 #include <string>
 #include <tuple>
 
-#include "host/driver_library.h"
+#include "host/driver/driver_library.h"
 #include "host/server.h"
 #include "tests/faults/fault_parameters.h"
 #include "tests/platform/device_root.h"

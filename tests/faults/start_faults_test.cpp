@@ -1,5 +1,5 @@
 // A start that meets a fault leaves a whole service or none, and nothing else.
-#include "store/string_property.h"
+#include "store/property/string_property.h"
 #include "tests/faults/fault_fixture.h"
 
 namespace valmere {

@@ -5,9 +5,9 @@
 #include <memory>
 #include <string>
 
-#include "persist/persistence.h"
-#include "persist/property_file_writer.h"
-#include "store/uint_property.h"
+#include "persist/file/property_file_writer.h"
+#include "persist/settings/persistence.h"
+#include "store/property/uint_property.h"
 #include "tests/faults/fault_fixture.h"
 
 namespace valmere {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 #include "tests/fuzz/fuzz_target.h"
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max_size);

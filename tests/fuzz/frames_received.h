@@ -5,8 +5,8 @@
 #include <string_view>
 
 #include "json/json_parser.h"
-#include "protocol/message_frame.h"
-#include "protocol/message_keys.h"
+#include "protocol/wire/message_frame.h"
+#include "protocol/wire/message_keys.h"
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/support/frames.h"
 

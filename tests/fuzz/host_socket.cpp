@@ -16,9 +16,9 @@
 #include <thread>
 
 #include "driver/prn.h"
-#include "host/driver_library.h"
-#include "host/listening_socket.h"
+#include "host/driver/driver_library.h"
 #include "host/server.h"
+#include "host/socket/listening_socket.h"
 #include "platform/kernel.h"
 #include "tests/fuzz/frames_received.h"
 #include "tests/fuzz/fuzz_target.h"

@@ -1,5 +1,5 @@
 // A version file. The input's first line is the key.
-#include "driver/ini_reader.h"
+#include "driver/service/ini_reader.h"
 
 #include <algorithm>
 #include <string>

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <string>
 
-#include "persist/log_facility.h"
+#include "persist/log/log_facility.h"
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/support/memory_file_system.h"
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "driver/service.h"
+#include "driver/service/service.h"
 
 namespace valmere::fuzz {
 

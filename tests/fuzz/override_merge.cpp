@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "persist/override_merge.h"
-#include "persist/property_file_writer.h"
+#include "persist/file/override_merge.h"
+#include "persist/file/property_file_writer.h"
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/fuzz/sealed_file.h"
 #include "tests/support/memory_file_system.h"

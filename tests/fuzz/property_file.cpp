@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "persist/property_file_writer.h"
+#include "persist/file/property_file_writer.h"
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/fuzz/sealed_file.h"
 #include "tests/support/memory_file_system.h"

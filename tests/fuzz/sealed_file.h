@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "persist/crc16.h"
-#include "persist/property_file.h"
+#include "persist/file/crc16.h"
+#include "persist/file/property_file.h"
 
 namespace valmere::fuzz {
 

@@ -33,7 +33,7 @@
 #include <thread>
 
 #include "driver/prn.h"
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The assembler against every way in which a socket can cut a stream.
-#include "host/frame_assembler.h"
+#include "host/socket/frame_assembler.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 
 namespace valmere::host {
 namespace {

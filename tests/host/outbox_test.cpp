@@ -1,5 +1,5 @@
 // The outbox over a socket pair whose other end reads when the test says so.
-#include "host/outbox.h"
+#include "host/socket/outbox.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

@@ -1,5 +1,5 @@
 // What is kept of a property file that the service refuses.
-#include "host/refused_file.h"
+#include "host/root/refused_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 #include <iterator>
 #include <string>
 
-#include "persist/crc16.h"
+#include "persist/file/crc16.h"
 #include "tests/host/other_user.h"
 #include "tests/host/own_mounts.h"
 #include "tests/host/subprocess.h"

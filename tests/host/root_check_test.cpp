@@ -1,5 +1,5 @@
 // Whether it is found out that a root keeps no settings, and why.
-#include "host/root_check.h"
+#include "host/root/root_check.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

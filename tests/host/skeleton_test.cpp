@@ -1,5 +1,5 @@
 // What becomes of a root that is given a skeleton, whatever happens meanwhile.
-#include "host/skeleton.h"
+#include "host/root/skeleton.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

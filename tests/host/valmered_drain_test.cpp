@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "client/client.h"
-#include "persist/crc16.h"
+#include "persist/file/crc16.h"
 #include "platform/posix/sanitizers.h"
 #include "tests/host/valmered_fixture.h"
 

@@ -15,7 +15,7 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 
 namespace valmere::test {
 

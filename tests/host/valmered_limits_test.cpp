@@ -7,7 +7,7 @@
 #include <csignal>
 #include <memory>
 
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 #include "tests/host/valmered_fixture.h"
 
 namespace valmere::test {

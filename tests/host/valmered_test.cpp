@@ -6,7 +6,7 @@
 #include <csignal>
 #include <filesystem>
 
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 #include "tests/host/valmered_fixture.h"
 
 namespace valmere::test {

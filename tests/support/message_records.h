@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "protocol/property_message.h"
+#include "protocol/message/property_message.h"
 
 namespace valmere::testing {
 

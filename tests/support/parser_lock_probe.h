@@ -1,7 +1,7 @@
 // Looks at the parser lock from outside.
 #pragma once
 
-#include "protocol/parser_lock.h"
+#include "protocol/message/parser_lock.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere::testing {

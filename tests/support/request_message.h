@@ -3,8 +3,8 @@
 
 #include <span>
 
-#include "protocol/message_keys.h"
-#include "protocol/property_message.h"
+#include "protocol/message/property_message.h"
+#include "protocol/wire/message_keys.h"
 
 namespace valmere::testing {
 

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "persist/log_sink.h"
+#include "persist/log/log_sink.h"
 #include "platform/kernel.h"
-#include "protocol/data_handler.h"
+#include "protocol/stream/data_handler.h"
 
 namespace valmere::testing {
 

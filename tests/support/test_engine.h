@@ -4,9 +4,9 @@
 #include <memory>
 #include <utility>
 
-#include "persist/persistence.h"
-#include "store/property_engine.h"
-#include "store/string_property.h"
+#include "persist/settings/persistence.h"
+#include "store/engine/property_engine.h"
+#include "store/property/string_property.h"
 #include "tests/support/memory_file_system.h"
 
 namespace valmere::testing {

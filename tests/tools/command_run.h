@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/invocation.h"
+#include "tools/service/invocation.h"
 
 namespace CLI {
 class App;

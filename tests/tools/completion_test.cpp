@@ -1,5 +1,5 @@
 // What is offered for a word, by a command tree of the test's own.
-#include "tools/completion.h"
+#include "tools/completion/completion.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 
 #include "tests/client/fake_service.h"
 #include "tests/tools/command_run.h"
-#include "tools/completion_names.h"
+#include "tools/completion/completion_names.h"
 
 namespace valmere::test {
 namespace {

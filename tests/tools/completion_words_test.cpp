@@ -1,5 +1,5 @@
 // Lines taken apart, and words quoted, as shells do.
-#include "tools/completion_words.h"
+#include "tools/completion/completion_words.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -13,11 +13,11 @@
 #include "tests/host/subprocess.h"
 #include "tests/tools/command_run.h"
 #include "tests/tools/desk_samples.h"
-#include "tools/connections.h"
-#include "tools/propfile_text.h"
-#include "tools/service_file.h"
-#include "tools/service_properties.h"
-#include "tools/storing.h"
+#include "tools/propfile/propfile_text.h"
+#include "tools/service/connections.h"
+#include "tools/service/service_file.h"
+#include "tools/service/service_properties.h"
+#include "tools/service/storing.h"
 
 namespace valmere::test {
 namespace {

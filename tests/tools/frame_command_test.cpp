@@ -1,14 +1,14 @@
 // Frames made and taken apart by hand.
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "protocol/message_frame.h"
+#include "protocol/wire/message_frame.h"
 #include "tests/client/fake_service.h"
 #include "tests/support/hex_example.h"
 #include "tests/tools/command_run.h"
-#include "tools/frame_reader.h"
+#include "tools/commands/frame_reader.h"
 
 namespace valmere::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/input.h"
+#include "tools/process/input.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@
 
 #include "tests/host/subprocess.h"
 #include "tests/tools/command_run.h"
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 
 namespace valmere::test {
 namespace {

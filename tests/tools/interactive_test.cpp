@@ -1,5 +1,5 @@
 // valmere on a terminal without a command.
-#include "tools/interactive.h"
+#include "tools/interactive/interactive.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 #include "tests/client/fake_service.h"
 #include "tests/tools/command_run.h"
 #include "tests/tools/pseudo_terminal.h"
-#include "tools/interactive_history.h"
+#include "tools/interactive/interactive_history.h"
 
 namespace valmere::test {
 namespace {

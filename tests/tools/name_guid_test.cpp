@@ -1,5 +1,5 @@
 // Against GUIDs that other implementations of the same rule make.
-#include "tools/name_guid.h"
+#include "tools/names/name_guid.h"
 
 #include <gtest/gtest.h>
 

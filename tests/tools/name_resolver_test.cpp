@@ -1,5 +1,5 @@
 // From names to properties.
-#include "tools/name_resolver.h"
+#include "tools/names/name_resolver.h"
 
 #include <gtest/gtest.h>
 

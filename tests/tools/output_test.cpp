@@ -1,5 +1,5 @@
 // What may reach a terminal.
-#include "tools/output.h"
+#include "tools/output/output.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 // Property files looked into and mended without the service.
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,12 +8,12 @@
 
 #include <filesystem>
 
-#include "persist/property_file.h"
+#include "persist/file/property_file.h"
 #include "tests/host/subprocess.h"
 #include "tests/support/hex_example.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/tools/command_run.h"
-#include "tools/propfile_text.h"
+#include "tools/propfile/propfile_text.h"
 
 namespace valmere::test {
 namespace {

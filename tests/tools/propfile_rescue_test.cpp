@@ -1,5 +1,5 @@
 // Damaged property files, and what is rescued of them.
-#include "tools/propfile_rescue.h"
+#include "tools/propfile/propfile_rescue.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 
 #include "tests/host/subprocess.h"
 #include "tests/tools/command_run.h"
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 
 namespace valmere::test {
 namespace {

@@ -1,9 +1,9 @@
 // From NAME=VALUE to properties.
-#include "tools/publication.h"
+#include "tools/names/publication.h"
 
 #include <gtest/gtest.h>
 
-#include "tools/name_guid.h"
+#include "tools/names/name_guid.h"
 
 namespace valmere::tools {
 namespace {

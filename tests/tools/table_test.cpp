@@ -1,5 +1,5 @@
 // What stands on a terminal, and in which colour.
-#include "tools/table.h"
+#include "tools/output/table.h"
 
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
@@ -9,8 +9,8 @@
 #include <clocale>
 #include <cstdlib>
 
-#include "tools/property_output.h"
-#include "tools/property_tree.h"
+#include "tools/output/property_output.h"
+#include "tools/output/property_tree.h"
 
 namespace valmere::tools {
 namespace {

@@ -1,16 +1,16 @@
 // What becomes of texts on their way to the user.
-#include "tools/text.h"
+#include "tools/output/text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <clocale>
 
-#include "tools/base64.h"
-#include "tools/hex_dump.h"
-#include "tools/message_description.h"
-#include "tools/property_format.h"
-#include "tools/property_pattern.h"
+#include "tools/names/property_pattern.h"
+#include "tools/output/base64.h"
+#include "tools/output/hex_dump.h"
+#include "tools/output/message_description.h"
+#include "tools/output/property_format.h"
 
 namespace valmere::tools {
 namespace {

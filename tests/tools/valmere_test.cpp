@@ -11,7 +11,7 @@
 
 #include "tests/client/fake_service.h"
 #include "tests/tools/desk_samples.h"
-#include "tools/name_guid.h"
+#include "tools/names/name_guid.h"
 
 namespace valmere::test {
 namespace {

@@ -1,0 +1,68 @@
+// A root is written to by whoever may write there, so no name in it is taken for what it says.
+#include "host/system/file_calls.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace valmere::host {
+namespace {
+
+platform::Descriptor Open(int folder, const char* name, int flags, unsigned mode = 0) {
+  int number = -1;
+  do {
+    number = openat(folder, name, flags | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, mode);
+  } while (number < 0 && errno == EINTR);
+  if (number < 0) ThrowSystemError(errno);
+  return platform::Descriptor(number);
+}
+
+}  // namespace
+
+void ThrowSystemError(int error) {
+  throw std::system_error(error, std::generic_category());
+}
+
+platform::Descriptor OpenFolder(int parent, const char* name) {
+  return Open(parent, name, O_RDONLY | O_DIRECTORY);
+}
+
+platform::Descriptor OpenFile(int folder, const char* name, int flags) {
+  platform::Descriptor file = Open(folder, name, flags | O_NONBLOCK);
+  struct stat status {};
+  if (fstat(file.get(), &status) != 0) ThrowSystemError(errno);
+  if (S_ISDIR(status.st_mode)) ThrowSystemError(EISDIR);
+  if (!S_ISREG(status.st_mode)) ThrowSystemError(EINVAL);
+  return file;
+}
+
+platform::Descriptor MakeFile(int folder, const char* name, unsigned mode) {
+  return Open(folder, name, O_WRONLY | O_CREAT | O_EXCL, mode);
+}
+
+void WriteAll(int file, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = write(file, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) ThrowSystemError(count < 0 ? errno : EIO);
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+}
+
+void Sync(int descriptor) {
+  while (fsync(descriptor) != 0) {
+    if (errno == EINVAL || errno == ENOTSUP) return;
+    if (errno != EINTR) ThrowSystemError(errno);
+  }
+}
+
+// The root is this process's alone, so its number is enough; a leftover of the same number, which a
+// container gives to each start, is removed by whoever makes the next one.
+std::string UnfinishedName() {
+  return ".valmere-" + std::to_string(getpid()) + "-0.new";
+}
+
+}  // namespace valmere::host

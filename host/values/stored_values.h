@@ -1,0 +1,68 @@
+// Whether what the service keeps has reached its property file.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "client/deadline.h"
+#include "host/driver/driver_library.h"
+#include "host/root/root_folder.h"
+#include "host/values/kept_properties.h"
+#include "host/values/override_lines.h"
+#include "persist/file/property_file.h"
+#include "platform/files.h"
+
+namespace valmere::host {
+
+// Purpose: waits until the service would come up with the same values if it were started anew. No
+// message tells of that, so it is seen from outside: the service says what its values are, and the
+// property file says what it has.
+// Owner: the program. Driver and root must outlive it.
+// Threads: one at a time, but ForeseeLoad on another.
+// Errors: none, but std::bad_alloc from ForeseeLoad; standard error is told what is not in the
+// file.
+class StoredValues {
+ public:
+  // `files` are those below `root`.
+  StoredValues(const DriverLibrary& driver, const RootFolder& root,
+               std::shared_ptr<platform::FileSystem> files)
+      : driver_(driver), root_(root), files_(files), override_(std::move(files)) {}
+  StoredValues(const StoredValues&) = delete;
+  StoredValues& operator=(const StoredValues&) = delete;
+
+  // Before the service starts: looks at what it is about to load.
+  void ForeseeStart() noexcept;
+  // Before the service loads these files again, while it runs: the same.
+  void ForeseeLoad(const KeptProperties& files);
+  // After the start: waits until the property file has what an override brought, and brings it to
+  // the disk. Five seconds at most, and only as long as `give_up` says no.
+  void AwaitOverride(const std::function<bool()>& give_up) noexcept;
+  // After the start, before anybody sets anything: what the values are that nobody has to store.
+  void TakeBaseLine() noexcept;
+  // When nobody sets anything any more: waits for the file until then, and brings it to the disk.
+  void Await(client::Deadline deadline) noexcept;
+
+ private:
+  using Names = std::vector<std::string>;
+
+  PropertyMap Lines(const std::string& path) const;
+  bool AwaitOverrideLines(client::Deadline deadline, const std::function<bool()>& give_up) const;
+  // False when the time came first, which is told.
+  bool AwaitStored(client::Deadline deadline) const;
+  Names MissingFrom(const KeptProperties& now) const;
+  bool IsStored(const std::string& key, const std::string& value, const PropertyMap& lines) const;
+
+  const DriverLibrary& driver_;
+  const RootFolder& root_;
+  const std::shared_ptr<platform::FileSystem> files_;
+  OverrideLines override_;
+  PropertyMap first_lines_;  // of the property file, when the service took its first values from it
+  KeptProperties first_kept_;                        // its first values
+  std::map<std::string, std::string> first_values_;  // the same, by the keys of their lines
+};
+
+}  // namespace valmere::host

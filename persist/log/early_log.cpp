@@ -1,0 +1,24 @@
+// The lock is held while a message is passed on, so that none overtakes those that were kept.
+#include "persist/log/early_log.h"
+
+namespace valmere {
+
+void EarlyLog::Attach(const std::shared_ptr<LogSink>& log) {
+  const ScopedLock hold(lock_);
+  log_ = log;
+  attached_ = true;
+  for (const std::string& message : kept_)
+    log->Log(message);
+  kept_ = {};
+}
+
+void EarlyLog::Log(std::string_view message) {
+  const ScopedLock hold(lock_);
+  if (!attached_) {
+    kept_.emplace_back(message);
+  } else if (const auto log = log_.lock()) {
+    log->Log(message);
+  }
+}
+
+}  // namespace valmere

@@ -1,0 +1,36 @@
+// A log for those who are there before the log is.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "driver/sync/lock.h"
+#include "persist/log/log_sink.h"
+
+namespace valmere {
+
+// Purpose: keeps messages until there is a log, and passes on all others.
+// Owner: shared by the persistence component and its line writer, which may outlive it.
+// Threads: any.
+// Errors: as those of the log; what is logged after the log has gone is lost. std::bad_alloc while
+// there is none yet.
+class EarlyLog : public LogSink {
+ public:
+  EarlyLog() = default;
+  EarlyLog(const EarlyLog&) = delete;
+  EarlyLog& operator=(const EarlyLog&) = delete;
+
+  // The log is held weakly; it gets what has been kept at once.
+  void Attach(const std::shared_ptr<LogSink>& log) EXCLUDES(lock_);
+  void Log(std::string_view message) override EXCLUDES(lock_);
+
+ private:
+  Lock lock_;
+  std::weak_ptr<LogSink> log_ GUARDED_BY(lock_);
+  bool attached_ GUARDED_BY(lock_) = false;
+  std::vector<std::string> kept_ GUARDED_BY(lock_);
+};
+
+}  // namespace valmere

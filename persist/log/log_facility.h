@@ -1,0 +1,59 @@
+// The log file: where it is, and whether anything goes there.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "driver/sync/lock.h"
+#include "persist/log/log_sink.h"
+#include "persist/log/log_writer.h"
+#include "platform/files.h"
+
+namespace valmere {
+
+// The log file that the name file names by its first line; the default when there is none.
+platform::WidePath ReadLogFileName(platform::FileSystem& files, platform::WidePathView name_file);
+
+// Purpose: stamps messages and hands them to the writer of every open log file. While the debug zone
+// "ThreadIds" is on, the first line of a thread comes behind one with its number. kMostThreads
+// numbers are remembered: a thread of which nothing was heard while as many others began counts as
+// one that is new.
+// Owner: shared by all who log; the service, which opens the files, ends it.
+// Threads: any. AddFile and End on the owner's.
+// Errors: a log file that can't be opened takes no lines; memory running out costs the line.
+class LogFacility : public LogSink {
+ public:
+  static constexpr std::size_t kMostThreads = 64;
+
+  LogFacility() = default;
+  LogFacility(const LogFacility&) = delete;
+  LogFacility& operator=(const LogFacility&) = delete;
+
+  // Opens a log file, keeping what it holds. Called before the first Log.
+  void AddFile(platform::FileSystem& files, platform::WidePathView path, int priority);
+
+  // Writes what has been logged and ends the writers' threads; further messages are dropped,
+  // whoever still holds this. Any number of times.
+  void End();
+
+  void Log(std::string_view message) override EXCLUDES(threads_lock_);
+  void set_disabled(bool disabled) { disabled_.store(disabled); }
+
+ private:
+  void Write(std::string_view message);
+  // Whether the calling thread logs for the first time.
+  bool IsNewThread() EXCLUDES(threads_lock_);
+
+  std::atomic<bool> disabled_{false};
+  std::atomic<bool> ended_{false};
+  std::vector<std::unique_ptr<LogWriter>> writers_;  // constant once logging has begun
+
+  Lock threads_lock_;
+  std::vector<std::uint32_t> threads_ GUARDED_BY(threads_lock_);  // the oldest first
+};
+
+}  // namespace valmere

@@ -1,0 +1,234 @@
+// Entries as text. Keys stand in ascending byte order, as the JSON writer puts them.
+#include "protocol/wire/entry_frame.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "json/json_escape.h"
+#include "protocol/wire/message_frame.h"
+#include "protocol/wire/message_keys.h"
+
+namespace valmere {
+namespace {
+
+constexpr std::string_view kTextEnd = "]}";
+
+// What is copied or escaped without a look at `stop`; on a slow machine some milliseconds.
+constexpr std::size_t kEscapedAtOnce = std::size_t{64} * 1024;
+constexpr std::size_t kCopiedAtOnce = std::size_t{1} << 20;
+// A byte that needs it becomes \u and four digits.
+constexpr std::size_t kMostOfAnEscape = 6;
+// Up to here the buffer grows as it likes. A larger one is moved in pieces.
+constexpr std::size_t kOrdinaryBufferBytes = std::size_t{1} << 20;
+
+// An entry's fixed parts and texts, in their order.
+template <class Sink>
+void Write(const PropertyResponseRecord& record, Sink& sink) {
+  sink.Fixed("{\"Component\": \"");
+  sink.Text(record.component);
+  sink.Fixed("\",\"ComponentString\": \"");
+  sink.Text(record.component_name);
+  sink.Fixed("\",\"GUID\": \"");
+  sink.Text(record.group_guid);
+  sink.Fixed(":");
+  sink.Text(record.guid);
+  sink.Fixed("\",\"GroupString\": \"");
+  sink.Text(record.group_name);
+  sink.Fixed("\",\"NameString\": \"");
+  sink.Text(record.name);
+  sink.Fixed("\",\"Status\": \"");
+  sink.Text(record.status);
+  sink.Fixed("\",\"Value\": \"");
+  sink.Text(record.value);
+  sink.Fixed("\"}");
+}
+
+template <class Sink>
+void Write(const PropertySetRecord& record, Sink& sink) {
+  sink.Fixed("{\"Component\": \"");
+  sink.Text(record.component);
+  sink.Fixed("\",\"GUID\": \"");
+  sink.Text(record.group_guid);
+  sink.Fixed(":");
+  sink.Text(record.guid);
+  sink.Fixed("\",\"Value\": \"");
+  sink.Text(record.value);
+  sink.Fixed("\"}");
+}
+
+// Adds up how long an entry is before anything is escaped.
+struct RawSize {
+  void Fixed(std::string_view text) { bytes += text.size(); }
+  void Text(std::string_view text) { bytes += text.size(); }
+  std::size_t bytes = 0;
+};
+
+// Appends as it comes.
+struct PlainWriter {
+  void Fixed(std::string_view text) { out.append(text); }
+  void Text(std::string_view text) { AppendEscaped(text, out); }
+  std::string& out;
+};
+
+// Appends through a function that may give up: (text, bytes at once, what one byte may become).
+template <class Put>
+struct PieceWriter {
+  void Fixed(std::string_view text) { whole = whole && put(text, kCopiedAtOnce, 1); }
+  void Text(std::string_view text) { whole = whole && put(text, kEscapedAtOnce, kMostOfAnEscape); }
+  Put put;
+  bool whole = true;
+};
+
+}  // namespace
+
+EntryFrame::EntryFrame(std::string_view key, std::string& buffer, const std::atomic<bool>& stop)
+    : key_(key), buffer_(buffer), stop_(stop) {
+  Clear();
+}
+
+void EntryFrame::Clear() {
+  buffer_.clear();
+  BeginFrame(buffer_);
+  buffer_.append("{\"").append(key_).append("\": [");
+  start_ = end_ = buffer_.size();
+  too_long_ = false;
+}
+
+// An entry with names of twenty characters has some 330 bytes.
+void EntryFrame::Reserve(std::size_t entries) {
+  constexpr std::size_t kOrdinaryEntryBytes = 352;
+  const std::size_t room = std::min(most_, buffer_.max_size()) / kOrdinaryEntryBytes;
+  buffer_.reserve(buffer_.size() + std::min(entries, room) * kOrdinaryEntryBytes);
+}
+
+bool EntryFrame::AppendText(std::string_view entries) {
+  return AppendWhole(entries.size(), [&] { return PutPieces(entries, kCopiedAtOnce, 1); });
+}
+
+// What completed the frame goes; a comma comes behind what there is.
+inline void EntryFrame::Reopen() {
+  if (buffer_.size() != end_) buffer_.resize(end_);
+  if (!empty()) buffer_.push_back(',');
+}
+
+template <class Record>
+bool EntryFrame::AppendEntry(const Record& record) {
+  RawSize raw;
+  Write(record, raw);
+  const std::size_t least = raw.bytes;
+  const std::size_t most = least * kMostOfAnEscape;
+  if (least <= kEscapedAtOnce && HasRoomFor(most)) {
+    Reopen();
+    PutShort(record);
+    end_ = buffer_.size();
+    return true;
+  }
+  return AppendWhole(least, [&] {
+    if (least > kEscapedAtOnce) return PutLong(record);
+    if (!MakeRoom(most)) return false;
+    PutShort(record);
+    return true;
+  });
+}
+
+// Whether an entry that has at most so many bytes can neither be refused nor ask for memory: nearly
+// every entry of a frame that has grown.
+bool EntryFrame::HasRoomFor(std::size_t bytes) const {
+  const std::size_t end = end_ + 1 + bytes + kTextEnd.size();
+  return end <= buffer_.capacity() && end <= most_ && !stop_.load(std::memory_order_relaxed);
+}
+
+void EntryFrame::Finish() {
+  buffer_.resize(end_);
+  buffer_.append(kTextEnd);
+  EndFrame(buffer_);
+}
+
+// All of it or nothing; `least` bytes come, and perhaps more for escapes.
+template <class Append>
+bool EntryFrame::AppendWhole(std::size_t least, Append append) {
+  buffer_.resize(end_);
+  if (stop_.load(std::memory_order_relaxed) || !Fits(least + (empty() ? 0 : 1))) return false;
+  bool whole = false;
+  try {
+    if (!MakeRoom(1)) return false;
+    Reopen();
+    whole = append() && Fits(0);
+  } catch (const std::exception&) {
+    buffer_.resize(end_);
+    throw;
+  }
+  if (whole)
+    end_ = buffer_.size();
+  else
+    buffer_.resize(end_);
+  return whole;
+}
+
+template <class Record>
+void EntryFrame::PutShort(const Record& record) {
+  PlainWriter writer{buffer_};
+  Write(record, writer);
+}
+
+template <class Record>
+bool EntryFrame::PutLong(const Record& record) {
+  const auto put = [this](std::string_view text, std::size_t piece, std::size_t growth) {
+    return PutPieces(text, piece, growth);
+  };
+  PieceWriter<decltype(put)> writer{put};
+  Write(record, writer);
+  return writer.whole;
+}
+
+// `growth` is how many bytes one may become; a text that does not grow is copied as it is.
+bool EntryFrame::PutPieces(std::string_view text, std::size_t piece, std::size_t growth) {
+  for (; !text.empty(); text.remove_prefix(std::min(piece, text.size()))) {
+    const std::string_view next = text.substr(0, piece);
+    if (stop_.load(std::memory_order_relaxed) || !Fits(0)) return false;
+    if (!MakeRoom(next.size() * growth)) return false;
+    if (growth == 1)
+      buffer_.append(next);
+    else
+      AppendEscaped(next, buffer_);
+  }
+  return true;
+}
+
+// A long text is moved to a larger place in pieces, and takes no larger one than it may ever need.
+bool EntryFrame::MakeRoom(std::size_t bytes) {
+  const std::size_t needed = buffer_.size() + bytes + kTextEnd.size();
+  if (needed <= buffer_.capacity() || buffer_.size() < kOrdinaryBufferBytes) return true;
+  std::string larger;
+  larger.reserve(std::max(needed, std::min(2 * buffer_.capacity(), most_)));
+  for (std::size_t at = 0; at < buffer_.size(); at += kCopiedAtOnce) {
+    if (stop_.load(std::memory_order_relaxed)) return false;
+    larger.append(buffer_, at, kCopiedAtOnce);
+  }
+  buffer_.swap(larger);
+  return true;
+}
+
+bool EntryFrame::Fits(std::size_t bytes) {
+  if (buffer_.size() + kTextEnd.size() <= most_ &&
+      bytes <= most_ - buffer_.size() - kTextEnd.size())
+    return true;
+  too_long_ = true;
+  return false;
+}
+
+ResponseFrame::ResponseFrame(std::string& buffer, const std::atomic<bool>& stop)
+    : EntryFrame(keys::kGetResponses, buffer, stop) {}
+
+bool ResponseFrame::Append(const PropertyResponseRecord& record) {
+  return AppendEntry(record);
+}
+
+SetFrame::SetFrame(std::string& buffer, const std::atomic<bool>& stop)
+    : EntryFrame(keys::kSetRequests, buffer, stop) {}
+
+bool SetFrame::Append(const PropertySetRecord& record) {
+  return AppendEntry(record);
+}
+
+}  // namespace valmere

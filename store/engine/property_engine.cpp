@@ -1,0 +1,186 @@
+// The handling of one message: its keys in their fixed order, each independent of the others.
+#include "store/engine/property_engine.h"
+
+#include <utility>
+
+#include "persist/log/debug_switches.h"
+#include "persist/log/log_line.h"
+#include "protocol/wire/message_keys.h"
+#include "store/property/general_group.h"
+#include "store/property/property_key.h"
+
+namespace valmere {
+namespace {
+
+constexpr std::uint32_t kInitialPeriodMilliseconds = 500;
+
+// A session keeps a reply buffer of at most this size between messages.
+constexpr std::size_t kKeptReplyBytes = std::size_t{16} * 1024;
+
+// The writing of a longer one takes longer than others should wait.
+constexpr std::size_t kLongReplyBytes = std::size_t{1} << 20;
+
+bool WriteWhole(ClientConnection& client, const std::string& frame, EventFlags::PendingWake& wake) {
+  const int length = static_cast<int>(frame.size());
+  return client.WriteDeferringWake(frame.data(), length, wake) == length;
+}
+
+std::string ClientText(const ClientConnection& client) {
+  return "Client " + std::to_string(client.instance_number());
+}
+
+}  // namespace
+
+std::shared_ptr<PropertyEngine> PropertyEngine::Make(
+    Persistence& persistence, std::shared_ptr<LogSink> log,
+    std::shared_ptr<StringProperty> own_component) {
+  auto period =
+      UIntProperty::Make(kInitialPeriodMilliseconds, "DA821DC5-948D-4659-9B52-177E4C102129",
+                         "Property Publishing Period in ms", kGeneralGroupGuid, kGeneralGroup);
+  persistence.RegisterProperty(period);
+  return std::shared_ptr<PropertyEngine>(
+      new PropertyEngine(std::move(log), std::move(own_component), std::move(period)));
+}
+
+PropertyEngine::PropertyEngine(std::shared_ptr<LogSink> log,
+                               std::shared_ptr<StringProperty> own_component,
+                               std::shared_ptr<UIntProperty> period)
+    : log_(std::move(log)),
+      own_component_(std::move(own_component)),
+      components_(CanOwn),
+      subscribers_(std::make_shared<SubscriberList>()),
+      publisher_(std::make_shared<ChangePublisher>(own_component_, std::move(period), subscribers_,
+                                                   log_,
+                                                   [this] { ObserveAll(publisher_->stopped()); })),
+      publishing_(publisher_) {}
+
+// The publisher calls back into the engine until it is disconnected.
+void PropertyEngine::End() {
+  publishing_.End();
+  publisher_->Disconnect();
+}
+
+bool PropertyEngine::AddProperty(std::shared_ptr<Property> property) {
+  if (!local_.Add(property)) return false;
+  LogChangesOf(*property);
+  Appeared(property);
+  return true;
+}
+
+void PropertyEngine::LogChangesOf(Property& property) const {
+  property.AddListener(
+      [log = std::weak_ptr<LogSink>(log_)](const std::shared_ptr<Property>& changed) {
+        if (!IsOn(DebugZone::kProperty)) return;
+        LogIn(DebugZone::kProperty, log.lock(), [&] {
+          return "Property " + QuoteForLog(changed->name()) + " changes to " +
+                 QuoteForLog(changed->GetValueString());
+        });
+      });
+}
+
+bool PropertyEngine::HandleMessage(const PropertyMessage& message,
+                                   const std::shared_ptr<ClientConnection>& sender,
+                                   ReplyBuffer& reply) {
+  if (message.Has(keys::kSetRequests) && !HandleSetRequests(message, *sender)) {
+    LogEnd(*sender, "sent sets of more than 32 MiB to pass on");
+    return false;
+  }
+  Reply answer = Reply::kNone;
+  if (message.Has(keys::kGetRequests) || message.Has(keys::kGetAll))
+    answer = BuildReply(message, *sender, reply);
+  if (answer == Reply::kTooLong) {
+    LogEnd(*sender, "asked for a reply of more than 64 MiB");
+    return false;
+  }
+  if (message.Has(keys::kSubscribeRequests) || message.Has(keys::kSubscribeAll))
+    Subscribe(message, sender);
+  message.ForEachGetResponse([&](const PropertyResponseRecord& entry) {
+    if (!sender->ended()) ApplyComponentEntry(entry, sender);
+    return !sender->ended();
+  });
+  if (message.Has(keys::kDisconnect)) {
+    Unsubscribe(*sender);
+    return false;
+  }
+  if (answer == Reply::kNone) return true;
+  const bool sent = SendReply(*sender, reply);
+  if (reply.capacity() > kKeptReplyBytes) ReplyBuffer().swap(reply);
+  return sent;
+}
+
+void PropertyEngine::LogEnd(const ClientConnection& client, std::string_view cause) const {
+  LogIn(DebugZone::kError, log_,
+        [&] { return ClientText(client) + " " + std::string(cause) + ": its session ends"; });
+}
+
+Subscriber::Keys PropertyEngine::KeysOf(const PropertyMessage& message,
+                                        const ClientConnection& sender) {
+  Subscriber::Keys keys;
+  message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
+    keys.insert(PropertyKey(address.component, address.group_guid, address.guid).Text());
+    return !sender.ended();
+  });
+  return keys;
+}
+
+void PropertyEngine::Subscribe(const PropertyMessage& message,
+                               const std::shared_ptr<ClientConnection>& sender) {
+  Subscriber::Keys keys = KeysOf(message, *sender);
+  bool to_all = false;
+  do {
+    if (sender->ended()) return;
+    const ScopedLock hold(subscribers_->lock);
+    to_all = subscribers_->Add(sender, keys).keys.empty();
+  } while (!keys.empty());
+  // Properties that come from here on find the subscription; these are the ones that were there.
+  if (to_all) {
+    ObserveAll(sender->ended_flag());
+  } else {
+    message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
+      ObserveNamed(address);
+      return !sender->ended();
+    });
+  }
+  LogIn(DebugZone::kInfo, log_, [&] {
+    return ClientText(*sender) + " subscribes to " +
+           (to_all ? std::string("all properties")
+                   : std::to_string(message.Count(keys::kSubscribeRequests)) + " more");
+  });
+}
+
+void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
+  std::unique_ptr<Subscriber> removed;
+  {
+    const ScopedLock hold(subscribers_->lock);
+    removed = subscribers_->Remove(client);
+  }
+  if (!removed) return;
+  LogIn(DebugZone::kInfo, log_, [&] { return ClientText(client) + " is no subscriber any more"; });
+}
+
+// A reply and a notification to the same client must not meet on its stream, so a reply goes out
+// under the same locks. The client is woken when they are free. A long one to a client that is no
+// subscriber, which only this thread could make it, would keep all others waiting for nothing.
+bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& reply) {
+  EventFlags::PendingWake wake;
+  {
+    const ScopedLock hold(subscribers_->lock);
+    Subscriber* const subscriber = subscribers_->Find(sender);
+    if (subscriber != nullptr) {
+      const ScopedLock hold_own(subscriber->write_lock);
+      return WriteWhole(sender, reply, wake);
+    }
+    if (reply.size() <= kLongReplyBytes) return WriteWhole(sender, reply, wake);
+  }
+  return WriteWhole(sender, reply, wake);
+}
+
+// A service that ends lets all sessions go at once: one by one they would tell each other, for longer
+// than their threads are waited for, of what goes with the engine anyway.
+void PropertyEngine::ConnectionEnded(const ClientConnection& client) noexcept {
+  if (client.ended()) return;
+  Unsubscribe(client);
+  WithdrawAllOf(client);
+}
+
+}  // namespace valmere

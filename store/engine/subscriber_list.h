@@ -1,0 +1,85 @@
+// The clients that asked to be told of changes.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "driver/sync/lock.h"
+#include "net/client_connection.h"
+
+namespace valmere {
+
+// Purpose: one client's subscription: the keys (component ":" group GUID ":" GUID) that it named.
+// With no key at all it is one to every property.
+// Owner: the SubscriberList.
+// Threads: under the list's lock; write_lock keeps replies and notifications of this client apart
+// and is taken after the list's.
+struct Subscriber {
+  using Keys = std::set<std::string, std::less<>>;
+
+  explicit Subscriber(std::shared_ptr<ClientConnection> client) : connection(std::move(client)) {}
+
+  const std::shared_ptr<ClientConnection> connection;
+  Keys keys;
+  Lock write_lock;
+};
+
+// Purpose: the subscribers in the order in which they registered.
+// Owner: shared by the property engine and its publisher.
+// Threads: any, holding `lock` over the calls and for as long as what they return is used.
+// Errors: std::bad_alloc.
+class SubscriberList {
+ public:
+  using Entries = std::vector<std::unique_ptr<Subscriber>>;
+
+  static constexpr std::size_t kStep = 256;
+
+  Lock lock;
+
+  // Null when the client has no entry.
+  Subscriber* Find(const ClientConnection& client) REQUIRES(lock);
+  // Registers the client with the keys, or moves some of them to what it registered: kStep or so, for
+  // others wait meanwhile. Those that are left are to be added by further calls. When memory runs out
+  // nothing has changed.
+  Subscriber& Add(const std::shared_ptr<ClientConnection>& client, Subscriber::Keys& keys)
+      REQUIRES(lock);
+  // The entry that was removed, or empty.
+  std::unique_ptr<Subscriber> Remove(const ClientConnection& client) REQUIRES(lock);
+  std::size_t size() const REQUIRES(lock) { return subscribers_.size(); }
+  // True when a subscriber gets what happens to the property of this key.
+  bool Wants(std::string_view key) const REQUIRES(lock);
+  // Visits every subscriber in order; those for whom `keep` returns false are removed and returned,
+  // to be let go without the lock. When `keep` throws, nobody is removed.
+  template <class Keep>
+  [[nodiscard]] Entries KeepIf(Keep keep) REQUIRES(lock);
+  // Whether there is any, without the lock; what is changing meanwhile may go either way.
+  // Sequentially consistent: who subscribes and reads a value meanwhile reads the new one, or is seen.
+  bool Any() const { return count_.load() != 0; }
+
+ private:
+  Subscriber& Register(const std::shared_ptr<ClientConnection>& client, Subscriber::Keys& keys)
+      REQUIRES(lock);
+  Entries RemoveFrom(Entries::iterator first) REQUIRES(lock);
+
+  Entries subscribers_ GUARDED_BY(lock);
+  std::unordered_map<const ClientConnection*, Subscriber*> by_client_ GUARDED_BY(lock);
+  std::atomic<std::size_t> count_{0};
+};
+
+template <class Keep>
+SubscriberList::Entries SubscriberList::KeepIf(Keep keep) {
+  // Swapped, not moved: at no time is there an entry without a subscriber.
+  auto kept = subscribers_.begin();
+  for (auto& subscriber : subscribers_) {
+    if (keep(*subscriber)) (kept++)->swap(subscriber);
+  }
+  return RemoveFrom(kept);
+}
+
+}  // namespace valmere

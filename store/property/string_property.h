@@ -1,0 +1,48 @@
+// A property that is a text.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "store/property/property.h"
+#include "store/property/text_snapshot.h"
+
+namespace valmere {
+
+// Purpose: holds a text, which is its own text form, byte for byte.
+// Owner: as every property.
+// Threads: any. Setters of different texts at the same time each store and each announce; the value
+// that stays is the one stored last, and a listener reads a value at least as new as the change.
+// Errors: std::bad_alloc, with the value as it was; what listeners throw comes through.
+class StringProperty : public Property {
+ public:
+  static std::shared_ptr<StringProperty> Make(std::string_view value, std::string_view guid,
+                                              std::string_view name, std::string_view group_guid,
+                                              std::string_view group_name);
+  StringProperty(MakeToken, std::string_view value, PropertyIdentity identity);
+
+  // Copies the text without taking the value lock.
+  std::string ToString() const override;
+  void SetFromString(std::string text) override;
+  void SetFromStringSilently(std::string text) override;
+
+  // Announces the text if it is a change.
+  virtual void SetValue(std::string_view value);
+  // Copies the text under the value lock.
+  virtual std::string GetValue() const;
+
+  // The text as it stands, shared instead of copied; as ToString, without the value lock.
+  SharedText Snapshot() const { return text_.Load(); }
+
+ protected:
+  mutable Lock value_lock_;
+
+ private:
+  void StoreText(std::string_view value) EXCLUDES(value_lock_);
+
+  // Stored under value_lock_, loaded with or without it.
+  TextSnapshot text_;
+};
+
+}  // namespace valmere

@@ -1,0 +1,93 @@
+#include "store/property/component_property.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "net/client_connection.h"
+#include "tests/store/engine/start_gate.h"
+#include "tests/store/property/change_counter.h"
+#include "tests/store/property/make_connection.h"
+#include "tests/support/test_thread.h"
+
+namespace valmere {
+namespace {
+
+using testing::ChangeCounter;
+using testing::StartGate;
+using testing::TestThread;
+
+using testing::MakeConnection;
+
+std::shared_ptr<ComponentProperty> MakePublished(std::shared_ptr<ClientConnection> connection) {
+  return ComponentProperty::Make("value", "GUID", "Name", "GROUP", "Group", "COMPONENT",
+                                 "Component", std::move(connection));
+}
+
+TEST(ComponentProperty, KnowsItsComponent) {
+  const auto published = MakePublished(nullptr);
+  EXPECT_EQ(published->guid(), "GUID");
+  EXPECT_EQ(published->name(), "Name");
+  EXPECT_EQ(published->group_guid(), "GROUP");
+  EXPECT_EQ(published->group_name(), "Group");
+  EXPECT_EQ(published->component(), "COMPONENT");
+  EXPECT_EQ(published->component_name(), "Component");
+  EXPECT_EQ(published->key(), "COMPONENT:GROUP:GUID");
+  EXPECT_EQ(published->attribute(), 10U);
+}
+
+TEST(ComponentProperty, HasTheValueRulesOfAText) {
+  const auto published = MakePublished(nullptr);
+  const ChangeCounter changes(*published);
+  published->SetFromString("value");
+  EXPECT_EQ(changes.count(), 0);
+  published->SetFromString("other");
+  EXPECT_EQ(changes.count(), 1);
+  EXPECT_EQ(published->GetValueString(), "other");
+}
+
+TEST(ComponentProperty, IsReachedOverTheConnectionOfItsLastPublication) {
+  const auto first = MakeConnection();
+  const auto second = MakeConnection();
+  const auto published = MakePublished(first);
+  EXPECT_EQ(published->connection(), first);
+  EXPECT_TRUE(published->PublishedOn(*first));
+  published->set_connection(second);
+  EXPECT_EQ(published->connection(), second);
+  EXPECT_FALSE(published->PublishedOn(*first));
+  EXPECT_TRUE(published->PublishedOn(*second));
+  EXPECT_EQ(first.use_count(), 1);
+}
+
+TEST(ComponentProperty, IsCountedWhileItLives) {
+  const std::uint32_t before = LiveProperties::Live();
+  const auto published = MakePublished(nullptr);
+  EXPECT_EQ(LiveProperties::Live(), before + 1);
+}
+
+TEST(ComponentProperty, ChangesItsConnectionWhileOthersReadIt) {
+  constexpr int kChanges = 500;
+  const auto connection = MakeConnection();
+  const auto published = MakePublished(connection);
+  {
+    StartGate gate(2);
+    std::vector<TestThread> threads;
+    threads.emplace_back([&] {
+      gate.Pass();
+      for (int i = 0; i < kChanges; ++i)
+        published->set_connection(MakeConnection());
+    });
+    threads.emplace_back([&] {
+      gate.Pass();
+      for (int i = 0; i < kChanges; ++i) {
+        EXPECT_NE(published->connection(), nullptr);
+        published->PublishedOn(*connection);
+      }
+    });
+  }
+  EXPECT_EQ(published->connection().use_count(), 2);
+}
+
+}  // namespace
+}  // namespace valmere
