@@ -1,11 +1,11 @@
 // What the benches of the desk share: valmered as a child process, and clients of its socket.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace valmere::bench {
 

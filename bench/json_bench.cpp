@@ -5,6 +5,7 @@
 #include <benchmark/benchmark.h>
 #include <json/reader.h>
 #include <json/writer.h>
+#include <nlohmann/json.hpp>
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -13,7 +14,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 

@@ -3,6 +3,7 @@
 #include "host/options.h"
 
 #include <CLI/CLI.hpp>
+
 #include <chrono>
 #include <cstdint>
 #include <cstdio>

@@ -8,15 +8,15 @@
 // Transfers report Winsock's codes, because that is what the layers above decide by.
 #include "platform/sockets.h"
 
-#include <cerrno>
-#include <utility>
-
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <utility>
 
 #include "platform/kernel.h"
 #include "platform/posix/current_thread.h"

@@ -9,5 +9,4 @@
 #define NOMINMAX
 #endif
 #include <winsock2.h>
-
 #include <windows.h>

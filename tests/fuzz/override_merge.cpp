@@ -1,10 +1,11 @@
 // A property file and its override. The input's first byte tells what is wrong with them, the next
 // two how long the first file's lines are; the rest are the override's.
+#include "persist/file/override_merge.h"
+
 #include <algorithm>
 #include <string>
 #include <vector>
 
-#include "persist/file/override_merge.h"
 #include "persist/file/property_file_writer.h"
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/fuzz/sealed_file.h"

@@ -1,12 +1,12 @@
 #include "net/acceptor.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <memory>
 #include <stdexcept>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "driver/sync/live_counters.h"
 #include "net/listener_factory.h"

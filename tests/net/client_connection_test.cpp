@@ -1,10 +1,10 @@
 #include "net/client_connection.h"
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/scripted_connection.h"
 #include "tests/support/test_thread.h"

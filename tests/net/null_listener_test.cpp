@@ -1,8 +1,8 @@
 #include "net/null_listener.h"
 
-#include <atomic>
-
 #include <gtest/gtest.h>
+
+#include <atomic>
 
 #include "tests/support/test_thread.h"
 

@@ -1,9 +1,9 @@
 #include "net/tcp_connection.h"
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <utility>
-
-#include <gtest/gtest.h>
 
 namespace valmere {
 namespace {

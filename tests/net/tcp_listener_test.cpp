@@ -1,11 +1,11 @@
 // Listener and connections together on real loopback sockets.
 #include "net/tcp_listener.h"
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <utility>
-
-#include <gtest/gtest.h>
 
 #include "net/tcp_connection.h"
 #include "tests/support/test_thread.h"

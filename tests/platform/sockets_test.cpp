@@ -1,14 +1,14 @@
 // Sockets on the loopback address, always on ports that the system chose.
 #include "platform/sockets.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "platform/kernel.h"
 #include "tests/platform/wine.h"

@@ -1,6 +1,7 @@
 #include "tests/tools/command_run.h"
 
 #include <CLI/CLI.hpp>
+
 #include <cstdio>
 #include <fstream>
 #include <iterator>

@@ -1,9 +1,9 @@
 // What is offered for a word, by a command tree of the test's own.
 #include "tools/completion/completion.h"
 
+#include <CLI/CLI.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <CLI/CLI.hpp>
 
 #include <chrono>
 #include <filesystem>

@@ -1,6 +1,4 @@
 // Frames made and taken apart by hand.
-#include "tools/commands/commands.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,6 +6,7 @@
 #include "tests/client/fake_service.h"
 #include "tests/support/hex_example.h"
 #include "tests/tools/command_run.h"
+#include "tools/commands/commands.h"
 #include "tools/commands/frame_reader.h"
 
 namespace valmere::test {

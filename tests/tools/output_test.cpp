@@ -1,10 +1,10 @@
 // What may reach a terminal.
 #include "tools/output/output.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <fcntl.h>
 #include <cstdlib>
 
 namespace valmere::tools {

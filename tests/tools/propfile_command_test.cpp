@@ -1,6 +1,4 @@
 // Property files looked into and mended without the service.
-#include "tools/commands/commands.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -13,6 +11,7 @@
 #include "tests/support/hex_example.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/tools/command_run.h"
+#include "tools/commands/commands.h"
 #include "tools/propfile/propfile_text.h"
 
 namespace valmere::test {

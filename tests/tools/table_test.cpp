@@ -1,11 +1,11 @@
 // What stands on a terminal, and in which colour.
 #include "tools/output/table.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <fcntl.h>
 #include <clocale>
 #include <cstdlib>
 

@@ -2,6 +2,7 @@
 #include "tools/commands/command.h"
 
 #include <CLI/CLI.hpp>
+
 #include <string>
 #include <utility>
 

@@ -1,9 +1,9 @@
 // What holds for all commands may stand before or after a command's name.
 #include "tools/commands/command_line.h"
 
+#include <CLI/CLI.hpp>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <exception>

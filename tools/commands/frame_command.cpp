@@ -1,6 +1,4 @@
 // Both ways work on standard input too, so that they stand between a script and the socket.
-#include "tools/commands/commands.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -13,6 +11,7 @@
 #include "json/json_value.h"
 #include "protocol/wire/message_frame.h"
 #include "tools/commands/command.h"
+#include "tools/commands/commands.h"
 #include "tools/commands/frame_reader.h"
 #include "tools/output/hex_dump.h"
 #include "tools/process/input.h"

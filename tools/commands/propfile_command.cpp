@@ -1,13 +1,12 @@
 // The service reads these files only when it loads them, so each command looks at the whole file and
 // puts a whole one in its place.
-#include "tools/commands/commands.h"
-
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "tools/commands/command.h"
+#include "tools/commands/commands.h"
 #include "tools/output/property_json.h"
 #include "tools/propfile/propfile_output.h"
 #include "tools/propfile/propfile_storage.h"

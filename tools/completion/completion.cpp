@@ -3,6 +3,7 @@
 #include "tools/completion/completion.h"
 
 #include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/App.hpp>
+
 #include <functional>
 #include <optional>
 #include <string>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+
 #include <optional>
 #include <string>
 #include <string_view>

@@ -2,13 +2,11 @@
 
 // Winsock 2 comes first, or the system's header brings its predecessor.
 #include <winsock2.h>
-
-#include <windows.h>
-
 #include <iphlpapi.h>
 #include <malloc.h>
 #include <psapi.h>
 #include <tlhelp32.h>
+#include <windows.h>
 
 #include <algorithm>
 #include <vector>

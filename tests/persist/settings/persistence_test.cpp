@@ -1,11 +1,11 @@
 // Restoring, keeping, the five properties of the component's own.
 #include "persist/settings/persistence.h"
-#include "persist/log/debug_switches.h"
 
 #include <algorithm>
 #include <atomic>
 #include <functional>
 
+#include "persist/log/debug_switches.h"
 #include "tests/persist/file/watched_file_system.h"
 #include "tests/persist/settings/persistence_fixture.h"
 

@@ -1,6 +1,5 @@
 // What a forced end takes from the program that loaded the library, and gives back.
 #include <gtest/gtest.h>
-
 #include <signal.h>
 
 #include <atomic>

@@ -2,8 +2,6 @@
 // calls of this program here first (see CMakeLists.txt).
 #include "platform/sockets.h"
 
-#include "platform/windows/windows_api.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,6 +10,7 @@
 #include <vector>
 
 #include "platform/kernel.h"
+#include "platform/windows/windows_api.h"
 #include "tests/support/test_thread.h"
 
 namespace {

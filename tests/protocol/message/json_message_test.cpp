@@ -1,11 +1,11 @@
 #include "protocol/message/json_message.h"
 
+#include <gtest/gtest.h>
+
 #include <array>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "platform/kernel.h"
 #include "protocol/message/parser_lock.h"

@@ -1,11 +1,11 @@
 #include "protocol/message/property_message.h"
 
+#include <gtest/gtest.h>
+
 #include <array>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "json/json_writer.h"
 #include "tests/support/frames.h"

@@ -1,5 +1,7 @@
 #include "protocol/stream/data_handler_manager.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -7,8 +9,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "protocol/stream/json_message_handler.h"
 #include "store/engine/property_engine.h"

@@ -1,12 +1,12 @@
 #include "protocol/stream/json_message_handler.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "store/engine/property_engine.h"
 #include "store/property/string_property.h"

@@ -1,12 +1,12 @@
 #include "protocol/stream/peekable_stream.h"
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "protocol/message/property_message.h"
 #include "tests/support/frames.h"

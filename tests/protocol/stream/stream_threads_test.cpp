@@ -1,4 +1,6 @@
 // The threads of DataHandlerManager: one per stream, ended and released with it.
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -7,8 +9,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "driver/sync/event_flags.h"
 #include "driver/sync/live_counters.h"

@@ -1,11 +1,11 @@
 #include "protocol/wire/entry_frame.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "protocol/message/property_message.h"
 #include "tests/support/frames.h"

@@ -1,8 +1,8 @@
 #include "protocol/wire/message_frame.h"
 
-#include <string>
-
 #include <gtest/gtest.h>
+
+#include <string>
 
 #include "tests/support/frames.h"
 

@@ -1,11 +1,11 @@
 #include "store/engine/announcements.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <memory>
 #include <string>
 #include <string_view>
-
-#include <gtest/gtest.h>
 
 #include "store/property/component_property.h"
 #include "store/property/string_property.h"

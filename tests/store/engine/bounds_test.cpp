@@ -1,10 +1,10 @@
 // What one client can take of memory and of the others' time.
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "driver/sync/live_counters.h"
 #include "tests/store/engine/engine_fixture.h"

@@ -1,6 +1,8 @@
 // Passes, periods and delivery, pass by pass.
 #include "store/engine/change_publisher.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
@@ -10,8 +12,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "driver/sync/live_counters.h"
 #include "store/property/component_property.h"

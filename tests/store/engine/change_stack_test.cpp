@@ -1,12 +1,12 @@
 #include "store/engine/change_stack.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "store/property/uint_property.h"
 #include "tests/store/engine/start_gate.h"

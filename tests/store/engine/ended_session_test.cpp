@@ -1,12 +1,12 @@
 // Messages of every kind let go when the service ends their session, and only then.
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "tests/store/engine/engine_fixture.h"
 

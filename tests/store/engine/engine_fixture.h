@@ -1,6 +1,8 @@
 // A property engine with clients that speak to it in message texts.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <initializer_list>
 #include <memory>
@@ -9,8 +11,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "store/engine/property_engine.h"
 #include "store/property/property_key.h"

@@ -1,12 +1,12 @@
 // Who owns a property that several clients publish, and who is told what of it.
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "tests/store/engine/engine_fixture.h"
 #include "tests/store/engine/start_gate.h"

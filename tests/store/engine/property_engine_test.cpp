@@ -1,14 +1,14 @@
 // The handling of one message: which keys, in which order, with which result.
 #include "store/engine/property_engine.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "driver/sync/live_counters.h"
 #include "protocol/message/parser_lock.h"

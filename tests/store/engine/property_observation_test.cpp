@@ -1,12 +1,12 @@
 // Who hears of what, asked and told as clients are.
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "persist/log/debug_switches.h"
 #include "store/property/trigger_property.h"

@@ -1,11 +1,11 @@
 // What requests do to properties, asked as clients ask.
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "store/property/trigger_property.h"
 #include "store/property/uint_property.h"

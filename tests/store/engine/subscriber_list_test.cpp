@@ -1,13 +1,13 @@
 #include "store/engine/subscriber_list.h"
 
+#include <gtest/gtest.h>
+
 #include <array>
 #include <memory>
 #include <new>
 #include <set>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/allocations.h"
 #include "tests/support/scripted_connection.h"

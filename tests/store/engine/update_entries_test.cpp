@@ -1,10 +1,10 @@
 #include "store/engine/update_entries.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <string>
 #include <string_view>
-
-#include <gtest/gtest.h>
 
 #include "tests/store/engine/engine_fixture.h"
 #include "tests/support/allocations.h"

@@ -1,11 +1,11 @@
 // Who comes after the owner of a property.
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <memory>
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "net/client_connection.h"
 #include "store/property/component_registry.h"
