@@ -20,7 +20,7 @@ constexpr valmere::platform::WidePathView kPath = u"/Store/bench.ini";
 std::shared_ptr<valmere::platform::FileSystem> Prepare(benchmark::State& state, int lines) {
   auto files = valmere::platform::MakeDeviceFileSystem();
   FileStream file(*files, kPath, OpenFlags::kWrite | OpenFlags::kTruncate);
-  if (!file.WriteAll(valmere::testing::WithTrailer(valmere::testing::ManyLines(lines))) ||
+  if (!file.WriteAll(valmere::test::WithTrailer(valmere::test::ManyLines(lines))) ||
       !file.Complete())
     state.SkipWithError("the folder Store must be under the device root");
   return files;
@@ -46,7 +46,7 @@ void BM_BareReadAndWrite(benchmark::State& state) {
 void BM_Rewrite(benchmark::State& state) {
   const int lines = static_cast<int>(state.range(0));
   const auto files = Prepare(state, lines);
-  const std::string line = valmere::testing::ManyLines(lines / 2 + 1);
+  const std::string line = valmere::test::ManyLines(lines / 2 + 1);
   const std::size_t start = line.rfind('\n', line.size() - 2) + 1;
   const std::string left_side = line.substr(start, line.find('=', start) - start);
   int value = 0;

@@ -19,7 +19,7 @@
 
 namespace {
 
-using valmere::testing::BusyMessage;
+using valmere::test::BusyMessage;
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
@@ -48,8 +48,8 @@ void AwaitReply(std::uint32_t handle) {
 // Who publishes what the clients ask for.
 void Publish() {
   const std::uint32_t owner = PRN_Open(1, 0, 0);
-  Send(owner, FrameOf(valmere::testing::EmptyGroupText(20)));
-  Send(owner, FrameOf(valmere::testing::ManyPropertiesText()));
+  Send(owner, FrameOf(valmere::test::EmptyGroupText(20)));
+  Send(owner, FrameOf(valmere::test::ManyPropertiesText()));
   Send(owner, FrameOf(R"({"PropertyGetRequests":[{"GUID":"g:g"}]})"));
   AwaitReply(owner);
 }
@@ -102,7 +102,7 @@ int main(int argc, char** argv) {
   std::printf("%-38s %4s %10s %10s %8s %8s %6s\n", "at work on", "", "median ms", "most ms", "aim",
               "limit", "clean");
   for (const BusyMessage& message :
-       valmere::testing::MakeBusyMessages(valmere::kMaximumMessageBytes)) {
+       valmere::test::MakeBusyMessages(valmere::kMaximumMessageBytes)) {
     if (argc > 1 && message.name != argv[1]) continue;
     for (const int clients : {1, 10, 100})
       Measure(message, clients, root);

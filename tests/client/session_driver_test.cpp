@@ -17,7 +17,7 @@ std::uint32_t OpenAndRemember(std::uint32_t context, std::uint32_t access,
   return last_handle;
 }
 
-class SessionDriverTest : public valmere::testing::EntryTest {
+class SessionDriverTest : public valmere::test::EntryTest {
  protected:
   SessionDriverTest() {
     options_.timeout = test::kPatience;

@@ -2,7 +2,7 @@
 
 #include "tests/driver/messages.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 // `begin`, as many pieces as fit, `end`. A '#' in a piece becomes a number that counts up.
@@ -88,4 +88,4 @@ std::string ManyPropertiesText() {
   return GroupText("G", kManyProperties);
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

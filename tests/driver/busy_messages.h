@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 struct BusyMessage {
   std::string_view name;
@@ -25,4 +25,4 @@ std::string EmptyGroupText(int properties);
 // What those who ask for all are to find.
 std::string ManyPropertiesText();
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

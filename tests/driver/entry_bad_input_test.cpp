@@ -6,7 +6,7 @@
 #include "tests/driver/entry_fixture.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr std::size_t kIdentifierBytes = 16;
@@ -278,4 +278,4 @@ TEST_F(BadInputTest, AGuidWithoutAColonNamesBothTheSame) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

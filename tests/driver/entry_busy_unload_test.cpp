@@ -14,7 +14,7 @@
 #include "tests/platform/processor_time.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr platform::Ticks kBusySecond = 1000 * platform::kTicksPerMillisecond;
@@ -175,4 +175,4 @@ TEST_F(BusyReplacementTest, EndsTheOldServiceWhateverItIsAtWorkOn) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

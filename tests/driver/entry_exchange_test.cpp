@@ -5,7 +5,7 @@
 #include "tests/driver/entry_fixture.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 const Address kSpeed = {"C0000001", "G0000001:P0000001"};
@@ -190,4 +190,4 @@ TEST_F(ExchangeTest, TheOldServicesPropertiesGoWithIt) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -11,7 +11,7 @@
 #include "tests/platform/device_root.h"
 #include "tests/support/frame_client.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 inline constexpr EntryPoints kEntry = {PRN_Open, PRN_Close, PRN_Read, PRN_Write};
 
@@ -52,4 +52,4 @@ class EntryTest : public ::testing::Test {
   }
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -6,7 +6,7 @@
 #include "tests/persist/file/property_file_samples.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 const std::string kMain = "root/Store/ValmereProperties.ini";
@@ -272,4 +272,4 @@ TEST_F(StoredTest, ASecondStartReplacesTheFirstAndReadsTheFilesAnew) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -8,7 +8,7 @@
 #include "tests/driver/entry_fixture.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 class SharingTest : public EntryTest {};
@@ -176,4 +176,4 @@ TEST_F(SharingTest, WritesToOneClientDoNotMix) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

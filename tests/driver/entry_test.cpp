@@ -4,7 +4,7 @@
 #include "tests/driver/entry_fixture.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 class EntryPointsTest : public EntryTest {};
@@ -142,4 +142,4 @@ TEST_F(EntryPointsTest, KnowsNoControlCodes) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

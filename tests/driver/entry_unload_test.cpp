@@ -15,7 +15,7 @@
 #include "tests/persist/file/property_file_samples.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr const char* kInfoZoneOn =
@@ -197,4 +197,4 @@ TEST_F(ReplacedServiceTest, DropsWhatIsWrittenToAnEndedSession) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // A property as messages name it: its component, and both its GUIDs joined by a colon.
 struct Address {
@@ -65,4 +65,4 @@ inline std::string OwnComponentText() {
       Entry(kOwnComponent, "Valmere", "Components", "Valmere", "Successful", "Valmere"));
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

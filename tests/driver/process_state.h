@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 std::size_t ThreadCount();
 // The files, sockets and other objects of the kernel that are open now.
@@ -17,4 +17,4 @@ std::size_t HeapBytes();
 // The sockets that this process holds and that listen for TCP connections.
 std::size_t ListeningSocketCount();
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -21,7 +21,7 @@
 #include "tests/support/frame_client.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // The entry points, called as the system.
 inline constexpr EntryPoints kSystemEntry = {
@@ -202,4 +202,4 @@ class FaultTest : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
   int uses_ = 0;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -8,7 +8,7 @@
 
 #include "tests/faults/faults.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 template <class... Faults>
 auto EveryFaultOf(Faults... faults) {
@@ -21,4 +21,4 @@ inline std::string FaultName(const ::testing::TestParamInfo<std::tuple<Fault, Ex
          (std::get<Extent>(info.param) == Extent::kOnce ? "Once" : "Onward");
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

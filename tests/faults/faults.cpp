@@ -22,7 +22,7 @@
 #include <exception>
 #include <new>
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr int kNone = -1;
@@ -121,12 +121,12 @@ std::uint64_t PublishingWaits() {
   return g_publishing_waits;
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test
 
 namespace {
 
-using valmere::testing::Fault;
-using valmere::testing::Refused;
+using valmere::test::Fault;
+using valmere::test::Refused;
 
 // Before each block stands whether it is the system's.
 constexpr std::size_t kHeader = alignof(std::max_align_t);
@@ -135,16 +135,16 @@ void* Allocate(std::size_t size) {
   if (Refused(Fault::kMemory)) return nullptr;
   void* const block = std::malloc(size + kHeader);
   if (block == nullptr) return nullptr;
-  const bool of_system = valmere::testing::t_in_system != 0;
+  const bool of_system = valmere::test::t_in_system != 0;
   *static_cast<bool*>(block) = of_system;
-  if (of_system) valmere::testing::g_blocks.fetch_add(1);
+  if (of_system) valmere::test::g_blocks.fetch_add(1);
   return static_cast<char*>(block) + kHeader;
 }
 
 void Free(void* memory) {
   if (memory == nullptr) return;
   void* const block = static_cast<char*>(memory) - kHeader;
-  if (*static_cast<bool*>(block)) valmere::testing::g_blocks.fetch_sub(1);
+  if (*static_cast<bool*>(block)) valmere::test::g_blocks.fetch_sub(1);
   std::free(block);
 }
 
@@ -156,8 +156,8 @@ struct SystemThread {
 void* RunInSystem(void* started) {
   const SystemThread thread = *static_cast<SystemThread*>(started);
   std::free(started);
-  const valmere::testing::InSystem in_system;
-  valmere::testing::t_worker = true;
+  const valmere::test::InSystem in_system;
+  valmere::test::t_worker = true;
   return thread.entry(thread.argument);
 }
 
@@ -221,7 +221,7 @@ extern "C" {
 int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*entry)(void*), void* argument) {
-  if (valmere::testing::t_in_system == 0)
+  if (valmere::test::t_in_system == 0)
     return __real_pthread_create(thread, attributes, entry, argument);
   if (Refused(Fault::kThread)) return EAGAIN;
   void* const started = std::malloc(sizeof(SystemThread));
@@ -249,12 +249,12 @@ int __wrap_sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* dead
   constexpr long kStopMilliseconds = 260;     // less than what a thread that ends is given
   constexpr long kRetryMilliseconds = 150;    // more than a retry waits
   constexpr long kShortMilliseconds = 1;
-  const long wait = valmere::testing::t_in_system == 0 ? 0 : MillisecondsUntil(*deadline);
+  const long wait = valmere::test::t_in_system == 0 ? 0 : MillisecondsUntil(*deadline);
   timespec shortened = *deadline;
-  if (wait > kUnloadMilliseconds && !valmere::testing::t_worker) {
+  if (wait > kUnloadMilliseconds && !valmere::test::t_worker) {
     shortened = InMilliseconds(0);
-  } else if (valmere::testing::t_worker && wait > kRetryMilliseconds && wait < kStopMilliseconds) {
-    valmere::testing::g_publishing_waits.fetch_add(1);
+  } else if (valmere::test::t_worker && wait > kRetryMilliseconds && wait < kStopMilliseconds) {
+    valmere::test::g_publishing_waits.fetch_add(1);
     shortened = InMilliseconds(kShortMilliseconds);
   }
   return __real_sem_clockwait(semaphore, clock, &shortened);
@@ -335,14 +335,14 @@ ssize_t __real_read(int, void*, size_t);
 // Where a thread hangs: in the kernel, until the pipe is closed.
 void HangIfOrdered(Fault fault) {
   int expected = static_cast<int>(fault);
-  if (valmere::testing::t_in_system == 0 || !valmere::testing::t_worker ||
-      !valmere::testing::g_hung.compare_exchange_strong(expected, valmere::testing::kNone))
+  if (valmere::test::t_in_system == 0 || !valmere::test::t_worker ||
+      !valmere::test::g_hung.compare_exchange_strong(expected, valmere::test::kNone))
     return;
-  valmere::testing::g_hangs = true;
+  valmere::test::g_hangs = true;
   char byte;
-  while (__real_read(valmere::testing::g_never_written[0], &byte, 1) < 0 && errno == EINTR) {
+  while (__real_read(valmere::test::g_never_written[0], &byte, 1) < 0 && errno == EINTR) {
   }
-  valmere::testing::g_hangs = false;
+  valmere::test::g_hangs = false;
 }
 
 ssize_t __wrap_read(int file, void* buffer, size_t count) {

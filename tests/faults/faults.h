@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // What can be refused.
 enum class Fault {
@@ -88,4 +88,4 @@ std::int64_t SystemBlocks();
 // millisecond, and the wait of an unload is over at once.
 std::uint64_t PublishingWaits();
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -23,11 +23,11 @@
 namespace valmere::host {
 namespace {
 
-using testing::Extent;
-using testing::Fault;
-using testing::FrameOf;
-using testing::InSystem;
-using testing::OrderedFault;
+using test::Extent;
+using test::Fault;
+using test::FrameOf;
+using test::InSystem;
+using test::OrderedFault;
 
 sockaddr_un AddressOf(const std::string& path) {
   sockaddr_un address{};
@@ -96,7 +96,7 @@ class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
   HostFaults() {
     Start();
     Stop();
-    blocks_ = testing::SystemBlocks();
+    blocks_ = test::SystemBlocks();
     descriptors_ = CountDescriptors();
     Start();
   }
@@ -122,7 +122,7 @@ class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
   }
   void StopCleanly() {
     Stop();
-    EXPECT_EQ(testing::SystemBlocks(), blocks_);
+    EXPECT_EQ(test::SystemBlocks(), blocks_);
     EXPECT_EQ(CountDescriptors(), descriptors_);
   }
 
@@ -138,14 +138,14 @@ class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
     }
   }
 
-  const testing::DeviceRoot folder_;
+  const test::DeviceRoot folder_;
   const std::string path_ = folder_.At("socket");
   const DriverLibrary driver_{ECHO_DRIVER};
   const Limits limits_;
   std::optional<ListeningSocket> listener_;
   std::int64_t blocks_ = 0;
   int descriptors_ = 0;
-  std::optional<testing::TestThread> thread_;
+  std::optional<test::TestThread> thread_;
 };
 
 TEST_P(HostFaults, CostAtMostTheClientConcerned) {
@@ -192,12 +192,12 @@ TEST_P(HostFaults, CostAtMostALoadOfThePropertyFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, HostFaults,
-                         testing::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kLoop),
-                         testing::FaultName);
+                         test::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kLoop),
+                         test::FaultName);
 // While nobody can be accepted, clients wait.
 INSTANTIATE_TEST_SUITE_P(Single, HostFaults,
                          ::testing::Values(std::tuple(Fault::kSocket, Extent::kOnce)),
-                         testing::FaultName);
+                         test::FaultName);
 
 }  // namespace
 }  // namespace valmere::host

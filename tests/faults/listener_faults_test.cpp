@@ -17,23 +17,23 @@
 namespace valmere {
 namespace {
 
-using testing::Extent;
-using testing::Fault;
-using testing::InSystem;
-using testing::OrderedFault;
-using testing::Remains;
+using test::Extent;
+using test::Fault;
+using test::InSystem;
+using test::OrderedFault;
+using test::Remains;
 
 // A service with nothing but its network.
 class ListeningService {
  public:
   ListeningService() {
     const InSystem in_system;
-    tasks_ = std::make_shared<TaskQueue>(testing::kTestPriority);
-    handlers_ = std::make_shared<DataHandlerManager>(ServiceContext{testing::MakeTestEngine()},
-                                                     nullptr, tasks_, testing::kTestPriority);
+    tasks_ = std::make_shared<TaskQueue>(test::kTestPriority);
+    handlers_ = std::make_shared<DataHandlerManager>(ServiceContext{test::MakeTestEngine()},
+                                                     nullptr, tasks_, test::kTestPriority);
     handlers_->RegisterFactory(std::make_shared<JsonMessageFactory>());
     listener_ = std::make_shared<TcpListener>(std::uint16_t{0}, 10);
-    acceptor_.emplace(listener_, handlers_, testing::kTestPriority);
+    acceptor_.emplace(listener_, handlers_, test::kTestPriority);
   }
   ~ListeningService() {
     const InSystem in_system;
@@ -46,8 +46,8 @@ class ListeningService {
   // Whether a new peer is answered; false when its connection is closed instead.
   bool Answers() const {
     const auto socket = platform::ConnectLoopback(listener_->bound_port());
-    const std::string request = testing::FrameOf(testing::GetText({"C", "G:P"}));
-    const std::string reply = testing::FrameOf(testing::NotFoundText({"C", "G:P"}));
+    const std::string request = test::FrameOf(test::GetText({"C", "G:P"}));
+    const std::string reply = test::FrameOf(test::NotFoundText({"C", "G:P"}));
     socket->Send(request.data(), static_cast<int>(request.size()));
     std::string received(reply.size(), '\0');
     for (std::size_t at = 0; at < reply.size();) {
@@ -60,7 +60,7 @@ class ListeningService {
   }
   // Whether each stream is released once its peer has gone.
   bool KeepsNoStream() const {
-    return testing::Eventually([&] { return handlers_->LiveStreams() == 0; });
+    return test::Eventually([&] { return handlers_->LiveStreams() == 0; });
   }
 
  private:
@@ -91,7 +91,7 @@ TEST_P(ListenerFaults, CostThatPeer) {
 }
 
 std::string NameOfListenerFault(const ::testing::TestParamInfo<Fault>& info) {
-  return testing::TestNameOf(info.param);
+  return test::TestNameOf(info.param);
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, ListenerFaults,

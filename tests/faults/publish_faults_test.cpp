@@ -5,20 +5,20 @@
 namespace valmere {
 namespace {
 
-using testing::Address;
-using testing::Eventually;
-using testing::Extent;
-using testing::Fault;
-using testing::FaultClient;
-using testing::GetText;
-using testing::Holds;
-using testing::kOwnComponent;
-using testing::OrderedFault;
-using testing::PublishedText;
-using testing::PublishingWaits;
-using testing::ValueText;
+using test::Address;
+using test::Eventually;
+using test::Extent;
+using test::Fault;
+using test::FaultClient;
+using test::GetText;
+using test::Holds;
+using test::kOwnComponent;
+using test::OrderedFault;
+using test::PublishedText;
+using test::PublishingWaits;
+using test::ValueText;
 
-class PublishFaults : public testing::FaultTest {
+class PublishFaults : public test::FaultTest {
  protected:
   void SetUp() override {
     FaultTest::SetUp();
@@ -70,7 +70,7 @@ TEST_P(PublishFaults, OfAnUpdateCostNoMoreThanThatUpdate) {
     } else {
       // The component's session has ended, and its property went with it.
       EXPECT_FALSE(component.Ask(get));
-      EXPECT_EQ(FaultClient().Ask(get), testing::NotFoundText(address));
+      EXPECT_EQ(FaultClient().Ask(get), test::NotFoundText(address));
       if (extent() == Extent::kOnce) {
         EXPECT_TRUE(Hears(subscriber, "Property No Longer Available"));
       }
@@ -121,7 +121,7 @@ TEST_P(PublishFaults, OfASetForAnotherComponentLeaveBothSidesInStep) {
     EXPECT_TRUE(Holds(component.Ask(GetText(address)), ValueText("before")));
     FaultClient client;
     OrderedFault ordered(fault(), n, extent());
-    const bool sent = client.Send(testing::SetText(address, "wanted"));
+    const bool sent = client.Send(test::SetText(address, "wanted"));
     const bool done = sent && client.Ask(GetText(kOwnComponent)).has_value();
     const bool reached = ordered.End();
     if (done) {
@@ -137,9 +137,8 @@ TEST_P(PublishFaults, OfASetForAnotherComponentLeaveBothSidesInStep) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, PublishFaults,
-                         testing::EveryFaultOf(Fault::kMemory, Fault::kThread,
-                                               Fault::kKernelObject),
-                         testing::FaultName);
+                         test::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject),
+                         test::FaultName);
 
 }  // namespace
 }  // namespace valmere

@@ -4,20 +4,20 @@
 namespace valmere {
 namespace {
 
-using testing::Extent;
-using testing::Fault;
-using testing::FaultClient;
-using testing::Holds;
-using testing::kPeriod;
-using testing::OrderedFault;
+using test::Extent;
+using test::Fault;
+using test::FaultClient;
+using test::Holds;
+using test::kPeriod;
+using test::OrderedFault;
 
-class RequestFaults : public testing::FaultTest {};
+class RequestFaults : public test::FaultTest {};
 
 TEST_P(RequestFaults, CostNoMoreThanTheSession) {
   Start();
   ASSERT_TRUE(Use());
   FaultClient bystander;
-  ASSERT_EQ(bystander.Ask(testing::GetText(testing::kOwnComponent)), testing::OwnComponentText());
+  ASSERT_EQ(bystander.Ask(test::GetText(test::kOwnComponent)), test::OwnComponentText());
   ForEachFault([&](std::uint64_t n) {
     const std::string value = std::to_string(500 + n);
     OrderedFault ordered(fault(), n, extent());
@@ -25,15 +25,15 @@ TEST_P(RequestFaults, CostNoMoreThanTheSession) {
       FaultClient client;
       const auto set = client.Ask(SetAndGetText(kPeriod, value));
       if (set) {
-        EXPECT_TRUE(Holds(set, testing::ValueText(value)));
+        EXPECT_TRUE(Holds(set, test::ValueText(value)));
       }
       const auto all = client.Ask(R"({"GetAllProperties": true})");
       if (set && all) {
-        EXPECT_TRUE(Holds(all, testing::ValueText(value)));
+        EXPECT_TRUE(Holds(all, test::ValueText(value)));
       }
     }
     const bool reached = ordered.End();
-    EXPECT_TRUE(bystander.Ask(testing::GetText(testing::kOwnComponent)));
+    EXPECT_TRUE(bystander.Ask(test::GetText(test::kOwnComponent)));
     EXPECT_TRUE(Serves(1));
     return reached;
   });
@@ -58,7 +58,7 @@ TEST_P(RequestFaults, CostNoMoreThanTheSessionOfALongMessage) {
   Start();
   ASSERT_TRUE(Use());
   FaultClient bystander;
-  ASSERT_EQ(bystander.Ask(testing::GetText(testing::kOwnComponent)), testing::OwnComponentText());
+  ASSERT_EQ(bystander.Ask(test::GetText(test::kOwnComponent)), test::OwnComponentText());
   const std::string text = LongText();
   ForEachFault([&](std::uint64_t n) {
     OrderedFault ordered(fault(), n, extent());
@@ -69,7 +69,7 @@ TEST_P(RequestFaults, CostNoMoreThanTheSessionOfALongMessage) {
       }
     }
     const bool reached = ordered.End();
-    EXPECT_TRUE(bystander.Ask(testing::GetText(testing::kOwnComponent)));
+    EXPECT_TRUE(bystander.Ask(test::GetText(test::kOwnComponent)));
     EXPECT_TRUE(Serves(1));
     return reached;
   });
@@ -79,9 +79,8 @@ TEST_P(RequestFaults, CostNoMoreThanTheSessionOfALongMessage) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, RequestFaults,
-                         testing::EveryFaultOf(Fault::kMemory, Fault::kThread,
-                                               Fault::kKernelObject),
-                         testing::FaultName);
+                         test::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject),
+                         test::FaultName);
 
 }  // namespace
 }  // namespace valmere

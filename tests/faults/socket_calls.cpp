@@ -6,8 +6,8 @@
 
 #include "tests/faults/faults.h"
 
-using valmere::testing::Fault;
-using valmere::testing::Refused;
+using valmere::test::Fault;
+using valmere::test::Refused;
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {

@@ -5,15 +5,15 @@
 namespace valmere {
 namespace {
 
-using testing::Extent;
-using testing::Fault;
-using testing::FaultClient;
-using testing::OrderedFault;
+using test::Extent;
+using test::Fault;
+using test::FaultClient;
+using test::OrderedFault;
 
 // So many starts are followed by one look at every thread of the service.
 constexpr std::uint64_t kStartsForEachUse = 32;
 
-class StartFaults : public testing::FaultTest {
+class StartFaults : public test::FaultTest {
  protected:
   static std::size_t Properties() {
     const std::string all = FaultClient().Ask(R"({"GetAllProperties": true})").value_or("");
@@ -44,7 +44,7 @@ TEST_P(StartFaults, LeaveAWholeServiceOrNone) {
   });
 }
 
-class ReplacementFaults : public testing::FaultTest {};
+class ReplacementFaults : public test::FaultTest {};
 
 // Handles count from one again in a new service.
 TEST_P(ReplacementFaults, LeaveTheNewServiceOrNone) {
@@ -69,7 +69,7 @@ TEST(FirstText, IsRefusedWhereItsLocksAreAndMadeOnceTheyAreNot) {
   for (std::uint64_t n = 1;; ++n) {
     OrderedFault ordered(Fault::kKernelObject, n, Extent::kOnce);
     try {
-      const testing::InSystem in_system;
+      const test::InSystem in_system;
       EXPECT_EQ(StringProperty::Make("value", "P", "Name", "G", "Group")->ToString(), "value");
     } catch (const std::bad_alloc&) {
     }
@@ -78,14 +78,14 @@ TEST(FirstText, IsRefusedWhereItsLocksAreAndMadeOnceTheyAreNot) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, StartFaults,
-                         testing::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
-                                               Fault::kOpen, Fault::kLook, Fault::kRead,
-                                               Fault::kWrite),
-                         testing::FaultName);
+                         test::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
+                                            Fault::kOpen, Fault::kLook, Fault::kRead,
+                                            Fault::kWrite),
+                         test::FaultName);
 
 INSTANTIATE_TEST_SUITE_P(Every, ReplacementFaults,
-                         testing::EveryFaultOf(Fault::kThread, Fault::kKernelObject, Fault::kOpen),
-                         testing::FaultName);
+                         test::EveryFaultOf(Fault::kThread, Fault::kKernelObject, Fault::kOpen),
+                         test::FaultName);
 
 }  // namespace
 }  // namespace valmere

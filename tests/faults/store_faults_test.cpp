@@ -13,24 +13,23 @@
 namespace valmere {
 namespace {
 
-using testing::Eventually;
-using testing::Extent;
-using testing::Fault;
-using testing::FaultClient;
-using testing::Holds;
-using testing::InSystem;
-using testing::kPeriod;
-using testing::OrderedFault;
-using testing::PropertyFile;
+using test::Eventually;
+using test::Extent;
+using test::Fault;
+using test::FaultClient;
+using test::Holds;
+using test::InSystem;
+using test::kPeriod;
+using test::OrderedFault;
+using test::PropertyFile;
 
-class StoreFaults : public testing::FaultTest {
+class StoreFaults : public test::FaultTest {
  protected:
   static RewriteResult Rewrite(platform::FileSystem& files, std::string_view value) {
     const InSystem in_system;
-    const std::string_view left_side =
-        testing::kPeriodLine.substr(0, testing::kPeriodLine.size() - 1);
+    const std::string_view left_side = test::kPeriodLine.substr(0, test::kPeriodLine.size() - 1);
     try {
-      return RewriteLine(files, MakeWriteRequest(left_side, value, testing::kPropertyFile));
+      return RewriteLine(files, MakeWriteRequest(left_side, value, test::kPropertyFile));
     } catch (const std::bad_alloc&) {
       return RewriteResult::kShortRead;
     }
@@ -74,7 +73,7 @@ TEST_P(StoreFaults, DoNotMakeAFileAMissingOne) {
     OrderedFault ordered(fault(), n, extent());
     try {
       const InSystem in_system;
-      EXPECT_TRUE(files->Exists(testing::kPropertyFile));
+      EXPECT_TRUE(files->Exists(test::kPropertyFile));
     } catch (const std::bad_alloc&) {
     }
     return ordered.End();
@@ -90,7 +89,7 @@ TEST_P(StoreFaults, OfAServiceCostItNothing) {
     OrderedFault ordered(fault(), n, extent());
     {
       FaultClient client;
-      client.Ask(testing::SetAndGetText(kPeriod, meanwhile));
+      client.Ask(test::SetAndGetText(kPeriod, meanwhile));
       EXPECT_TRUE(Eventually(
           [&] { return ordered.reached() || device_.Get(kFile) == PropertyFile(meanwhile); }));
     }
@@ -98,8 +97,7 @@ TEST_P(StoreFaults, OfAServiceCostItNothing) {
 
     FaultClient client;
     const std::string after = std::to_string(20'000 + n);
-    EXPECT_TRUE(
-        Holds(client.Ask(testing::SetAndGetText(kPeriod, after)), testing::ValueText(after)));
+    EXPECT_TRUE(Holds(client.Ask(test::SetAndGetText(kPeriod, after)), test::ValueText(after)));
     EXPECT_TRUE(Eventually([&] { return device_.Get(kFile) == PropertyFile(after); }));
     return reached;
   });
@@ -118,7 +116,7 @@ TEST_P(StoreFaults, OfACommandAreToldByItsProperties) {
   const auto sink = std::make_shared<Sink>();
   const auto persistence = [] {
     const InSystem in_system;
-    return Persistence::Make(platform::MakeDeviceFileSystem(), testing::kPropertyFile, u"/none");
+    return Persistence::Make(platform::MakeDeviceFileSystem(), test::kPropertyFile, u"/none");
   }();
   persistence->AttachEngine(sink);
   const auto number = UIntProperty::Make(0, "B2", "Of another program", "A1", "Group");
@@ -127,7 +125,7 @@ TEST_P(StoreFaults, OfACommandAreToldByItsProperties) {
   const auto store = sink->properties.at("Store Properties");
   ForEachFault([&](std::uint64_t n) {
     device_.Put(kFile,
-                testing::WithTrailer("A1:B2|Group:Of another program=" + std::to_string(n) + "\n"));
+                test::WithTrailer("A1:B2|Group:Of another program=" + std::to_string(n) + "\n"));
     OrderedFault ordered(fault(), n, extent());
     {
       const InSystem in_system;
@@ -163,9 +161,9 @@ TEST_P(StoreFaults, OfALineLeaveTheChangeToTheOtherListeners) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, StoreFaults,
-                         testing::EveryFaultOf(Fault::kMemory, Fault::kOpen, Fault::kLook,
-                                               Fault::kRead, Fault::kWrite, Fault::kTornWrite),
-                         testing::FaultName);
+                         test::EveryFaultOf(Fault::kMemory, Fault::kOpen, Fault::kLook,
+                                            Fault::kRead, Fault::kWrite, Fault::kTornWrite),
+                         test::FaultName);
 
 }  // namespace
 }  // namespace valmere

@@ -4,27 +4,27 @@
 namespace valmere {
 namespace {
 
-using testing::Extent;
-using testing::Fault;
-using testing::FaultClient;
-using testing::OrderedFault;
-using testing::Remains;
+using test::Extent;
+using test::Fault;
+using test::FaultClient;
+using test::OrderedFault;
+using test::Remains;
 
-class UnloadFaults : public testing::FaultTest {};
+class UnloadFaults : public test::FaultTest {};
 
 TEST_P(UnloadFaults, LeaveNothingOfTheService) {
   ForEachFault([this](std::uint64_t n) {
     Start();
     {
-      const testing::Address address = {"component", "group:property"};
+      const test::Address address = {"component", "group:property"};
       FaultClient subscriber;
       FaultClient component;
       FaultClient unfinished;
       FaultClient never_used;
       EXPECT_TRUE(subscriber.Send(R"({"SubscribeAllCurrentAndNewProperties": true})"));
-      EXPECT_TRUE(component.Send(testing::PublishedText(address, "value")));
-      EXPECT_TRUE(component.Ask(testing::GetText(address)));
-      EXPECT_TRUE(component.Send(testing::SetText(testing::kPeriod, "1000")));
+      EXPECT_TRUE(component.Send(test::PublishedText(address, "value")));
+      EXPECT_TRUE(component.Ask(test::GetText(address)));
+      EXPECT_TRUE(component.Send(test::SetText(test::kPeriod, "1000")));
       EXPECT_TRUE(unfinished.SendBytes("half a frame"));
 
       OrderedFault ordered(fault(), n, extent());
@@ -46,10 +46,10 @@ TEST_P(UnloadFaults, LeaveNothingOfTheService) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, UnloadFaults,
-                         testing::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
-                                               Fault::kOpen, Fault::kLook, Fault::kRead,
-                                               Fault::kWrite),
-                         testing::FaultName);
+                         test::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
+                                            Fault::kOpen, Fault::kLook, Fault::kRead,
+                                            Fault::kWrite),
+                         test::FaultName);
 
 }  // namespace
 }  // namespace valmere

@@ -10,12 +10,12 @@
 namespace valmere {
 namespace {
 
-using fuzz::Require;
+using test::Require;
 
 constexpr unsigned kMostPieces = 8;
 
 const std::string& Goodbye() {
-  static const std::string frame = testing::FrameOf(R"({"Disconnect": true})");
+  static const std::string frame = test::FrameOf(R"({"Disconnect": true})");
   return frame;
 }
 
@@ -50,9 +50,9 @@ std::string ReadToTheEnd(DriverSession& session) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace valmere;
-  static fuzz::MemoryService service;
+  static test::MemoryService service;
   service.BeginRun();
-  fuzz::Choices choices(data, size);
+  test::Choices choices(data, size);
   std::string_view lengths = choices.Bytes(choices.Byte() % kMostPieces);
   const std::string stream(choices.Rest());
 
@@ -68,10 +68,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // A stream of frames ends by a last one wherever it stopped: what waits for the rest of a field is
   // given too much or too little. A text that takes just so much of that frame that a session goes on
   // after it is followed by another. Any other stream ends with its handle alone.
-  if (const std::string ended = stream + Goodbye(); ended.starts_with(testing::IdentifierBytes())) {
+  if (const std::string ended = stream + Goodbye(); ended.starts_with(test::IdentifierBytes())) {
     Write(*session, Goodbye());
     if (EndsBetweenFields(ended)) Write(*session, Goodbye());
-    Require(fuzz::RequireFrames(ReadToTheEnd(*session)).empty(), "frames are received whole");
+    Require(test::RequireFrames(ReadToTheEnd(*session)).empty(), "frames are received whole");
   }
   Require(service->CloseSession(handle), "a handle is open until it is closed");
   return 0;

@@ -10,7 +10,7 @@
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/support/frames.h"
 
-namespace valmere::fuzz {
+namespace valmere::test {
 
 // A client is told of properties, or asked to set its own.
 inline void RequireMessage(std::string_view text) {
@@ -28,7 +28,7 @@ inline constexpr std::size_t kTextBytesRead = 10'000;
 
 // Looks at each frame, and into the first texts; what is left is the beginning of one that did not come whole.
 inline std::string_view RequireFrames(std::string_view bytes) {
-  const std::string identifier = testing::IdentifierBytes();
+  const std::string identifier = test::IdentifierBytes();
   std::size_t read = 0;
   while (bytes.size() >= kFrameHeaderBytes) {
     Require(bytes.starts_with(identifier), "what is received is frames");
@@ -43,4 +43,4 @@ inline std::string_view RequireFrames(std::string_view bytes) {
   return bytes;
 }
 
-}  // namespace valmere::fuzz
+}  // namespace valmere::test

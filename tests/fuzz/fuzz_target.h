@@ -10,7 +10,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-namespace valmere::fuzz {
+namespace valmere::test {
 
 // Ends the process where `holds` is false, as a sanitizer does that finds something.
 inline void Require(bool holds, const char* what) {
@@ -45,4 +45,4 @@ class Choices {
   std::string_view left_;
 };
 
-}  // namespace valmere::fuzz
+}  // namespace valmere::test

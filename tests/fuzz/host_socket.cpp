@@ -27,7 +27,7 @@
 namespace valmere {
 namespace {
 
-using fuzz::Require;
+using test::Require;
 
 constexpr unsigned kMostPieces = 8;
 constexpr long kPauseNanoseconds = 50'000;
@@ -37,7 +37,7 @@ constexpr std::size_t kUnreadBytes = 8192;
 // The service behind the entry points below. A call holds the lock only to look its session up, so
 // that a read that waits does not keep the service.
 std::mutex g_service_lock;
-fuzz::MemoryService* g_service = nullptr;
+test::MemoryService* g_service = nullptr;
 platform::Semaphore g_closed;  // released for each handle that the host has closed
 
 std::shared_ptr<DriverSession> FindSession(std::uint32_t handle) {
@@ -123,7 +123,7 @@ class RunningServer {
  private:
   static constexpr std::array kSignals = {SIGTERM, SIGINT, SIGHUP};
 
-  fuzz::MemoryService service_;
+  test::MemoryService service_;
   host::ListeningSocket listener_;
   // The program itself: its entry points are below.
   host::DriverLibrary driver_{""};
@@ -155,7 +155,7 @@ void Pause(int client, std::string& received) {
   if (ppoll(&readable, 1, &patience, nullptr) > 0) Receive(client, MSG_DONTWAIT, received);
 }
 
-void SendInPieces(int client, fuzz::Choices& choices, std::string& received) {
+void SendInPieces(int client, test::Choices& choices, std::string& received) {
   const std::string_view lengths = choices.Bytes(choices.Byte() % kMostPieces);
   for (const char byte : lengths) {
     const auto length = static_cast<unsigned char>(byte);
@@ -165,7 +165,7 @@ void SendInPieces(int client, fuzz::Choices& choices, std::string& received) {
   Send(client, choices.Rest());
 }
 
-void Talk(int client, fuzz::Choices choices) {
+void Talk(int client, test::Choices choices) {
   enum End : unsigned { kHalfClose, kCloseAtOnce, kShutDown, kEnds };
   const unsigned end = choices.Byte() % kEnds;
   std::string received;
@@ -173,7 +173,7 @@ void Talk(int client, fuzz::Choices choices) {
   if (end == kCloseAtOnce) return;
   shutdown(client, end == kHalfClose ? SHUT_WR : SHUT_RDWR);
   Receive(client, 0, received);
-  const std::string_view cut = fuzz::RequireFrames(received);
+  const std::string_view cut = test::RequireFrames(received);
   Require(end != kHalfClose || cut.empty() || received.size() > kUnreadBytes,
           "frames are received whole, unless too many were left unread");
 }
@@ -225,7 +225,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static RunningServer server;
   server.BeginRun();
   const int client = server.Connect();
-  Talk(client, fuzz::Choices(data, size));
+  Talk(client, test::Choices(data, size));
   close(client);
   g_closed.Wait();
   return 0;

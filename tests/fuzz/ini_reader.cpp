@@ -10,7 +10,7 @@
 namespace valmere {
 namespace {
 
-using fuzz::Require;
+using test::Require;
 
 constexpr platform::WidePathView kVersionFile = u"\\windows\\version.ini";
 
@@ -47,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t end = std::min(input.find('\n'), input.size());
   const std::string key = input.substr(0, end);
   const std::string text = input.substr(std::min(end + 1, input.size()));
-  testing::MemoryFileSystem files;
+  test::MemoryFileSystem files;
   files.Put(kVersionFile, text);
   Check(ReadIniValue(files, platform::WidePath(kVersionFile), key), LineOf(text, key), key);
   return 0;

@@ -9,7 +9,7 @@
 namespace valmere {
 namespace {
 
-using fuzz::Require;
+using test::Require;
 
 constexpr platform::WidePathView kNameFile = u"/Store/LogFileName.txt";
 constexpr platform::WidePathView kDefault = u"/Store/ValmereLog.txt";
@@ -37,7 +37,7 @@ std::string FirstLine(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace valmere;
   const std::string_view text(reinterpret_cast<const char*>(data), size);
-  testing::MemoryFileSystem files;
+  test::MemoryFileSystem files;
   files.Put(kNameFile, text);
   const platform::WidePath path = ReadLogFileName(files, kNameFile);
   const std::string line = FirstLine(text);

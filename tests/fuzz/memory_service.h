@@ -6,7 +6,7 @@
 
 #include "driver/service/service.h"
 
-namespace valmere::fuzz {
+namespace valmere::test {
 
 // Purpose: one service for many runs, and a new one now and then: the log that it keeps in memory
 //   and the files that clients have named go with the old one.
@@ -33,4 +33,4 @@ class MemoryService {
   std::unique_ptr<ValmereService> service_;
 };
 
-}  // namespace valmere::fuzz
+}  // namespace valmere::test

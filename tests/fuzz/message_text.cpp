@@ -23,8 +23,8 @@
 namespace valmere {
 namespace {
 
-using fuzz::Require;
-using testing::Written;
+using test::Require;
+using test::Written;
 
 // The plain reading takes the third power of a text's length.
 constexpr std::size_t kLongestForReference = 24;
@@ -67,7 +67,7 @@ JsonValue ForWriting(const JsonValue& value) {
 void ReadAsTheRulesSay(const std::string& text, const std::optional<JsonValue>& parsed) {
   if (text.size() > kLongestForReference) return;
   try {
-    const std::optional<JsonValue> reference = testing::ReferenceParse(text);
+    const std::optional<JsonValue> reference = test::ReferenceParse(text);
     Require(parsed.has_value(), "the parser throws only where the rules do");
     Require(*parsed == reference.value_or(JsonValue()), "the parser gives what the rules give");
   } catch (const std::invalid_argument&) {
@@ -86,16 +86,16 @@ void WriteAndReadAgain(const JsonValue& value) {
 
 struct Requests {
   explicit Requests(const PropertyMessage& message)
-      : sets(testing::SetRequestsOf(message)), responses(testing::GetResponsesOf(message)) {
+      : sets(test::SetRequestsOf(message)), responses(test::GetResponsesOf(message)) {
     for (const PropertySetRecord& set : sets)
       texts.insert(texts.end(), {set.guid, set.group_guid, set.component, set.value});
     for (const PropertyResponseRecord& response : responses)
       texts.insert(texts.end(),
                    {response.group_guid, response.group_name, response.guid, response.name,
                     response.value, response.status, response.component, response.component_name});
-    for (const PropertyAddress& address : testing::GetRequestsOf(message))
+    for (const PropertyAddress& address : test::GetRequestsOf(message))
       addresses.push_back(address);
-    for (const PropertyAddress& address : testing::SubscribeRequestsOf(message))
+    for (const PropertyAddress& address : test::SubscribeRequestsOf(message))
       subscriptions.insert(subscriptions.end(),
                            {address.component, address.group_guid, address.guid});
   }
@@ -108,7 +108,7 @@ struct Requests {
 };
 
 bool Read(PropertyMessage& message, const std::string& text) {
-  testing::ScriptedConnection connection(testing::FieldsOf(text));
+  test::ScriptedConnection connection(test::FieldsOf(text));
   return message.Read(connection);
 }
 
@@ -119,7 +119,7 @@ void SayRequestsAgain(const PropertyMessage& message) {
   said.SetRequests(requests.sets);
   said.GetResponses(requests.responses);
   said.SubscribeList({});
-  for (const PropertyAddress& address : testing::SubscribeRequestsOf(message))
+  for (const PropertyAddress& address : test::SubscribeRequestsOf(message))
     said.AddSubscribeEntry(address);
   PropertyMessage heard;
   Require(Read(heard, Written(said.object())), "requests that were built can be read");

@@ -14,18 +14,18 @@
 namespace valmere {
 namespace {
 
-using fuzz::kMainFile;
-using fuzz::kOverrideFile;
-using fuzz::Require;
+using test::kMainFile;
+using test::kOverrideFile;
+using test::Require;
 
 enum Fault : unsigned { kMainUnsealed = 1, kOverrideUnsealed = 2, kNoOverride = 4, kKept = 8 };
 
-void Put(testing::MemoryFileSystem& files, platform::WidePathView path, std::string_view body,
+void Put(test::MemoryFileSystem& files, platform::WidePathView path, std::string_view body,
          bool unsealed) {
-  files.Put(path, unsealed ? std::string(body) : fuzz::Sealed(body));
+  files.Put(path, unsealed ? std::string(body) : test::Sealed(body));
 }
 
-PropertyMap ReadOf(testing::MemoryFileSystem& files, platform::WidePathView path,
+PropertyMap ReadOf(test::MemoryFileSystem& files, platform::WidePathView path,
                    PropertyFileResult& result) {
   PropertyMap map;
   result = ReadPropertyFile(files, path, map);
@@ -51,7 +51,7 @@ bool SameValues(const PropertyMap& left, const PropertyMap& right) {
                     });
 }
 
-void Merge(testing::MemoryFileSystem& files, bool one_line_for_each, bool removals_fail) {
+void Merge(test::MemoryFileSystem& files, bool one_line_for_each, bool removals_fail) {
   PropertyFileResult main_result = PropertyFileResult::kRead;
   PropertyFileResult override_result = PropertyFileResult::kRead;
   PropertyMap expected = ReadOf(files, kMainFile, main_result);
@@ -89,11 +89,11 @@ void Merge(testing::MemoryFileSystem& files, bool one_line_for_each, bool remova
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace valmere;
-  fuzz::Choices choices(data, size);
+  test::Choices choices(data, size);
   const unsigned faults = choices.Byte();
   const std::size_t low = choices.Byte();
   const std::string_view main_body = choices.Bytes(low + 256 * std::size_t{choices.Byte()});
-  testing::MemoryFileSystem files;
+  test::MemoryFileSystem files;
   Put(files, kMainFile, main_body, (faults & kMainUnsealed) != 0);
   if ((faults & kNoOverride) == 0)
     Put(files, kOverrideFile, choices.Rest(), (faults & kOverrideUnsealed) != 0);
@@ -101,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   PropertyMap map;
   const bool sound = ReadPropertyFile(files, kMainFile, map) == PropertyFileResult::kRead;
-  Merge(files, sound && (faults & kMainUnsealed) == 0 && fuzz::HasOneLineForEach(main_body, map),
+  Merge(files, sound && (faults & kMainUnsealed) == 0 && test::HasOneLineForEach(main_body, map),
         (faults & kKept) != 0);
   return 0;
 }

@@ -12,16 +12,16 @@
 namespace valmere {
 namespace {
 
-using fuzz::kMainFile;
-using fuzz::Require;
+using test::kMainFile;
+using test::Require;
 
-void Rewrite(testing::MemoryFileSystem& files, const PropertyLine& line) {
+void Rewrite(test::MemoryFileSystem& files, const PropertyLine& line) {
   Require(RewriteLine(files, MakeWriteRequest(line.left_side, line.value, kMainFile)) ==
               RewriteResult::kWritten,
           "a line can be written");
 }
 
-PropertyMap ReadBack(testing::MemoryFileSystem& files, PropertyFileResult& result) {
+PropertyMap ReadBack(test::MemoryFileSystem& files, PropertyFileResult& result) {
   PropertyMap map;
   result = ReadPropertyFile(files, kMainFile, map);
   return map;
@@ -33,7 +33,7 @@ constexpr std::size_t kLinesWrittenAnew = 4;
 void WriteLinesAnew(PropertyMap map) {
   while (map.size() > kLinesWrittenAnew)
     map.erase(std::prev(map.end()));
-  testing::MemoryFileSystem files;
+  test::MemoryFileSystem files;
   for (const auto& [key, line] : map)
     Rewrite(files, line);
   PropertyFileResult result = PropertyFileResult::kRead;
@@ -43,7 +43,7 @@ void WriteLinesAnew(PropertyMap map) {
 }
 
 // Also in a file with a wrong trailer, whose lines nobody knows.
-void ReplaceOneLine(testing::MemoryFileSystem& files, PropertyMap map, bool lines_end) {
+void ReplaceOneLine(test::MemoryFileSystem& files, PropertyMap map, bool lines_end) {
   const PropertyLine line =
       map.empty() ? PropertyLine{"k|g:n", "1"} : PropertyLine{map.begin()->second.left_side, "new"};
   Rewrite(files, line);
@@ -66,16 +66,16 @@ void ReplaceOneLine(testing::MemoryFileSystem& files, PropertyMap map, bool line
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace valmere;
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  testing::MemoryFileSystem files;
-  files.Put(fuzz::kMainFile, bytes);
+  test::MemoryFileSystem files;
+  files.Put(test::kMainFile, bytes);
   PropertyMap map;
-  const PropertyFileResult result = ReadPropertyFile(files, fuzz::kMainFile, map);
+  const PropertyFileResult result = ReadPropertyFile(files, test::kMainFile, map);
   const bool taken =
       result == PropertyFileResult::kRead || result == PropertyFileResult::kMalformedLine;
   Require(taken || map.empty(), "a file that is refused gives nothing");
   const std::string_view body = taken ? bytes.substr(0, size - kPropertyFileTrailer) : "";
   Require(taken == (size > kPropertyFileTrailer &&
-                    fuzz::Sealed(bytes.substr(0, size - kPropertyFileTrailer)) == bytes),
+                    test::Sealed(bytes.substr(0, size - kPropertyFileTrailer)) == bytes),
           "a file counts if its trailer does");
   WriteLinesAnew(map);
   ReplaceOneLine(files, std::move(map), body.ends_with('\n'));

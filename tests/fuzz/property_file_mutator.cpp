@@ -17,7 +17,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
   const std::size_t body_size =
       LLVMFuzzerMutate(data, size - std::min(size, kTrailer), max_size - kTrailer);
   const std::string trailer =
-      valmere::fuzz::TrailerOf({reinterpret_cast<const char*>(data), body_size});
+      valmere::test::TrailerOf({reinterpret_cast<const char*>(data), body_size});
   std::copy(trailer.begin(), trailer.end(), data + body_size);
   return body_size + kTrailer;
 }

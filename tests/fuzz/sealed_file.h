@@ -7,7 +7,7 @@
 #include "persist/file/crc16.h"
 #include "persist/file/property_file.h"
 
-namespace valmere::fuzz {
+namespace valmere::test {
 
 inline constexpr platform::WidePathView kMainFile = u"/Store/Properties.ini";
 inline constexpr platform::WidePathView kOverrideFile = u"/Store/Override.ini";
@@ -31,4 +31,4 @@ inline bool HasOneLineForEach(std::string_view body, const PropertyMap& map) {
   return lines == map.size() && (body.empty() || body.back() == '\n');
 }
 
-}  // namespace valmere::fuzz
+}  // namespace valmere::test

@@ -78,7 +78,7 @@ class ValmeredDiskTest : public ::testing::Test {
     const std::string period = std::string(kPeriod) + kPeriodNames + "=500";
     const std::string begin = "A1:B2|Of:Others=";
     const std::size_t rest = kPage - 2 - (period.size() + 1) - (begin.size() + 1);
-    survival::WritePropertyFile(file_, {period, begin + std::string(rest, 'x')});
+    test::WritePropertyFile(file_, {period, begin + std::string(rest, 'x')});
     old_ = Bytes(file_);
     ASSERT_EQ(old_.size(), kPage);
     std::ofstream(log_, std::ios::binary | std::ios::app) << "here the test begins\r\n";
@@ -125,7 +125,7 @@ class ValmeredDiskTest : public ::testing::Test {
   }
   void ExpectRecoveryIsToldAndTheFileHas(const std::string& period, const std::string& zone) {
     AwaitText(log_, "is written again");
-    const survival::PropertyFile file = survival::ReadPropertyFile(file_);
+    const test::PropertyFile file = test::ReadPropertyFile(file_);
     EXPECT_EQ(file.fault, "");
     EXPECT_EQ(file.lines.size(), 3U);
     EXPECT_EQ(ValueIn(file, std::string(kPeriod) + kPeriodNames), period);
@@ -135,7 +135,7 @@ class ValmeredDiskTest : public ::testing::Test {
   void AwaitPeriod(const std::string& period) const {
     RepeatUntil(
         [&] {
-          const survival::PropertyFile file = survival::ReadPropertyFile(file_);
+          const test::PropertyFile file = test::ReadPropertyFile(file_);
           return ValueIn(file, std::string(kPeriod) + kPeriodNames) == period;
         },
         [] { std::this_thread::sleep_for(kBetweenLooks); });
@@ -185,7 +185,7 @@ class ValmeredDiskTest : public ::testing::Test {
     RepeatUntil([&] { return Bytes(path).find(text) != std::string::npos; },
                 [] { std::this_thread::sleep_for(kBetweenLooks); });
   }
-  static std::string ValueIn(const survival::PropertyFile& file, const std::string& left_side) {
+  static std::string ValueIn(const test::PropertyFile& file, const std::string& left_side) {
     const auto line = file.lines.find(left_side);
     return line == file.lines.end() ? "no such line" : line->second;
   }

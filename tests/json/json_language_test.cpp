@@ -22,7 +22,7 @@ namespace {
 
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
-using ::valmere::testing::ReferenceParse;
+using ::valmere::test::ReferenceParse;
 
 constexpr std::size_t kLargestMessage = 4'194'304;
 
@@ -65,7 +65,7 @@ Outcome Parsed(std::string text) {
   return outcome;
 }
 
-using testing::Written;
+using test::Written;
 
 // Compares on `count` texts of up to `longest` random pieces; the number of texts that are values.
 template <std::size_t kPieces>

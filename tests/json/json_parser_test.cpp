@@ -38,7 +38,7 @@ std::string Repeated(const std::string& text, int times) {
   return all;
 }
 
-using testing::Written;
+using test::Written;
 
 // The text of what was parsed; what is said of it when nothing was.
 std::string Reading(std::string text) {
@@ -212,7 +212,7 @@ TEST(JsonParser, RunsOutOfStackBeyondTenThousandEntries) {
 }
 
 TEST(JsonParser, ParsesTheDeepestTextInASmallStack) {
-  testing::TestThread thread([] {
+  test::TestThread thread([] {
     const JsonValue arrays = ParseJson(Repeated("[", kDeepestArray) + Repeated("]", kDeepestArray));
     int depth = 0;
     for (const JsonValue* value = &arrays; value->size() == 1; value = &value->At(0))
@@ -226,7 +226,7 @@ TEST(JsonParser, ParsesTheDeepestTextInASmallStack) {
 }
 
 TEST(JsonParser, ParsesOnManyThreadsAtOnce) {
-  std::vector<testing::TestThread> threads;
+  std::vector<test::TestThread> threads;
   threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([number = std::to_string(i)] {
@@ -250,7 +250,7 @@ TEST(JsonParser, ParsesInTheCallersBuffer) {
 // The line comes when lines may be written; others have used up the burst perhaps.
 TEST(JsonParser, TellsStandardErrorOfAnError) {
   std::string said;
-  EXPECT_TRUE(testing::Eventually([&] {
+  EXPECT_TRUE(test::Eventually([&] {
     CaptureStderr();
     EXPECT_EQ(ParseJson("[1").kind(), JsonKind::kNull);
     said = GetCapturedStderr();

@@ -236,7 +236,7 @@ TEST(JsonValue, ComparesKindAndEveryPayload) {
 }
 
 TEST(JsonValue, IsDestroyedInASmallStackHoweverDeep) {
-  testing::TestThread thread([] {
+  test::TestThread thread([] {
     JsonValue arrays = NestedArrays(100'000);
     EXPECT_EQ(arrays.size(), 1U);
     JsonValue objects;

@@ -15,7 +15,7 @@
 namespace valmere {
 namespace {
 
-using testing::Written;
+using test::Written;
 
 std::string Streamed(double value) {
   std::ostringstream stream;

@@ -53,7 +53,7 @@ TEST(ParseStop, GivesNullWithoutAWord) {
 TEST(ParseStop, LeavesAParseAloneThatIsNotStopped) {
   const std::atomic<bool> flag{false};
   std::string text = R"({"a": [1,"\u0041"]})";
-  EXPECT_EQ(testing::Written(ParseJsonInPlace(text, ParseStop(flag))), R"({"a": [1,"A"]})");
+  EXPECT_EQ(test::Written(ParseJsonInPlace(text, ParseStop(flag))), R"({"a": [1,"A"]})");
 }
 
 TEST(ParseStop, EndsALongTokenOfEachKind) {

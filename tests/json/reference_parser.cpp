@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 namespace {
 
@@ -280,4 +280,4 @@ std::optional<JsonValue> ReferenceParse(const std::string& text) {
   }
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -7,10 +7,10 @@
 
 #include "json/json_value.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // The value of `text`; nothing when it is not one value. Throws as the parser does. For texts far
 // from the nesting limit.
 std::optional<JsonValue> ReferenceParse(const std::string& text);
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

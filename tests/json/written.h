@@ -5,7 +5,7 @@
 
 #include "json/json_writer.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 inline std::string Written(const JsonValue& value) {
   std::string text;
@@ -13,4 +13,4 @@ inline std::string Written(const JsonValue& value) {
   return text;
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -7,7 +7,7 @@
 
 #include "tests/kill/property_file.h"
 
-namespace valmere::survival {
+namespace valmere::test {
 namespace {
 
 const client::PropertyAddress kLoadingError = {"955CFDC2-8EA6-478E-A927-7C870022EA03",
@@ -202,4 +202,4 @@ void Desk::Judge(const Expectation& expected, const std::vector<std::string>& te
   }
 }
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

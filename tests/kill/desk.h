@@ -11,7 +11,7 @@
 #include "tests/kill/service.h"
 #include "tests/kill/settings.h"
 
-namespace valmere::survival {
+namespace valmere::test {
 
 // What has been read back for this long is to be there after a kill. Who is patient adds the time
 // for which the disk held everybody up, and asks for a hundred looks since, which take longer where
@@ -78,4 +78,4 @@ class Desk {
   std::uint32_t next_number_ = 1000;
 };
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

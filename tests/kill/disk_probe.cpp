@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
-namespace valmere::survival {
+namespace valmere::test {
 namespace {
 
 constexpr std::chrono::milliseconds kBetween{5};
@@ -61,4 +61,4 @@ DiskProbe::Clock::duration DiskProbe::Longest() const {
   return longest;
 }
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

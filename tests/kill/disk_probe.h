@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-namespace valmere::survival {
+namespace valmere::test {
 
 // Purpose: replaces a small file all the time, as the service does, and notes when that took long.
 // A disk that others keep busy holds every program up, now and then for a second.
@@ -48,4 +48,4 @@ class DiskProbe {
   std::thread thread_;
 };
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

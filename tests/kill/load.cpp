@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace valmere::survival {
+namespace valmere::test {
 namespace {
 
 constexpr std::chrono::milliseconds kBetweenSets{1};
@@ -100,4 +100,4 @@ std::string Load::fault() const {
   return setter_fault_.empty() ? reader_fault_ : setter_fault_;
 }
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

@@ -13,7 +13,7 @@
 #include "tests/kill/service.h"
 #include "tests/kill/settings.h"
 
-namespace valmere::survival {
+namespace valmere::test {
 
 using Clock = std::chrono::steady_clock;
 
@@ -76,4 +76,4 @@ class Load {
   std::thread reader_;
 };
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

@@ -24,7 +24,7 @@
 #include "tests/kill/disk_probe.h"
 #include "tests/kill/table.h"
 
-namespace valmere::survival {
+namespace valmere::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -224,21 +224,21 @@ int Run(const Options& options) {
 }
 
 }  // namespace
-}  // namespace valmere::survival
+}  // namespace valmere::test
 
 int main(int argc, char** argv) {
-  valmere::survival::Options options;
-  if (!valmere::survival::ReadOptions({argv + 1, argv + argc}, options)) {
-    std::fputs(valmere::survival::kUsage, stderr);
+  valmere::test::Options options;
+  if (!valmere::test::ReadOptions({argv + 1, argv + argc}, options)) {
+    std::fputs(valmere::test::kUsage, stderr);
     return 2;
   }
   std::signal(SIGPIPE, SIG_IGN);
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   std::printf("kill_test: seed %u, in %s%s\n", options.seed, options.folder.c_str(),
-              valmere::survival::IsInMemory(options.folder) ? ", which is in memory" : "");
+              valmere::test::IsInMemory(options.folder) ? ", which is in memory" : "");
   std::fflush(stdout);
   try {
-    return valmere::survival::Run(options);
+    return valmere::test::Run(options);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "kill_test: %s\n", error.what());
     return 1;

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <stdexcept>
 
-namespace valmere::survival {
+namespace valmere::test {
 namespace {
 
 constexpr std::size_t kTrailer = 2;
@@ -69,4 +69,4 @@ void WritePropertyFile(const std::string& path, const std::vector<std::string>& 
     throw std::runtime_error(path + " cannot be written");
 }
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace valmere::survival {
+namespace valmere::test {
 
 struct PropertyFile {
   std::string fault;                         // empty for a sound file
@@ -19,4 +19,4 @@ PropertyFile ReadPropertyFile(const std::string& path);
 // Writes a sound file; the lines in the order that is given. Throws std::runtime_error.
 void WritePropertyFile(const std::string& path, const std::vector<std::string>& lines);
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

@@ -17,7 +17,7 @@
 
 #include "tests/kill/settings.h"
 
-namespace valmere::survival {
+namespace valmere::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -125,4 +125,4 @@ bool Service::HasRefusedCopy() const {
   return fs::exists(property_file() + ".refused");
 }
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

@@ -9,7 +9,7 @@
 
 #include "client/client.h"
 
-namespace valmere::survival {
+namespace valmere::test {
 
 // Purpose: one valmered after the other on one root, in a folder of its own.
 // Owner: a thread of the test, from whose end no process is left; the folder is the caller's.
@@ -57,4 +57,4 @@ class Service {
   int output_ = -1;
 };
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

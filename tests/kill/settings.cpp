@@ -4,7 +4,7 @@
 #include <charconv>
 #include <stdexcept>
 
-namespace valmere::survival {
+namespace valmere::test {
 namespace {
 
 constexpr char kComponent[] = "955CFDC2-8EA6-478E-A927-7C870022EA03";
@@ -87,4 +87,4 @@ Finding JudgeZone(const Expectation& expected, std::size_t zone, const std::stri
   return Finding::kWrong;
 }
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

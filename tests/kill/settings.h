@@ -13,7 +13,7 @@
 #include "client/deadline.h"
 #include "client/property.h"
 
-namespace valmere::survival {
+namespace valmere::test {
 
 inline constexpr std::size_t kZones = 13;
 // The service answers within this, however busy the machine is.
@@ -80,4 +80,4 @@ enum class Finding { kThere, kLost, kWrong };
 Finding JudgePeriod(const Expectation& expected, const std::string& text);
 Finding JudgeZone(const Expectation& expected, std::size_t zone, const std::string& text);
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

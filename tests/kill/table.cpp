@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-namespace valmere::survival {
+namespace valmere::test {
 namespace {
 
 constexpr int kToldOf = 5;
@@ -40,4 +40,4 @@ void Table::Print() const {
                 static_cast<long long>(row.behind.count()));
 }
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

@@ -8,7 +8,7 @@
 
 #include "tests/kill/desk.h"
 
-namespace valmere::survival {
+namespace valmere::test {
 
 // Purpose: adds up outcomes and prints them. The first failures are printed at once, with what
 // there is to say of them.
@@ -34,4 +34,4 @@ class Table {
   int failures_ = 0;       // guarded by lock_
 };
 
-}  // namespace valmere::survival
+}  // namespace valmere::test

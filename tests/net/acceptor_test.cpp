@@ -17,7 +17,7 @@
 namespace valmere {
 namespace {
 
-using testing::Eventually;
+using test::Eventually;
 
 constexpr int kPriority = 249;
 

@@ -12,8 +12,8 @@
 namespace valmere {
 namespace {
 
-using testing::ScriptedConnection;
-using testing::TestThread;
+using test::ScriptedConnection;
+using test::TestThread;
 
 // Takes each write byte by byte and lets other threads run in between.
 class DawdlingConnection final : public Connection {

@@ -9,7 +9,7 @@
 namespace valmere {
 namespace {
 
-using testing::TestThread;
+using test::TestThread;
 
 // An accept on a thread of its own.
 struct BlockedAccept {

@@ -13,7 +13,7 @@
 namespace valmere {
 namespace {
 
-using testing::TestThread;
+using test::TestThread;
 
 std::unique_ptr<Connection> Connect(std::uint16_t port) {
   auto socket = platform::ConnectLoopback(port);

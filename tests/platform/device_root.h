@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Makes a folder that holds an empty folder "root" and points VALMERE_ROOT at the latter; paths are
 // relative to the outer folder, so that a test can also put things beside the root. All is removed
@@ -30,4 +30,4 @@ class DeviceRoot {
   std::string folder_;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

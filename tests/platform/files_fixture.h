@@ -32,7 +32,7 @@ class DeviceFiles : public ::testing::Test {
     return file ? file->Write(bytes.data(), bytes.size()) : 0;
   }
 
-  testing::DeviceRoot root_;
+  test::DeviceRoot root_;
   std::shared_ptr<FileSystem> files_ = MakeDeviceFileSystem();
 };
 

@@ -11,8 +11,8 @@
 namespace valmere::platform {
 namespace {
 
-using testing::Eventually;
-using testing::TestThread;
+using test::Eventually;
+using test::TestThread;
 
 constexpr std::uint32_t kLong = 60'000;
 

@@ -4,8 +4,8 @@
 
 #include "platform/kernel.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 platform::Ticks ProcessorTime();
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

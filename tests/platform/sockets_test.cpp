@@ -17,7 +17,7 @@
 namespace valmere::platform {
 namespace {
 
-using ::valmere::testing::TestThread;
+using ::valmere::test::TestThread;
 
 // More than the socket buffers of both ends hold together.
 constexpr int kMoreThanBuffersHold = 64 * 1024 * 1024;
@@ -261,7 +261,7 @@ TEST(StreamSocket, OrderlyCloseOfThePeerIsZeroWithoutAnError) {
 }
 
 TEST(StreamSocket, ReceiveTellsOfAReset) {
-  if (::valmere::testing::InWine())
+  if (::valmere::test::InWine())
     GTEST_SKIP() << "Wine takes the reset itself and shows an orderly end";
   Pair pair = Connected();
   ResetByServer(pair);

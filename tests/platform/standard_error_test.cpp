@@ -12,7 +12,7 @@
 namespace valmere::platform {
 namespace {
 
-using ::valmere::testing::Eventually;
+using ::valmere::test::Eventually;
 
 // What `write` has written, with the line ends of a text.
 template <class Write>

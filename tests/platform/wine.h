@@ -1,8 +1,8 @@
 // Tells whether the tests run in Wine, some of whose limits are not the system's.
 #pragma once
 
-namespace valmere::testing {
+namespace valmere::test {
 
 bool InWine();
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <mutex>
 
-namespace valmere::soak {
+namespace valmere::test {
 
 // Purpose: grants so many changes in a window. A window ends when a change that was made at its
 // beginning has been told of: all changes from before it have been taken down by then, so that no
@@ -43,4 +43,4 @@ class ChangeBudget {
   bool over_ = false;
 };
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

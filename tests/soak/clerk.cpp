@@ -3,23 +3,23 @@
 #include <array>
 #include <optional>
 
-namespace valmere::soak {
+namespace valmere::test {
 namespace {
 
 constexpr char kGeneral[] = "99A61D40-20CE-41EA-A579-EB92C6ED94C6";
 constexpr char kZones[] = "E96B0063-C2EF-4545-92E1-AC4990BA1B37";
 
-const PropertyAddress kPeriod{kOwnComponent, kGeneral, "DA821DC5-948D-4659-9B52-177E4C102129"};
-const PropertyAddress kLoad{kOwnComponent, kGeneral, "0D9B0F83-2282-4728-A78E-FE2FF4E3A13C"};
-const PropertyAddress kStore{kOwnComponent, kGeneral, "DDF2926A-0A65-4196-88FE-5858BC957E0B"};
-const PropertyAddress kLoadingError{kOwnComponent, "2EBF9DEF-D51C-47FE-935E-5EDCC530B867",
+const PropertyAddress kPeriod{kServiceGuid, kGeneral, "DA821DC5-948D-4659-9B52-177E4C102129"};
+const PropertyAddress kLoad{kServiceGuid, kGeneral, "0D9B0F83-2282-4728-A78E-FE2FF4E3A13C"};
+const PropertyAddress kStore{kServiceGuid, kGeneral, "DDF2926A-0A65-4196-88FE-5858BC957E0B"};
+const PropertyAddress kLoadingError{kServiceGuid, "2EBF9DEF-D51C-47FE-935E-5EDCC530B867",
                                     "A32AFFED-7C37-47FE-80DB-B21875E226BD"};
 // Switches that make the log no longer.
 const std::array<PropertyAddress, 4> kSwitches = {{
-    {kOwnComponent, kZones, "E61A6BE6-42F5-4EF9-84F0-3030263CCE3F"},
-    {kOwnComponent, kZones, "6A7D44F9-B3BD-4029-A6DF-1240647D2758"},
-    {kOwnComponent, kZones, "1ACE8409-C525-41D7-89F7-023AD44BBA72"},
-    {kOwnComponent, kZones, "187820B9-D046-4CC0-8E5C-00A0FA5CB411"},
+    {kServiceGuid, kZones, "E61A6BE6-42F5-4EF9-84F0-3030263CCE3F"},
+    {kServiceGuid, kZones, "6A7D44F9-B3BD-4029-A6DF-1240647D2758"},
+    {kServiceGuid, kZones, "1ACE8409-C525-41D7-89F7-023AD44BBA72"},
+    {kServiceGuid, kZones, "187820B9-D046-4CC0-8E5C-00A0FA5CB411"},
 }};
 
 constexpr char kMainFile[] = "root/Store/ValmereProperties.ini";
@@ -52,7 +52,7 @@ std::string KeyOf(const PropertyAddress& address) {
 
 }  // namespace
 
-Clerk::Clerk(World& world, std::uint32_t number, testing::DeviceRoot& device)
+Clerk::Clerk(World& world, std::uint32_t number, test::DeviceRoot& device)
     : world_(world), dice_(world.seed, number), client_(Connect()), device_(device) {}
 
 void Clerk::Live(const std::atomic<bool>& stop) {
@@ -168,4 +168,4 @@ void Clerk::Override() {
   world_.summary.Add(Kind::kOverrides);
 }
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

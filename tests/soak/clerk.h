@@ -8,7 +8,7 @@
 #include "tests/platform/device_root.h"
 #include "tests/soak/world.h"
 
-namespace valmere::soak {
+namespace valmere::test {
 
 // Purpose: sets the service's own properties, stores and loads them, and looks at the files. It is
 // alone in this, so that what it has set is what it then gets.
@@ -16,7 +16,7 @@ namespace valmere::soak {
 // Threads: one at a time.
 class Clerk {
  public:
-  Clerk(World& world, std::uint32_t number, testing::DeviceRoot& device);
+  Clerk(World& world, std::uint32_t number, test::DeviceRoot& device);
 
   void Live(const std::atomic<bool>& stop);
   // Stores all, waits until the file has it, and loads it; sometimes with another value for one.
@@ -37,7 +37,7 @@ class Clerk {
   World& world_;
   Dice dice_;
   client::Client client_;
-  testing::DeviceRoot& device_;
+  test::DeviceRoot& device_;
 };
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

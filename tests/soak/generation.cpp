@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace valmere::soak {
+namespace valmere::test {
 namespace {
 
 constexpr std::uint32_t kOwners = 3;
@@ -16,7 +16,7 @@ constexpr std::size_t kMostSubscribers = 9;
 constexpr std::chrono::seconds kSurelyTold{2};
 
 bool IsOfClients(const PropertyAddress& address) {
-  return address.component != kOwnComponent;
+  return address.component != kServiceGuid;
 }
 
 }  // namespace
@@ -62,7 +62,7 @@ bool Beacon::AwaitTold() {
   });
 }
 
-Generation::Generation(World& world, std::uint32_t number, testing::DeviceRoot& device)
+Generation::Generation(World& world, std::uint32_t number, test::DeviceRoot& device)
     : world_(world),
       dice_(world.seed, 1000 * number),
       clerk_(world, 1000 * number + 1, device),
@@ -209,4 +209,4 @@ void Generation::Check() {
   world_.summary.Add(Kind::kQuietPoints);
 }
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

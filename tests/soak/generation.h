@@ -13,7 +13,7 @@
 #include "tests/soak/subscriber.h"
 #include "tests/soak/world.h"
 
-namespace valmere::soak {
+namespace valmere::test {
 
 // Purpose: changes a property of its own once in each publishing period, as long as it lives, which
 // is what tells all others that a period has ended.
@@ -53,7 +53,7 @@ class Beacon {
 // Threads: one.
 class Generation {
  public:
-  Generation(World& world, std::uint32_t number, testing::DeviceRoot& device);
+  Generation(World& world, std::uint32_t number, test::DeviceRoot& device);
 
   // All of them at once for some seconds, and others that come in the middle of it.
   void Live();
@@ -87,4 +87,4 @@ class Generation {
   std::uint32_t visitors_ = 0;
 };
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

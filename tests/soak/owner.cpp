@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace valmere::soak {
+namespace valmere::test {
 namespace {
 
 constexpr std::uint32_t kFloodPasses = 12;
@@ -139,4 +139,4 @@ void Setter::Live(const std::atomic<bool>& stop) {
   if (world_.Sound(value, "a setter gets")) world_.summary.Add(Kind::kGets);
 }
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

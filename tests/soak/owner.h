@@ -9,7 +9,7 @@
 
 #include "tests/soak/world.h"
 
-namespace valmere::soak {
+namespace valmere::test {
 
 // Purpose: publishes properties, changes them, and takes what others set them to.
 // Owner: the run.
@@ -68,4 +68,4 @@ class Setter {
   std::uint64_t sent_ = 0;
 };
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

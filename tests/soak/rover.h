@@ -10,7 +10,7 @@
 #include "tests/soak/world.h"
 #include "tests/support/frame_client.h"
 
-namespace valmere::soak {
+namespace valmere::test {
 
 // Purpose: a component that comes and goes: it withdraws and publishes again, and its handle is
 // closed without a goodbye, in the middle of a frame or with replies that nobody has read; sometimes
@@ -26,7 +26,7 @@ class Rover {
   const std::vector<PropertyAddress>& addresses() const { return addresses_; }
 
  private:
-  using Handle = testing::FrameClient;
+  using Handle = test::FrameClient;
 
   void PublishSome();
   void WithdrawSome();
@@ -56,11 +56,11 @@ class Stranger {
   void Live(const std::atomic<bool>& stop);
 
  private:
-  void Abuse(testing::FrameClient& handle);
+  void Abuse(test::FrameClient& handle);
 
   World& world_;
   Dice dice_;
   std::vector<std::string> long_texts_;  // that change nothing for anybody else
 };
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace valmere::soak {
+namespace valmere::test {
 namespace {
 
 // In place of the value of what was told of as gone. No property has this value.
@@ -159,4 +159,4 @@ std::size_t Subscriber::CountOf(const Values& truth) const {
       truth.begin(), truth.end(), [&](const auto& entry) { return Wants(entry.first); }));
 }
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

@@ -11,7 +11,7 @@
 
 #include "tests/soak/world.h"
 
-namespace valmere::soak {
+namespace valmere::test {
 
 // Purpose: subscribes, reads what stands, and from then on goes by what it is told. The service
 // strikes a property that has gone off a subscription by name, so such a one is renewed then.
@@ -62,4 +62,4 @@ class Subscriber {
   std::thread thread_;  // the last member: it uses the others
 };
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-namespace valmere::soak {
+namespace valmere::test {
 namespace {
 
 constexpr std::uint32_t kMostPrinted = 20;
@@ -46,4 +46,4 @@ void Summary::Print() const {
   std::fflush(stdout);
 }
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace valmere::soak {
+namespace valmere::test {
 
 enum class Kind {
   kRounds,
@@ -55,4 +55,4 @@ class Summary {
   std::mutex printing_;
 };
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

@@ -6,7 +6,7 @@
 #include "client/driver_transport.h"
 #include "driver/prn.h"
 
-namespace valmere::soak {
+namespace valmere::test {
 
 std::string Dice::Text() {
   if (OneIn(50)) return std::string(500 + Below(4000), 'x');
@@ -49,4 +49,4 @@ Deadline Patience() {
   return Deadline::After(kPatience);
 }
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

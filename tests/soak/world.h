@@ -17,7 +17,7 @@
 #include "tests/soak/change_budget.h"
 #include "tests/soak/summary.h"
 
-namespace valmere::soak {
+namespace valmere::test {
 
 using client::Deadline;
 using client::Property;
@@ -70,7 +70,7 @@ struct ByAddress {
 using Values = std::map<PropertyAddress, std::string, ByAddress>;
 
 inline const PropertyAddress kBeacon{"Beacon", "Beacons", "B"};
-inline constexpr char kOwnComponent[] = "955CFDC2-8EA6-478E-A927-7C870022EA03";
+inline constexpr char kServiceGuid[] = "955CFDC2-8EA6-478E-A927-7C870022EA03";
 
 // What values end with that are changed faster than the service can tell.
 inline constexpr char kFloodText[] = "flood";
@@ -101,4 +101,4 @@ struct World {
   }
 };
 
-}  // namespace valmere::soak
+}  // namespace valmere::test

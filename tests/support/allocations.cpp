@@ -67,7 +67,7 @@ void operator delete[](void* memory, std::size_t /*size*/) noexcept {
   operator delete(memory);
 }
 
-namespace valmere::testing {
+namespace valmere::test {
 
 LimitedAllocations::LimitedAllocations(std::uint32_t granted) {
   t_granted = granted;
@@ -89,4 +89,4 @@ std::size_t BytesInUse() {
   return g_bytes.load(std::memory_order_relaxed);
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

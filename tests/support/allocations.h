@@ -7,7 +7,7 @@
 #include <functional>
 #include <new>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Purpose: while it lives, this thread is granted so many allocations and no more: the next ones
 // throw std::bad_alloc. One at a time on a thread; keep the test's own checks out of its scope.
@@ -50,4 +50,4 @@ void FailEachAllocation(Act act, Check check) {
 // What the process has allocated and not given back.
 std::size_t BytesInUse();
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

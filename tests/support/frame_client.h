@@ -12,7 +12,7 @@
 #include "driver/prn.h"
 #include "tests/support/frames.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // The entry points that a client uses.
 struct EntryPoints {
@@ -81,4 +81,4 @@ class FrameClient {
   const std::uint32_t handle_;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 inline std::string IdentifierBytes() {
   return {"\xb3\xec\x09\x9a\x22\x92\x48\xfa\x83\xd0\x06\x84\x0b\xc9\x91\x02", 16};
@@ -30,4 +30,4 @@ inline std::string FrameOf(std::string_view text) {
          std::string(text);
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

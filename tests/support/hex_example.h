@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // The bytes of the first block that the file fences with "```hex". Each of its lines is an offset,
 // two blanks, up to sixteen bytes of two digits each, and the same bytes as characters.
@@ -24,4 +24,4 @@ inline std::string HexExample(const std::string& path) {
   return bytes;
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -15,7 +15,7 @@
 #include "platform/files.h"
 #include "platform/kernel.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Purpose: files for tests, with faults to order; `/` and `\` are the same in its paths.
 // Owner: the test; must outlive the files opened on it.
@@ -230,4 +230,4 @@ class MemoryFileSystem final : public platform::FileSystem {
   bool sizes_fail_ GUARDED_BY(lock_) = false;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

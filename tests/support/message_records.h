@@ -5,7 +5,7 @@
 
 #include "protocol/message/property_message.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 inline std::vector<PropertySetRecord> SetRequestsOf(const PropertyMessage& message) {
   std::vector<PropertySetRecord> records;
@@ -43,4 +43,4 @@ inline std::vector<PropertyResponseRecord> GetResponsesOf(const PropertyMessage&
   return records;
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -4,7 +4,7 @@
 #include "protocol/message/parser_lock.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Whether another thread could take the lock right now.
 inline bool ParserLockIsFree() {
@@ -18,4 +18,4 @@ inline bool ParserLockIsFree() {
   return free;
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -6,7 +6,7 @@
 #include "protocol/message/property_message.h"
 #include "protocol/wire/message_keys.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // A message that can also be given what only clients ask for.
 class RequestMessage : public PropertyMessage {
@@ -21,4 +21,4 @@ class RequestMessage : public PropertyMessage {
   }
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

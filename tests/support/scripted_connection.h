@@ -12,7 +12,7 @@
 #include "net/connection.h"
 #include "platform/kernel.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Reads give the pieces in order; no read gives bytes of two pieces. What a read leaves of a piece
 // is given by the next. After the last piece reads give the end result, or wait until more is
@@ -116,4 +116,4 @@ class ScriptedConnection final : public Connection {
   std::vector<std::string> writes_ GUARDED_BY(lock_);
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

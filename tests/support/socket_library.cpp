@@ -4,7 +4,7 @@
 
 #include "platform/sockets.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 class SocketLibrary final : public ::testing::Environment {
@@ -17,4 +17,4 @@ class SocketLibrary final : public ::testing::Environment {
     ::testing::AddGlobalTestEnvironment(new SocketLibrary);
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -14,7 +14,7 @@
 #include "platform/kernel.h"
 #include "protocol/stream/data_handler.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // What the service asks for its own threads.
 inline constexpr int kTestPriority = 249;
@@ -90,4 +90,4 @@ class FakeFactory final : public DataHandlerFactory {
   std::atomic<int> created_{0};
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

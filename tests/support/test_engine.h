@@ -9,7 +9,7 @@
 #include "store/property/string_property.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 inline std::shared_ptr<Persistence> MakeTestPersistence() {
   return Persistence::Make(std::make_shared<MemoryFileSystem>(), u"/main", u"/override");
@@ -28,4 +28,4 @@ inline std::shared_ptr<PropertyEngine> MakeTestEngine() {
   return MakeTestEngine(*MakeTestPersistence());
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -9,7 +9,7 @@
 
 #include "platform/kernel.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Runs a function at once; Join or the destructor waits until it has returned.
 class TestThread {
@@ -49,4 +49,4 @@ bool Eventually(Condition condition) {
   return true;
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

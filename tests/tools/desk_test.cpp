@@ -332,11 +332,11 @@ TEST_F(DeskTest, StoresAndLoads) {
     return text.str().find(line_part) != std::string::npos;
   };
   // The service writes behind our back, this line as the last; a load of half a file would fail.
-  EXPECT_TRUE(testing::Eventually(
+  EXPECT_TRUE(test::Eventually(
       [&] { return holds("Qt Common Modules Build Number=") && Run({"load"}).code == 0; }));
   // A load writes its lines back; the one that is asked for now comes behind them.
   EXPECT_EQ(Run({"set", "Property Publishing Period in ms", "750"}).code, 0);
-  EXPECT_TRUE(testing::Eventually([&] {
+  EXPECT_TRUE(test::Eventually([&] {
     return holds("Period in ms=750\n") && Run({"propfile", "check", file}).code == 0;
   }));
   std::ofstream(file) << "no property file";

@@ -10,7 +10,7 @@
 #include <sstream>
 #include <string>
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 std::set<std::string> NamesIn(const std::string& folder) {
@@ -79,4 +79,4 @@ std::size_t ListeningSocketCount() {
   return listening.size();
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -18,7 +18,7 @@
 #include "tests/support/frame_client.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr int kProperties = 20;
@@ -173,7 +173,7 @@ int Run(const char* path, std::uint32_t times) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test
 
 int main(int argc, char** argv) {
   std::uint32_t times = 0;
@@ -182,5 +182,5 @@ int main(int argc, char** argv) {
     std::fputs("usage: driver_reload LIBRARY TIMES\n", stderr);
     return 2;
   }
-  return valmere::testing::Run(argv[1], times);
+  return valmere::test::Run(argv[1], times);
 }

@@ -7,7 +7,7 @@
 #include "persist/log/debug_switches.h"
 #include "tests/persist/settings/persistence_fixture.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr std::string_view kGroup = "E96B0063-C2EF-4545-92E1-AC4990BA1B37:";
@@ -134,4 +134,4 @@ TEST_F(DebugZonesTest, ALineIsOnlyBuiltWhileItsZoneIsOn) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -12,8 +12,8 @@
 namespace valmere {
 namespace {
 
-using testing::RecordingSink;
-using testing::TestThread;
+using test::RecordingSink;
+using test::TestThread;
 
 class DriverSessionTest : public ::testing::Test {
  protected:

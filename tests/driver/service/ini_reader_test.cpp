@@ -18,7 +18,7 @@ class IniReaderTest : public ::testing::Test {
     return ReadIniValue(files_, platform::WidePath(kPath), key);
   }
 
-  testing::MemoryFileSystem files_;
+  test::MemoryFileSystem files_;
 };
 
 TEST_F(IniReaderTest, ReadsAValueInQuotes) {

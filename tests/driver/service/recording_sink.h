@@ -8,7 +8,7 @@
 #include "driver/sync/lock.h"
 #include "net/stream_sink.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Purpose: stands in for the service behind a session.
 // Owner: shared by the test and the sessions.
@@ -30,4 +30,4 @@ class RecordingSink : public StreamSink {
   std::vector<std::shared_ptr<Connection>> streams_ GUARDED_BY(lock_);
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -16,7 +16,7 @@
 #include "tests/support/memory_file_system.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr StorePaths kPaths = {u"/Store/Properties.ini", u"/Store/Override.ini",
@@ -127,4 +127,4 @@ TEST(EndingService, DoesNotLeaveAClientBehindThatWaitsForTheFiles) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -22,10 +22,10 @@
 namespace valmere {
 namespace {
 
-using testing::Eventually;
-using testing::MemoryFileSystem;
-using testing::TestThread;
-using testing::WithTrailer;
+using test::Eventually;
+using test::MemoryFileSystem;
+using test::TestThread;
+using test::WithTrailer;
 
 constexpr StorePaths kPaths = {u"/Store/Properties.ini", u"/Store/Override.ini",
                                u"/Store/LogFileName.txt"};
@@ -39,8 +39,8 @@ std::unique_ptr<ValmereService> MakeService(
   return std::make_unique<ValmereService>(std::move(files), kPaths, "8.3", "6250");
 }
 
-testing::Address Own(std::string_view group, std::string_view guid) {
-  return {testing::kOwnComponent.component, std::string(group) + ":" + std::string(guid)};
+test::Address Own(std::string_view group, std::string_view guid) {
+  return {test::kOwnComponent.component, std::string(group) + ":" + std::string(guid)};
 }
 
 std::string ZoneLine(std::string_view guid, std::string_view name, std::string_view value) {
@@ -63,7 +63,7 @@ std::string ReadBytes(DriverSession& session, std::size_t length) {
 }
 
 void SendFrame(DriverSession& session, std::string_view text) {
-  const std::string frame = testing::FrameOf(text);
+  const std::string frame = test::FrameOf(text);
   EXPECT_EQ(session.Write(frame.data(), static_cast<int>(frame.size())),
             static_cast<int>(frame.size()));
 }
@@ -75,8 +75,8 @@ std::uint32_t LeftAlive() {
 TEST(ValmereService, AnswersForItsOwnComponentAsSoonAsItExists) {
   const auto service = MakeService();
   const auto session = service->sessions().Find(service->sessions().Open());
-  SendFrame(*session, testing::GetText(testing::kOwnComponent));
-  const std::string expected = testing::FrameOf(testing::OwnComponentText());
+  SendFrame(*session, test::GetText(test::kOwnComponent));
+  const std::string expected = test::FrameOf(test::OwnComponentText());
   EXPECT_EQ(ReadBytes(*session, expected.size()), expected);
 }
 
@@ -84,19 +84,18 @@ TEST(ValmereService, AnswersForItsOwnComponentAsSoonAsItExists) {
 TEST(ValmereService, AnswersTheExampleFrameWithTheExampleText) {
   const auto service = MakeService();
   const auto session = service->sessions().Find(service->sessions().Open());
-  const std::string request = testing::HexExample(VALMERE_FORMATS "/frame.md");
-  EXPECT_EQ(request, testing::FrameOf(testing::GetText({"C", "G:P"})));
+  const std::string request = test::HexExample(VALMERE_FORMATS "/frame.md");
+  EXPECT_EQ(request, test::FrameOf(test::GetText({"C", "G:P"})));
   session->Write(request.data(), static_cast<int>(request.size()));
-  const std::string expected =
-      testing::FrameOf(testing::HexExample(VALMERE_FORMATS "/message-text.md"));
+  const std::string expected = test::FrameOf(test::HexExample(VALMERE_FORMATS "/message-text.md"));
   EXPECT_EQ(ReadBytes(*session, expected.size()), expected);
 }
 
 TEST(ValmereService, ItsComponentPropertyIsTheOnlyOneOfItsGroup) {
   const auto service = MakeService();
   const auto session = service->sessions().Find(service->sessions().Open());
-  SendFrame(*session, testing::GetText({"", "ADC1E631-2C12-4267-B128-95830EC9857D:"}));
-  const std::string expected = testing::FrameOf(testing::OwnComponentText());
+  SendFrame(*session, test::GetText({"", "ADC1E631-2C12-4267-B128-95830EC9857D:"}));
+  const std::string expected = test::FrameOf(test::OwnComponentText());
   EXPECT_EQ(ReadBytes(*session, expected.size()), expected);
 }
 
@@ -115,8 +114,8 @@ TEST(ValmereService, GoesWithItsSessionsOpenAndInUse) {
   std::vector<std::shared_ptr<DriverSession>> sessions;
   for (int i = 0; i < 8; ++i)
     sessions.push_back(service->sessions().Find(service->sessions().Open()));
-  SendFrame(*sessions[1], testing::GetText(testing::kOwnComponent));
-  SendFrame(*sessions[2], testing::PublishedText({"component", "group:guid"}, "value"));
+  SendFrame(*sessions[1], test::GetText(test::kOwnComponent));
+  SendFrame(*sessions[2], test::PublishedText({"component", "group:guid"}, "value"));
   sessions[3]->Write("half a frame", 12);
   SendFrame(*sessions[4], R"({"SubscribeAllCurrentAndNewProperties": true})");
   std::vector<TestThread> readers;
@@ -137,7 +136,7 @@ TEST(ValmereService, AClientsLongQueueDoesNotHoldUpItsEnd) {
   std::string text = R"({"PropertySetRequests": [{})";
   for (int i = 0; i < 1000; ++i)
     text += ",{}";
-  const std::string frame = testing::FrameOf(text + "]}");
+  const std::string frame = test::FrameOf(text + "]}");
   auto service = MakeService();
   auto session = service->sessions().Find(service->sessions().Open());
   for (int i = 0; i < 10'000; ++i)
@@ -151,22 +150,22 @@ TEST(ValmereService, TwoLiveSideBySide) {
   auto older = MakeService();
   const auto session = older->sessions().Find(older->sessions().Open());
   const auto newer = MakeService();
-  SendFrame(*session, testing::GetText(testing::kOwnComponent));
-  const std::string expected = testing::FrameOf(testing::OwnComponentText());
+  SendFrame(*session, test::GetText(test::kOwnComponent));
+  const std::string expected = test::FrameOf(test::OwnComponentText());
   EXPECT_EQ(ReadBytes(*session, expected.size()), expected);
   older.reset();
   const auto other = newer->sessions().Find(newer->sessions().Open());
-  SendFrame(*other, testing::GetText(testing::kOwnComponent));
+  SendFrame(*other, test::GetText(test::kOwnComponent));
   EXPECT_EQ(ReadBytes(*other, expected.size()), expected);
 }
 
 // Nothing tells that a load waits for another; it gets a moment to.
 TEST(ValmereService, NoLoadThatWaitsBeginsOnceItEnds) {
   const auto disk = std::make_shared<MemoryFileSystem>();
-  const auto files = std::make_shared<testing::HangingFiles>(disk);
+  const auto files = std::make_shared<test::HangingFiles>(disk);
   auto service = std::make_unique<ValmereService>(files, kPaths, "8.3", "6250");
   const std::string load =
-      testing::SetText(Own(kGeneral, "0D9B0F83-2282-4728-A78E-FE2FF4E3A13C"), "True");
+      test::SetText(Own(kGeneral, "0D9B0F83-2282-4728-A78E-FE2FF4E3A13C"), "True");
   const auto first = service->sessions().Find(service->sessions().Open());
   const auto second = service->sessions().Find(service->sessions().Open());
   files->HangAtTheNextRead();
@@ -262,7 +261,7 @@ class ServiceOnFilesTest : public ::testing::Test {
   }
   // Asks for the property; what was sent before has been handled when the answer comes.
   std::string Get(std::string_view group, std::string_view guid) {
-    Send(testing::GetText(Own(group, guid)));
+    Send(test::GetText(Own(group, guid)));
     const std::string head = ReadBytes(*session_, 16);
     const std::string length = ReadBytes(*session_, 4);
     std::size_t size = 0;
@@ -288,7 +287,7 @@ TEST_F(ServiceOnFilesTest, RestoresAndKeepsThePublishingPeriod) {
   files_->Put(kPaths.property_file, WithTrailer(kPeriodLine + "1250\n"));
   Start();
   EXPECT_EQ(Get(kGeneral, kPeriod), "1250");
-  Send(testing::SetText(Own(kGeneral, kPeriod), "750"));
+  Send(test::SetText(Own(kGeneral, kPeriod), "750"));
   EXPECT_TRUE(FileBecomes(kPeriodLine + "750\n"));
 }
 
@@ -308,7 +307,7 @@ TEST_F(ServiceOnFilesTest, RegistersItsPropertiesInTheOrderOfItsConstruction) {
   Start();
   service_->PublishQtRuntimeVersion("4.8", "17");
   service_->PublishQtCommonVersion("4.8", "18");
-  Send(testing::SetText(Own(kGeneral, "DDF2926A-0A65-4196-88FE-5858BC957E0B"), "True"));
+  Send(test::SetText(Own(kGeneral, "DDF2926A-0A65-4196-88FE-5858BC957E0B"), "True"));
   const std::vector<std::string> names = {"Valmere",
                                           "Error Log File Name",
                                           "Property Publishing Period in ms",
@@ -342,15 +341,15 @@ TEST_F(ServiceOnFilesTest, RegistersItsPropertiesInTheOrderOfItsConstruction) {
 TEST_F(ServiceOnFilesTest, SubscribesToAllOnItsOwnDevice) {
   Start();
   EXPECT_EQ(files_->Get(u"PRN1:").value_or(""),
-            testing::FrameOf(R"({"SubscribeAllCurrentAndNewProperties": true})"));
+            test::FrameOf(R"({"SubscribeAllCurrentAndNewProperties": true})"));
 }
 
 TEST_F(ServiceOnFilesTest, TellsASubscriberOfAChangeByItself) {
   Start();
-  const testing::Address period = Own(kGeneral, kPeriod);
+  const test::Address period = Own(kGeneral, kPeriod);
   Send(R"({"SubscribeAllCurrentAndNewProperties": true})");
-  Send(testing::SetText(period, "750"));
-  const std::string expected = testing::FrameOf(testing::Responses(testing::Entry(
+  Send(test::SetText(period, "750"));
+  const std::string expected = test::FrameOf(test::Responses(test::Entry(
       period, "Valmere", "General", "Property Publishing Period in ms", "Successful", "750")));
   EXPECT_EQ(ReadBytes(*session_, expected.size()), expected);
 }
@@ -361,8 +360,8 @@ TEST_F(ServiceOnFilesTest, TellsWhereTheLogIsAndTakesNoOtherNameForIt) {
               WithTrailer(std::string(kGeneral) +
                           ":32244D1F-E72E-4F42-A4DE-CAB2C6AF88A9|General:Error Log File Name=x\n"));
   Start();
-  const testing::Address name = Own(kGeneral, "32244D1F-E72E-4F42-A4DE-CAB2C6AF88A9");
-  Send(testing::SetText(name, "/Store/Elsewhere.txt"));
+  const test::Address name = Own(kGeneral, "32244D1F-E72E-4F42-A4DE-CAB2C6AF88A9");
+  Send(test::SetText(name, "/Store/Elsewhere.txt"));
   EXPECT_EQ(Get(kGeneral, "32244D1F-E72E-4F42-A4DE-CAB2C6AF88A9"), "/Store/Errors.txt");
   service_.reset();
   EXPECT_NE(
@@ -392,7 +391,7 @@ TEST_F(ServiceOnFilesTest, LogsTheUnknownFormatWhateverTheZonesSay) {
   session->Write(noise.data(), static_cast<int>(noise.size()));
   session->Close();
   EXPECT_TRUE(Eventually([&] { return CountInLog("unknown stream format") == 2; }));
-  Send(testing::SetText(Own(kGeneral, kPeriod), "no number"));
+  Send(test::SetText(Own(kGeneral, kPeriod), "no number"));
   EXPECT_EQ(Get(kGeneral, kPeriod), "500");
   service_.reset();
   EXPECT_EQ(CountInLog("unknown stream format"), 2u);
@@ -401,7 +400,7 @@ TEST_F(ServiceOnFilesTest, LogsTheUnknownFormatWhateverTheZonesSay) {
 
 TEST_F(ServiceOnFilesTest, LogsARefusedSetInOneLineWhateverTheClientWrote) {
   Start();
-  Send(testing::SetText(Own(kGeneral, kPeriod), R"(x\r\nMon Nov 16 09:30:00 2026,forged)"));
+  Send(test::SetText(Own(kGeneral, kPeriod), R"(x\r\nMon Nov 16 09:30:00 2026,forged)"));
   EXPECT_EQ(Get(kGeneral, kPeriod), "500");
   const std::string log = LogAtEnd();
   EXPECT_NE(log.find("Property \"Property Publishing Period in ms\" was not set to "
@@ -492,7 +491,7 @@ TEST_F(ServiceOnFilesTest, LogsItsReleaseItsSessionsAndItsCountersWhenAsked) {
 TEST_F(ServiceOnFilesTest, AZoneThatAClientSetsTakesEffectAndIsKept) {
   Start();
   const std::string_view guid = "8D6BC3E1-3943-4E0D-97E7-601690F93C1E";
-  Send(testing::SetText(Own(kZones, guid), "True"));
+  Send(test::SetText(Own(kZones, guid), "True"));
   EXPECT_EQ(Get(kZones, guid), "True");
   EXPECT_TRUE(IsOn(DebugZone::kInfo));
   EXPECT_TRUE(FileBecomes(ZoneLine(guid, "Enable Info Debug Zone", "True")));
@@ -505,7 +504,7 @@ TEST_F(ServiceOnFilesTest, AnswersWhateverItsFilesAre) {
          {kPaths.property_file, kPaths.override_file, kPaths.log_file_name_file, kLog})
       (*files_.*bad)(path);
     Start();
-    Send(testing::SetText(Own(kGeneral, kPeriod), "750"));
+    Send(test::SetText(Own(kGeneral, kPeriod), "750"));
     EXPECT_EQ(Get(kGeneral, kPeriod), "750");
     EXPECT_EQ(Get("2EBF9DEF-D51C-47FE-935E-5EDCC530B867", "A32AFFED-7C37-47FE-80DB-B21875E226BD"),
               "True");
@@ -519,12 +518,12 @@ TEST_F(ServiceOnFilesTest, AFileOutOfReachIsLoggedOnceAndAnswersGoOn) {
   ASSERT_TRUE(Eventually([&] { return CountInLog("\n") >= 2; }));
   files_->PutUnopenable(kPaths.property_file);
   for (int i = 1; i <= 50; ++i) {
-    Send(testing::SetText(Own(kGeneral, kPeriod), std::to_string(1000 + i)));
+    Send(test::SetText(Own(kGeneral, kPeriod), std::to_string(1000 + i)));
     EXPECT_EQ(Get(kGeneral, kPeriod), std::to_string(1000 + i));
   }
   EXPECT_TRUE(Eventually([&] { return CountInLog("was not written: it can't be opened") == 1; }));
   files_->Put(kPaths.property_file, "");
-  Send(testing::SetText(Own(kGeneral, kPeriod), "2000"));
+  Send(test::SetText(Own(kGeneral, kPeriod), "2000"));
   EXPECT_TRUE(FileBecomes(kPeriodLine + "2000\n"));
   EXPECT_EQ(CountInLog("was not written"), 1u);
 }

@@ -11,8 +11,8 @@
 namespace valmere {
 namespace {
 
-using testing::RecordingSink;
-using testing::TestThread;
+using test::RecordingSink;
+using test::TestThread;
 
 class DriverSessionTableTest : public ::testing::Test {
  protected:

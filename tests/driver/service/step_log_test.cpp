@@ -23,7 +23,7 @@ class StepLogTest : public ::testing::Test {
     return steps;
   }
 
-  const std::shared_ptr<testing::CollectingLog> log_ = std::make_shared<testing::CollectingLog>();
+  const std::shared_ptr<test::CollectingLog> log_ = std::make_shared<test::CollectingLog>();
 };
 
 using Lines = std::vector<std::string>;

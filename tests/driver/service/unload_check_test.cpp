@@ -20,7 +20,7 @@ class UnloadCheckTest : public ::testing::Test {
  protected:
   std::optional<std::string> Marker() { return files_.Get(kMarker); }
 
-  testing::MemoryFileSystem files_;
+  test::MemoryFileSystem files_;
 };
 
 TEST_F(UnloadCheckTest, WritesFourBytesWhenNothingIsLeft) {

@@ -5,7 +5,7 @@
 
 #include "tests/persist/settings/persistence_fixture.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 struct Version {
@@ -72,4 +72,4 @@ TEST_F(VersionInfoTest, StorePropertiesWritesThem) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -11,7 +11,7 @@
 namespace valmere {
 namespace {
 
-using testing::TestThread;
+using test::TestThread;
 
 constexpr int kThreads = 4;
 constexpr int kRounds = 1500;
@@ -103,7 +103,7 @@ TEST(EventFlagsStress, KeepPredicatesAndMasksApart) {
       });
     }
     threads.emplace_back([&] { EXPECT_NE(flags.Wait(kStop) & kStop, 0u); });
-    EXPECT_TRUE(testing::Eventually([&] { return taken == kThreads * kRounds; }));
+    EXPECT_TRUE(test::Eventually([&] { return taken == kThreads * kRounds; }));
     flags.Set(kStop);
   }
   EXPECT_EQ(queued, 0);

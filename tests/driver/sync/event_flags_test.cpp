@@ -16,8 +16,8 @@ namespace {
 
 using platform::kTicksPerMillisecond;
 using platform::MonotonicNow;
-using testing::Eventually;
-using testing::TestThread;
+using test::Eventually;
+using test::TestThread;
 
 constexpr auto kKeep = EventFlags::AutoClear::kNo;
 constexpr auto kAutoClear = EventFlags::AutoClear::kYes;

@@ -44,7 +44,7 @@ TEST(LiveCounters, CountEachKindForItself) {
 
 TEST(LiveCounters, CountOnManyThreadsAtOnce) {
   {
-    std::vector<testing::TestThread> threads;
+    std::vector<test::TestThread> threads;
     for (int i = 0; i < 4; ++i)
       threads.emplace_back([] {
         for (int round = 0; round < 2000; ++round) {

@@ -14,8 +14,8 @@
 namespace valmere {
 namespace {
 
-using testing::Eventually;
-using testing::TestThread;
+using test::Eventually;
+using test::TestThread;
 
 TEST(TaskQueue, RunsJobsInTheOrderInWhichTheyArePushed) {
   std::vector<int> order;
@@ -209,7 +209,7 @@ TEST(TaskQueue, AnInletPushesAndOutlivesTheQueue) {
   const TaskQueue::Inlet inlet = queue->inlet();
   std::atomic<int> runs{0};
   inlet.Push([&] { ++runs; });
-  EXPECT_TRUE(testing::Eventually([&] { return runs == 1; }));
+  EXPECT_TRUE(test::Eventually([&] { return runs == 1; }));
   queue.reset();
   EXPECT_EQ(LiveWorkerThreads::Live(), 0u) << "the inlet keeps no queue";
   inlet.Push([&] { ++runs; });

@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <vector>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 std::size_t ThreadCount() {
   const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
@@ -84,4 +84,4 @@ std::size_t ListeningSocketCount() {
       [](const MIB_TCPROW_OWNER_PID& row) { return row.dwOwningPid == GetCurrentProcessId(); }));
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -22,7 +22,7 @@ class FileStreamTest : public ::testing::Test {
     return bytes;
   }
 
-  testing::MemoryFileSystem files_;
+  test::MemoryFileSystem files_;
 };
 
 TEST_F(FileStreamTest, MovesBytesAsTheyStand) {
@@ -106,12 +106,12 @@ TEST_F(FileStreamTest, GivesNothingWhenTheSizeCantBeHad) {
 }
 
 TEST_F(FileStreamTest, GivesNothingWhenTheFileIsTooLargeForTheMemory) {
-  testing::HugeFileSystem files(~std::uint64_t{0});
+  test::HugeFileSystem files(~std::uint64_t{0});
   EXPECT_EQ(FileStream(files, u"/x", OpenFlags::kRead).ReadWhole(), std::nullopt);
 }
 
 TEST_F(FileStreamTest, ReadsNoFileWholeThatIsLargerThanTheLargest) {
-  testing::HugeFileSystem files;
+  test::HugeFileSystem files;
   EXPECT_EQ(FileStream(files, u"/x", OpenFlags::kRead).ReadWhole(), std::nullopt);
 }
 

@@ -7,7 +7,7 @@
 #include "platform/files.h"
 #include "platform/kernel.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // One service's way to a disk that it shares with another. It can be told to hang in the next call
 // that opens a file for reading.
@@ -37,4 +37,4 @@ class HangingFiles final : public platform::FileSystem {
   platform::Semaphore go_on_;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -9,7 +9,7 @@
 #include "persist/file/file_stream.h"
 #include "platform/files.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Purpose: every path leads to a file that claims its size and grants every transfer.
 // Owner: the test.
@@ -39,4 +39,4 @@ class HugeFileSystem final : public platform::FileSystem {
   int opens_for_writing_ = 0;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

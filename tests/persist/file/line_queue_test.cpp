@@ -22,7 +22,7 @@
 #include "tests/support/memory_file_system.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr platform::WidePathView kQueuedFile = u"/Store/Properties.ini";
@@ -451,4 +451,4 @@ TEST_F(LineQueueSync, ADiskThatTakesNothingIsToldOfOnceAndTriedAgain) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

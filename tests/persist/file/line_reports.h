@@ -9,7 +9,7 @@
 #include "platform/kernel.h"
 #include "platform/wide_path.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Keeps what a line queue reports, as texts in their order.
 class KeptReports : public LineReports {
@@ -57,4 +57,4 @@ class KeptReports : public LineReports {
   std::vector<std::string> all_ GUARDED_BY(lock_);
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

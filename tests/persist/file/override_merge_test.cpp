@@ -13,13 +13,13 @@
 namespace valmere {
 namespace {
 
+using test::WithTrailer;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
-using testing::WithTrailer;
 
-using testing::kOverrideFile;
-using testing::kPropertyFile;
+using test::kOverrideFile;
+using test::kPropertyFile;
 
 class OverrideMergeTest : public ::testing::Test {
  protected:
@@ -39,7 +39,7 @@ class OverrideMergeTest : public ::testing::Test {
   }
   bool OverrideIsThere() { return files_.Exists(kOverrideFile); }
 
-  testing::MemoryFileSystem files_;
+  test::MemoryFileSystem files_;
   PropertyMap map_;
   std::vector<PropertyLine> requested_;
 };

@@ -6,7 +6,7 @@
 
 #include "platform/wide_path.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 inline constexpr platform::WidePathView kPropertyFile = u"/Store/ValmereProperties.ini";
 inline constexpr platform::WidePathView kOverrideFile = u"/Store/ValmerePropertiesOverride.ini";
@@ -41,4 +41,4 @@ inline std::string ManyLines(int count) {
   return body;
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -9,7 +9,7 @@
 #include "platform/kernel.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr PropertyFileTurn::For kReading = PropertyFileTurn::For::kReading;
@@ -156,4 +156,4 @@ TEST(PropertyFileTurn, IsNotWaitedForByWhoGivesUp) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -14,9 +14,9 @@
 namespace valmere {
 namespace {
 
-using testing::WithTrailer;
+using test::WithTrailer;
 
-using testing::kPropertyFile;
+using test::kPropertyFile;
 
 class PropertyFileWriterTest : public ::testing::Test {
  protected:
@@ -34,7 +34,7 @@ class PropertyFileWriterTest : public ::testing::Test {
     return new_body;
   }
 
-  testing::MemoryFileSystem files_;
+  test::MemoryFileSystem files_;
 };
 
 TEST(WriteRequest, HoldsThePrefixTheLineAndThePath) {
@@ -163,7 +163,7 @@ TEST_F(PropertyFileWriterTest, ReportsAFolderOrAnUnopenableFileInItsPlace) {
 }
 
 TEST_F(PropertyFileWriterTest, LeavesAFileAloneThatIsLargerThanTheLargest) {
-  testing::HugeFileSystem files;
+  test::HugeFileSystem files;
   EXPECT_EQ(RewriteLine(files, MakeWriteRequest("a|b", "2", kPropertyFile)),
             RewriteResult::kTooLong);
   EXPECT_EQ(files.opens_for_writing(), 0);
@@ -211,7 +211,7 @@ TEST_F(PropertyFileWriterTest, RewritesLargeFiles) {
   const std::string value(1 << 20, 'v');
   EXPECT_EQ(Rewritten("a|b=1\nc|d=2\n", "a|b", value), "a|b=" + value + "\nc|d=2\n");
   EXPECT_EQ(Rewritten("a|b=" + value + "\nc|d=2\n", "a|b", "1"), "a|b=1\nc|d=2\n");
-  const std::string lines = testing::ManyLines(30'000);
+  const std::string lines = test::ManyLines(30'000);
   EXPECT_EQ(Rewritten(lines + "last|=1\n", "last|", "2"), lines + "last|=2\n");
 }
 

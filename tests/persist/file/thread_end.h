@@ -3,7 +3,7 @@
 
 #include <atomic>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Watch makes the calling thread set `returned` as it returns: a thread that is ended where it
 // stands doesn't come to that. The flag must outlive the thread.
@@ -22,4 +22,4 @@ class ThreadEnd {
   std::atomic<bool>* returned_ = nullptr;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -14,7 +14,7 @@
 #include "tests/support/allocations.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr platform::WidePathView kLinesFile = u"/Store/Properties.ini";
@@ -253,4 +253,4 @@ TEST(WaitingLinesOnDisk, LeaveTheFilesThatEveryLineInItsTurnWouldLeave) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -7,7 +7,7 @@
 #include "platform/files.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // A disk that tells of each file that is opened for writing, on the thread that does it: the file has
 // lost its old content then and has no new one yet.
@@ -31,4 +31,4 @@ class WatchedFileSystem final : public platform::FileSystem {
   const std::function<void()> in_a_rewrite_;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

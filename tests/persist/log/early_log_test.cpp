@@ -8,7 +8,7 @@
 
 #include "tests/persist/settings/persistence_fixture.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 TEST(EarlyLog, KeepsMessagesUntilThereIsALog) {
@@ -37,4 +37,4 @@ TEST(EarlyLog, StandsALogThatHasGone) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -15,7 +15,7 @@
 #include "tests/support/memory_file_system.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr platform::WidePathView kNameFile = u"/Store/LogFileName.txt";
@@ -225,4 +225,4 @@ TEST_F(LogFacilityTest, AFullDiskHoldsNobodyUp) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -12,7 +12,7 @@
 #include "tests/support/allocations.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 // What was written, kept beyond the stream; each write can be held up.
@@ -265,4 +265,4 @@ TEST(LogWriter, TakesNoProcessorTimeWhileThereIsNothingToWrite) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

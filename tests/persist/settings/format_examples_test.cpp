@@ -9,7 +9,7 @@
 #include "tests/support/hex_example.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr platform::WidePathView kFile = u"/Store/Properties.ini";
@@ -51,4 +51,4 @@ TEST(FormatExamples, TheLogLineIsWritten) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

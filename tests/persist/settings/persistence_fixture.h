@@ -16,7 +16,7 @@
 #include "tests/support/memory_file_system.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 inline constexpr platform::WidePathView kMain = u"/Store/Properties.ini";
 inline constexpr platform::WidePathView kOverride = u"/Store/Override.ini";
@@ -102,4 +102,4 @@ class PersistenceTest : public ::testing::Test {
   std::shared_ptr<Persistence> persistence_;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

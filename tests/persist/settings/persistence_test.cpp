@@ -9,7 +9,7 @@
 #include "tests/persist/file/watched_file_system.h"
 #include "tests/persist/settings/persistence_fixture.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 TEST_F(PersistenceTest, RestoresAPropertySilentlyWhenItIsRegistered) {
@@ -639,4 +639,4 @@ TEST_F(PersistenceTest, GoesWithLinesQueuedAndLeavesNoPropertyAlive) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

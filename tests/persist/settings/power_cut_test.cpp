@@ -17,11 +17,11 @@
 namespace valmere {
 namespace {
 
-using testing::MemoryFileSystem;
-using testing::WithTrailer;
+using test::MemoryFileSystem;
+using test::WithTrailer;
 
-using testing::kOverrideFile;
-using testing::kPropertyFile;
+using test::kOverrideFile;
+using test::kPropertyFile;
 
 using Action = std::function<void(MemoryFileSystem&)>;
 

@@ -10,7 +10,7 @@
 #include "tests/persist/file/watched_file_system.h"
 #include "tests/persist/settings/persistence_fixture.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr std::uint32_t kProperties = 40;
@@ -201,4 +201,4 @@ TEST(EndedService, LoadsNoMoreWhereOthersHaveTheFiles) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

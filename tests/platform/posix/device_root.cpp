@@ -10,7 +10,7 @@
 #include <iterator>
 #include <stdexcept>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 DeviceRoot::DeviceRoot() {
   const char* base = getenv("TMPDIR");
@@ -54,4 +54,4 @@ std::string DeviceRoot::Get(const std::string& path) const {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

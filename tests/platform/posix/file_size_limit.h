@@ -3,7 +3,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // While it lives, no file of this process grows beyond `bytes`, as on a full disk.
 class FileSizeLimit {
@@ -25,4 +25,4 @@ class FileSizeLimit {
   rlimit before_{};
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -47,7 +47,7 @@ TEST_F(DeviceFiles, AreNotReachedByLinksOutOfTheRoot) {
 }
 
 TEST_F(DeviceFiles, TakeAsMuchOfAWriteAsFits) {
-  const testing::FileSizeLimit limit(1000);
+  const test::FileSizeLimit limit(1000);
   const auto file = Open(u"\\f", kWrite);
   EXPECT_EQ(Write(file, std::string(600, 'a')), 600u);
   EXPECT_EQ(Write(file, std::string(600, 'b')), 400u);

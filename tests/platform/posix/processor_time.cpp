@@ -2,7 +2,7 @@
 
 #include <time.h>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 platform::Ticks ProcessorTime() {
   timespec time{};
@@ -10,4 +10,4 @@ platform::Ticks ProcessorTime() {
   return platform::Ticks{time.tv_sec} * 1000 * platform::kTicksPerMillisecond + time.tv_nsec / 100;
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

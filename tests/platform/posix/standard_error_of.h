@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // While it lives, what is written to standard error is kept.
 class StandardErrorOf {
@@ -33,4 +33,4 @@ class StandardErrorOf {
   const int before_;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -23,7 +23,7 @@
 namespace valmere::platform {
 namespace {
 
-using ::valmere::testing::TestThread;
+using ::valmere::test::TestThread;
 
 constexpr char kOneLeftOut[] = "valmere: 1 line before this one was left out\n";
 
@@ -195,7 +195,7 @@ TEST_F(UnreadStandardError, IsNotWaitedForWhenItIsAStoppedTerminal) {
   ASSERT_EQ(tcflow(terminal.writer(), TCOON), 0);
   WriteErrorLine({"two"});
   std::string text;
-  EXPECT_TRUE(testing::Eventually([&] {
+  EXPECT_TRUE(test::Eventually([&] {
     text += ReadNow(terminal.reader());
     return text.ends_with("two\n");
   }));
@@ -209,7 +209,7 @@ TEST_F(UnreadStandardError, IsNotWaitedForWhenItIsATerminalThatNobodyReads) {
   for (int i = 0; i < 1000; ++i)
     WriteErrorLine({line});
   std::string text;
-  EXPECT_TRUE(testing::Eventually([&] {
+  EXPECT_TRUE(test::Eventually([&] {
     text += ReadNow(terminal.reader());
     WriteErrorLine({"last"});
     return text.find("last\n") != std::string::npos;

@@ -12,7 +12,7 @@
 namespace valmere::platform {
 namespace {
 
-using testing::Eventually;
+using test::Eventually;
 
 std::atomic<int> g_caught{0};
 

@@ -1,9 +1,9 @@
 #include "tests/platform/wine.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 bool InWine() {
   return false;
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

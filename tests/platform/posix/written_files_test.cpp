@@ -18,8 +18,8 @@
 namespace valmere::platform {
 namespace {
 
-using testing::FileSizeLimit;
-using testing::StandardErrorOf;
+using test::FileSizeLimit;
+using test::StandardErrorOf;
 
 constexpr OpenFlags kAnew = kWrite | OpenFlags::kTruncate;
 

@@ -10,7 +10,7 @@
 
 #include "platform/wide_path.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 constexpr wchar_t kLongForm[] = L"\\\\?\\";
@@ -127,4 +127,4 @@ std::string DeviceRoot::Get(const std::string& path) const {
   return bytes;
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

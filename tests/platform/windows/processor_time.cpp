@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 platform::Ticks TicksOf(const FILETIME& time) {
@@ -20,4 +20,4 @@ platform::Ticks ProcessorTime() {
   return TicksOf(kernel) + TicksOf(user);
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

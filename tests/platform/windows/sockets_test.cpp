@@ -48,7 +48,7 @@ SendCall __wrap___imp_send = WatchedSend;
 namespace valmere::platform {
 namespace {
 
-using ::valmere::testing::TestThread;
+using ::valmere::test::TestThread;
 
 // While it lives, nothing can be connected to.
 class NoConnections {

@@ -2,10 +2,10 @@
 
 #include <windows.h>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 bool InWine() {
   return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

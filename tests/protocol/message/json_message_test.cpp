@@ -20,13 +20,13 @@
 namespace valmere {
 namespace {
 
-using testing::FieldsOf;
-using testing::FrameOf;
-using testing::IdentifierBytes;
-using testing::LengthBytes;
-using testing::ParserLockIsFree;
-using testing::ScriptedConnection;
-using testing::TestThread;
+using test::FieldsOf;
+using test::FrameOf;
+using test::IdentifierBytes;
+using test::LengthBytes;
+using test::ParserLockIsFree;
+using test::ScriptedConnection;
+using test::TestThread;
 
 using Lengths = std::vector<int>;
 
@@ -206,7 +206,7 @@ TEST(JsonMessageRead, WaitsForTheParserLockButReadsWithoutIt) {
     read = message.Read(connection);
     done.Release();
   });
-  EXPECT_TRUE(testing::Eventually([&] { return connection.reads().size() == 3; }));
+  EXPECT_TRUE(test::Eventually([&] { return connection.reads().size() == 3; }));
   EXPECT_FALSE(done.WaitUntil(AMomentLater()));
   ParserLock().Leave();
   reader.Join();
@@ -297,7 +297,7 @@ TEST(JsonMessageWrite, HoldsNoParserLockWhileTheConnectionTakesTheFrame) {
 }
 
 TEST(JsonMessageWrite, IsReadBackAsTheSameObject) {
-  testing::RequestMessage sent;
+  test::RequestMessage sent;
   sent.RequestAll();
   sent.AddSubscribeEntry({"c", "g", "p"});
   ScriptedConnection out;

@@ -17,9 +17,9 @@
 namespace valmere {
 namespace {
 
-using testing::Eventually;
-using testing::ParserLockIsFree;
-using testing::TestThread;
+using test::Eventually;
+using test::ParserLockIsFree;
+using test::TestThread;
 
 // By who holds the lock, which the analysis does not see when a handle of the scope lies on the heap.
 void LetNextIn() NO_THREAD_SAFETY_ANALYSIS {
@@ -65,10 +65,10 @@ TEST(ParsingLock, IsLetGoInTheMiddleOfLongMessages) {
   std::string text = R"({"a":[)";
   while (text.size() < 4'000'000)
     text += "1,";
-  const std::vector<std::string> fields = testing::FieldsOf(text + "1]}");
+  const std::vector<std::string> fields = test::FieldsOf(text + "1]}");
   std::atomic<int> unread{2};
   const auto read_long_one = [&] {
-    testing::ScriptedConnection connection(fields);
+    test::ScriptedConnection connection(fields);
     PropertyMessage message;
     EXPECT_TRUE(message.Read(connection));
     --unread;
@@ -78,7 +78,7 @@ TEST(ParsingLock, IsLetGoInTheMiddleOfLongMessages) {
   int between = 0;
   EXPECT_TRUE(Eventually([&] { return !ParserLockIsFree(); }));
   while (unread == 2) {
-    testing::ScriptedConnection short_one(testing::FieldsOf(R"({"b":1})"));
+    test::ScriptedConnection short_one(test::FieldsOf(R"({"b":1})"));
     PropertyMessage message;
     EXPECT_TRUE(message.Read(short_one));
     if (unread == 2) ++between;

@@ -22,14 +22,14 @@
 namespace valmere {
 namespace {
 
-using testing::CollectingLog;
-using testing::FakeFactory;
-using testing::FrameOf;
-using testing::IdentifierBytes;
-using testing::ScriptedConnection;
-using testing::TestThread;
+using test::CollectingLog;
+using test::FakeFactory;
+using test::FrameOf;
+using test::IdentifierBytes;
+using test::ScriptedConnection;
+using test::TestThread;
 
-using testing::kTestPriority;
+using test::kTestPriority;
 constexpr const char* kUnknownFormatLine =
     "DataHandlerManager encountered an unknown stream format";
 
@@ -51,7 +51,7 @@ class DataHandlerManagerTest : public ::testing::Test {
     return factory;
   }
 
-  const std::shared_ptr<PropertyEngine> engine = testing::MakeTestEngine();
+  const std::shared_ptr<PropertyEngine> engine = test::MakeTestEngine();
   const std::shared_ptr<CollectingLog> log = std::make_shared<CollectingLog>();
   const std::shared_ptr<TaskQueue> tasks = std::make_shared<TaskQueue>(kTestPriority);
   DataHandlerManager manager{ServiceContext{engine}, log, tasks, kTestPriority};
@@ -193,7 +193,7 @@ TEST_F(DataHandlerManagerTest, CreatesAndServesWithoutTheLockOfTheFactories) {
       manager.RegisterFactory(std::make_shared<FakeFactory>(Recognised, 2));
       *done = true;
     }));
-    EXPECT_TRUE(testing::Eventually([&] { return done->load(); }));
+    EXPECT_TRUE(test::Eventually([&] { return done->load(); }));
   };
   factory->OnCreate(register_elsewhere);
   factory->OnServe([&](const ServiceContext&, PeekableStream&) { register_elsewhere(); });

@@ -17,10 +17,10 @@
 namespace valmere {
 namespace {
 
-using testing::FrameOf;
-using testing::IdentifierBytes;
-using testing::LengthBytes;
-using testing::ScriptedConnection;
+using test::FrameOf;
+using test::IdentifierBytes;
+using test::LengthBytes;
+using test::ScriptedConnection;
 
 using Frames = std::vector<std::string>;
 
@@ -68,7 +68,7 @@ class JsonMessageHandlerTest : public ::testing::Test {
     return factory.Score(*stream);
   }
 
-  ServiceContext context{testing::MakeTestEngine()};
+  ServiceContext context{test::MakeTestEngine()};
   JsonMessageFactory factory;
   std::shared_ptr<ScriptedConnection> connection;
   std::shared_ptr<ClientConnection> client;

@@ -15,8 +15,8 @@
 namespace valmere {
 namespace {
 
-using testing::FrameOf;
-using testing::ScriptedConnection;
+using test::FrameOf;
+using test::ScriptedConnection;
 
 using Lengths = std::vector<int>;
 

@@ -24,13 +24,13 @@
 namespace valmere {
 namespace {
 
-using testing::CollectingLog;
-using testing::Eventually;
-using testing::FakeFactory;
-using testing::ScriptedConnection;
-using testing::TestThread;
+using test::CollectingLog;
+using test::Eventually;
+using test::FakeFactory;
+using test::ScriptedConnection;
+using test::TestThread;
 
-using testing::kTestPriority;
+using test::kTestPriority;
 
 class StreamThreads : public ::testing::Test {
  protected:

@@ -14,8 +14,8 @@
 namespace valmere {
 namespace {
 
-using testing::FrameOf;
-using testing::ScriptedConnection;
+using test::FrameOf;
+using test::ScriptedConnection;
 
 const std::atomic<bool> kWanted{false};
 

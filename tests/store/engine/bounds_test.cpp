@@ -13,14 +13,14 @@
 namespace valmere {
 namespace {
 
-using testing::Client;
-using testing::EntryText;
-using testing::kGone;
-using testing::Responses;
+using test::Client;
+using test::EntryText;
+using test::kGone;
+using test::Responses;
 
 constexpr std::size_t kMiB = std::size_t{1} << 20;
 
-class Bounds : public testing::EngineTest {
+class Bounds : public test::EngineTest {
  protected:
   // A message of so many entries, each as short as can be.
   static std::string Flood(std::string_view key, std::size_t entries) {
@@ -39,10 +39,10 @@ class Bounds : public testing::EngineTest {
 TEST_F(Bounds, EndTheSessionOfAReplyThatWouldBeTooLong) {
   for (int i = 0; i < 20; ++i)
     Publish(reader, {.group_guid = "", .guid = std::to_string(i)});
-  const std::size_t before = testing::BytesInUse();
+  const std::size_t before = test::BytesInUse();
   EXPECT_FALSE(Send(client, Flood("PropertyGetRequests", 50'000)));
   EXPECT_TRUE(client.stream->writes().empty());
-  EXPECT_GT(before + kMiB, testing::BytesInUse());
+  EXPECT_GT(before + kMiB, test::BytesInUse());
   const std::vector<std::string> lines = log->TakeLines();
   ASSERT_EQ(1u, lines.size());
   EXPECT_EQ("Client " + std::to_string(client.connection->instance_number()) +
@@ -95,13 +95,13 @@ TEST_F(Bounds, HoldInAPeriodThatNeverEnds) {
   const std::string value(10'000, 'x');
   const std::string come_and_go = Responses({{.value = value}, {.status = kGone, .value = value}});
   const std::uint32_t properties = LiveProperties::Live();
-  const std::size_t before = testing::BytesInUse();
+  const std::size_t before = test::BytesInUse();
   for (int round = 0; round < 40; ++round) {
     for (int i = 0; i < 100; ++i)
       Send(client, come_and_go);
     engine->PublishPass();
   }
-  EXPECT_GT(before + 50 * kMiB, testing::BytesInUse());
+  EXPECT_GT(before + 50 * kMiB, test::BytesInUse());
   EXPECT_EQ(properties, LiveProperties::Live());
   EXPECT_EQ(1u, log->TakeLines().size()) << "told once";
 }

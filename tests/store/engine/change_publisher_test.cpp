@@ -23,18 +23,18 @@
 namespace valmere {
 namespace {
 
-using testing::Client;
-using testing::EntryText;
-using testing::Responses;
+using test::Client;
+using test::EntryText;
+using test::Responses;
 
 using Texts = std::vector<std::string>;
 
-using testing::kGone;
+using test::kGone;
 
 class Publishing : public ::testing::Test {
  protected:
   void Subscribe(const Client& subscriber, std::vector<PropertyAddress> addresses = {}) {
-    Subscriber::Keys keys = testing::KeysOf(addresses);
+    Subscriber::Keys keys = test::KeysOf(addresses);
     const ScopedLock hold(subscribers->lock);
     subscribers->Add(subscriber.connection, keys);
   }
@@ -67,7 +67,7 @@ class Publishing : public ::testing::Test {
   // Whether another thread could take the subscriber list's lock.
   bool ListIsFree() NO_THREAD_SAFETY_ANALYSIS {
     bool entered = false;
-    testing::TestThread other([&]() NO_THREAD_SAFETY_ANALYSIS {
+    test::TestThread other([&]() NO_THREAD_SAFETY_ANALYSIS {
       entered = subscribers->lock.TryEnter();
       if (entered) subscribers->lock.Leave();
     });
@@ -89,7 +89,7 @@ class Publishing : public ::testing::Test {
   const std::shared_ptr<UIntProperty> period =
       UIntProperty::Make(500, "PERIOD", "Period", "General", "General");
   const std::shared_ptr<SubscriberList> subscribers = std::make_shared<SubscriberList>();
-  const std::shared_ptr<testing::CollectingLog> log = std::make_shared<testing::CollectingLog>();
+  const std::shared_ptr<test::CollectingLog> log = std::make_shared<test::CollectingLog>();
   int subscribed_all = 0;
   std::function<void()> on_subscribe_all = [] {};
   ChangePublisher publisher{own, period, subscribers, log, [this] {
@@ -291,7 +291,7 @@ TEST_F(Publishing, GivesAllWhoSubscribedToAllTheSameBytes) {
   EndPeriod();
   const Texts frames = clients[0].stream->writes();
   ASSERT_EQ(1u, frames.size());
-  EXPECT_EQ(testing::FrameOf(Responses({OwnEntry("1"), {.guid = "2"}})), frames[0]);
+  EXPECT_EQ(test::FrameOf(Responses({OwnEntry("1"), {.guid = "2"}})), frames[0]);
   for (const Client& each : clients)
     EXPECT_EQ(frames, each.stream->writes());
 }
@@ -476,7 +476,7 @@ TEST_F(Publishing, KeepsWhatComesAndGoesForAPassWithMoreMemory) {
   publisher.AnnounceNew(Published("1", "W"));
   publisher.AnnounceNew(Own("2"));
   {
-    const testing::LimitedAllocations none(0);
+    const test::LimitedAllocations none(0);
     publisher.Pass();
   }
   publisher.Pass();
@@ -492,12 +492,12 @@ TEST_F(Publishing, GivesTheMemoryOfABurstBack) {
   Subscribe(client, {{"OWN", "G", "P"}});
   property->SetFromString(std::string(1'000'000, 'x'));
   EndPeriod();
-  const std::size_t before = testing::BytesInUse();
+  const std::size_t before = test::BytesInUse();
   publisher.PushChange(property);
   EndPeriod();
   for (Client* const each : {&client, &to_all})
     EXPECT_EQ(1u, each->TakeTexts().size());
-  EXPECT_GT(before + 100'000, testing::BytesInUse());
+  EXPECT_GT(before + 100'000, test::BytesInUse());
 }
 
 // Changes again each time that it is asked for its value.

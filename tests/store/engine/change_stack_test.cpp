@@ -68,9 +68,9 @@ TEST(ChangeStack, LosesNoneOfTheChangesOfManyThreads) {
   constexpr int kChanges = 400;
   ChangeStack stack;
   const auto property = Make();
-  testing::StartGate gate(kThreads + 1);
+  test::StartGate gate(kThreads + 1);
   std::atomic<int> taken{0};
-  std::vector<testing::TestThread> threads;
+  std::vector<test::TestThread> threads;
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&] {
       gate.Pass();

@@ -13,9 +13,9 @@
 namespace valmere {
 namespace {
 
-using testing::Client;
-using testing::EntryText;
-using testing::Responses;
+using test::Client;
+using test::EntryText;
+using test::Responses;
 
 constexpr int kEntries = 1000;
 
@@ -47,7 +47,7 @@ std::string Address(std::string_view guid) {
   return R"({"Component": "OWN","GUID": "G:)" + std::string(guid) + R"("})";
 }
 
-class EndedSession : public testing::EngineTest {
+class EndedSession : public test::EngineTest {
  protected:
   // What happens at an unload: the service closes its end.
   void EndSession() { client.connection->Close(); }

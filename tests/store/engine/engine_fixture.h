@@ -19,7 +19,7 @@
 #include "tests/support/stream_fakes.h"
 #include "tests/support/test_engine.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 inline constexpr std::string_view kGone = kStatusNoLongerAvailable;
 
@@ -140,4 +140,4 @@ class EngineTest : public ::testing::Test {
   Client reader;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -15,16 +15,16 @@
 namespace valmere {
 namespace {
 
-using testing::Client;
-using testing::EntryText;
-using testing::kGone;
-using testing::NotFound;
-using testing::Responses;
-using testing::TestThread;
+using test::Client;
+using test::EntryText;
+using test::kGone;
+using test::NotFound;
+using test::Responses;
+using test::TestThread;
 
 using Texts = std::vector<std::string>;
 
-class Handover : public testing::EngineTest {
+class Handover : public test::EngineTest {
  protected:
   static std::string Set(std::string_view guid = "P") {
     return R"({"PropertySetRequests": [{"Component": "C","GUID": "G:)" + std::string(guid) +
@@ -183,7 +183,7 @@ TEST_F(Handover, LeavesNoDeadOwnerWhenTwoEndAtOnce) {
       Publish(i % 2 != 0 ? first : other, {.guid = guid});
       Publish(i % 2 != 0 ? other : first, {.guid = guid});
     }
-    testing::StartGate gate(2);
+    test::StartGate gate(2);
     TestThread ending([&] {
       gate.Pass();
       engine->ConnectionEnded(*first.connection);
@@ -231,7 +231,7 @@ TEST_F(Handover, LosesNoPublicationAmidTheEndOfTheOwner) {
   for (int round = 0; round < kRounds; ++round) {
     Client leaving, staying;
     Publish(leaving, EntryText{});
-    testing::StartGate gate(2);
+    test::StartGate gate(2);
     TestThread ending([&] {
       gate.Pass();
       engine->ConnectionEnded(*leaving.connection);  // its stream is open: it said goodbye

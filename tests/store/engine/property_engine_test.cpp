@@ -20,15 +20,15 @@
 namespace valmere {
 namespace {
 
-using testing::Client;
-using testing::EntryText;
-using testing::NotFound;
-using testing::Responses;
-using testing::TestThread;
+using test::Client;
+using test::EntryText;
+using test::NotFound;
+using test::Responses;
+using test::TestThread;
 
 using Texts = std::vector<std::string>;
 
-class MessageHandling : public testing::EngineTest {
+class MessageHandling : public test::EngineTest {
  protected:
   Client client;
 };
@@ -59,8 +59,7 @@ TEST_F(MessageHandling, KeepsTheSessionWhenThereIsNothingToDo) {
 TEST_F(MessageHandling, AnswersWithOneWrite) {
   AddOwn("P", "value");
   EXPECT_TRUE(Send(client, Message({kGetOwn})));
-  EXPECT_EQ((Texts{testing::FrameOf(Responses({OwnEntry("P", "value")}))}),
-            client.stream->writes());
+  EXPECT_EQ((Texts{test::FrameOf(Responses({OwnEntry("P", "value")}))}), client.stream->writes());
 }
 
 TEST_F(MessageHandling, EndsTheSessionWhenTheReplyCannotBeWritten) {
@@ -159,7 +158,7 @@ TEST_F(MessageHandling, KeepsNoLargeReply) {
 TEST_F(MessageHandling, LeavesNoPropertyBehind) {
   const std::uint32_t before = LiveProperties::Live();
   {
-    const auto own_engine = testing::MakeTestEngine();
+    const auto own_engine = test::MakeTestEngine();
     own_engine->AddProperty(StringProperty::Make("v", "P", "Name", "G", "Group"));
     PropertyMessage publication;
     publication.GetResponses(std::vector<PropertyResponseRecord>{
@@ -195,7 +194,7 @@ class ProbedConnection final : public Connection {
 
 TEST_F(MessageHandling, MakesTheReplyWhileOthersParse) {
   for (const std::string& text : {std::string(kGetAllText), Message({kGetOwn})}) {
-    testing::ScriptedConnection frame({testing::FrameOf(text)});
+    test::ScriptedConnection frame({test::FrameOf(text)});
     PropertyMessage message;
     ASSERT_TRUE(message.Read(frame));
     platform::Semaphore done;
@@ -213,7 +212,7 @@ TEST_F(MessageHandling, MakesTheReplyWhileOthersParse) {
 
 TEST_F(MessageHandling, PassesSetsOnWhileOthersParse) {
   Publish(client, EntryText{});
-  testing::ScriptedConnection frame({testing::FrameOf(
+  test::ScriptedConnection frame({test::FrameOf(
       R"({"PropertySetRequests": [{"Component": "C","GUID": "G:P","Value": "x"}]})")});
   PropertyMessage message;
   ASSERT_TRUE(message.Read(frame));
@@ -250,7 +249,7 @@ TEST_F(MessageHandling, DoesWhatAClientAskedForBeforeItWent) {
 TEST_F(MessageHandling, WritesTheReplyWithoutTheParserLock) {
   bool lock_was_free = false;
   Client probed(
-      std::make_shared<ProbedConnection>([&] { lock_was_free = testing::ParserLockIsFree(); }));
+      std::make_shared<ProbedConnection>([&] { lock_was_free = test::ParserLockIsFree(); }));
   EXPECT_TRUE(Send(probed, kGetAllText));
   EXPECT_TRUE(lock_was_free);
 }
@@ -292,7 +291,7 @@ TEST_F(MessageHandling, AnswersOthersWhileItWritesALongReply) {
   asking->Join();
 }
 
-class EngineEnd : public testing::EngineTest {};
+class EngineEnd : public test::EngineTest {};
 
 TEST_F(EngineEnd, IsTheEndOfPublishing) {
   const std::uint32_t workers = LiveWorkerThreads::Live();
@@ -302,7 +301,7 @@ TEST_F(EngineEnd, IsTheEndOfPublishing) {
   EXPECT_TRUE(Send(subscriber, Message({kSubscribeAll})));
   const auto property = AddOwn("P", "V");
   property->SetValue("W");
-  EXPECT_TRUE(testing::Eventually([&] { return !subscriber.stream->writes().empty(); }));
+  EXPECT_TRUE(test::Eventually([&] { return !subscriber.stream->writes().empty(); }));
   engine->End();
   EXPECT_EQ(workers, LiveWorkerThreads::Live());
   subscriber.TakeTexts();
@@ -324,14 +323,14 @@ TEST_F(EngineEnd, LeavesTheEngineToWhoHoldsIt) {
   ASSERT_TRUE(engine->Start(249));
   EXPECT_EQ(1, engine.use_count());
   const std::weak_ptr<PropertyEngine> gone = [] {
-    const auto started = testing::MakeTestEngine();
+    const auto started = test::MakeTestEngine();
     started->Start(249);
     return std::weak_ptr<PropertyEngine>(started);
   }();
   EXPECT_TRUE(gone.expired());
 }
 
-class Subscriptions : public testing::EngineTest {
+class Subscriptions : public test::EngineTest {
  protected:
   // A subscriber's entry is one more handle on its connection.
   bool IsSubscribed() const { return client.connection.use_count() == 2; }
@@ -393,7 +392,7 @@ class WatchedConnection final : public Connection {
   int Write(const void* buffer, int length) override {
     if (inside_.fetch_add(1) != 0) overlapped = true;
     const std::string frame(static_cast<const char*>(buffer), static_cast<std::size_t>(length));
-    if (testing::FrameOf(frame.substr(20)) != frame) broken = true;
+    if (test::FrameOf(frame.substr(20)) != frame) broken = true;
     ++frames;
     inside_.fetch_sub(1);
     return length;
@@ -413,7 +412,7 @@ class WatchedConnection final : public Connection {
 TEST(PropertyEngine, ServesManyClientsAtOnce) {
   constexpr int kClients = 4;
   constexpr int kRounds = 100;
-  const auto engine = testing::MakeTestEngine();
+  const auto engine = test::MakeTestEngine();
   engine->Start(249);
   engine->AddProperty(StringProperty::Make("v", "P", "Name", "G", "Group"));
   std::vector<std::shared_ptr<WatchedConnection>> streams;
@@ -427,7 +426,7 @@ TEST(PropertyEngine, ServesManyClientsAtOnce) {
         const std::string component(1, static_cast<char>('A' + i));
         const std::string next(1, static_cast<char>('A' + (i + 1) % kClients));
         const auto send = [&](const std::string& text) {
-          testing::ScriptedConnection frame({testing::FrameOf(text)});
+          test::ScriptedConnection frame({test::FrameOf(text)});
           PropertyMessage message;
           ReplyBuffer reply;
           if (!message.Read(frame) || !engine->HandleMessage(message, connection, reply))

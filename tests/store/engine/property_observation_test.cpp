@@ -17,14 +17,14 @@
 namespace valmere {
 namespace {
 
-using testing::Client;
-using testing::EntryText;
-using testing::Responses;
-using testing::TestThread;
+using test::Client;
+using test::EntryText;
+using test::Responses;
+using test::TestThread;
 
 using Texts = std::vector<std::string>;
 
-using testing::kGone;
+using test::kGone;
 constexpr const char* kSubscribeToAll = R"({"SubscribeAllCurrentAndNewProperties": true})";
 
 std::string Subscription(std::string_view component, std::string_view joined_guid) {
@@ -32,7 +32,7 @@ std::string Subscription(std::string_view component, std::string_view joined_gui
          R"(","GUID": ")" + std::string(joined_guid) + R"("}]})";
 }
 
-class Observation : public testing::EngineTest {
+class Observation : public test::EngineTest {
  protected:
   // What it is told at the end of a period that has just begun.
   Texts EndPeriod(Client& receiver) {
@@ -210,14 +210,14 @@ TEST_F(Observation, AttachesOneListenerWhenTwoSubscribeAtOnce) {
   PropertyMessage subscription;
   subscription.SubscribeAll();
   for (int round = 0; round < kRounds; ++round) {
-    const auto shared = testing::MakeTestEngine();
+    const auto shared = test::MakeTestEngine();
     std::vector<std::shared_ptr<StringProperty>> properties;
     for (std::size_t i = 0; i < kProperties; ++i) {
       properties.push_back(StringProperty::Make("V", std::to_string(i), "Name", "G", "Group"));
       EXPECT_TRUE(shared->AddProperty(properties.back()));
     }
     Client first, second;
-    testing::StartGate gate(2);
+    test::StartGate gate(2);
     const auto subscribe = [&](Client& subscriber) {
       gate.Pass();
       shared->HandleMessage(subscription, subscriber.connection, subscriber.reply);
@@ -417,7 +417,7 @@ TEST_F(Observation, LogsSubscriptionsAndChangesInTheirZones) {
 TEST_F(Observation, ListensForNobodyOnceTheEngineIsGone) {
   const auto property = StringProperty::Make("V", "P", "Name", "G", "Group");
   {
-    const auto gone = testing::MakeTestEngine();
+    const auto gone = test::MakeTestEngine();
     gone->AddProperty(property);
     PropertyMessage subscription;
     subscription.SubscribeAll();
@@ -454,7 +454,7 @@ TEST_F(Observation, TellsOnlyTheGoingOfWhatWentBeforeItWasAnnounced) {
     TestThread passing([&] { engine->PublishPass(); });
     slow_stream->writing.Wait();  // the subscriber list is in use now
     TestThread publishing([&] { EXPECT_TRUE(Send(owner, Responses({{.guid = guid}}))); });
-    EXPECT_TRUE(testing::Eventually([&] { return ReachesOwner(guid); }));
+    EXPECT_TRUE(test::Eventually([&] { return ReachesOwner(guid); }));
     Client second_owner;
     Publish(second_owner, {.guid = guid, .status = kGone});
     slow_stream->go_on.Release();
@@ -487,7 +487,7 @@ TEST_F(Observation, SurvivesSubscribersAndPublishersThatComeAndGoWhileItPublishe
   engine->AnnounceFromNow();
   engine->DeclareQuiet("C", "G", "quiet");
   const auto property = AddOwn("P", "V");
-  testing::StartGate gate(4);
+  test::StartGate gate(4);
   std::atomic<int> running{3};
   std::vector<TestThread> threads;
   const auto run = [&](auto round) {

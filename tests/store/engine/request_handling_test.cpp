@@ -14,10 +14,10 @@
 namespace valmere {
 namespace {
 
-using testing::Client;
-using testing::EntryText;
-using testing::NotFound;
-using testing::Responses;
+using test::Client;
+using test::EntryText;
+using test::NotFound;
+using test::Responses;
 
 using Texts = std::vector<std::string>;
 
@@ -25,7 +25,7 @@ std::string Answer(std::string_view entry) {
   return R"({"PropertyGetResponses": [)" + std::string(entry) + "]}";
 }
 
-class GetRequests : public testing::EngineTest {};
+class GetRequests : public test::EngineTest {};
 
 TEST_F(GetRequests, AreAnsweredForAPropertyOfTheServiceWithItsOwnComponent) {
   AddOwn("P", "value");
@@ -161,7 +161,7 @@ TEST_F(GetRequests, ReadFieldsThatAreNoStringsAsEmpty) {
                         R"({"GUID": "G:P","Component": {"a": "OWN"}}]})"));
 }
 
-class GetAll : public testing::EngineTest {};
+class GetAll : public test::EngineTest {};
 
 TEST_F(GetAll, ListsTheServicesOwnThenThePublishedByGroupThenInTheOrderOfRegistration) {
   Client owner;
@@ -198,7 +198,7 @@ TEST_F(GetAll, MakesGetRequestsOfTheSameMessageIgnored) {
                         R"("PropertyGetRequests": [{"Component": "C","GUID": "G:P"}]})"));
 }
 
-class SetRequests : public testing::EngineTest {
+class SetRequests : public test::EngineTest {
  protected:
   static std::string Set(std::string_view component, std::string_view joined_guid,
                          std::string_view value) {
@@ -393,7 +393,7 @@ TEST_F(SetRequests, ReachTheOtherOwnersWhenOneCannotBeWrittenTo) {
   EXPECT_EQ((Texts{Set("B", "G:P", "2")}), owner.TakeTexts());
 }
 
-class Publications : public testing::EngineTest {
+class Publications : public test::EngineTest {
  protected:
   static std::string Set(std::string_view component) {
     return R"({"PropertySetRequests": [{"Component": ")" + std::string(component) +

@@ -3,7 +3,7 @@
 
 #include <atomic>
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Every one of `threads` threads waits in Pass until all have come.
 class StartGate {
@@ -20,4 +20,4 @@ class StartGate {
   std::atomic<int> missing_;
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -18,7 +18,7 @@ namespace {
 using Keys = std::set<std::string, std::less<>>;
 
 std::shared_ptr<ClientConnection> MakeClient() {
-  return std::make_shared<ClientConnection>(std::make_shared<testing::ScriptedConnection>());
+  return std::make_shared<ClientConnection>(std::make_shared<test::ScriptedConnection>());
 }
 
 Subscriber& Add(SubscriberList& list, const std::shared_ptr<ClientConnection>& client,
@@ -187,13 +187,13 @@ TEST(SubscriberList, RegistersAClientWithAllItsKeysOrNotAtAll) {
   const Keys named{"C:G:" + std::string(100, 'P'), "C:H:" + std::string(100, 'P')};
   Keys keys = named;
   const ScopedLock hold(list.lock);
-  testing::FailEachAllocation([&]() NO_THREAD_SAFETY_ANALYSIS { list.Add(client, keys); },
-                              [&]() NO_THREAD_SAFETY_ANALYSIS {
-                                EXPECT_EQ(named, keys);
-                                EXPECT_EQ(0u, list.size());
-                                EXPECT_EQ(nullptr, list.Find(*client));
-                                EXPECT_FALSE(list.Any());
-                              });
+  test::FailEachAllocation([&]() NO_THREAD_SAFETY_ANALYSIS { list.Add(client, keys); },
+                           [&]() NO_THREAD_SAFETY_ANALYSIS {
+                             EXPECT_EQ(named, keys);
+                             EXPECT_EQ(0u, list.size());
+                             EXPECT_EQ(nullptr, list.Find(*client));
+                             EXPECT_FALSE(list.Any());
+                           });
   EXPECT_EQ(named, list.Find(*client)->keys);
   EXPECT_NE(nullptr, list.Remove(*client));
   EXPECT_EQ(0u, list.size());
@@ -210,7 +210,7 @@ TEST(SubscriberList, AddsManyKeysStepByStepWithoutMemory) {
   Add(list, client, {"1", "a"});
   std::size_t steps = 0;
   {
-    const testing::LimitedAllocations none(0);
+    const test::LimitedAllocations none(0);
     for (; !keys.empty(); ++steps)
       list.Add(client, keys);
   }

@@ -13,11 +13,11 @@
 namespace valmere {
 namespace {
 
-using testing::EntryText;
-using testing::FrameOf;
-using testing::Responses;
+using test::EntryText;
+using test::FrameOf;
+using test::Responses;
 
-using testing::kGone;
+using test::kGone;
 
 const std::atomic<bool> kWanted{false};
 
@@ -123,24 +123,23 @@ TEST(UpdateEntries, ForgetsWhatWasCleared) {
 
 TEST(UpdateEntries, GivesTheMemoryOfABurstBack) {
   UpdateEntries entries(kWanted);
-  const std::size_t before = testing::BytesInUse();
+  const std::size_t before = test::BytesInUse();
   for (int i = 0; i < 10'000; ++i)
     entries.Append(Record("1"));
   EXPECT_LT(1'000'000u, entries.WholeFrame().size());
   entries.Clear();
-  EXPECT_GT(100'000u, testing::BytesInUse() - before);
+  EXPECT_GT(100'000u, test::BytesInUse() - before);
 }
 
 TEST(UpdateEntries, StayAsTheyAreWhenThereIsNoMemoryForOneMore) {
   UpdateEntries entries(kWanted);
   entries.Append(Record("1"));
   const std::string guid(100, '2');
-  testing::FailEachAllocation([&] { entries.Append(Record(guid)); },
-                              [&] {
-                                EXPECT_EQ(1u, entries.size());
-                                EXPECT_EQ(FrameOf(Responses({{.guid = "1"}})),
-                                          entries.WholeFrame());
-                              });
+  test::FailEachAllocation([&] { entries.Append(Record(guid)); },
+                           [&] {
+                             EXPECT_EQ(1u, entries.size());
+                             EXPECT_EQ(FrameOf(Responses({{.guid = "1"}})), entries.WholeFrame());
+                           });
   EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = guid}})), entries.WholeFrame());
 }
 
@@ -151,11 +150,11 @@ TEST(UpdateEntries, LeaveTheKeysAsTheyAreWhenThereIsNoMemoryForTheirText) {
   entries.Append(Record("2", value));
   UpdateEntries::Keys keys{"C:G:1", "C:G:2"};
   std::string frame;
-  testing::FailEachAllocation([&] { entries.FrameFor(keys, frame, IsWanted); },
-                              [&] {
-                                EXPECT_EQ(2u, keys.size());
-                                std::string().swap(frame);
-                              });
+  test::FailEachAllocation([&] { entries.FrameFor(keys, frame, IsWanted); },
+                           [&] {
+                             EXPECT_EQ(2u, keys.size());
+                             std::string().swap(frame);
+                           });
   EXPECT_EQ(UpdateEntries::Keys{"C:G:2"}, keys);
 }
 

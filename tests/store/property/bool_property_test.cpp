@@ -13,9 +13,9 @@
 namespace valmere {
 namespace {
 
-using testing::ChangeCounter;
-using testing::StartGate;
-using testing::TestThread;
+using test::ChangeCounter;
+using test::StartGate;
+using test::TestThread;
 
 std::shared_ptr<BoolProperty> MakeFlag(bool value) {
   return BoolProperty::Make(value, "GUID", "Name", "GROUP", "Group");

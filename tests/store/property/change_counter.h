@@ -6,7 +6,7 @@
 
 #include "store/property/property.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 // Listens to one property; must outlive its announcements.
 class ChangeCounter {
@@ -23,4 +23,4 @@ class ChangeCounter {
   std::atomic<int> count_{0};
 };
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

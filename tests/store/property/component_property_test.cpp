@@ -14,11 +14,11 @@
 namespace valmere {
 namespace {
 
-using testing::ChangeCounter;
-using testing::StartGate;
-using testing::TestThread;
+using test::ChangeCounter;
+using test::StartGate;
+using test::TestThread;
 
-using testing::MakeConnection;
+using test::MakeConnection;
 
 std::shared_ptr<ComponentProperty> MakePublished(std::shared_ptr<ClientConnection> connection) {
   return ComponentProperty::Make("value", "GUID", "Name", "GROUP", "Group", "COMPONENT",

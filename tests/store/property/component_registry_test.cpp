@@ -20,14 +20,14 @@
 namespace valmere {
 namespace {
 
+using test::StartGate;
+using test::TestThread;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::StartGate;
-using testing::TestThread;
 
 using Handle = ComponentRegistry::Handle;
 
-using testing::MakeConnection;
+using test::MakeConnection;
 
 Handle Make(std::string_view component, std::string_view group_guid, std::string_view guid,
             std::shared_ptr<ClientConnection> connection = nullptr) {
@@ -80,8 +80,8 @@ TEST(ComponentRegistry, IsAsItWasWhenThereIsNoMemoryToAdd) {
   const auto present = Make("c", "g", "b");
   registry.Add(present);
   const auto property = Make("c", "g", "a");
-  testing::FailEachAllocation([&] { registry.Add(property); },
-                              [&] { EXPECT_EQ(registry.Find("a", "g", "c"), nullptr); });
+  test::FailEachAllocation([&] { registry.Add(property); },
+                           [&] { EXPECT_EQ(registry.Find("a", "g", "c"), nullptr); });
   EXPECT_EQ(registry.Find("a", "g", "c"), property);
   EXPECT_THAT(GroupOf(registry, "g"), ElementsAre(present->key(), property->key()));
 }
@@ -89,9 +89,9 @@ TEST(ComponentRegistry, IsAsItWasWhenThereIsNoMemoryToAdd) {
 TEST(ComponentRegistry, KeepsNoGroupThatThereWasNoMemoryToFill) {
   ComponentRegistry registry(AnyCanOwn);
   const auto property = Make("c", std::string(100, 'g'), "a");
-  const std::size_t before = testing::BytesInUse();
-  testing::FailEachAllocation([&] { registry.Add(property); },
-                              [&] { EXPECT_EQ(testing::BytesInUse(), before); });
+  const std::size_t before = test::BytesInUse();
+  test::FailEachAllocation([&] { registry.Add(property); },
+                           [&] { EXPECT_EQ(test::BytesInUse(), before); });
   EXPECT_THAT(AllOf(registry), ElementsAre(property->key()));
 }
 

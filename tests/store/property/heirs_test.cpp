@@ -13,7 +13,7 @@
 #include "tests/support/allocations.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 namespace {
 
 std::shared_ptr<ComponentProperty> Make(std::string_view component, std::string_view group_guid,
@@ -124,4 +124,4 @@ TEST(Heirs, HasTheHeirsThatItHadWhenThereIsNoMemoryForOneMore) {
 }
 
 }  // namespace
-}  // namespace valmere::testing
+}  // namespace valmere::test

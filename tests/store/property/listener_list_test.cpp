@@ -13,9 +13,9 @@
 namespace valmere {
 namespace {
 
+using test::StartGate;
+using test::TestThread;
 using ::testing::ElementsAre;
-using testing::StartGate;
-using testing::TestThread;
 
 void CallAll(const ListenerList& list) {
   list.Walk([](const PropertyListener& listener) { listener(nullptr); });

@@ -17,10 +17,10 @@
 namespace valmere {
 namespace {
 
+using test::StartGate;
+using test::TestThread;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::StartGate;
-using testing::TestThread;
 
 std::shared_ptr<Property> Make(std::string_view group_guid, std::string_view guid) {
   return UIntProperty::Make(1, guid, "Name", group_guid, "Group");

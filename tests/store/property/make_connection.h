@@ -7,7 +7,7 @@
 
 #include "net/client_connection.h"
 
-namespace valmere::testing {
+namespace valmere::test {
 
 inline std::shared_ptr<ClientConnection> MakeConnection() {
   return std::make_shared<ClientConnection>(nullptr);
@@ -30,4 +30,4 @@ inline std::shared_ptr<ClientConnection> MakeConnectionThatTells(std::function<v
   return std::make_shared<ClientConnection>(std::make_shared<Stream>(std::move(on_gone)));
 }
 
-}  // namespace valmere::testing
+}  // namespace valmere::test

@@ -20,10 +20,10 @@
 namespace valmere {
 namespace {
 
-using testing::ChangeCounter;
+using test::ChangeCounter;
+using test::StartGate;
+using test::TestThread;
 using ::testing::ElementsAre;
-using testing::StartGate;
-using testing::TestThread;
 
 using Self = const std::shared_ptr<Property>&;
 

@@ -13,8 +13,8 @@
 namespace valmere {
 namespace {
 
-using testing::ChangeCounter;
-using testing::TestThread;
+using test::ChangeCounter;
+using test::TestThread;
 
 std::shared_ptr<StringProperty> MakeText(std::string_view value) {
   return StringProperty::Make(value, "GUID", "Name", "GROUP", "Group");

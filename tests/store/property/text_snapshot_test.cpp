@@ -14,7 +14,7 @@
 namespace valmere {
 namespace {
 
-using testing::TestThread;
+using test::TestThread;
 
 TEST(SharedText, HoldsACopyOfAnyBytes) {
   std::string given("a\0\xff", 3);

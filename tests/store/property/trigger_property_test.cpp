@@ -9,7 +9,7 @@
 namespace valmere {
 namespace {
 
-using testing::ChangeCounter;
+using test::ChangeCounter;
 
 std::shared_ptr<TriggerProperty> MakeTrigger(bool value) {
   return TriggerProperty::Make(value, "GUID", "Name", "GROUP", "Group");

@@ -14,9 +14,9 @@
 namespace valmere {
 namespace {
 
-using testing::ChangeCounter;
-using testing::StartGate;
-using testing::TestThread;
+using test::ChangeCounter;
+using test::StartGate;
+using test::TestThread;
 
 std::shared_ptr<UIntProperty> MakeNumber(std::uint32_t value) {
   return UIntProperty::Make(value, "GUID", "Name", "GROUP", "Group");
