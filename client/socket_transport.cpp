@@ -17,12 +17,12 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <mutex>
 #include <optional>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "client/mutex.h"
 #include "protocol/wire/message_frame.h"
 
 namespace valmere::client {
@@ -95,8 +95,8 @@ class SocketTransport final : public Transport {
   const Descriptor socket_;
   const Descriptor interrupt_;
 
-  mutable std::mutex lock_;
-  std::optional<Error> ended_by_;  // guarded by lock_; what ended the connection first
+  mutable Mutex lock_;
+  std::optional<Error> ended_by_ GUARDED_BY(lock_);  // what ended the connection first
 
   // Used by the receiving thread alone.
   std::vector<char> buffer_;  // bytes begin_ to end_ are received and not handed out
@@ -105,14 +105,14 @@ class SocketTransport final : public Transport {
 };
 
 void SocketTransport::End(const Error& why) {
-  const std::lock_guard hold(lock_);
+  const MutexLock hold(lock_);
   if (ended_by_) return;
   ended_by_ = why;
   shutdown(socket_.get(), SHUT_RDWR);
 }
 
 std::optional<Error> SocketTransport::end() const {
-  const std::lock_guard hold(lock_);
+  const MutexLock hold(lock_);
   return ended_by_;
 }
 
