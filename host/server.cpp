@@ -158,7 +158,7 @@ void Server::PauseAccepting() {
 // What a pump has to say must arrive, if need be without its name.
 void Server::CallFor(Id id) noexcept {
   {
-    const std::lock_guard lock(calls_lock_);
+    const client::MutexLock hold(calls_lock_);
     try {
       calls_.push_back(id);
     } catch (const std::bad_alloc&) {
@@ -172,7 +172,7 @@ void Server::AttendToCalls() {
   std::vector<Id> calls;
   bool all = false;
   {
-    const std::lock_guard lock(calls_lock_);
+    const client::MutexLock hold(calls_lock_);
     calls.swap(calls_);
     all = std::exchange(all_called_, false);
   }

@@ -6,12 +6,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <unordered_map>
 #include <vector>
 
 #include "client/deadline.h"
+#include "client/mutex.h"
 #include "host/driver/driver_library.h"
 #include "host/socket/connection.h"
 #include "host/socket/limits.h"
@@ -85,9 +85,9 @@ class Server {
   ReportLimit turned_away_;
   ReportLimit paused_;
 
-  std::mutex calls_lock_;
-  std::vector<Id> calls_;    // connections that want attention; guarded by calls_lock_
-  bool all_called_ = false;  // one does that there was no room for; guarded by calls_lock_
+  client::Mutex calls_lock_;
+  std::vector<Id> calls_ GUARDED_BY(calls_lock_);    // connections that want attention
+  bool all_called_ GUARDED_BY(calls_lock_) = false;  // one does that there was no room for
 };
 
 }  // namespace valmere::host

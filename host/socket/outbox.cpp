@@ -49,7 +49,7 @@ bool Outbox::SendNow(const FrameBuffer& frame, std::size_t& sent) const {
 Outbox::Sent Outbox::Keep(FrameBuffer& frame, std::size_t sent) {
   bool first = false;
   {
-    const std::lock_guard hold(lock_);
+    const client::MutexLock hold(lock_);
     first = waiting_.empty();
     if (!first && frame.size() > limit_ - std::min(limit_, waiting_bytes_)) return Sent::kTooMuch;
     waiting_bytes_ += frame.size() - sent;
@@ -66,7 +66,7 @@ Outbox::Sent Outbox::Keep(FrameBuffer& frame, std::size_t sent) {
 // to serve, and hears when the socket takes more. The kernel goes on while a client reads as fast as
 // it is sent, so the part has to be given a length.
 bool Outbox::Flush() {
-  const std::lock_guard hold(lock_);
+  const client::MutexLock hold(lock_);
   if (waiting_.empty()) return true;
   std::array<iovec, kMostFramesAtOnce> parts;
   std::size_t count = 0;
@@ -98,7 +98,7 @@ void Outbox::Took(std::size_t bytes) {
 }
 
 std::optional<Outbox::Clock::time_point> Outbox::waiting_since() const {
-  const std::lock_guard hold(lock_);
+  const client::MutexLock hold(lock_);
   if (waiting_.empty()) return std::nullopt;
   return waiting_.front().since;
 }

@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <functional>
 #include <list>
-#include <mutex>
 #include <optional>
 
+#include "client/mutex.h"
 #include "host/driver/frame_buffer.h"
 
 namespace valmere::host {
@@ -49,15 +49,15 @@ class Outbox {
   bool SendNow(const FrameBuffer& frame, std::size_t& sent) const;
   // Keeps what is left behind the first `sent` bytes.
   Sent Keep(FrameBuffer& frame, std::size_t sent);
-  void Took(std::size_t bytes);
+  void Took(std::size_t bytes) REQUIRES(lock_);
 
   const int socket_;
   const std::size_t limit_;
   const std::function<void()> backed_up_;
 
-  mutable std::mutex lock_;     // also held to flush: the bytes of one frame stay together
-  std::list<Waiting> waiting_;  // takes no memory while nothing waits
-  std::size_t waiting_bytes_ = 0;
+  mutable client::Mutex lock_;  // also held to flush: the bytes of one frame stay together
+  std::list<Waiting> waiting_ GUARDED_BY(lock_);  // takes no memory while nothing waits
+  std::size_t waiting_bytes_ GUARDED_BY(lock_) = 0;
 };
 
 }  // namespace valmere::host

@@ -17,7 +17,7 @@ PropertyMap OverrideLines::Foresee(platform::WidePathView main_path,
   };
   LoadPropertyFiles(*files_, main_path, override_path, lines, remember, [] { return false; });
   if (brought.empty()) return lines;
-  const std::lock_guard hold(lock_);
+  const client::MutexLock hold(lock_);
   brought.merge(awaited_);
   awaited_ = std::move(brought);
   override_path_ = override_path;
@@ -25,7 +25,7 @@ PropertyMap OverrideLines::Foresee(platform::WidePathView main_path,
 }
 
 PropertyMap OverrideLines::Missing(const PropertyMap& lines) const {
-  const std::lock_guard hold(lock_);
+  const client::MutexLock hold(lock_);
   PropertyMap missing;
   if (awaited_.empty() || files_->Exists(override_path_)) return missing;
   for (const auto& [key, line] : awaited_) {
@@ -36,7 +36,7 @@ PropertyMap OverrideLines::Missing(const PropertyMap& lines) const {
 }
 
 void OverrideLines::Forget() {
-  const std::lock_guard hold(lock_);
+  const client::MutexLock hold(lock_);
   awaited_.clear();
 }
 

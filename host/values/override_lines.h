@@ -2,9 +2,9 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <utility>
 
+#include "client/mutex.h"
 #include "persist/file/property_file.h"
 #include "platform/files.h"
 #include "platform/wide_path.h"
@@ -30,9 +30,9 @@ class OverrideLines {
 
  private:
   const std::shared_ptr<platform::FileSystem> files_;
-  mutable std::mutex lock_;
-  PropertyMap awaited_;               // guarded by lock_
-  platform::WidePath override_path_;  // guarded by lock_; what brought the latest of them
+  mutable client::Mutex lock_;
+  PropertyMap awaited_ GUARDED_BY(lock_);
+  platform::WidePath override_path_ GUARDED_BY(lock_);  // what brought the latest of them
 };
 
 }  // namespace valmere::host

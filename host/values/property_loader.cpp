@@ -35,7 +35,7 @@ std::string LoadFrame() {
 
 PropertyLoader::~PropertyLoader() {
   {
-    const std::lock_guard hold(lock_);
+    const client::MutexLock hold(lock_);
     ending_ = true;
   }
   changed_.notify_one();
@@ -45,7 +45,7 @@ PropertyLoader::~PropertyLoader() {
 // The loop, which must not meet an exception, asks for it.
 void PropertyLoader::Ask() noexcept try {
   {
-    const std::lock_guard hold(lock_);
+    const client::MutexLock hold(lock_);
     wanted_ = true;
   }
   changed_.notify_one();
@@ -57,8 +57,8 @@ void PropertyLoader::Ask() noexcept try {
 // Without its thread nothing is loaded, so nothing is waited for.
 void PropertyLoader::Await(client::Deadline deadline) {
   if (thread_ == nullptr) return;
-  std::unique_lock hold(lock_);
-  idle_.wait_until(hold, deadline.when(), [this] { return !wanted_ && !loading_; });
+  client::MutexLock hold(lock_);
+  hold.WaitUntil(idle_, deadline, [this]() REQUIRES(lock_) { return !wanted_ && !loading_; });
 }
 
 void PropertyLoader::Run() {
@@ -73,10 +73,10 @@ void PropertyLoader::Run() {
 }
 
 bool PropertyLoader::AwaitWish() {
-  std::unique_lock hold(lock_);
+  client::MutexLock hold(lock_);
   loading_ = false;
   if (!wanted_) idle_.notify_all();
-  changed_.wait(hold, [this] { return wanted_ || ending_; });
+  hold.Wait(changed_, [this]() REQUIRES(lock_) { return wanted_ || ending_; });
   wanted_ = false;
   loading_ = true;
   return !ending_;
@@ -112,7 +112,7 @@ void PropertyLoader::TellOfFiles(std::uint32_t handle) const {
 }
 
 std::optional<std::uint32_t> PropertyLoader::Handle() {
-  const std::lock_guard hold(lock_);
+  const client::MutexLock hold(lock_);
   if (ending_) return std::nullopt;
   if (!handle_) handle_ = driver_.Open();
   return handle_;
@@ -126,7 +126,7 @@ void PropertyLoader::GiveUp(std::string_view cause) {
 bool PropertyLoader::CloseHandle() {
   std::optional<std::uint32_t> handle;
   {
-    const std::lock_guard hold(lock_);
+    const client::MutexLock hold(lock_);
     handle.swap(handle_);
   }
   if (handle) driver_.Close(*handle);

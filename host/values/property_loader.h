@@ -5,13 +5,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "client/deadline.h"
+#include "client/mutex.h"
 #include "host/driver/driver_library.h"
 #include "host/system/small_thread.h"
 #include "host/values/kept_properties.h"
@@ -58,13 +58,13 @@ class PropertyLoader {
   const DriverLibrary& driver_;
   const BeforeLoad before_load_;
 
-  std::mutex lock_;
+  client::Mutex lock_;
   std::condition_variable changed_;
   std::condition_variable idle_;
-  bool wanted_ = false;                  // guarded by lock_
-  bool loading_ = false;                 // guarded by lock_
-  bool ending_ = false;                  // guarded by lock_
-  std::optional<std::uint32_t> handle_;  // guarded by lock_
+  bool wanted_ GUARDED_BY(lock_) = false;
+  bool loading_ GUARDED_BY(lock_) = false;
+  bool ending_ GUARDED_BY(lock_) = false;
+  std::optional<std::uint32_t> handle_ GUARDED_BY(lock_);
 
   std::unique_ptr<SmallThread> thread_;  // last: it uses all of the above
 };
