@@ -1,5 +1,5 @@
-// A get is noted and sent in one turn, so that the order of the notes is the order on the wire. A
-// caller that gives up leaves its note behind: its answer still comes, and must not be taken for
+// A get is noted and sent under one lock, so that the order of the notes is the order on the wire.
+// A caller that gives up leaves its note behind: its answer still comes, and must not be taken for
 // the next one's.
 #include "client/link.h"
 

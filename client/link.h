@@ -33,7 +33,7 @@ class Link {
   struct Handlers {
     std::function<void(std::vector<Property>)> changes;
     std::function<void(std::vector<SetRequest>)> sets;
-    // The connection has ended, though nobody closed it; the last call.
+    // The connection has ended without Close; the last call.
     std::function<void(const Link& link, const Error& error)> ended;
   };
 
@@ -42,7 +42,8 @@ class Link {
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
 
-  // Sends one frame. When it is this frame's turn, `before` decides whether it goes out.
+  // Sends one frame. `before` is called when no other frame can come first any more, and decides
+  // whether this one goes out.
   Result<void> Send(std::string_view frame, Deadline deadline,
                     const std::function<Result<void>()>& before = nullptr);
   // Sends a frame that gets one answer and waits for it.

@@ -1,6 +1,6 @@
-// Publications go out in the order in which they are noted: each is noted when it is its frame's
-// turn on the link, see Link::Send. What is noted while the connection is lost goes out when it is
-// back.
+// Publications go out in the order in which they are noted: each is noted when no other frame can
+// come before its own any more, see Link::Send. What is noted while the connection is lost goes out
+// when it is back.
 #include "client/publisher.h"
 
 #include <memory>
@@ -21,9 +21,9 @@ Error NotPublished(const PropertyAddress& address) {
 
 }  // namespace
 
-// `note` keeps what the frame tells. It is called with the session's lock held, in the frame's turn
-// on the link, or else while nothing goes out. Callbacks that it lets go of are destroyed after the
-// lock is released: what they hold may well call the session.
+// `note` keeps what the frame says. It is called with the session's lock held, right before the
+// frame goes out, or else while nothing goes out. Callbacks that it removes are destroyed after the
+// lock is released: what they hold may call the session.
 Result<void> Publisher::SendAndNote(const Result<std::string>& frame, Deadline deadline,
                                     const std::function<Result<void>(bool sent)>& note) {
   if (!frame) return frame.error();

@@ -1,4 +1,4 @@
-// What a session tells the service of its publications. Internal to the library.
+// What a session sends of its publications. Internal to the library.
 #pragma once
 
 #include <functional>
@@ -15,8 +15,8 @@
 
 namespace valmere::client {
 
-// Purpose: publishes, updates and withdraws properties, and calls the callbacks of sets. What it is
-// told while the connection is lost is noted, and sent when it is back.
+// Purpose: publishes, updates and withdraws properties, and calls the callbacks of sets. What comes
+// while the connection is lost is noted, and sent when it is back.
 // Owner: the SessionCore.
 // Threads: any; HandleSet on the dispatcher's. Callbacks run while no lock is held.
 // Errors: values.

@@ -39,7 +39,7 @@ void SessionKeeper::WaitForLossOrEnd() {
   });
 }
 
-// False when there shall be no attempt.
+// False when no attempt is to follow.
 bool SessionKeeper::PauseBeforeAttempt() {
   const auto ended = [this]()
                          REQUIRES(state_.lock) { return state_.phase == SessionPhase::kEnded; };
@@ -86,7 +86,7 @@ Result<void> SessionKeeper::Restore(Deadline connected_by, Deadline deadline, At
 }
 
 // Subscriptions first, then publications, then all values: what changes while these are read is
-// told of afterwards.
+// reported afterwards.
 Result<void> SessionKeeper::RestoreAll(std::uint64_t epoch, Deadline connected_by,
                                        Deadline deadline, Attempt attempt) {
   const auto requests = links_.Connect(Link::Role::kRequests, epoch, connected_by);

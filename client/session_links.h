@@ -18,7 +18,7 @@ namespace valmere::client {
 
 // Purpose: makes the links of a session, and has the dispatcher hand on what comes on them. What
 // comes while the session is being restored is held back: a change that is newer than the values of
-// Reconnected must not be told of before them.
+// Reconnected must not be reported before them.
 // Owner: the SessionCore.
 // Threads: any.
 // Errors: values.

@@ -44,7 +44,7 @@ struct SessionState {
   std::condition_variable phase_changed;  // to kLost and kEnded
   SessionPhase phase GUARDED_BY(lock) = SessionPhase::kRestoring;
   Error lost_by GUARDED_BY(lock){ErrorKind::kConnectionLost, "connection lost: not connected yet"};
-  // Counts the attempts to connect; what a link of an older one says is late.
+  // Counts the attempts to connect; what comes on a link of an older one is dropped.
   std::uint64_t epoch GUARDED_BY(lock) = 0;
 
   std::shared_ptr<Link> requests GUARDED_BY(lock);

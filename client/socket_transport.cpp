@@ -1,8 +1,8 @@
 // The socket is read into one buffer that is kept, so that a frame usually costs one wait and one
 // read. An event descriptor is waited for beside the socket: unlike a signal that breaks a system
-// call, it cannot come just too early and be missed. The socket is shut down by whoever ends the
-// connection, which wakes those who wait for it, and closed with the transport: its number must not
-// become another file's while a thread still uses it.
+// call, it can't come just too early and be missed. The thread that ends the connection shuts the
+// socket down, which wakes the threads that wait for it. The socket is closed with the transport:
+// its number must not become another file's while a thread still uses it.
 #include "client/socket_transport.h"
 
 #include <poll.h>
@@ -29,7 +29,7 @@ namespace valmere::client {
 namespace {
 
 constexpr std::size_t kReadBytes = 65536;
-// The service sends replies of any length; more than this is no reply but nonsense.
+// The service sends replies of any length; a frame that is longer than this is no reply.
 constexpr std::uint32_t kLongestReply = 0x40000000;
 
 std::string TextOf(int error) {
@@ -44,7 +44,7 @@ Error ConnectionLost(const std::string& why) {
   return {ErrorKind::kConnectionLost, "connection lost: " + why};
 }
 
-// What an end by the service looks like depends on which call meets it first.
+// The error for an end by the service depends on the call that sees it first.
 Error LostBy(int error) {
   const bool ended = error == 0 || error == EPIPE || error == ECONNRESET;
   return ConnectionLost(ended ? "the service ended it" : TextOf(error));

@@ -40,7 +40,7 @@ Result<void> Subscriptions::Subscribe(const std::shared_ptr<SubscriptionEntry>& 
   return done;
 }
 
-// The entry is added before the request is sent: what the service tells of at once must find it.
+// The entry is added before the request is sent: a change that comes at once must find it.
 Result<void> Subscriptions::AddAndRequest(const std::shared_ptr<SubscriptionEntry>& entry,
                                           const std::string& frame, Deadline deadline) {
   const TimedLock subscribing(subscribing_, deadline);
@@ -111,8 +111,8 @@ Result<std::shared_ptr<Link>> Subscriptions::ExchangeLink(const std::shared_ptr<
   return state_.other_changes;
 }
 
-// What the service has told the link so far is waited for, so that nothing is missed. What both
-// links were told of is delivered twice.
+// What the service has sent on the link so far is waited for, so that nothing is missed. What it
+// sent on both links is delivered twice.
 void Subscriptions::Retire(const std::shared_ptr<Link>& link, Deadline deadline) {
   if (const auto frame = ConfirmationFrame()) (void)link->Ask(*frame, deadline);
   {

@@ -20,8 +20,8 @@
 
 namespace valmere::client {
 
-// Purpose: tells the service what the session's subscriptions need, on a link that there is only
-// while there are subscriptions, and calls their callbacks.
+// Purpose: subscribes to what the session's subscriptions need, on a link that exists only while
+// there are subscriptions, and calls their callbacks.
 // Owner: the SessionCore.
 // Threads: any; HandleChanges on the dispatcher's. Callbacks run while no lock is held.
 // Errors: values.
@@ -61,7 +61,7 @@ class Subscriptions {
   const Dispatcher& dispatcher_;
   const SessionOptions& options_;
 
-  TimedMutex subscribing_;  // held by the call that changes what the service is to tell of
+  TimedMutex subscribing_;  // held by the call that changes what is subscribed to
   const SubscriptionEntry* called_back_ GUARDED_BY(state_.lock) = nullptr;  // whose callback runs
   std::condition_variable callback_ended_;
 };

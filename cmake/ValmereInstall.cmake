@@ -41,9 +41,9 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/valmere-client.pc.in
 install(FILES ${made_for_install}/valmere-client.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# ---- The client library's headers. Programs include <valmere/client/session.h>. The copies that are
-# installed include each other by that name too, so that they never meet a folder "client" of the
-# program's own.
+# ---- The client library's headers. Programs include <valmere/client/session.h>. The copies that
+# are installed include each other by that name too, so that they never meet a folder "client" of
+# the program's own.
 set(public_headers
   client.h
   connector.h
@@ -66,8 +66,8 @@ foreach(header IN LISTS public_headers)
 endforeach()
 install(DIRECTORY ${installed_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/valmere)
 
-# ---- valmered. Its units name the installed program; the service manager finds them by itself where
-# the prefix is /usr or /usr/local.
+# ---- valmered. Its units name the installed program. The service manager finds them without a
+# setting where the prefix is /usr or /usr/local.
 install(TARGETS valmered RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 set(VALMERED_PROGRAM ${CMAKE_INSTALL_FULL_BINDIR}/valmered)
 set(units ${PROJECT_SOURCE_DIR}/host/systemd)

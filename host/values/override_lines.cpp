@@ -1,4 +1,4 @@
-// The look is a load of the service's own kind, but that it asks for no line and removes nothing.
+// A preview is a load as the service does it, except that it requests no line and removes nothing.
 #include "host/values/override_lines.h"
 
 #include <utility>
@@ -7,7 +7,7 @@
 
 namespace valmere::host {
 
-PropertyMap OverrideLines::Foresee(platform::WidePathView main_path,
+PropertyMap OverrideLines::Preview(platform::WidePathView main_path,
                                    platform::WidePathView override_path) {
   PropertyMap lines;
   PropertyMap brought;
@@ -35,7 +35,7 @@ PropertyMap OverrideLines::Missing(const PropertyMap& lines) const {
   return missing;
 }
 
-void OverrideLines::Forget() {
+void OverrideLines::Clear() {
   const client::MutexLock hold(lock_);
   awaited_.clear();
 }
