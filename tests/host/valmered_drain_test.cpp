@@ -22,7 +22,7 @@ class ValmeredDrainTest : public ValmeredTest {
  protected:
   ValmeredDrainTest() { drain_timeout_ = "2"; }
 
-  // A client for whom more waits than its socket takes.
+  // A client for which more waits than its socket takes.
   std::unique_ptr<RawClient> ConnectSilent() {
     auto silent = std::make_unique<RawClient>(socket_);
     silent->Send(FrameOf("bytes 8000000") + FrameOf("b"));

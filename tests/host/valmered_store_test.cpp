@@ -220,7 +220,7 @@ TEST_F(ValmeredStoreTest, IsReadyAllTheSameWhenAnOverrideCannotBeWritten) {
   const auto desks = MakeDesks(1);
   Desk& desk = *desks.front();
   desk.WriteOverride(kPeriodLine + std::string("750\n"));
-  // Named twice, so that the line is there with another value behind it, whoever writes the first.
+  // Named twice, so that whatever is written to the first line, another value stands behind it.
   desk.WriteMain(kPeriodLine + std::string("500\n") + kPeriodLine + "500\n");
   desk.Start({"--drain-timeout", "200ms"});
   desk.AwaitReady();
