@@ -71,7 +71,7 @@ Result<void> Client::SubscribeAll(Deadline deadline) {
   return AwaitConfirmation(deadline);
 }
 
-// The message that subscribes also gets a property that nobody has: the answer comes when the
+// The message that subscribes also gets a property that does not exist: the answer comes when the
 // subscription stands.
 Result<void> Client::AwaitConfirmation(Deadline deadline) {
   ++awaited_confirmations_;

@@ -18,7 +18,7 @@ namespace valmere::client {
 struct Incoming;
 
 // Purpose: reads, sets and publishes properties over one connection. The service handles what is
-// sent on a connection in order, so an answer to a get says that all before it has been handled.
+// sent on a connection in order, so an answer to a get means that all before it has been handled.
 // Owner: the caller. What a client publishes lives as long as its connection.
 // Threads: one at a time, but Interrupt may be called from any, and from a signal handler.
 // Errors: values, see ErrorKind. After kTimeout, kInterrupted or kInvalid the connection can still
@@ -26,13 +26,13 @@ struct Incoming;
 class Client {
  public:
   explicit Client(std::unique_ptr<Transport> transport) : transport_(std::move(transport)) {}
-  // Over the socket at `path`; DefaultSocketPath tells where the service usually listens.
+  // Over the socket at `path`; DefaultSocketPath says where the service usually listens.
   static Result<Client> Connect(const std::string& path, Deadline deadline);
 
   Result<std::vector<Property>> GetAll(Deadline deadline);
   // One answer for each address, in order. A property that is not there has the status kNotFound.
   Result<std::vector<Property>> Get(std::span<const PropertyAddress> addresses, Deadline deadline);
-  // Every property of a group, whoever owns it; one answer of status kNotFound when there is none.
+  // Every property of a group, of all owners; one answer of status kNotFound when there is none.
   Result<std::vector<Property>> GetGroup(std::string_view group_guid, Deadline deadline);
 
   // Sent, not answered: the owner decides what becomes of it.
@@ -45,8 +45,8 @@ class Client {
   // Waits for sets of published properties; at least one.
   Result<std::vector<SetRequest>> ReceiveSets(Deadline deadline);
 
-  // Asks to be told of properties that change, come or go, and returns when the service has noted
-  // it. A client subscribes to properties by address, time after time if it likes, or to all there
+  // Asks for notifications of properties that change, come or go, and returns when the service has
+  // noted it. A client subscribes to properties by address, as often as it likes, or to all there
   // are and all to come; after the one, the other gives kInvalid. Notifications look like answers,
   // so a subscribed client can't ask any more: gets give kInvalid.
   Result<void> Subscribe(std::span<const PropertyAddress> addresses, Deadline deadline);

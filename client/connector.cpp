@@ -1,4 +1,4 @@
-// What a session is told to connect with.
+// Opening a driver never waits, so only the socket needs the deadline.
 #include "client/connector.h"
 
 #include <utility>

@@ -17,7 +17,7 @@ namespace valmere::client {
 // by several at once.
 using Connector = std::function<Result<std::unique_ptr<Transport>>(Deadline)>;
 
-// To the socket at `path`; DefaultSocketPath tells where the service usually listens.
+// To the socket at `path`; DefaultSocketPath says where the service usually listens.
 Connector SocketConnector(std::string path);
 // To a driver in the same process, which must outlive all the connections.
 Connector DriverConnector(const DriverEntryPoints& driver, std::uint32_t device_context);

@@ -6,7 +6,10 @@
 
 namespace valmere::client {
 
-// A point on the monotonic clock; a copy is cheap. One deadline can cover several calls.
+// Purpose: a point on the monotonic clock; a copy is cheap. One deadline can cover several calls.
+// Owner: the caller.
+// Threads: any.
+// Errors: none.
 class Deadline {
  public:
   using Clock = std::chrono::steady_clock;

@@ -4,14 +4,16 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
+#include <vector>
+
+#include "client/mutex.h"
 
 namespace valmere::client {
 
 // Purpose: runs tasks one after the other, in the order in which they come.
 // Owner: a session.
-// Threads: Post, Stop and OnOwnThread from any; Join once, not from a task.
+// Threads: any; but Join by one at a time, and not from a task.
 // Errors: the constructor throws std::system_error when no thread can be started. A task must not
 // throw.
 class Dispatcher {
@@ -24,6 +26,11 @@ class Dispatcher {
   Dispatcher& operator=(const Dispatcher&) = delete;
 
   void Post(Task task);
+  // Keeps a task back until PostHeldBack posts it behind those that came meanwhile, or DropHeldBack
+  // drops it.
+  void HoldBack(Task task);
+  void PostHeldBack();
+  void DropHeldBack();
   // Begins no further task: those that wait are dropped, and so are those that come.
   void Stop();
   // Waits for the task that runs; after Stop.
@@ -33,10 +40,11 @@ class Dispatcher {
  private:
   void Run();
 
-  std::mutex lock_;
+  Mutex lock_;
   std::condition_variable changed_;
-  std::deque<Task> tasks_;  // guarded by lock_
-  bool stopped_ = false;    // guarded by lock_
+  std::deque<Task> tasks_ GUARDED_BY(lock_);
+  std::vector<Task> held_back_ GUARDED_BY(lock_);
+  bool stopped_ GUARDED_BY(lock_) = false;
   std::thread thread_;
   const std::thread::id thread_id_;
 };

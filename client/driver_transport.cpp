@@ -11,11 +11,11 @@
 #include <cstring>
 #include <ctime>
 #include <deque>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 
+#include "client/mutex.h"
 #include "protocol/wire/message_frame.h"
 
 namespace valmere::client {
@@ -51,9 +51,9 @@ class DriverTransport final : public Transport {
   sem_t arrived_;  // posted for each frame, for an interruption and for the end
   std::atomic<bool> interrupted_{false};
   std::atomic<bool> ended_{false};  // set behind the last frame
-  std::mutex lock_;
-  std::deque<std::string> texts_;  // guarded by lock_
-  std::thread reader_;             // from the first frame sent; the sending thread's
+  Mutex lock_;
+  std::deque<std::string> texts_ GUARDED_BY(lock_);
+  std::thread reader_;  // from the first frame sent; the sending thread's
 };
 
 Error SessionLost() {
@@ -85,7 +85,7 @@ Result<void> DriverTransport::Receive(std::string& text, Deadline deadline) {
 }
 
 bool DriverTransport::TakeFrame(std::string& text) {
-  const std::lock_guard hold(lock_);
+  const MutexLock hold(lock_);
   if (texts_.empty()) return false;
   text = std::move(texts_.front());
   texts_.pop_front();
@@ -121,7 +121,7 @@ void DriverTransport::ReadFrames() {
   std::string text;
   while (ReadFrame(text)) {
     {
-      const std::lock_guard hold(lock_);
+      const MutexLock hold(lock_);
       texts_.push_back(std::move(text));
     }
     sem_post(&arrived_);

@@ -19,7 +19,7 @@ struct DriverEntryPoints {
 
 // Opens a handle of the driver and closes it with the transport, which must go before the driver is
 // ended. A thread of its own waits for the driver, because a read there has no time-out; the first
-// Send throws std::system_error when it cannot start it. kCannotConnect when no service runs.
+// Send throws std::system_error when it can't start it. kCannotConnect when no service runs.
 Result<std::unique_ptr<Transport>> OpenDriver(const DriverEntryPoints& driver,
                                               std::uint32_t device_context);
 

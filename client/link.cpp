@@ -1,5 +1,5 @@
-// A get is noted and sent in one turn, so that the order of the notes is the order on the wire. A
-// caller that gives up leaves its note behind: its answer still comes, and must not be taken for
+// A get is noted and sent under one lock, so that the order of the notes is the order on the wire.
+// A caller that gives up leaves its note behind: its answer still comes, and must not be taken for
 // the next one's.
 #include "client/link.h"
 
@@ -18,8 +18,8 @@ Link::Link(std::unique_ptr<Transport> transport, Role role, Handlers handlers)
 
 Result<void> Link::Send(std::string_view frame, Deadline deadline,
                         const std::function<Result<void>()>& before) {
-  const Turn::Hold turn(sending_, deadline);
-  if (!turn.taken()) return Error{ErrorKind::kTimeout, "time-out waiting for others to send"};
+  const TimedLock sending(sending_, deadline);
+  if (!sending.held()) return Error{ErrorKind::kTimeout, "time-out waiting for others to send"};
   if (before) {
     if (Result<void> go = before(); !go) return go;
   }
@@ -30,14 +30,14 @@ Result<std::vector<Property>> Link::Ask(std::string_view frame, Deadline deadlin
   const auto call = std::make_shared<Call>();
   if (Result<void> sent = Send(frame, deadline, [&] { return Expect(call); }); !sent)
     return sent.error();
-  std::unique_lock hold(lock_);
-  if (!WaitFor(call->done, hold, deadline, [&] { return call->answer.has_value(); }))
+  MutexLock hold(lock_);
+  if (!hold.WaitUntil(call->done, deadline, [&] { return call->answer.has_value(); }))
     return Error{ErrorKind::kTimeout, "time-out waiting for the service"};
   return std::move(*call->answer);
 }
 
 Result<void> Link::Expect(const std::shared_ptr<Call>& call) {
-  const std::lock_guard hold(lock_);
+  const MutexLock hold(lock_);
   if (ended_by_) return *ended_by_;
   calls_.push_back(call);
   return {};
@@ -45,7 +45,7 @@ Result<void> Link::Expect(const std::shared_ptr<Call>& call) {
 
 void Link::Close() {
   {
-    const std::lock_guard hold(lock_);
+    const MutexLock hold(lock_);
     closed_ = true;
   }
   transport_->Close();
@@ -53,12 +53,12 @@ void Link::Close() {
 
 void Link::End() {
   Close();
-  const std::lock_guard hold(joining_);
+  const MutexLock hold(joining_);
   if (reader_.joinable()) reader_.join();
 }
 
 std::optional<Error> Link::ended_by() const {
-  const std::lock_guard hold(lock_);
+  const MutexLock hold(lock_);
   return ended_by_;
 }
 
@@ -100,7 +100,7 @@ bool Link::IsAnswer(const std::vector<Property>& properties) const {
 }
 
 void Link::Deliver(std::vector<Property> answer) {
-  const std::lock_guard hold(lock_);
+  const MutexLock hold(lock_);
   if (calls_.empty()) return;
   Call& call = *calls_.front();
   call.answer = std::move(answer);
@@ -109,7 +109,7 @@ void Link::Deliver(std::vector<Property> answer) {
 }
 
 bool Link::Fail(const Error& error) {
-  const std::lock_guard hold(lock_);
+  const MutexLock hold(lock_);
   ended_by_ = error;
   for (const auto& call : calls_) {
     call->answer = error;

@@ -5,22 +5,22 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
+#include "client/mutex.h"
 #include "client/property.h"
+#include "client/timed_mutex.h"
 #include "client/transport.h"
-#include "client/turn.h"
 
 namespace valmere::client {
 
-// Purpose: a connection that any number of threads use at once, with a thread that reads it. Answers
-// come in the order of the gets, which is how each finds its caller.
-// Owner: a session, and whoever is in a call; never the link's own thread.
+// Purpose: a connection that any number of threads use at once, with a thread that reads it.
+// Answers come in the order of the gets, which is how each finds its caller.
+// Owner: a session, and each thread that is in a call; never the link's own thread.
 // Threads: any; End not from a handler.
 // Errors: those of the transport. The constructor throws std::system_error when no thread can be
 // started.
@@ -33,7 +33,7 @@ class Link {
   struct Handlers {
     std::function<void(std::vector<Property>)> changes;
     std::function<void(std::vector<SetRequest>)> sets;
-    // The connection has ended, though nobody closed it; the last call.
+    // The connection has ended without Close; the last call.
     std::function<void(const Link& link, const Error& error)> ended;
   };
 
@@ -42,7 +42,8 @@ class Link {
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
 
-  // Sends one frame. When it is this frame's turn, `before` decides whether it goes out.
+  // Sends one frame. `before` is called when no other frame can come first any more, and decides
+  // whether this one goes out.
   Result<void> Send(std::string_view frame, Deadline deadline,
                     const std::function<Result<void>()>& before = nullptr);
   // Sends a frame that gets one answer and waits for it.
@@ -56,6 +57,7 @@ class Link {
   std::optional<Error> ended_by() const;
 
  private:
+  // What one caller waits for; under lock_.
   struct Call {
     std::condition_variable done;
     std::optional<Result<std::vector<Property>>> answer;
@@ -73,15 +75,15 @@ class Link {
   const std::unique_ptr<Transport> transport_;
   const Role role_;
 
-  Turn sending_;  // held from the moment that a get is noted until it is out
+  TimedMutex sending_;  // held from the moment that a get is noted until it is out
 
-  mutable std::mutex lock_;
-  std::deque<std::shared_ptr<Call>> calls_;  // guarded by lock_; sent, not answered, oldest first
-  std::optional<Error> ended_by_;            // guarded by lock_
-  bool closed_ = false;                      // guarded by lock_
+  mutable Mutex lock_;
+  std::deque<std::shared_ptr<Call>> calls_ GUARDED_BY(lock_);  // sent, not answered, oldest first
+  std::optional<Error> ended_by_ GUARDED_BY(lock_);
+  bool closed_ GUARDED_BY(lock_) = false;
 
-  std::mutex joining_;
-  std::thread reader_;  // joined under joining_; the last member, it uses the others
+  Mutex joining_;
+  std::thread reader_ GUARDED_BY(joining_);  // the last member, it uses the others
 };
 
 }  // namespace valmere::client

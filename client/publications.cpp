@@ -1,5 +1,4 @@
-// A publication that the service was told of leaves a note behind when it goes, until the service is
-// told of that too.
+// A publication that was sent leaves a note behind when it goes, until its end is sent too.
 #include "client/publications.h"
 
 #include <algorithm>
@@ -8,50 +7,50 @@
 namespace valmere::client {
 
 void Publications::Put(std::span<const Property> properties,
-                       const std::shared_ptr<const SetCallback>& on_set, bool told) {
+                       const std::shared_ptr<const SetCallback>& on_set, bool sent) {
   for (const Property& property : properties) {
     Entry& entry = entries_[property.address()];
     if (entry.number == 0) entry.number = ++last_number_;
     entry.property = property;
-    entry.told = told;
+    entry.sent = sent;
     released_.push_back(std::exchange(entry.on_set, on_set));
   }
 }
 
-void Publications::Update(const SetRequest& update, bool told) {
+void Publications::Update(const SetRequest& update, bool sent) {
   const auto found = entries_.find(update.address);
   if (found == entries_.end()) return;
   found->second.property.value = update.value;
-  found->second.told = told;
+  found->second.sent = sent;
 }
 
-void Publications::Remove(const PropertyAddress& address, bool told) {
+void Publications::Remove(const PropertyAddress& address, bool sent) {
   const auto found = entries_.find(address);
   if (found == entries_.end()) return;
-  if (!told && found->second.told) withdrawn_.push_back(std::move(found->second.property));
+  if (!sent && found->second.sent) withdrawn_.push_back(std::move(found->second.property));
   released_.push_back(std::move(found->second.on_set));
   entries_.erase(found);
 }
 
-void Publications::ForgetTold() {
+void Publications::MarkAllUnsent() {
   withdrawn_.clear();
   for (auto& [address, entry] : entries_) {
-    entry.told = false;
+    entry.sent = false;
   }
 }
 
-Publications::Untold Publications::TakeUntold() {
-  Untold untold;
-  untold.withdrawn.swap(withdrawn_);
+Publications::Unsent Publications::TakeUnsent() {
+  Unsent unsent;
+  unsent.withdrawn.swap(withdrawn_);
   std::vector<const Entry*> entries;
   for (auto& [address, entry] : entries_) {
-    if (!std::exchange(entry.told, true)) entries.push_back(&entry);
+    if (!std::exchange(entry.sent, true)) entries.push_back(&entry);
   }
   std::ranges::sort(entries, {}, &Entry::number);
   for (const Entry* entry : entries) {
-    untold.published.push_back(entry->property);
+    unsent.published.push_back(entry->property);
   }
-  return untold;
+  return unsent;
 }
 
 std::vector<std::shared_ptr<const SetCallback>> Publications::TakeReleased() {

@@ -17,31 +17,32 @@ namespace valmere::client {
 
 using SetCallback = std::function<void(const SetRequest&)>;
 
-// Purpose: the published properties with what their owner last said of them, and what of that the
-// service has not been told yet.
+// Purpose: the published properties with what their owner last said of them, and what of that has
+// not been sent to the service yet.
 // Owner: a session.
 // Threads: under the session's lock.
+// Errors: none.
 class Publications {
  public:
-  // What is left to tell.
-  struct Untold {
+  // What is left to be sent.
+  struct Unsent {
     std::vector<Property> withdrawn;
     std::vector<Property> published;
 
     bool empty() const { return withdrawn.empty() && published.empty(); }
   };
 
-  // Adds the properties, or replaces them together with their callback. `told` says whether the
-  // service is about to hear of it.
+  // Adds the properties, or replaces them together with their callback. `sent` says whether
+  // this is being sent to the service now.
   void Put(std::span<const Property> properties, const std::shared_ptr<const SetCallback>& on_set,
-           bool told);
+           bool sent);
   // Does nothing for a property that is not there.
-  void Update(const SetRequest& update, bool told);
-  void Remove(const PropertyAddress& address, bool told);
+  void Update(const SetRequest& update, bool sent);
+  void Remove(const PropertyAddress& address, bool sent);
   // The service has forgotten everything.
-  void ForgetTold();
-  // What it has not been told, which counts as told from now on; in the order of publication.
-  Untold TakeUntold();
+  void MarkAllUnsent();
+  // What was not sent, which counts as sent from now on; in the order of publication.
+  Unsent TakeUnsent();
 
   // The callbacks of what was replaced or removed, to be destroyed without the lock.
   std::vector<std::shared_ptr<const SetCallback>> TakeReleased();
@@ -55,14 +56,14 @@ class Publications {
   struct Entry {
     Property property;
     std::shared_ptr<const SetCallback> on_set;
-    bool told = false;
+    bool sent = false;
     std::uint64_t number = 0;  // in the order in which they were published
   };
 
   std::unordered_map<PropertyAddress, Entry, AddressHash> entries_;
   std::uint64_t last_number_ = 0;
   std::vector<std::shared_ptr<const SetCallback>> released_;
-  std::vector<Property> withdrawn_;  // that the service was told of and not of their end
+  std::vector<Property> withdrawn_;  // whose publication was sent and whose end was not
 };
 
 }  // namespace valmere::client

@@ -1,4 +1,4 @@
-// What a call gives back: a value, or an error that names what failed.
+// What a call returns: a value, or an error that names what failed.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 namespace valmere::client {
 
 enum class ErrorKind {
-  kInvalid,         // the request cannot be sent as it is
-  kCannotConnect,   // nobody serves there
+  kInvalid,         // the request can't be sent as it is
+  kCannotConnect,   // no service is there
   kTimeout,         // the deadline passed
   kConnectionLost,  // the service ended the connection, or the link broke
   kProtocol,        // what came is no message

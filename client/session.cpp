@@ -49,7 +49,7 @@ Subscription& Subscription::operator=(Subscription&& other) noexcept {
 void Subscription::End() {
   const auto entry = std::exchange(entry_, nullptr);
   const auto core = std::exchange(core_, {}).lock();
-  if (core && entry) core->Unsubscribe(*entry);
+  if (core && entry) core->subscriptions().Unsubscribe(*entry);
 }
 
 Result<Session> Session::Open(Connector connector, SessionOptions options, By by) {
@@ -107,8 +107,8 @@ Result<Subscription> Session::Subscribe(std::span<const PropertyAddress> address
                                         ChangeCallback callback, By by) {
   auto entry = std::make_shared<SubscriptionEntry>(
       SubscriptionEntry{false, {addresses.begin(), addresses.end()}, std::move(callback)});
-  const auto done =
-      Named("subscribing to " + NameOf(addresses), core_->Subscribe(entry, core_->DeadlineOf(by)));
+  const auto done = Named("subscribing to " + NameOf(addresses),
+                          core_->subscriptions().Subscribe(entry, core_->DeadlineOf(by)));
   if (!done) return done.error();
   return Subscription(core_, std::move(entry));
 }
@@ -116,24 +116,25 @@ Result<Subscription> Session::Subscribe(std::span<const PropertyAddress> address
 Result<Subscription> Session::SubscribeAll(ChangeCallback callback, By by) {
   auto entry =
       std::make_shared<SubscriptionEntry>(SubscriptionEntry{true, {}, std::move(callback)});
-  const auto done =
-      Named("subscribing to all properties", core_->Subscribe(entry, core_->DeadlineOf(by)));
+  const auto done = Named("subscribing to all properties",
+                          core_->subscriptions().Subscribe(entry, core_->DeadlineOf(by)));
   if (!done) return done.error();
   return Subscription(core_, std::move(entry));
 }
 
 Result<void> Session::Publish(std::span<const Property> properties, SetCallback callback, By by) {
   return Named("publishing " + NameOf(properties),
-               core_->Publish(properties, std::move(callback), core_->DeadlineOf(by)));
+               core_->publisher().Publish(properties, std::move(callback), core_->DeadlineOf(by)));
 }
 
 Result<void> Session::Update(std::span<const SetRequest> values, By by) {
-  return Named("updating " + NameOf(values), core_->Update(values, core_->DeadlineOf(by)));
+  return Named("updating " + NameOf(values),
+               core_->publisher().Update(values, core_->DeadlineOf(by)));
 }
 
 Result<void> Session::Withdraw(std::span<const PropertyAddress> addresses, By by) {
   return Named("withdrawing " + NameOf(addresses),
-               core_->Withdraw(addresses, core_->DeadlineOf(by)));
+               core_->publisher().Withdraw(addresses, core_->DeadlineOf(by)));
 }
 
 Result<void> Session::Disconnect(By by) {

@@ -1,4 +1,4 @@
-// The comfortable client: many threads, callbacks, and connections that come back.
+// A client for many threads, with callbacks and connections that come back.
 #pragma once
 
 #include <chrono>
@@ -41,12 +41,13 @@ struct SessionOptions {
   // Between a loss, or an attempt that failed, and the next attempt: doubled each time.
   std::chrono::milliseconds first_pause{100};
   std::chrono::milliseconds longest_pause{5000};
-  // Told of every loss and every return, in turns; of the first loss perhaps before Open returns.
+  // Called for every loss and every return, one after the other; for the first loss perhaps before
+  // Open returns.
   std::function<void(const SessionEvent&)> on_event;
 };
 
 // Purpose: keeps a subscription; ends it when it goes.
-// Owner: whoever subscribed. It may outlive its session.
+// Owner: the subscriber. It may outlive its session.
 // Threads: any, one at a time.
 class Subscription {
  public:
@@ -75,7 +76,7 @@ class Subscription {
 // Threads: every call on any thread, callbacks included. Callbacks run on one thread of the
 // session, one at a time and while no lock is held; they must not throw.
 // Errors: values whose text names the call and what failed. kConnectionLost comes at once, also for
-// calls that wait, until Reconnected is told of; kInvalid for a request that is longer than the
+// calls that wait, until Reconnected is reported; kInvalid for a request that is longer than the
 // service takes, of which nothing is sent. Open may also throw std::bad_alloc.
 class Session {
  public:
@@ -95,29 +96,29 @@ class Session {
   Result<Property> Get(const PropertyAddress& address, By by = {});
   // One answer for each address, in order.
   Result<std::vector<Property>> Get(std::span<const PropertyAddress> addresses, By by = {});
-  // Every property of a group, whoever owns it; one answer of status kNotFound when there is none.
+  // Every property of a group, of all owners; one answer of status kNotFound when there is none.
   Result<std::vector<Property>> GetGroup(std::string_view group_guid, By by = {});
 
   // Sent, not answered: the owner decides what becomes of it.
   Result<void> Set(std::span<const SetRequest> requests, By by = {});
   Result<void> Set(const SetRequest& request, By by = {}) { return Set({&request, 1}, by); }
 
-  // Tells `callback` of the properties at the addresses that change, come or go, or of all there
-  // are and all to come. One that has gone has the status kNoLongerAvailable; the value that it comes
-  // back with may be told of twice. Returns when the service has noted it; the callback may run
-  // before. Values that stand already are not told of.
+  // Calls `callback` for the properties at the addresses that change, come or go, or for all there
+  // are and all to come. One that has gone has the status kNoLongerAvailable; the value that it
+  // comes back with may be reported twice. Returns when the service has noted it; the callback may
+  // run before. Values that stand already are not reported.
   // The service knows no end of a subscription: what was subscribed to still comes in, and is
   // dropped, until the last subscription has ended, which closes their connection.
   Result<Subscription> Subscribe(std::span<const PropertyAddress> addresses,
                                  ChangeCallback callback, By by = {});
   Result<Subscription> SubscribeAll(ChangeCallback callback, By by = {});
 
-  // Makes properties known, until they are withdrawn or the session ends, and tells `callback` of
+  // Makes properties known, until they are withdrawn or the session ends, and calls `callback` for
   // sets that are meant for them; it takes a new value by Update. A property that is published
   // already takes the new value and callback.
   //
-  // This and the next two are remembered also when they give kConnectionLost: the service is told
-  // when the connection is back. After kTimeout they may be.
+  // This and the next two are remembered also when they give kConnectionLost: they are sent when
+  // the connection is back. After kTimeout they may be.
   Result<void> Publish(std::span<const Property> properties, SetCallback callback = nullptr,
                        By by = {});
   // Reports new values of published properties. kInvalid when one of them is not published.

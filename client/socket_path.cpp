@@ -1,4 +1,4 @@
-// One rule for both ends of the socket, so that a client finds the service without being told.
+// One rule for both ends of the socket, so that a client finds the service without an option.
 #include "client/socket_path.h"
 
 #include <cstdlib>

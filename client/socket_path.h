@@ -1,4 +1,4 @@
-// Where the service listens when nobody says otherwise.
+// Where the service listens by default.
 #pragma once
 
 #include <string>

@@ -1,8 +1,8 @@
 // The socket is read into one buffer that is kept, so that a frame usually costs one wait and one
 // read. An event descriptor is waited for beside the socket: unlike a signal that breaks a system
-// call, it cannot come just too early and be missed. The socket is shut down by whoever ends the
-// connection, which wakes those who wait for it, and closed with the transport: its number must not
-// become another file's while a thread still uses it.
+// call, it can't come just too early and be missed. The thread that ends the connection shuts the
+// socket down, which wakes the threads that wait for it. The socket is closed with the transport:
+// its number must not become another file's while a thread still uses it.
 #include "client/socket_transport.h"
 
 #include <poll.h>
@@ -17,19 +17,19 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <mutex>
 #include <optional>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "client/mutex.h"
 #include "protocol/wire/message_frame.h"
 
 namespace valmere::client {
 namespace {
 
 constexpr std::size_t kReadBytes = 65536;
-// The service sends replies of any length; more than this is no reply but nonsense.
+// The service sends replies of any length; a frame that is longer than this is no reply.
 constexpr std::uint32_t kLongestReply = 0x40000000;
 
 std::string TextOf(int error) {
@@ -44,7 +44,7 @@ Error ConnectionLost(const std::string& why) {
   return {ErrorKind::kConnectionLost, "connection lost: " + why};
 }
 
-// What an end by the service looks like depends on which call meets it first.
+// The error for an end by the service depends on the call that sees it first.
 Error LostBy(int error) {
   const bool ended = error == 0 || error == EPIPE || error == ECONNRESET;
   return ConnectionLost(ended ? "the service ended it" : TextOf(error));
@@ -95,8 +95,8 @@ class SocketTransport final : public Transport {
   const Descriptor socket_;
   const Descriptor interrupt_;
 
-  mutable std::mutex lock_;
-  std::optional<Error> ended_by_;  // guarded by lock_; what ended the connection first
+  mutable Mutex lock_;
+  std::optional<Error> ended_by_ GUARDED_BY(lock_);  // what ended the connection first
 
   // Used by the receiving thread alone.
   std::vector<char> buffer_;  // bytes begin_ to end_ are received and not handed out
@@ -105,14 +105,14 @@ class SocketTransport final : public Transport {
 };
 
 void SocketTransport::End(const Error& why) {
-  const std::lock_guard hold(lock_);
+  const MutexLock hold(lock_);
   if (ended_by_) return;
   ended_by_ = why;
   shutdown(socket_.get(), SHUT_RDWR);
 }
 
 std::optional<Error> SocketTransport::end() const {
-  const std::lock_guard hold(lock_);
+  const MutexLock hold(lock_);
   return ended_by_;
 }
 

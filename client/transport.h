@@ -13,8 +13,8 @@ namespace valmere::client {
 // Owner: a Client or a Session.
 // Threads: one that sends and one that receives, at the same time if they like; Close and Interrupt
 // from any, Interrupt from a signal handler too.
-// Errors: kTimeout, kConnectionLost, kInterrupted, kProtocol. After a Send that failed, nobody
-// knows how much of the frame has gone out: the transport is closed.
+// Errors: kTimeout, kConnectionLost, kInterrupted, kProtocol. After a Send that failed, it is not
+// known how much of the frame has gone out: the transport is closed.
 class Transport {
  public:
   virtual ~Transport() = default;

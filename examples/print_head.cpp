@@ -1,5 +1,5 @@
-// A print head in miniature: it publishes two measurements and two settings, heats up or cools down
-// to the temperature that it is told to have, and counts labels at the speed that it is told.
+// A simulated print head: it publishes two measurements and two settings, heats up or cools down to
+// the temperature that is set, and counts labels at the speed that is set.
 //
 //   print_head        serves until SIGINT or SIGTERM, which withdraw its properties
 #include <charconv>
@@ -114,7 +114,7 @@ int Serve(const sigset_t& signals) {
   const std::vector<Property> properties = head.properties();
   const auto on_set = [&](const SetRequest& set) {
     const std::optional<SetRequest> taken = head.Take(set);
-    // A connection that is lost for now is the session's affair: it reports the value later.
+    // While the connection is lost, the session keeps the value and reports it later.
     if (taken) (void)session.Update(*taken);
   };
   if (const auto published = session.Publish(properties, on_set); !published)

@@ -1,6 +1,6 @@
-// Stands in for the device manager on a host: loads the driver library, starts it, gives each
-// client of a socket a handle of its own, and ends it on a signal. What can fail by the caller's
-// fault fails before the driver is started.
+// Does on a host what the device manager does on a device: loads the driver library, starts it,
+// gives each client of a socket a handle of its own, and ends it on a signal. What can fail by the
+// caller's fault fails before the driver is started.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
@@ -18,8 +18,8 @@
 #include "host/root/refused_file.h"
 #include "host/root/root_folder.h"
 #include "host/root/root_watch.h"
+#include "host/root/service_status.h"
 #include "host/root/skeleton.h"
-#include "host/root/standing.h"
 #include "host/server.h"
 #include "host/socket/listening_socket.h"
 #include "host/system/report.h"
@@ -35,7 +35,7 @@ using namespace valmere::host;
 
 // Each client takes a descriptor; the usual soft limit is low only for the sake of select().
 void AllowManyDescriptors(std::size_t clients) {
-  constexpr rlim_t kOwn = 64;  // the driver's files, the loop's
+  constexpr rlim_t kOwn = 64;  // the files of the driver and of the loop
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   limit.rlim_cur = limit.rlim_max;
@@ -45,16 +45,16 @@ void AllowManyDescriptors(std::size_t clients) {
            std::to_string(clients) + " clients");
 }
 
-// What the driver library reads when it is loaded and started.
-void TellDriver(const RootFolder& root, const Options& options) {
+// For the driver library, which reads it when it is loaded and started.
+void SetDriverEnvironment(const RootFolder& root, const Options& options) {
   // NOLINTBEGIN(concurrency-mt-unsafe): one thread yet
   setenv("VALMERE_ROOT", root.path().c_str(), 1);
   setenv("VALMERE_MAX_LOG", std::to_string(options.log_bytes).c_str(), 1);
   // NOLINTEND(concurrency-mt-unsafe)
 }
 
-// Who has started it may not read what it says; a pipe that has room has room for a line.
-void SayReady(const std::string& path) {
+// The program at the other end may not read; a pipe that has room has room for a line.
+void PrintReady(const std::string& path) {
   const std::string line = "valmered: ready on " + path + "\n";
   pollfd room{STDOUT_FILENO, POLLOUT, 0};
   if (poll(&room, 1, 0) != 1 || (room.revents & POLLOUT) == 0) return;
@@ -65,8 +65,8 @@ int Serve(const Options& options) {
   const std::optional<int> inherited = InheritedSocket();
   AllowManyDescriptors(options.limits.clients);
   const RootFolder root(options.root);
-  if (options.init_root) GiveSkeleton(root);
-  TellDriver(root, options);
+  if (options.init_root) CreateSkeleton(root);
+  SetDriverEnvironment(root, options);
   ListeningSocket listener =
       inherited ? ListeningSocket(*inherited) : ListeningSocket(options.socket, root);
   root.Enter();
@@ -75,20 +75,20 @@ int Serve(const Options& options) {
   KeepRefusedFile(root);
   StoredValues stored(driver, root, valmere::platform::MakeDeviceFileSystem());
   Server server(listener, driver, options.limits,
-                drains ? [&stored](const KeptProperties& files) { stored.ForeseeLoad(files); }
+                drains ? [&stored](const KeptProperties& files) { stored.PreviewLoad(files); }
                        : PropertyLoader::BeforeLoad());
-  Standing standing(root, listener.path());
-  const RootWatch watch(server.loop(), root, [&](bool in_place) { standing.TellRoot(in_place); });
-  stored.ForeseeStart();
+  ServiceStatus status(root, listener.path());
+  const RootWatch watch(server.loop(), root, [&](bool in_place) { status.ReportRoot(in_place); });
+  stored.PreviewStart();
   driver.Init();
-  if (drains) stored.TakeBaseLine();
-  stored.AwaitOverride([&server] { return server.HasToEnd(); });
+  if (drains) stored.ReadInitialValues();
+  stored.WaitForOverride([&server] { return server.HasToEnd(); });
   if (server.Start()) {
-    SayReady(listener.path());
-    standing.TellReady();
+    PrintReady(listener.path());
+    status.ReportReady();
   }
   const auto end_by = server.Run();
-  if (drains) stored.Await(end_by);
+  if (drains) stored.WaitUntilStored(end_by);
   // The clients have gone. The loop stays until the driver's threads have, so that more signals are
   // taken and the loop's descriptors are not theirs under another name.
   driver.Deinit();

@@ -1,5 +1,5 @@
 // The driver library is looked for beside the program, so that an installed tree and a build tree
-// both work without a word and without the loader's search path.
+// both work without an option and without the loader's search path.
 #include "host/options.h"
 
 #include <CLI/CLI.hpp>
@@ -81,8 +81,8 @@ struct ParsedLimits {
   double drain = InSeconds(Limits{}.drain);
 };
 
-// Texts as "10", "2s" and "500ms"; what is no number is no time either, so "nan" does not get to
-// the range, which would let it pass.
+// Takes texts as "10", "2s" and "500ms". What is no number is no time either, so "nan" does not get
+// to the check of the range, which would accept it.
 void AddTime(CLI::App& app, const char* name, double& seconds, double least, const char* meaning) {
   const std::map<std::string, double> units{{"s", 1}, {"ms", 0.001}};
   app.add_option(name, seconds, meaning)

@@ -1,4 +1,4 @@
-// What valmered is told on its command line.
+// The command line of valmered.
 #pragma once
 
 #include <cstdint>

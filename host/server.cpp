@@ -32,6 +32,10 @@ Server* ServerOf(Handle* handle) {
   return static_cast<Server*>(handle->data);
 }
 
+void ThrowOnUvError(int result) {
+  if (result != 0) throw std::runtime_error(std::string("event loop: ") + uv_strerror(result));
+}
+
 }  // namespace
 
 Server::Server(ListeningSocket& listener, const DriverLibrary& driver, const Limits& limits,
@@ -41,30 +45,30 @@ Server::Server(ListeningSocket& listener, const DriverLibrary& driver, const Lim
       limits_(limits),
       scratch_(kScratchBytes),
       loader_(std::in_place, driver, std::move(before_load)) {
-  Watch(uv_loop_init(&loop_));
-  accept_.data = accept_again_.data = calls_wait_.data = drained_long_enough_.data = this;
+  ThrowOnUvError(uv_loop_init(&loop_));
+  accept_.data = accept_again_.data = pump_events_async_.data = drain_timer_.data = this;
   terminate_.data = interrupt_.data = hang_up_.data = this;
-  Watch(uv_poll_init(&loop_, &accept_, listener_.descriptor()));
-  Watch(uv_timer_init(&loop_, &accept_again_));
-  Watch(uv_timer_init(&loop_, &drained_long_enough_));
-  Watch(uv_async_init(&loop_, &calls_wait_,
-                      [](uv_async_t* async) { ServerOf(async)->AttendToCalls(); }));
+  ThrowOnUvError(uv_poll_init(&loop_, &accept_, listener_.descriptor()));
+  ThrowOnUvError(uv_timer_init(&loop_, &accept_again_));
+  ThrowOnUvError(uv_timer_init(&loop_, &drain_timer_));
+  ThrowOnUvError(uv_async_init(&loop_, &pump_events_async_,
+                               [](uv_async_t* async) { ServerOf(async)->HandlePumpEvents(); }));
   const auto on_signal = [](uv_signal_t* signal, int) { ServerOf(signal)->Drain(); };
-  Watch(uv_signal_init(&loop_, &terminate_));
-  Watch(uv_signal_init(&loop_, &interrupt_));
-  Watch(uv_signal_start(&terminate_, on_signal, SIGTERM));
-  Watch(uv_signal_start(&interrupt_, on_signal, SIGINT));
-  Watch(uv_signal_init(&loop_, &hang_up_));
-  Watch(uv_signal_start(
+  ThrowOnUvError(uv_signal_init(&loop_, &terminate_));
+  ThrowOnUvError(uv_signal_init(&loop_, &interrupt_));
+  ThrowOnUvError(uv_signal_start(&terminate_, on_signal, SIGTERM));
+  ThrowOnUvError(uv_signal_start(&interrupt_, on_signal, SIGINT));
+  ThrowOnUvError(uv_signal_init(&loop_, &hang_up_));
+  ThrowOnUvError(uv_signal_start(
       &hang_up_, [](uv_signal_t* signal, int) { ServerOf(signal)->LoadProperties(); }, SIGHUP));
 }
 
 Server::~Server() {
-  StopTaking();
+  StopAccepting();
   CloseAll();
   loader_.reset();
-  // Closing the handles gives the signals back their own meaning, which is to end the process where
-  // it stands; nothing of this process wants them from here on.
+  // Closing the handles gives the signals back their default action, which is to end the process at
+  // once; nothing in this process needs them from here on.
   sigset_t signals;
   sigemptyset(&signals);
   for (const int number : {SIGTERM, SIGINT, SIGHUP})
@@ -74,10 +78,6 @@ Server::~Server() {
     CloseHandle(*handle);
   uv_run(&loop_, UV_RUN_DEFAULT);
   uv_loop_close(&loop_);
-}
-
-void Server::Watch(int result) const {
-  if (result != 0) throw std::runtime_error(std::string("event loop: ") + uv_strerror(result));
 }
 
 bool Server::HasToEnd() {
@@ -90,11 +90,11 @@ bool Server::Start() {
   return !HasToEnd();
 }
 
-// A load is over before its thread is told to end: an override file that it has taken is gone, and
-// the values are not in the property file yet.
+// A load is over before its thread has to end: an override file that it has taken is gone, and the
+// values are not in the property file yet.
 client::Deadline Server::Run() {
   uv_run(&loop_, UV_RUN_DEFAULT);
-  if (loader_) loader_->Await(end_by_);
+  if (loader_) loader_->WaitUntilIdle(end_by_);
   loader_.reset();
   return end_by_;
 }
@@ -112,30 +112,30 @@ void Server::AcceptOne() {
     if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) PauseAccepting();
     return;
   }
-  if (connections_.size() >= limits_.clients) return TurnAway(socket);
+  if (bridges_.size() >= limits_.clients) return TurnAway(socket);
   try {
-    Adopt(socket);
+    AddClient(socket);
   } catch (const std::exception& error) {  // the loop is C and must not meet it
     close(socket);
     TryReport([&] { return std::string("cannot serve a client: ") + error.what(); }, ReportClient);
   }
 }
 
-// The place comes first: a connection that was made can only go by way of the loop.
-void Server::Adopt(int socket) {
+// The place in the map comes first: a bridge that was made can be destroyed by the loop alone.
+void Server::AddClient(int socket) {
   const Id id = ++last_id_;
-  const auto place = connections_.try_emplace(id).first;
-  Connection::Events events{[this, id] { CallFor(id); }, [this, id] { Forget(id); }};
+  const auto place = bridges_.try_emplace(id).first;
+  ClientBridge::Events events{[this, id] { QueuePumpEvent(id); }, [this, id] { RemoveClient(id); }};
   try {
-    place->second = std::make_unique<Connection>(
-        Connection::Surroundings{loop_, driver_, limits_, scratch_}, socket, std::move(events));
+    place->second = std::make_unique<ClientBridge>(
+        ClientBridge::Environment{loop_, driver_, limits_, scratch_}, socket, std::move(events));
   } catch (const std::exception&) {
-    connections_.erase(place);
+    bridges_.erase(place);
     throw;
   }
 }
 
-// Taken out of the queue and closed, so that it learns at once.
+// The client is taken out of the queue and closed, so that it sees the end at once.
 void Server::TurnAway(int socket) {
   close(socket);
   if (const auto count = turned_away_.Count())
@@ -145,7 +145,8 @@ void Server::TurnAway(int socket) {
     });
 }
 
-// The client stays in the queue, so the socket stays readable: without a pause the loop would spin.
+// The client stays in the queue, so the socket stays readable: without a pause the loop would never
+// rest.
 void Server::PauseAccepting() {
   if (paused_.Count())
     TryReport([] { return "out of descriptors or memory; clients have to wait"; });
@@ -155,85 +156,85 @@ void Server::PauseAccepting() {
       kAcceptPauseMilliseconds, 0);
 }
 
-// What a pump has to say must arrive, if need be without its name.
-void Server::CallFor(Id id) noexcept {
+// An event must arrive, if need be without the name of its bridge.
+void Server::QueuePumpEvent(Id id) noexcept {
   {
-    const std::lock_guard lock(calls_lock_);
+    const client::MutexLock hold(pump_events_lock_);
     try {
-      calls_.push_back(id);
+      pump_events_.push_back(id);
     } catch (const std::bad_alloc&) {
-      all_called_ = true;
+      pump_event_missed_ = true;
     }
   }
-  uv_async_send(&calls_wait_);
+  uv_async_send(&pump_events_async_);
 }
 
-void Server::AttendToCalls() {
-  std::vector<Id> calls;
+void Server::HandlePumpEvents() {
+  std::vector<Id> events;
   bool all = false;
   {
-    const std::lock_guard lock(calls_lock_);
-    calls.swap(calls_);
-    all = std::exchange(all_called_, false);
+    const client::MutexLock hold(pump_events_lock_);
+    events.swap(pump_events_);
+    all = std::exchange(pump_event_missed_, false);
   }
   if (all) {
-    for (const auto& [id, connection] : connections_)
-      connection->Attend();
+    for (const auto& [id, bridge] : bridges_)
+      bridge->HandlePumpEvent();
     return;
   }
-  for (const Id id : calls) {
-    const auto found = connections_.find(id);
-    if (found != connections_.end()) found->second->Attend();
+  for (const Id id : events) {
+    const auto found = bridges_.find(id);
+    if (found != bridges_.end()) found->second->HandlePumpEvent();
   }
 }
 
 void Server::LoadProperties() noexcept {
-  if (loader_ && !stopping_) loader_->Ask();
+  if (loader_ && !stopping_) loader_->RequestLoad();
 }
 
-// What was accepted is handled and answered. A client that does not take its answers, a load that
-// takes long: for all of them there is one deadline.
+// What was accepted is handled and answered. One deadline is for all of it: for clients that do not
+// read their answers, and for a load that takes long.
 void Server::Drain() {
   if (stopping_) return;
   end_by_ = client::Deadline::After(limits_.drain);
   NotifyStopping();
-  StopTaking();
+  StopAccepting();
   if (limits_.drain.count() == 0) return CloseAll();
   uv_update_time(&loop_);  // the loop's idea of now may be as old as this round of it
   uv_timer_start(
-      &drained_long_enough_, [](uv_timer_t* timer) { ServerOf(timer)->CloseAll(); },
+      &drain_timer_, [](uv_timer_t* timer) { ServerOf(timer)->CloseAll(); },
       static_cast<std::uint64_t>(limits_.drain.count()), 0);
-  for (auto& [id, connection] : connections_) {
-    connection->Finish();
+  for (auto& [id, bridge] : bridges_) {
+    bridge->Finish();
   }
-  if (connections_.empty()) CloseAll();
+  if (bridges_.empty()) CloseAll();
 }
 
-void Server::StopTaking() {
+void Server::StopAccepting() {
   stopping_ = true;
   CloseHandle(accept_);
   CloseHandle(accept_again_);
-  // Signals are still taken, and ignored: who sends a second one must not cut the ending short.
+  // Signals are still taken, and ignored: a second one must not cut the end short.
   for (uv_signal_t* handle : {&terminate_, &interrupt_, &hang_up_})
     uv_unref(reinterpret_cast<uv_handle_t*>(handle));
   listener_.StopListening();
 }
 
-void Server::Forget(Id id) {
-  connections_.erase(id);
-  if (stopping_ && connections_.empty()) CloseAll();
+void Server::RemoveClient(Id id) {
+  bridges_.erase(id);
+  if (stopping_ && bridges_.empty()) CloseAll();
 }
 
-// All sessions are told first and waited for then, so that they end side by side.
+// All sessions begin to end before the first is waited for, so that they end at the same time.
 void Server::CloseAll() {
-  for (auto& [id, connection] : connections_) {
-    connection->BeginClose();
+  for (auto& [id, bridge] : bridges_) {
+    bridge->BeginClose();
   }
-  for (auto& [id, connection] : connections_) {
-    connection->Close();
+  for (auto& [id, bridge] : bridges_) {
+    bridge->Close();
   }
-  CloseHandle(drained_long_enough_);
-  CloseHandle(calls_wait_);
+  CloseHandle(drain_timer_);
+  CloseHandle(pump_events_async_);
 }
 
 }  // namespace valmere::host

@@ -6,14 +6,14 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <unordered_map>
 #include <vector>
 
 #include "client/deadline.h"
+#include "client/mutex.h"
 #include "host/driver/driver_library.h"
-#include "host/socket/connection.h"
+#include "host/socket/client_bridge.h"
 #include "host/socket/limits.h"
 #include "host/socket/listening_socket.h"
 #include "host/system/report.h"
@@ -21,9 +21,9 @@
 
 namespace valmere::host {
 
-// Purpose: serves a listening socket from one thread until SIGTERM or SIGINT, and lets what it has
-// accepted until then be answered, for as long as the limits say; on SIGHUP has the service load
-// its property file.
+// Purpose: serves a listening socket from one thread until SIGTERM or SIGINT. What it has accepted
+// by then is still answered, for as long as the limits say. On SIGHUP it has the service load its
+// property file.
 // Owner: the program. Socket, driver and limits must outlive it.
 // Threads: the one that calls Run; signals count from the constructor on.
 // Errors: the constructor throws std::runtime_error; a client that can't be served is turned away
@@ -38,31 +38,30 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  // For what else is to be told of in the server's thread.
+  // For other events that are to be handled on the server's thread.
   uv_loop_t& loop() { return loop_; }
   // True once a signal to end has come.
   bool HasToEnd();
   // Begins to accept clients. False when a signal has come already.
   bool Start();
-  // Serves until a signal ends it. On return no client, no handle and no thread is left. Gives the
-  // moment until which the end may take.
+  // Serves until a signal ends it. On return no client, no handle and no thread is left. Returns
+  // the deadline for all that is left to do at the end.
   client::Deadline Run();
 
  private:
   using Id = std::uint64_t;
 
-  void Watch(int result) const;
   void StartAccepting();
   void AcceptOne();
-  void Adopt(int socket);
+  void AddClient(int socket);
   void PauseAccepting();
   void TurnAway(int socket);
-  void CallFor(Id id) noexcept;  // on a pump's thread
-  void AttendToCalls();
+  void QueuePumpEvent(Id id) noexcept;  // on a pump's thread
+  void HandlePumpEvents();
   void LoadProperties() noexcept;
   void Drain();
-  void StopTaking();
-  void Forget(Id id);
+  void StopAccepting();
+  void RemoveClient(Id id);
   void CloseAll();
 
   ListeningSocket& listener_;
@@ -74,10 +73,10 @@ class Server {
   uv_signal_t terminate_{};
   uv_signal_t interrupt_{};
   uv_signal_t hang_up_{};
-  uv_async_t calls_wait_{};
-  uv_timer_t drained_long_enough_{};
+  uv_async_t pump_events_async_{};
+  uv_timer_t drain_timer_{};
   std::vector<unsigned char> scratch_;
-  std::unordered_map<Id, std::unique_ptr<Connection>> connections_;
+  std::unordered_map<Id, std::unique_ptr<ClientBridge>> bridges_;
   Id last_id_ = 0;
   bool stopping_ = false;
   client::Deadline end_by_ = client::Deadline::Never();
@@ -85,9 +84,9 @@ class Server {
   ReportLimit turned_away_;
   ReportLimit paused_;
 
-  std::mutex calls_lock_;
-  std::vector<Id> calls_;    // connections that want attention; guarded by calls_lock_
-  bool all_called_ = false;  // one does that there was no room for; guarded by calls_lock_
+  client::Mutex pump_events_lock_;
+  std::vector<Id> pump_events_ GUARDED_BY(pump_events_lock_);     // of these bridges
+  bool pump_event_missed_ GUARDED_BY(pump_events_lock_) = false;  // there was no room for one
 };
 
 }  // namespace valmere::host

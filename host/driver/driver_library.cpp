@@ -1,6 +1,6 @@
-// All seven entry points must be there before any is called, as a device manager demands it. The
-// library is never unloaded: when the service could not end one of its threads, taking the code
-// away under it would turn an unclean end into a crash, and the process ends next anyway.
+// All seven entry points must be there before any is called, as a device manager demands. The
+// library is never unloaded: when the service could not end one of its threads, unloading the code
+// that it runs would turn an unclean end into a crash, and the process ends next in any case.
 #include "host/driver/driver_library.h"
 
 #include <dlfcn.h>

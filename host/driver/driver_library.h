@@ -12,7 +12,7 @@
 namespace valmere::host {
 
 // Purpose: the seven entry points of a driver library, the only way in which the host uses it.
-// Owner: the program; every connection must be gone before it.
+// Owner: the program; every bridge must be gone before it.
 // Threads: Open, Close, Read and Write from any; Init and Deinit alone.
 // Errors: the constructor throws std::runtime_error when the library does not load or lacks an
 // entry point; calls as driver/prn.h says. The library stays loaded to the end of the process.
@@ -24,7 +24,7 @@ class DriverLibrary {
 
   void Init() { context_ = init_(0); }
   void Deinit() const { deinit_(context_); }
-  // What a client in this process needs, who comes over a handle of its own.
+  // What a client in this process needs; it opens a handle of its own.
   client::DriverEntryPoints entry_points() const { return {open_, close_, read_, write_}; }
   std::uint32_t context() const { return context_; }
   std::uint32_t Open() const { return open_(context_, 0, 0); }

@@ -1,8 +1,8 @@
 // PRN_Read reports its count whatever happened and leaves the buffer alone when the session has
 // ended. So the room for the header is cleared before each read: anything else than the identifier
-// afterwards means that nothing came. The driver puts a frame into its pipe in one piece, so once the
-// identifier is there, the length and the text are there too, unless the connection closes the handle;
-// its socket takes nothing more by then.
+// afterwards means that nothing came. The driver puts a frame into its pipe in one piece, so once
+// the identifier is there, the length and the text are there too, unless the bridge closes the
+// handle; its socket takes nothing more by then.
 #include "host/driver/read_frame.h"
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// A rewrite gives any file a good checksum, whatever is in it: after the first change nobody could
-// tell any more what was damaged, and lines that a reader takes for others would count.
+// A rewrite gives any file a good checksum, whatever is in it: after the first change the damage
+// could no longer be seen, and damaged lines would count.
 #include "host/root/refused_file.h"
 
 #include <fcntl.h>
@@ -33,8 +33,8 @@ PropertyFileResult ReadAsTheServiceDoes() {
                           lines);
 }
 
-// What there is up to the end or to the first byte that can't be read. A file that is longer than
-// the service reads is not rewritten by it, and may fill the disk.
+// The bytes up to the end or to the first one that can't be read. A file that is longer than the
+// service reads is not rewritten by it, and its copy might fill the disk.
 std::string ReadAsFarAsPossible(int file) {
   std::string bytes;
   char block[16384];
@@ -83,22 +83,22 @@ void WriteCopy(int folder, int original, std::string_view bytes) {
   Sync(folder);
 }
 
-void Keep(const RootFolder& root) {
+void KeepCopy(const RootFolder& root) {
   const Descriptor folder = OpenFolder(root.descriptor(), kStoreName);
   const Descriptor original = OpenFile(folder.get(), kPropertyFileName, O_RDONLY);
   const std::string bytes = ReadAsFarAsPossible(original.get());
   if (!IsKept(folder.get(), bytes)) WriteCopy(folder.get(), original.get(), bytes);
 }
 
-// Says in how far the file is refused, and what has become of it.
-void KeepAndTell(const RootFolder& root, PropertyFileResult result) {
+// Reports why the file is refused, and where its copy is.
+void KeepAndReport(const RootFolder& root, PropertyFileResult result) {
   const std::string store = root.path() + "/" + kStoreName + "/";
   const std::string refused =
       store + kPropertyFileName + ": refused, " + std::string(Describe(result));
   if (result == PropertyFileResult::kTooShort)
     return Report(refused + "; there is nothing to keep");
   try {
-    Keep(root);
+    KeepCopy(root);
     Report(refused + "; kept as " + kCopyName +
            "; what can be read of it: valmere propfile rescue " + store + kCopyName);
   } catch (const std::system_error& error) {
@@ -111,7 +111,7 @@ void KeepAndTell(const RootFolder& root, PropertyFileResult result) {
 void KeepRefusedFile(const RootFolder& root) noexcept try {
   const PropertyFileResult result = ReadAsTheServiceDoes();
   if (result != PropertyFileResult::kRead && result != PropertyFileResult::kNotOpened)
-    KeepAndTell(root, result);
+    KeepAndReport(root, result);
 } catch (const std::exception&) {
   Report("out of memory; the property file is not looked at before the service loads it");
 }

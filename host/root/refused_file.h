@@ -6,8 +6,8 @@
 namespace valmere::host {
 
 // Reads the property file as the service is about to. One that is refused is copied beside itself,
-// as "ValmereProperties.ini.refused", before a change rewrites it; the copy of an earlier one makes
-// way. What was found and done is told on standard error; nothing that fails stops the start.
+// as "ValmereProperties.ini.refused", before a change rewrites it; this replaces an earlier copy.
+// What was found and done is reported on standard error; nothing that fails stops the start.
 // VALMERE_ROOT names the root already, and the driver has not been started yet.
 void KeepRefusedFile(const RootFolder& root) noexcept;
 

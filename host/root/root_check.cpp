@@ -1,6 +1,5 @@
-// Rights, mount options, attributes and quotas all have a say in whether a file can be written, so
-// none of them is asked. The trial file loses its name at once: what a kill leaves behind is gone
-// with the process.
+// Rights, mount options, attributes and quotas all decide whether a file can be written, so it is
+// tried instead. The trial file loses its name at once: after a kill it is gone with the process.
 #include "host/root/root_check.h"
 
 #include <fcntl.h>
@@ -35,7 +34,7 @@ class Flaw : public std::runtime_error {
 constexpr const char* kLost = "; settings will not be kept";
 constexpr const char* kInPlace = "; it is written in place, and a kill may cost all settings";
 
-// Does a step whose failure is told as "path: what: cause" and what it means.
+// Does a step whose failure is reported as "path: what: cause" and what it means.
 template <class Step>
 auto Try(const std::string& path, const char* what, Step step) {
   try {
@@ -85,7 +84,7 @@ void TryToKeep(const RootFolder& root) {
   const std::string path = store + "/" + kPropertyFileName;
   const PropertyFile file =
       Try(path, "cannot be read and written", [&] { return LookAtPropertyFile(folder.get()); });
-  // It is the file that is ours to write then, and not its name.
+  // Without this right the file itself can be written, and not its name.
   const bool takes_files =
       !file.exists || faccessat(folder.get(), ".", W_OK, AT_EACCESS) == 0 || errno != EACCES;
   if (!takes_files) throw Flaw(path + ": its folder takes no new file" + kInPlace);

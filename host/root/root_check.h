@@ -1,4 +1,4 @@
-// Whether a root can keep what the service is told to keep.
+// Whether a root can keep what the service stores.
 #pragma once
 
 #include <optional>

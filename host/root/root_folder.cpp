@@ -1,5 +1,5 @@
-// Two services that rewrite the same property file would lose each other's lines without a word, so
-// the second is refused before it touches anything.
+// Two services that rewrite the same property file would lose each other's lines, and nothing would
+// show it; so the second is refused before it touches anything.
 #include "host/root/root_folder.h"
 
 #include <fcntl.h>

@@ -36,7 +36,7 @@ class RootFolder {
   int descriptor() const { return descriptor_; }
   // True when `descriptor` is open on this very folder.
   bool IsFolder(int descriptor) const;
-  // Whether the path still leads to this folder; a want of memory does not count against it.
+  // Whether the path still leads to this folder; true when there is no memory to find out.
   bool IsInPlace() const noexcept;
   // Makes it the process's working folder, by which others on the machine can find it. Throws
   // RootUnusable.

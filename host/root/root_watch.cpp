@@ -1,7 +1,7 @@
-// The folder itself and all that it lies in are watched for being moved, which is seldom. Nobody is
-// told of the end of a folder that is held open, but it has to be emptied first: once the property
-// file's folder has gone from it, and while the path leads elsewhere, what comes and goes on the
-// way is looked at too.
+// The folder itself and all folders above it are watched for being moved, which is rare. The kernel
+// does not report the end of a folder that is held open, but the folder has to be emptied first:
+// once the property file's folder has gone from it, and while the path leads elsewhere, what comes
+// and goes in the folders of the path is watched too.
 #include "host/root/root_watch.h"
 
 #include <fcntl.h>
@@ -28,7 +28,7 @@ constexpr std::uint32_t kOwnMoves = IN_MOVE_SELF | IN_DELETE_SELF;
 constexpr std::uint32_t kLosses = IN_DELETE | IN_MOVED_FROM;
 constexpr std::uint32_t kGains = IN_CREATE | IN_MOVED_TO;
 
-// What happened does not matter: the path is looked at anew.
+// What happened does not matter: the path is checked anew.
 void Drain(int descriptor) {
   char events[4096];
   while (read(descriptor, events, sizeof events) > 0) {
@@ -43,12 +43,12 @@ struct RootWatch::Source {
   uv_poll_t poll{};
 };
 
-RootWatch::RootWatch(uv_loop_t& loop, const RootFolder& root, Tell tell)
-    : root_(root), tell_(std::move(tell)) {
+RootWatch::RootWatch(uv_loop_t& loop, const RootFolder& root, Callback callback)
+    : root_(root), callback_(std::move(callback)) {
   changes_ = Open(loop, inotify_init1(IN_NONBLOCK | IN_CLOEXEC), UV_READABLE);
   if (changes_ == nullptr) TryReport([&] { return root.path() + ": the root can't be watched"; });
   mounts_ = Open(loop, open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC), UV_PRIORITIZED);
-  Look();
+  Check();
 }
 
 RootWatch::~RootWatch() {
@@ -71,25 +71,25 @@ RootWatch::Source* RootWatch::Open(uv_loop_t& loop, int descriptor, int events) 
   uv_poll_start(&source->poll, events, [](uv_poll_t* poll, int, int) {
     auto* const watch = static_cast<RootWatch*>(poll->data);
     if (watch->changes_ != nullptr) Drain(watch->changes_->file.get());
-    watch->Look();
+    watch->Check();
   });
   uv_unref(reinterpret_cast<uv_handle_t*>(&source->poll));
   return source.release();
 }
 
-// Until what was seen is also what is watched for.
-void RootWatch::Look() noexcept try {
+// Again until what was seen is also what is watched.
+void RootWatch::Check() noexcept try {
   bool in_place = false;
   do {
     in_place = root_.IsInPlace();
-    WatchFolders(!in_place || !HoldsStore());
+    WatchFolders(!in_place || !HasStore());
   } while (root_.IsInPlace() != in_place);
-  if (std::exchange(in_place_, in_place) != in_place) tell_(in_place);
+  if (std::exchange(in_place_, in_place) != in_place) callback_(in_place);
 } catch (const std::exception&) {
   Report("out of memory; where the root is was not looked at");
 }
 
-// A folder that is watched already is from now on watched like this.
+// For a folder that is watched already, this replaces what is watched.
 void RootWatch::WatchFolders(bool closely) const {
   if (changes_ == nullptr) return;
   const std::string& path = root_.path();
@@ -101,7 +101,7 @@ void RootWatch::WatchFolders(bool closely) const {
   inotify_add_watch(changes_->file.get(), path.c_str(), kOwnMoves | IN_ONLYDIR | kLosses);
 }
 
-bool RootWatch::HoldsStore() const {
+bool RootWatch::HasStore() const {
   struct stat status {};
   return fstatat(root_.descriptor(), kStoreName, &status, AT_SYMLINK_NOFOLLOW) == 0;
 }

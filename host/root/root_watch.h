@@ -9,18 +9,18 @@
 
 namespace valmere::host {
 
-// Purpose: tells when the root's path no longer leads to the folder that is served, and when it
-// does so again. Asks the kernel to be told, and is silent as long as nobody moves the folder or
-// one that it lies in, or removes something from it.
+// Purpose: calls back when the root's path no longer leads to the folder that is served, and when
+// it does so again. The kernel wakes it only when the folder or one above it is moved, or something
+// is removed from it.
 // Owner: the program; root and loop must outlive it, and the loop must run once more after it.
 // Threads: the loop's.
-// Errors: none; what can't be watched is left out; standard error is told where the system watches
-// nothing.
+// Errors: none; what can't be watched is left out. A system that watches nothing is reported on
+// standard error.
 class RootWatch {
  public:
-  using Tell = std::function<void(bool in_place)>;
+  using Callback = std::function<void(bool in_place)>;
 
-  RootWatch(uv_loop_t& loop, const RootFolder& root, Tell tell);
+  RootWatch(uv_loop_t& loop, const RootFolder& root, Callback callback);
   ~RootWatch();
   RootWatch(const RootWatch&) = delete;
   RootWatch& operator=(const RootWatch&) = delete;
@@ -29,12 +29,12 @@ class RootWatch {
   struct Source;
 
   Source* Open(uv_loop_t& loop, int descriptor, int events);
-  void Look() noexcept;
+  void Check() noexcept;
   void WatchFolders(bool closely) const;
-  bool HoldsStore() const;
+  bool HasStore() const;
 
   const RootFolder& root_;
-  const Tell tell_;
+  const Callback callback_;
   bool in_place_ = true;
   Source* changes_ = nullptr;  // of folders
   Source* mounts_ = nullptr;   // of the file systems that are mounted

@@ -1,7 +1,7 @@
 // Several folders can't take their places in one step, and the root itself can't be exchanged: it
-// may be where something is mounted. So they are made inside a folder of the root, whose name tells
-// how far that is: unfinished, it is cleared and made anew; finished, what it still holds has its
-// place yet to take, which a later start can do as well.
+// may be a mount point. So they are made inside a folder of the root, whose name says how far that
+// is. An unfinished one is cleared and made anew. From a finished one, what it still holds moves
+// into place, which a later start can do as well.
 #include "host/root/skeleton.h"
 
 #include <fcntl.h>
@@ -27,7 +27,7 @@ constexpr const char* kUnfinished = ".valmere-unfinished";
 constexpr const char* kFinished = ".valmere-skeleton";
 
 // The folder of the property file is the last to take its place: a service that is started on half
-// a skeleton misses it, and says so.
+// a skeleton finds none, and says so.
 constexpr const char* kFolders[] = {"windows", "boot", "Store"};
 
 struct SkeletonFile {
@@ -54,7 +54,7 @@ bool Exists(int folder, const char* name) {
   return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-// What else has its name is somebody's.
+// Anything else of that name belongs to the user.
 bool IsMark(int root, const char* name) {
   struct stat status {};
   return fstatat(root, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode);
@@ -112,7 +112,7 @@ void Build(int root) {
   Sync(root);
 }
 
-// Where somebody has put something into a place meanwhile, that stays.
+// What a user has put into a place meanwhile stays.
 bool IsTaken(int error) {
   return error == EEXIST || error == ENOTEMPTY || error == ENOTDIR;
 }
@@ -128,7 +128,7 @@ void MoveIntoPlace(int root) {
   Sync(root);
 }
 
-// As far as the disk lets it. Whatever stops it, the next start can go on from there.
+// As far as the disk allows. Whatever stops it, the next start can go on from there.
 void Undo(int root) {
   if (Exists(root, kFinished)) {
     const Descriptor mark = OpenFolder(root, kFinished);
@@ -147,7 +147,7 @@ void TryUndo(int root) noexcept {
   }
 }
 
-void GiveToEmpty(int root) {
+void CreateInEmpty(int root) {
   try {
     Clear(root, kUnfinished);
     Build(root);
@@ -160,11 +160,11 @@ void GiveToEmpty(int root) {
 
 }  // namespace
 
-void GiveSkeleton(const RootFolder& root) try {
+void CreateSkeleton(const RootFolder& root) try {
   if (IsMark(root.descriptor(), kFinished))
     MoveIntoPlace(root.descriptor());
   else if (IsEmpty(root))
-    GiveToEmpty(root.descriptor());
+    CreateInEmpty(root.descriptor());
 } catch (const std::system_error& error) {
   throw RootUnusable(root.path() + ": cannot be given a skeleton: " + error.code().message());
 }

@@ -1,4 +1,4 @@
-// What a freshly installed device has on its file system.
+// The files of a freshly installed device.
 #pragma once
 
 #include "host/root/root_folder.h"
@@ -7,8 +7,8 @@ namespace valmere::host {
 
 // Gives an empty root the version files and folders of a fresh device; one that holds something
 // stays as it is. However this ends, by a kill at any moment or on a full disk, the root is whole
-// afterwards, or the next call makes it so. Throws RootUnusable with the root as empty as it was,
-// if the disk lets it.
-void GiveSkeleton(const RootFolder& root);
+// afterwards, or the next call makes it so. Throws RootUnusable, and leaves the root as empty as it
+// was if the disk allows.
+void CreateSkeleton(const RootFolder& root);
 
 }  // namespace valmere::host

@@ -17,7 +17,7 @@ constexpr std::size_t kLargestKeptRoom = 65536;
 
 enum class Header { kIncomplete, kFrame, kNoFrame };
 
-// What `bytes` begin; `frame_bytes` is the length of the whole frame once the header tells it.
+// What `bytes` begin; `frame_bytes` is the length of the whole frame once the header is there.
 Header Inspect(FrameAssembler::Bytes bytes, std::size_t& frame_bytes) {
   const std::size_t compared = std::min(bytes.size(), kStreamFormatIdentifier.size());
   if (!std::equal(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(compared),
@@ -55,12 +55,12 @@ std::optional<FrameAssembler::Bytes> FrameAssembler::WholeFrameFromInput() {
     case Header::kIncomplete:
       break;
   }
-  Keep(input_.size());
+  Append(input_.size());
   return std::nullopt;
 }
 
 std::optional<FrameAssembler::Bytes> FrameAssembler::CompleteKeptFrame() {
-  if (frame_.size() < kFrameHeaderBytes) Keep(kFrameHeaderBytes - frame_.size());
+  if (frame_.size() < kFrameHeaderBytes) Append(kFrameHeaderBytes - frame_.size());
   std::size_t frame_bytes = 0;
   switch (Inspect(frame_, frame_bytes)) {
     case Header::kIncomplete:
@@ -70,7 +70,7 @@ std::optional<FrameAssembler::Bytes> FrameAssembler::CompleteKeptFrame() {
       break;
     case Header::kFrame:
       ReserveFor(frame_bytes);
-      Keep(frame_bytes - frame_.size());
+      Append(frame_bytes - frame_.size());
       if (frame_.size() < frame_bytes) return std::nullopt;
       break;
   }
@@ -93,7 +93,7 @@ std::optional<FrameAssembler::Bytes> FrameAssembler::GiveUpFraming() {
 }
 
 // Moves up to `count` bytes of the input to the end of the kept frame.
-void FrameAssembler::Keep(std::size_t count) {
+void FrameAssembler::Append(std::size_t count) {
   const Bytes bytes = TakeInput(std::min(count, input_.size()));
   frame_.insert(frame_.end(), bytes.begin(), bytes.end());
 }

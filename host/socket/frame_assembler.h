@@ -9,7 +9,7 @@
 namespace valmere::host {
 
 // Purpose: gives a client's bytes to the driver one whole frame at a time, however they arrived.
-// Owner: the connection whose bytes it takes.
+// Owner: the bridge whose bytes it takes.
 // Threads: one at a time.
 // Errors: none; bytes that begin no frame, and all after them, are handed on as they come, so that
 // the driver judges them. std::bad_alloc when a frame finds no memory.
@@ -33,7 +33,7 @@ class FrameAssembler {
   std::optional<Bytes> CompleteKeptFrame();
   std::optional<Bytes> GiveUpFraming();
   void ReserveFor(std::size_t frame_bytes);
-  void Keep(std::size_t count);
+  void Append(std::size_t count);
   Bytes TakeInput(std::size_t count);
 
   Bytes input_;

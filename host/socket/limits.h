@@ -11,8 +11,8 @@ struct Limits {
   // For the rest of a frame, from its first byte on.
   std::chrono::milliseconds frame{10'000};
   // Bytes that wait for a client beyond those that the kernel's socket buffer took. A reply that
-  // finds nothing waiting is always kept, however long: who asks for much has to get it. The
-  // default is twice the longest text of one publishing period.
+  // finds nothing waiting is always kept, however long: a client that asks for much has to get it.
+  // The default is twice the longest text of one publishing period.
   std::size_t unread_bytes = std::size_t{32} << 20;
   std::chrono::milliseconds unread{30'000};  // age of the oldest byte that waits for a client
   // From the signal that ends valmered on, for what has been accepted: its answers, its lines in

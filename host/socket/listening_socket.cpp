@@ -42,8 +42,8 @@ const sockaddr* Generic(const sockaddr_un& address) {
   return reinterpret_cast<const sockaddr*>(&address);
 }
 
-// Keeps other services out of the folder while it lives. Each holds it for a moment only, unless the
-// folder is another's root, which stays locked as long as that one runs.
+// Keeps other services out of the folder while it lives. Each holds it for a moment only, unless
+// the folder is the root of another, which stays locked as long as that one runs.
 class FolderLock {
  public:
   FolderLock(const std::string& folder, const RootFolder& root)
@@ -83,13 +83,13 @@ std::string FolderOf(const std::string& path) {
   return parent.string();
 }
 
-bool SomebodyAnswers(const std::string& path, const sockaddr_un& address) {
+bool ServiceAnswers(const std::string& path, const sockaddr_un& address) {
   const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (probe < 0) throw Failure(path, "cannot make a socket", errno);
   const int result = connect(probe, Generic(address), sizeof(address));
   const int error = result == 0 ? 0 : errno;
   close(probe);
-  // A full queue refuses for now only: somebody is there.
+  // A full queue refuses for now only: a service is there.
   if (error == 0 || error == EAGAIN) return true;
   if (error == ECONNREFUSED || error == ENOENT) return false;
   throw Failure(path, "cannot tell whether a service runs there", error);
@@ -99,7 +99,7 @@ void RemoveStaleFile(const std::string& path, const sockaddr_un& address) {
   struct stat file {};
   if (lstat(path.c_str(), &file) != 0) return;
   if (!S_ISSOCK(file.st_mode)) throw std::runtime_error(path + ": is there and is no socket");
-  if (SomebodyAnswers(path, address)) throw SocketInUse(path + ": a service already answers there");
+  if (ServiceAnswers(path, address)) throw SocketInUse(path + ": a service already answers there");
   if (unlink(path.c_str()) != 0) throw Failure(path, "cannot remove the stale socket", errno);
 }
 
@@ -152,7 +152,7 @@ void ListeningSocket::Bind(const std::string& path, const RootFolder& root) {
   RemoveStaleFile(path_, address);
   descriptor_ = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (descriptor_ < 0) throw Failure(path_, "cannot make a socket", errno);
-  // The mask, not a later chmod: nobody else may connect in between.
+  // The mask, not a later chmod: no other user may connect in between.
   const mode_t mask = umask(0117);
   const int bound = bind(descriptor_, Generic(address), sizeof(address));
   const int error = errno;

@@ -16,18 +16,18 @@ class SocketInUse : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Purpose: a Unix socket that listens on a path: one that it makes, for its owner and group only, in
-// the place of a file that a dead process left there; or one that was inherited.
+// Purpose: a Unix socket that listens on a path: one that it makes, for its owner and group only,
+// in place of a file that a dead process left there; or one that was inherited.
 // Owner: the program.
 // Threads: one at a time.
 // Errors: the constructor throws SocketInUse, or std::runtime_error naming the path and the cause.
-// The destructor removes the file that was made, unless another service has put its own there since.
+// The destructor removes the file that was made, unless another service has put its own there.
 class ListeningSocket {
  public:
   // Makes one. `root` is locked by this process, and may be the socket's folder as well. A path
   // that is not absolute counts from the working folder of this moment.
   ListeningSocket(const std::string& path, const RootFolder& root);
-  // Takes over one that listens; its file belongs to who made it.
+  // Takes over one that listens; its file belongs to the program that made it.
   explicit ListeningSocket(int inherited);
   ~ListeningSocket();
   ListeningSocket(const ListeningSocket&) = delete;

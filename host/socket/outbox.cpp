@@ -1,7 +1,7 @@
 // The pump has to go on reading the driver whatever its client does: what it left there would grow
-// without a bound and nobody could tell. So it never waits for the socket, and what the socket does
-// not take is kept here, where its bytes and its age are known. A client that reads costs one send a
-// frame and nothing else.
+// without a bound, unseen. So it never waits for the socket, and what the socket does not take is
+// kept here, where its bytes and its age are known. A client that reads costs one send a frame and
+// nothing else.
 #include "host/socket/outbox.h"
 
 #include <sys/socket.h>
@@ -24,12 +24,12 @@ constexpr std::size_t kMostBytesAtOnce = 262144;
 Outbox::Outbox(int socket, std::size_t limit, std::function<void()> backed_up)
     : socket_(socket), limit_(limit), backed_up_(std::move(backed_up)) {}
 
-// Without the lock while the socket takes it: who reads as fast as it is sent would have the loop
-// wait for the lock. Nobody else sends as long as nothing waits.
+// Without the lock while the socket takes it: with a client that reads as fast as is sent, the loop
+// would wait for the lock. No other thread sends as long as nothing waits.
 Outbox::Sent Outbox::Send(FrameBuffer& frame) {
   std::size_t sent = 0;
   if (!waiting_since() && !SendNow(frame, sent)) return Sent::kClientGone;
-  return sent == frame.size() ? Sent::kTaken : Keep(frame, sent);
+  return sent == frame.size() ? Sent::kTaken : Enqueue(frame, sent);
 }
 
 bool Outbox::SendNow(const FrameBuffer& frame, std::size_t& sent) const {
@@ -46,10 +46,10 @@ bool Outbox::SendNow(const FrameBuffer& frame, std::size_t& sent) const {
   return true;
 }
 
-Outbox::Sent Outbox::Keep(FrameBuffer& frame, std::size_t sent) {
+Outbox::Sent Outbox::Enqueue(FrameBuffer& frame, std::size_t sent) {
   bool first = false;
   {
-    const std::lock_guard hold(lock_);
+    const client::MutexLock hold(lock_);
     first = waiting_.empty();
     if (!first && frame.size() > limit_ - std::min(limit_, waiting_bytes_)) return Sent::kTooMuch;
     waiting_bytes_ += frame.size() - sent;
@@ -62,11 +62,11 @@ Outbox::Sent Outbox::Keep(FrameBuffer& frame, std::size_t sent) {
   return Sent::kTaken;
 }
 
-// One system call for many small frames, and no more than a part of a long one: the loop has others
-// to serve, and hears when the socket takes more. The kernel goes on while a client reads as fast as
-// it is sent, so the part has to be given a length.
+// One system call for many small frames, and no more than a part of a long one: the loop has other
+// clients to serve, and is woken when the socket takes more. The kernel goes on as long as a client
+// reads as fast as is sent, so the part needs a limit.
 bool Outbox::Flush() {
-  const std::lock_guard hold(lock_);
+  const client::MutexLock hold(lock_);
   if (waiting_.empty()) return true;
   std::array<iovec, kMostFramesAtOnce> parts;
   std::size_t count = 0;
@@ -82,11 +82,11 @@ bool Outbox::Flush() {
   message.msg_iovlen = count;
   const ssize_t sent = sendmsg(socket_, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
   if (sent < 0) return errno == EAGAIN || errno == EINTR;
-  Took(static_cast<std::size_t>(sent));
+  MarkSent(static_cast<std::size_t>(sent));
   return true;
 }
 
-void Outbox::Took(std::size_t bytes) {
+void Outbox::MarkSent(std::size_t bytes) {
   waiting_bytes_ -= bytes;
   while (bytes > 0) {
     Waiting& oldest = waiting_.front();
@@ -98,7 +98,7 @@ void Outbox::Took(std::size_t bytes) {
 }
 
 std::optional<Outbox::Clock::time_point> Outbox::waiting_since() const {
-  const std::lock_guard hold(lock_);
+  const client::MutexLock hold(lock_);
   if (waiting_.empty()) return std::nullopt;
   return waiting_.front().since;
 }

@@ -5,16 +5,16 @@
 #include <cstddef>
 #include <functional>
 #include <list>
-#include <mutex>
 #include <optional>
 
+#include "client/mutex.h"
 #include "host/driver/frame_buffer.h"
 
 namespace valmere::host {
 
 // Purpose: sends frames to a socket without ever waiting for the client. A frame goes out at once
 // while nothing waits; what the socket does not take is kept in order until Flush gets it out.
-// Owner: the connection, whose pump sends and whose loop flushes. The socket must outlive it.
+// Owner: the bridge, whose pump sends and whose loop flushes. The socket must outlive it.
 // Threads: Send on the pump's, the rest on any.
 // Errors: std::bad_alloc from Send, after which the stream is broken.
 class Outbox {
@@ -33,7 +33,8 @@ class Outbox {
 
   // May take the frame's memory.
   Sent Send(FrameBuffer& frame);
-  // Sends what the socket takes now, a part of it if it is much. False when it takes nothing any more.
+  // Sends what the socket takes now, a part of it if it is much. False when it takes nothing any
+  // more.
   bool Flush();
   // When the oldest byte that waits was given to Send; nothing while none waits.
   std::optional<Clock::time_point> waiting_since() const;
@@ -48,16 +49,16 @@ class Outbox {
   // Adds to `sent` what the socket takes now; false when it takes nothing any more.
   bool SendNow(const FrameBuffer& frame, std::size_t& sent) const;
   // Keeps what is left behind the first `sent` bytes.
-  Sent Keep(FrameBuffer& frame, std::size_t sent);
-  void Took(std::size_t bytes);
+  Sent Enqueue(FrameBuffer& frame, std::size_t sent);
+  void MarkSent(std::size_t bytes) REQUIRES(lock_);
 
   const int socket_;
   const std::size_t limit_;
   const std::function<void()> backed_up_;
 
-  mutable std::mutex lock_;     // also held to flush: the bytes of one frame stay together
-  std::list<Waiting> waiting_;  // takes no memory while nothing waits
-  std::size_t waiting_bytes_ = 0;
+  mutable client::Mutex lock_;  // also held to flush: the bytes of one frame stay together
+  std::list<Waiting> waiting_ GUARDED_BY(lock_);  // takes no memory while nothing waits
+  std::size_t waiting_bytes_ GUARDED_BY(lock_) = 0;
 };
 
 }  // namespace valmere::host

@@ -1,4 +1,4 @@
-// The pump itself has no bound to what it does at once: it has a thread for it.
+// The pump does as much at once as there is: it has a thread for it.
 #include "host/socket/reply_pump.h"
 
 #include <exception>

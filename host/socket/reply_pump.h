@@ -14,7 +14,7 @@ namespace valmere::host {
 
 // Purpose: reads whole frames from a driver handle, which blocks, and gives each to an outbox. It
 // never waits for the client, so nothing piles up in the driver.
-// Owner: the connection. It ends by itself when the driver ends the session or the outbox takes no
+// Owner: the bridge. It ends by itself when the driver ends the session or the outbox takes no
 // more; its destructor joins, so before it the handle must be closed.
 // Threads: its own runs everything; `ended` is called on it, once, as the last thing. end() from
 // any.

@@ -1,4 +1,4 @@
-// A root is written to by whoever may write there, so no name in it is taken for what it says.
+// Other programs may write into a root, so no name in it is trusted to be what it says.
 #include "host/system/file_calls.h"
 
 #include <fcntl.h>
@@ -59,8 +59,8 @@ void Sync(int descriptor) {
   }
 }
 
-// The root is this process's alone, so its number is enough; a leftover of the same number, which a
-// container gives to each start, is removed by whoever makes the next one.
+// The root is this process's alone, so its number is enough. In a container each start may have the
+// same number; a leftover with it is removed before the next file is made.
 std::string UnfinishedName() {
   return ".valmere-" + std::to_string(getpid()) + "-0.new";
 }

@@ -21,8 +21,8 @@ void WriteAll(int file, std::string_view bytes);
 // Brings a file or a folder to the disk; a file system that can't do it for folders is left alone.
 void Sync(int descriptor);
 
-// A name for a file that is not complete yet. Should a kill leave it behind, the next start of the
-// service clears it, as it does its own.
+// A name for a file that is not complete yet. If a kill leaves it behind, the next start of the
+// service removes it, as it does its own.
 std::string UnfinishedName();
 
 }  // namespace valmere::host

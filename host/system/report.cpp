@@ -1,4 +1,4 @@
-// The loop writes here too, so nobody who reads slowly or not at all may hold it up.
+// The loop writes here too, so a reader that is slow or does not read at all must not hold it up.
 #include "host/system/report.h"
 
 #include <sstream>

@@ -11,8 +11,8 @@
 namespace valmere::host {
 
 // Writes "valmered: ", the text and a line end to standard error, in one piece; under systemd that
-// is the journal. Never waits for it: a line that it can't take at once is left out, and a later one
-// tells so. For what an operator has to see, be it seldom or kept so by a ReportLimit.
+// is the journal. Never waits for it: a line that it can't take at once is left out, and a later
+// line says so. For what an operator has to see and what is rare, or kept rare by a ReportLimit.
 void Report(std::string_view text) noexcept;
 
 // The same for what a client can cause as often as it likes: after a burst, a line a second.
@@ -31,7 +31,7 @@ void TryReport(Text text, void (&report)(std::string_view) noexcept = Report) no
 std::string Seconds(std::chrono::milliseconds duration);
 
 // Purpose: keeps what many clients can cause at once from filling the log.
-// Owner: who reports.
+// Owner: the object that reports.
 // Threads: one at a time.
 // Errors: none.
 class ReportLimit {

@@ -1,4 +1,4 @@
-// The service manager that may have started valmered: what it hands over, what it is told.
+// The service manager that may have started valmered: what it hands over, what is reported to it.
 #pragma once
 
 #include <optional>
@@ -11,7 +11,7 @@ namespace valmere::host {
 // once, before the first thread is started: it takes the variables out of the environment.
 std::optional<int> InheritedSocket();
 
-// Tells the service manager, if there is one that wants to know. A status is a line for people.
+// Each reports to the service manager, if there is one. A status is a line for people.
 void NotifyReady(const std::string& status);
 void NotifyStatus(const std::string& status);
 void NotifyStopping();

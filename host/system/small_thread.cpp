@@ -1,5 +1,5 @@
-// The standard library's threads take the stack of the process's main thread, 8 MiB: with a thousand
-// of them more address space than a service under a memory limit may have.
+// The standard library's threads take a stack as large as the main thread's, 8 MiB: a thousand of
+// them need more address space than a service under a memory limit may have.
 #include "host/system/small_thread.h"
 
 #include <cstddef>

@@ -8,9 +8,9 @@
 namespace valmere::host {
 
 // Purpose: runs a function on a thread with a stack of 64 KiB (a sanitizer's own size under one).
-// Owner: whoever waits for it; the destructor joins.
+// Owner: the object that waits for it; the destructor joins.
 // Threads: one at a time.
-// Errors: the constructor throws std::system_error when no thread can be had. What the function
+// Errors: the constructor throws std::system_error when no thread can be started. What the function
 // throws ends the program.
 class SmallThread {
  public:

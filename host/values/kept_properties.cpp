@@ -1,5 +1,5 @@
-// The service stores every property of its own component but the five that are about the property
-// file: their values would come from the very file that they speak of.
+// The service stores every property of its own component except the five that are about the
+// property file: their values would come from the very file that they are about.
 #include "host/values/kept_properties.h"
 
 #include <algorithm>
@@ -41,13 +41,13 @@ client::Result<client::Client> ConnectToService(const DriverLibrary& driver) {
   return client::Client(std::move(*transport));
 }
 
-client::Result<KeptProperties> FindKept(client::Client& client, client::Deadline deadline) {
+client::Result<KeptProperties> ReadKept(client::Client& client, client::Deadline deadline) {
   auto answer = client.GetAll(deadline);
   if (!answer) return answer.error();
   return KeptIn(std::move(*answer));
 }
 
-client::Result<KeptProperties> LookAgain(client::Client& client, const KeptProperties& known,
+client::Result<KeptProperties> ReadAgain(client::Client& client, const KeptProperties& known,
                                          client::Deadline deadline) {
   std::vector<client::PropertyAddress> addresses = FileNames();
   for (const client::Property& property : known.properties)

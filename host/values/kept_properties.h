@@ -1,4 +1,4 @@
-// What the service keeps in its property file, as it tells a client.
+// What the service keeps in its property file, as a client reads it.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@
 namespace valmere::host {
 
 struct KeptProperties {
-  std::vector<client::Property> properties;  // all but those that tell of the property file itself
+  std::vector<client::Property> properties;  // all but those about the property file itself
   std::string property_file;                 // as the service names it now
   std::string override_file;
 
@@ -27,13 +27,13 @@ std::string LineKey(const client::Property& property);
 client::Result<client::Client> ConnectToService(const DriverLibrary& driver);
 
 // Which properties the service keeps, with their values. Errors as the client's.
-client::Result<KeptProperties> FindKept(client::Client& client, client::Deadline deadline);
+client::Result<KeptProperties> ReadKept(client::Client& client, client::Deadline deadline);
 // The values that `known` have now, and the files' names.
-client::Result<KeptProperties> LookAgain(client::Client& client, const KeptProperties& known,
+client::Result<KeptProperties> ReadAgain(client::Client& client, const KeptProperties& known,
                                          client::Deadline deadline);
 
-// The same for who reads and writes frames himself, and wants the files' names alone: what to ask,
-// and what came.
+// For code that reads and writes frames by itself and wants the files' names alone: the request,
+// and what an answer holds.
 client::Result<std::string> FileNamesFrame();
 KeptProperties KeptIn(std::vector<client::Property> answer);
 

@@ -1,4 +1,4 @@
-// The look is a load of the service's own kind, but that it asks for no line and removes nothing.
+// A preview is a load as the service does it, except that it requests no line and removes nothing.
 #include "host/values/override_lines.h"
 
 #include <utility>
@@ -7,7 +7,7 @@
 
 namespace valmere::host {
 
-PropertyMap OverrideLines::Foresee(platform::WidePathView main_path,
+PropertyMap OverrideLines::Preview(platform::WidePathView main_path,
                                    platform::WidePathView override_path) {
   PropertyMap lines;
   PropertyMap brought;
@@ -17,7 +17,7 @@ PropertyMap OverrideLines::Foresee(platform::WidePathView main_path,
   };
   LoadPropertyFiles(*files_, main_path, override_path, lines, remember, [] { return false; });
   if (brought.empty()) return lines;
-  const std::lock_guard hold(lock_);
+  const client::MutexLock hold(lock_);
   brought.merge(awaited_);
   awaited_ = std::move(brought);
   override_path_ = override_path;
@@ -25,7 +25,7 @@ PropertyMap OverrideLines::Foresee(platform::WidePathView main_path,
 }
 
 PropertyMap OverrideLines::Missing(const PropertyMap& lines) const {
-  const std::lock_guard hold(lock_);
+  const client::MutexLock hold(lock_);
   PropertyMap missing;
   if (awaited_.empty() || files_->Exists(override_path_)) return missing;
   for (const auto& [key, line] : awaited_) {
@@ -35,8 +35,8 @@ PropertyMap OverrideLines::Missing(const PropertyMap& lines) const {
   return missing;
 }
 
-void OverrideLines::Forget() {
-  const std::lock_guard hold(lock_);
+void OverrideLines::Clear() {
+  const client::MutexLock hold(lock_);
   awaited_.clear();
 }
 

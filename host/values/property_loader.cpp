@@ -1,6 +1,6 @@
-// valmered has no other way into the service than its clients have. The service handles the sets of a
-// message before its gets, and loads within the set; so the answer to a get in the same message says
-// that the load is over.
+// valmered has no other way into the service than its clients have. The service handles the sets of
+// a message before its gets, and loads within the set; so the answer to a get in the same message
+// says that the load is over.
 #include "host/values/property_loader.h"
 
 #include <exception>
@@ -35,18 +35,18 @@ std::string LoadFrame() {
 
 PropertyLoader::~PropertyLoader() {
   {
-    const std::lock_guard hold(lock_);
+    const client::MutexLock hold(lock_);
     ending_ = true;
   }
   changed_.notify_one();
   CloseHandle();  // which wakes a thread that waits for the driver
 }
 
-// The loop, which must not meet an exception, asks for it.
-void PropertyLoader::Ask() noexcept try {
+// Called by the loop, which must not meet an exception.
+void PropertyLoader::RequestLoad() noexcept try {
   {
-    const std::lock_guard hold(lock_);
-    wanted_ = true;
+    const client::MutexLock hold(lock_);
+    requested_ = true;
   }
   changed_.notify_one();
   if (thread_ == nullptr) thread_ = std::make_unique<SmallThread>([this] { Run(); });
@@ -55,14 +55,14 @@ void PropertyLoader::Ask() noexcept try {
 }
 
 // Without its thread nothing is loaded, so nothing is waited for.
-void PropertyLoader::Await(client::Deadline deadline) {
+void PropertyLoader::WaitUntilIdle(client::Deadline deadline) {
   if (thread_ == nullptr) return;
-  std::unique_lock hold(lock_);
-  idle_.wait_until(hold, deadline.when(), [this] { return !wanted_ && !loading_; });
+  client::MutexLock hold(lock_);
+  hold.WaitUntil(idle_, deadline, [this]() REQUIRES(lock_) { return !requested_ && !loading_; });
 }
 
 void PropertyLoader::Run() {
-  while (AwaitWish()) {
+  while (WaitForRequest()) {
     try {
       Load();
     } catch (const std::exception&) {
@@ -72,12 +72,12 @@ void PropertyLoader::Run() {
   }
 }
 
-bool PropertyLoader::AwaitWish() {
-  std::unique_lock hold(lock_);
+bool PropertyLoader::WaitForRequest() {
+  client::MutexLock hold(lock_);
   loading_ = false;
-  if (!wanted_) idle_.notify_all();
-  changed_.wait(hold, [this] { return wanted_ || ending_; });
-  wanted_ = false;
+  if (!requested_) idle_.notify_all();
+  hold.Wait(changed_, [this]() REQUIRES(lock_) { return requested_ || ending_; });
+  requested_ = false;
   loading_ = true;
   return !ending_;
 }
@@ -86,7 +86,7 @@ void PropertyLoader::Load() {
   const std::string frame = LoadFrame();
   const auto handle = Handle();
   if (!handle) return;
-  if (before_load_) TellOfFiles(*handle);
+  if (before_load_) CallBeforeLoad(*handle);
   if (!Send(*handle, frame))
     return GiveUp("the driver does not take the request to load the property file");
   Report("loading the property file again");
@@ -100,8 +100,8 @@ bool PropertyLoader::Send(std::uint32_t handle, const std::string& frame) const 
                        {reinterpret_cast<const unsigned char*>(frame.data()), frame.size()});
 }
 
-// A client may have given the files other names. Where there is no answer, the load meets the same.
-void PropertyLoader::TellOfFiles(std::uint32_t handle) const {
+// A client may have given the files other names. Where there is no answer, the load fails as well.
+void PropertyLoader::CallBeforeLoad(std::uint32_t handle) const {
   const auto frame = FileNamesFrame();
   FrameBuffer reply;
   if (!frame || !Send(handle, *frame) || !ReadFrame(driver_, handle, reply)) return;
@@ -112,13 +112,13 @@ void PropertyLoader::TellOfFiles(std::uint32_t handle) const {
 }
 
 std::optional<std::uint32_t> PropertyLoader::Handle() {
-  const std::lock_guard hold(lock_);
+  const client::MutexLock hold(lock_);
   if (ending_) return std::nullopt;
   if (!handle_) handle_ = driver_.Open();
   return handle_;
 }
 
-// Silent when it is this side that closed the handle. The next wish opens another.
+// Silent when it is this side that closed the handle. The next request opens another.
 void PropertyLoader::GiveUp(std::string_view cause) {
   if (CloseHandle()) Report(cause);
 }
@@ -126,7 +126,7 @@ void PropertyLoader::GiveUp(std::string_view cause) {
 bool PropertyLoader::CloseHandle() {
   std::optional<std::uint32_t> handle;
   {
-    const std::lock_guard hold(lock_);
+    const client::MutexLock hold(lock_);
     handle.swap(handle_);
   }
   if (handle) driver_.Close(*handle);

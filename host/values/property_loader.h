@@ -1,31 +1,31 @@
-// The operator's wish that the property file be read again.
+// Reading the property file again at the operator's request.
 #pragma once
 
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "client/deadline.h"
+#include "client/mutex.h"
 #include "host/driver/driver_library.h"
 #include "host/system/small_thread.h"
 #include "host/values/kept_properties.h"
 
 namespace valmere::host {
 
-// Purpose: has the service load its property file, one load after the other. Wishes that come while
-// it loads lead to one load more, however many they are. All loads share a handle and a thread, which
-// are there from the first wish on.
-// Owner: the server. The driver must outlive it, and not be ended before it; a load that is under way
-// is waited for by Await alone.
-// Threads: Ask and Await by one at a time, the loop's; its own does the rest.
-// Errors: none; standard error is told what went wrong. What comes of a load is in the service's own
-// log.
+// Purpose: has the service load its property file, one load after the other. Requests that come
+// while it loads lead to one more load, however many they are. All loads share a handle and a
+// thread, which are there from the first request on.
+// Owner: the server. The driver must outlive it, and not be ended before it. Only WaitUntilIdle
+// waits for a load that is under way.
+// Threads: RequestLoad and WaitUntilIdle by one at a time, the loop's; its own does the rest.
+// Errors: none; what went wrong is reported on standard error. The result of a load is in the
+// service's own log.
 class PropertyLoader {
  public:
   // Takes the names of the files that are about to be loaded.
@@ -39,32 +39,32 @@ class PropertyLoader {
   PropertyLoader& operator=(const PropertyLoader&) = delete;
 
   // Returns at once.
-  void Ask() noexcept;
-  // Waits until all that was asked for has been loaded, or the deadline passes.
-  void Await(client::Deadline deadline);
+  void RequestLoad() noexcept;
+  // Waits until all that was requested has been loaded, or the deadline passes.
+  void WaitUntilIdle(client::Deadline deadline);
 
  private:
   void Run();
-  bool AwaitWish();
+  bool WaitForRequest();
   void Load();
   bool Send(std::uint32_t handle, const std::string& frame) const;
-  void TellOfFiles(std::uint32_t handle) const;
-  // The handle, opened if there is none; nothing when it is to end.
+  void CallBeforeLoad(std::uint32_t handle) const;
+  // The handle, opened if there is none; nothing when the loader is being destroyed.
   std::optional<std::uint32_t> Handle();
   void GiveUp(std::string_view cause);
-  // False when there is none any more.
+  // False when there was none.
   bool CloseHandle();
 
   const DriverLibrary& driver_;
   const BeforeLoad before_load_;
 
-  std::mutex lock_;
+  client::Mutex lock_;
   std::condition_variable changed_;
   std::condition_variable idle_;
-  bool wanted_ = false;                  // guarded by lock_
-  bool loading_ = false;                 // guarded by lock_
-  bool ending_ = false;                  // guarded by lock_
-  std::optional<std::uint32_t> handle_;  // guarded by lock_
+  bool requested_ GUARDED_BY(lock_) = false;
+  bool loading_ GUARDED_BY(lock_) = false;
+  bool ending_ GUARDED_BY(lock_) = false;
+  std::optional<std::uint32_t> handle_ GUARDED_BY(lock_);
 
   std::unique_ptr<SmallThread> thread_;  // last: it uses all of the above
 };

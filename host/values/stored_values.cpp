@@ -1,10 +1,11 @@
 // The line writer may be at any point of its work. A value can be in the file because it was there
-// before, while a line with another is being written and one with the value itself waits behind it.
-// So all has to look well for a while: a writer that has lines left does not pause between them.
+// before, while a line with another value is being written and a line with this value waits behind
+// it. So every value has to be in the file for a while: a writer that has lines left does not pause
+// between them.
 //
-// It is looked for again every few milliseconds. Watching the folder would save the looks, a few
-// dozen for a stop, but it takes a descriptor that there may not be, it tells of other files too,
-// and the values have to be asked for anyway.
+// The file is read again every few milliseconds. Watching the folder would save these reads, a few
+// dozen for a stop. But it takes a descriptor that there may not be, it reports other files too,
+// and the values have to be asked for in any case.
 #include "host/values/stored_values.h"
 
 #include <fcntl.h>
@@ -33,11 +34,11 @@ constexpr char16_t kFirstPropertyFile[] = u"/Store/ValmereProperties.ini";
 constexpr char16_t kFirstOverrideFile[] = u"/Store/ValmerePropertiesOverride.ini";
 
 constexpr auto kBetweenLooks = 5ms;
-// For how long all has to look well.
+// For how long every value has to be in the file.
 constexpr auto kSettled = 50ms;
 constexpr auto kOverridePatience = 5s;
-constexpr auto kBaseLinePatience = 2s;
-// What the last look may take, though the time is up: it finds what there is to tell.
+constexpr auto kInitialPatience = 2s;
+// What the last read may take after the time is up: it finds what there is to report.
 constexpr auto kLastLook = 250ms;
 constexpr std::size_t kMostNames = 5;
 
@@ -72,8 +73,8 @@ bool SameText(const std::string* a, const std::string* b) {
   return a == nullptr || b == nullptr ? a == b : *a == *b;
 }
 
-// The file first: a name must not last longer than what it stands for. Where there is no file there
-// is nothing to bring to the disk.
+// The file first: its name must not be on the disk without its content. Where there is no file
+// there is nothing to bring to the disk.
 void SyncPropertyFile(const RootFolder& root) try {
   const platform::Descriptor folder = OpenFolder(root.descriptor(), kStoreName);
   Sync(OpenFile(folder.get(), kPropertyFileName, O_RDONLY).get());
@@ -86,9 +87,9 @@ void ReportUnanswered(const client::Error& error) {
   Report("cannot ask the service for its values: " + error.text);
 }
 
-// What goes wrong for want of memory or of a thread is told; the start and the end go on.
+// Without memory or a thread the action fails, which is reported; the start and the end go on.
 template <class Action>
-void Tolerantly(const char* what, Action action) noexcept {
+void ReportErrors(const char* what, Action action) noexcept {
   try {
     action();
   } catch (const std::exception& error) {
@@ -104,27 +105,28 @@ PropertyMap StoredValues::Lines(const std::string& path) const {
   return lines;
 }
 
-void StoredValues::ForeseeStart() noexcept {
-  Tolerantly("cannot look at the property file",
-             [this] { first_lines_ = override_.Foresee(kFirstPropertyFile, kFirstOverrideFile); });
+void StoredValues::PreviewStart() noexcept {
+  ReportErrors("cannot look at the property file", [this] {
+    first_lines_ = override_.Preview(kFirstPropertyFile, kFirstOverrideFile);
+  });
 }
 
-void StoredValues::ForeseeLoad(const KeptProperties& files) {
-  override_.Foresee(platform::WidenPath(files.property_file),
+void StoredValues::PreviewLoad(const KeptProperties& files) {
+  override_.Preview(platform::WidenPath(files.property_file),
                     platform::WidenPath(files.override_file));
 }
 
-void StoredValues::AwaitOverride(const std::function<bool()>& give_up) noexcept {
-  Tolerantly("cannot bring the override's values to the disk", [&] {
+void StoredValues::WaitForOverride(const std::function<bool()>& give_up) noexcept {
+  ReportErrors("cannot bring the override's values to the disk", [&] {
     const Deadline deadline = Deadline::After(kOverridePatience);
-    if (override_.Missing({}).empty() || !AwaitOverrideLines(deadline, give_up)) return;
-    override_.Forget();
+    if (override_.Missing({}).empty() || !WaitForOverrideLines(deadline, give_up)) return;
+    override_.Clear();
     SyncPropertyFile(root_);
   });
 }
 
-bool StoredValues::AwaitOverrideLines(Deadline deadline,
-                                      const std::function<bool()>& give_up) const {
+bool StoredValues::WaitForOverrideLines(Deadline deadline,
+                                        const std::function<bool()>& give_up) const {
   const std::string path = platform::NarrowPath(kFirstPropertyFile);
   while (true) {
     const PropertyMap missing = override_.Missing(Lines(path));
@@ -141,11 +143,11 @@ bool StoredValues::AwaitOverrideLines(Deadline deadline,
   }
 }
 
-void StoredValues::TakeBaseLine() noexcept {
-  Tolerantly("cannot ask the service for its values", [this] {
+void StoredValues::ReadInitialValues() noexcept {
+  ReportErrors("cannot ask the service for its values", [this] {
     auto client = ConnectToService(driver_);
     if (!client) return ReportUnanswered(client.error());
-    auto kept = FindKept(*client, Deadline::After(kBaseLinePatience));
+    auto kept = ReadKept(*client, Deadline::After(kInitialPatience));
     if (!kept) return ReportUnanswered(kept.error());
     first_kept_ = std::move(*kept);
     for (const client::Property& property : first_kept_.properties)
@@ -153,19 +155,18 @@ void StoredValues::TakeBaseLine() noexcept {
   });
 }
 
-void StoredValues::Await(Deadline deadline) noexcept {
-  // A service that did not tell its values at the start is not asked for them now. It brings the
-  // file to the disk as well, but has half a second for it at its end, and a busy disk may take
-  // longer.
-  Tolerantly("cannot tell what is in the property file", [&] {
+void StoredValues::WaitUntilStored(Deadline deadline) noexcept {
+  // A service that did not answer at the start is not asked for its values now. It brings the file
+  // to the disk as well, but has half a second for it at its end, and a busy disk may take longer.
+  ReportErrors("cannot tell what is in the property file", [&] {
     const bool stored = first_kept_.properties.empty()
-                            ? AwaitOverrideLines(deadline, [] { return false; })
-                            : AwaitStored(deadline);
+                            ? WaitForOverrideLines(deadline, [] { return false; })
+                            : WaitForValues(deadline);
     if (stored) SyncPropertyFile(root_);
   });
 }
 
-bool StoredValues::AwaitStored(Deadline deadline) const {
+bool StoredValues::WaitForValues(Deadline deadline) const {
   auto client = ConnectToService(driver_);
   if (!client) {
     ReportUnanswered(client.error());
@@ -175,7 +176,7 @@ bool StoredValues::AwaitStored(Deadline deadline) const {
   Deadline settled = Deadline::Never();
   for (;; Pause(deadline)) {
     const Deadline patience = deadline.left() > kLastLook ? deadline : Deadline::After(kLastLook);
-    auto now = LookAgain(*client, first_kept_, patience);
+    auto now = ReadAgain(*client, first_kept_, patience);
     if (!now) {
       ReportUnanswered(now.error());
       return false;
@@ -204,7 +205,7 @@ StoredValues::Names StoredValues::MissingFrom(const KeptProperties& now) const {
   Names names;
   for (const client::Property& property : now.properties) {
     const std::string key = LineKey(property);
-    override_missing.erase(key);  // the property tells what has become of it
+    override_missing.erase(key);  // the property has the value that counts
     const std::string* const other = ValueIn(other_lines, key);
     if ((other == nullptr || *other != property.value) && !IsStored(key, property.value, lines))
       names.push_back(NameOf(property));
@@ -214,8 +215,8 @@ StoredValues::Names StoredValues::MissingFrom(const KeptProperties& now) const {
   return names;
 }
 
-// Or it is what it was at the start, and so is the line, if there is any: a property that can't be
-// restored, or takes its text in another form, has never had its value from there.
+// Either the line has the value, or both are what they were at the start: a property that can't be
+// restored, or takes its text in another form, never had its value from the line.
 bool StoredValues::IsStored(const std::string& key, const std::string& value,
                             const PropertyMap& lines) const {
   const std::string* const line = ValueIn(lines, key);

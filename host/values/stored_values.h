@@ -19,12 +19,12 @@
 namespace valmere::host {
 
 // Purpose: waits until the service would come up with the same values if it were started anew. No
-// message tells of that, so it is seen from outside: the service says what its values are, and the
-// property file says what it has.
+// message says that, so it is seen from outside: the service is asked for its values, and the
+// property file is read.
 // Owner: the program. Driver and root must outlive it.
-// Threads: one at a time, but ForeseeLoad on another.
-// Errors: none, but std::bad_alloc from ForeseeLoad; standard error is told what is not in the
-// file.
+// Threads: one at a time, except that PreviewLoad may run on another.
+// Errors: none, except std::bad_alloc from PreviewLoad; what is not in the file is reported on
+// standard error.
 class StoredValues {
  public:
   // `files` are those below `root`.
@@ -34,25 +34,26 @@ class StoredValues {
   StoredValues(const StoredValues&) = delete;
   StoredValues& operator=(const StoredValues&) = delete;
 
-  // Before the service starts: looks at what it is about to load.
-  void ForeseeStart() noexcept;
+  // Before the service starts: reads what it is about to load.
+  void PreviewStart() noexcept;
   // Before the service loads these files again, while it runs: the same.
-  void ForeseeLoad(const KeptProperties& files);
+  void PreviewLoad(const KeptProperties& files);
   // After the start: waits until the property file has what an override brought, and brings it to
   // the disk. Five seconds at most, and only as long as `give_up` says no.
-  void AwaitOverride(const std::function<bool()>& give_up) noexcept;
-  // After the start, before anybody sets anything: what the values are that nobody has to store.
-  void TakeBaseLine() noexcept;
-  // When nobody sets anything any more: waits for the file until then, and brings it to the disk.
-  void Await(client::Deadline deadline) noexcept;
+  void WaitForOverride(const std::function<bool()>& give_up) noexcept;
+  // After the start, before clients are served: reads the values that need not be stored.
+  void ReadInitialValues() noexcept;
+  // When no client is served any more: waits until all values are in the file, or the deadline
+  // passes, and brings the file to the disk.
+  void WaitUntilStored(client::Deadline deadline) noexcept;
 
  private:
   using Names = std::vector<std::string>;
 
   PropertyMap Lines(const std::string& path) const;
-  bool AwaitOverrideLines(client::Deadline deadline, const std::function<bool()>& give_up) const;
-  // False when the time came first, which is told.
-  bool AwaitStored(client::Deadline deadline) const;
+  bool WaitForOverrideLines(client::Deadline deadline, const std::function<bool()>& give_up) const;
+  // False when the deadline passed first, which is reported.
+  bool WaitForValues(client::Deadline deadline) const;
   Names MissingFrom(const KeptProperties& now) const;
   bool IsStored(const std::string& key, const std::string& value, const PropertyMap& lines) const;
 

@@ -1,8 +1,7 @@
-// Loads the driver library the way the device manager does, sends it one message and prints what
-// comes back:
+// Loads the driver library as the device manager does, sends it one message and prints the answer:
 //   prntest.exe [LIBRARY [MESSAGE]]
-// Without a message it asks for everything. A message that has no answer would be waited for without
-// end, so it has to be one that has. Exit status: 0, or 1 when a step failed, which it names.
+// Without a message it asks for everything. The message has to be one that gets an answer, or the
+// program would wait without end. Exit status: 0, or 1 when a step failed, which it names.
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
 

@@ -198,12 +198,12 @@ TEST_F(ClientTest, RefusesARequestThatIsTooLongBeforeItIsSent) {
   EXPECT_EQ(state_.sent.size(), 2U);
 }
 
-// What nobody has tells the answer from a notification that was quicker.
+// The answer is known by a property that does not exist; a notification may come before it.
 TEST_F(ClientTest, SubscribesToEverythingAndKeepsWhatComesBeforeTheAnswer) {
-  Property nobodys;
-  nobodys.status = kNotFound;
+  Property missing;
+  missing.status = kNotFound;
   Comes(ResponseText({kSpeed}));
-  Comes(ResponseText({nobodys}));
+  Comes(ResponseText({missing}));
   Comes(ResponseText({kColour}));
   ASSERT_TRUE(client_.SubscribeAll(Soon()));
   EXPECT_THAT(
@@ -220,9 +220,9 @@ TEST_F(ClientTest, SubscribesToEverythingAndKeepsWhatComesBeforeTheAnswer) {
 }
 
 TEST_F(ClientTest, AsksNothingOnceItIsSubscribed) {
-  Property nobodys;
-  nobodys.status = kNotFound;
-  Comes(ResponseText({nobodys}));
+  Property missing;
+  missing.status = kNotFound;
+  Comes(ResponseText({missing}));
   ASSERT_TRUE(client_.SubscribeAll(Soon()));
   Comes(ResponseText({kSpeed}));
   EXPECT_EQ(client_.GetAll(Soon()).error().kind, ErrorKind::kInvalid);
@@ -230,14 +230,14 @@ TEST_F(ClientTest, AsksNothingOnceItIsSubscribed) {
 }
 
 TEST_F(ClientTest, SubscribesToSomeTimeAfterTime) {
-  Property nobodys;
-  nobodys.status = kNotFound;
+  Property missing;
+  missing.status = kNotFound;
   const std::vector<PropertyAddress> speed{kSpeed.address()};
   const std::vector<PropertyAddress> colour{kColour.address()};
-  Comes(ResponseText({nobodys}));
+  Comes(ResponseText({missing}));
   ASSERT_TRUE(client_.Subscribe(speed, Soon()));
   Comes(ResponseText({kSpeed}));
-  Comes(ResponseText({nobodys}));
+  Comes(ResponseText({missing}));
   ASSERT_TRUE(client_.Subscribe(colour, Soon()));
   EXPECT_THAT(
       state_.sent,
@@ -253,29 +253,29 @@ TEST_F(ClientTest, SubscribesToSomeTimeAfterTime) {
 
 // To the service, no address means all, and addresses narrow a subscription to all.
 TEST_F(ClientTest, SubscribesEitherToAllOrToSome) {
-  Property nobodys;
-  nobodys.status = kNotFound;
+  Property missing;
+  missing.status = kNotFound;
   const std::vector<PropertyAddress> speed{kSpeed.address()};
   EXPECT_EQ(client_.Subscribe({}, Soon()).error().kind, ErrorKind::kInvalid);
-  Comes(ResponseText({nobodys}));
+  Comes(ResponseText({missing}));
   ASSERT_TRUE(client_.Subscribe(speed, Soon()));
   EXPECT_EQ(client_.SubscribeAll(Soon()).error().kind, ErrorKind::kInvalid);
   Client other(std::make_unique<ScriptedTransport>(state_));
-  Comes(ResponseText({nobodys}));
+  Comes(ResponseText({missing}));
   ASSERT_TRUE(other.SubscribeAll(Soon()));
   EXPECT_EQ(other.Subscribe(speed, Soon()).error().kind, ErrorKind::kInvalid);
   EXPECT_EQ(state_.sent.size(), 2U);
 }
 
 TEST_F(ClientTest, PassesLateAnswersOverBeforeAndAfterItSubscribes) {
-  Property nobodys;
-  nobodys.status = kNotFound;
+  Property missing;
+  missing.status = kNotFound;
   EXPECT_EQ(client_.GetAll(Soon()).error().kind, ErrorKind::kTimeout);
   EXPECT_EQ(client_.SubscribeAll(Soon()).error().kind, ErrorKind::kTimeout);
-  Comes(ResponseText({nobodys}));
+  Comes(ResponseText({missing}));
   EXPECT_EQ(client_.ReceiveChanges(Soon()).error().kind, ErrorKind::kTimeout);
-  Comes(ResponseText({nobodys}));
-  Comes(ResponseText({nobodys}));
+  Comes(ResponseText({missing}));
+  Comes(ResponseText({missing}));
   EXPECT_TRUE(client_.SubscribeAll(Soon()));
   Comes(ResponseText({kSpeed}));
   const auto changes = client_.ReceiveChanges(Soon());

@@ -1,4 +1,4 @@
-// A service that says what a test tells it to.
+// A service that answers as a test wants.
 #pragma once
 
 #include <functional>

@@ -39,7 +39,7 @@ class SessionDriverTest : public valmere::test::EntryTest {
       }
     }
   }
-  // The same for one value: what is told at a period's end may hold others of the property before it.
+  // The same for one value: a notification may hold earlier values of the property before it.
   static bool AwaitNews(const PropertyAddress& address, const std::string& value,
                         Box<Changes>& changes) {
     for (;;) {
@@ -110,7 +110,7 @@ TEST_F(SessionDriverTest, TellsOfANamedPropertyThatGoesAndComesBack) {
   const std::vector<Property> both{kSpeed, kColour};
   ASSERT_TRUE(owner.Publish(both));
   ASSERT_EQ(news.Take(), kSpeed);
-  // The value that it came back with may be told of twice.
+  // The value that it came back with may be reported twice.
   const auto other_news = [&] {
     Property next = kSpeed;
     while (next == kSpeed)

@@ -8,7 +8,6 @@
 #include <deque>
 #include <functional>
 #include <future>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -16,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "client/mutex.h"
 #include "client/session.h"
 #include "tests/client/deadlines.h"
 #include "tests/client/played_service.h"
@@ -38,16 +38,17 @@ inline Property WithStatus(Property property, const std::string& status) {
 template <class Value>
 class Box {
  public:
-  // Notifies under the lock: who has taken the value may destroy the box at once.
+  // Notifies under the lock: the thread that takes the value may destroy the box at once.
   void Put(Value value) {
-    const std::lock_guard hold(lock_);
+    const MutexLock hold(lock_);
     values_.push_back(std::move(value));
     changed_.notify_all();
   }
   // Waits for the next; a default value when none comes within kPatience, and a failure.
   Value Take() {
-    std::unique_lock hold(lock_);
-    if (!changed_.wait_for(hold, test::kPatience, [this] { return !values_.empty(); })) {
+    MutexLock hold(lock_);
+    const auto come = [this]() REQUIRES(lock_) { return !values_.empty(); };
+    if (!hold.WaitUntil(changed_, Deadline::After(test::kPatience), come)) {
       ADD_FAILURE() << "nothing comes";
       return Value();
     }
@@ -56,14 +57,14 @@ class Box {
     return value;
   }
   bool empty() {
-    const std::lock_guard hold(lock_);
+    const MutexLock hold(lock_);
     return values_.empty();
   }
 
  private:
-  std::mutex lock_;
+  Mutex lock_;
   std::condition_variable changed_;
-  std::deque<Value> values_;  // guarded by lock_
+  std::deque<Value> values_ GUARDED_BY(lock_);
 };
 
 using Changes = std::vector<Property>;

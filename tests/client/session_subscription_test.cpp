@@ -190,6 +190,30 @@ TEST_F(SessionSubscriptionTest, LetsACallbackSubscribeAndUnsubscribe) {
   EXPECT_THAT(some_.Take(), ElementsAre(kColour));
 }
 
+TEST_F(SessionSubscriptionTest, DoesNotCallWhatTheCallbackBeforeHasEnded) {
+  Subscription second;
+  Box<bool> go_on;
+  auto call = Meanwhile([&] {
+    return session_->Subscribe(speed_, [&](std::span<const Property>) {
+      go_on.Take();
+      second.End();
+    });
+  });
+  const Subscription first = Confirmed(std::move(call));
+  const auto subscribe = [&](Box<Changes>& changes) {
+    auto next = Meanwhile([&] { return session_->Subscribe(speed_, PutInto(changes)); });
+    changes_->Receive();
+    Confirm(*changes_);
+    return std::move(*next.get());
+  };
+  second = subscribe(some_);
+  const Subscription third = subscribe(all_);
+  go_on.Put(true);
+  Answer(*changes_, {kSpeed});
+  EXPECT_THAT(all_.Take(), ElementsAre(kSpeed));
+  EXPECT_TRUE(some_.empty());
+}
+
 TEST_F(SessionSubscriptionTest, WaitsForTheCallbackOfASubscriptionThatEnds) {
   Box<bool> begun;
   Box<bool> go_on;

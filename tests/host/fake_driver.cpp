@@ -15,7 +15,7 @@
 //   loaded                 the file is; the frame itself comes back too
 //   loads end              the sessions that wait for a load end; the frame itself comes back
 //   cut off                the identifier of a frame comes back and nothing more; closing the handle
-//                          then takes until whoever reads it asks for the frame after, or a while
+//                          then takes until its reader asks for the next frame, or a while
 //   anything else          the frame itself comes back
 // Bytes that are no frame end the session once there are 16 of them. With FAKE_DRIVER_SIGNAL in the
 // environment, PRN_Init takes so long that SIGTERM comes meanwhile.

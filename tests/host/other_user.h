@@ -5,7 +5,7 @@
 
 namespace valmere::test {
 
-// While it lives, a superuser's process has the rights of a user who owns nothing; any other has
+// While it lives, a superuser's process has the rights of a user that owns nothing; any other has
 // its own.
 class OtherUser {
  public:

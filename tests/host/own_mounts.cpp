@@ -19,7 +19,7 @@ std::string CauseOf(const std::string& what) {
   return what + ": " + std::error_code(errno, std::generic_category()).message();
 }
 
-// Whoever has made a user namespace may do anything there; what is not for mounting is given back.
+// A process that makes a user namespace has all rights there; those not for mounting are dropped.
 void KeepTheRightToMount() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   __user_cap_data_struct rights[_LINUX_CAPABILITY_U32S_3]{};
@@ -27,7 +27,7 @@ void KeepTheRightToMount() {
   syscall(SYS_capset, &header, rights);
 }
 
-// Stays who it is, so that rights count for it and for what it starts as they did.
+// Keeps its user and group, so that the rights of files count as before.
 void BecomeOneself(uid_t user, gid_t group) {
   std::ofstream("/proc/self/uid_map") << user << ' ' << user << " 1";
   std::ofstream("/proc/self/setgroups") << "deny";

@@ -1,4 +1,4 @@
-// File systems that a test mounts for itself; nobody else on the machine sees them.
+// File systems that a test mounts for itself; no other process on the machine sees them.
 #pragma once
 
 #include <string>

@@ -33,7 +33,7 @@ class SkeletonTest : public ::testing::Test {
  protected:
   SkeletonTest() { fs::create_directories(path_); }
 
-  void Give() const { GiveSkeleton(RootFolder(path_)); }
+  void Give() const { CreateSkeleton(RootFolder(path_)); }
   void Empty() const {
     for (const auto& entry : fs::directory_iterator(path_))
       fs::remove_all(entry.path());

@@ -145,7 +145,7 @@ class ValmeredDiskTest : public ::testing::Test {
       EXPECT_THAT(entry.path().filename().string(), Not(EndsWith(".new")));
     }
   }
-  // The next line of valmered's that tells of the property file.
+  // The next line of valmered about the property file.
   std::string ErrorLine() {
     std::string line = valmered_->ReadErrorLine();
     while (!line.empty() && line.find("ValmereProperties.ini") == std::string::npos)

@@ -112,7 +112,7 @@ class ValmeredTest : public ::testing::Test {
   ValmeredTest();
 
   std::vector<std::string> Command(const std::vector<std::string>& options = {}) const;
-  // Starts valmered and waits until it is ready. The driver is told of a log of `log_bytes_`.
+  // Starts valmered and waits until it is ready. The driver gets a limit of `log_bytes_` for its log.
   void Start(const std::vector<std::string>& options = {});
   // Ends it by a signal; expects a clean end.
   void Stop(int signal);

@@ -69,7 +69,7 @@ class DeafSender {
   std::thread thread_;  // last: it uses all of the above
 };
 
-// A pipe that is full to the last byte and that nobody reads before it is told to.
+// A pipe that is full to the last byte and is not read before Read is called.
 class UnreadPipe {
  public:
   UnreadPipe() {

@@ -127,7 +127,7 @@ TEST_F(ValmeredServiceTest, LoadsThePropertyFileAgainOnSighup) {
 
 TEST_F(ValmeredServiceTest, TakesAStormOfSighupWithFewThreads) {
   constexpr int kSignals = 3000;
-  constexpr std::size_t kFew = 3;  // that asks for loads, that does them, that serves who asks here
+  constexpr std::size_t kFew = 3;  // one requests loads, one does them, one serves this test
   std::filesystem::create_directories(root_ + "/Store");
   const std::string file = root_ + "/Store/ValmereProperties.ini";
   WritePropertyFile(file, "1000", "False", "\xfe\x67");

@@ -14,7 +14,7 @@
 #include "tests/tools/command_run.h"
 #include "tests/tools/desk_samples.h"
 #include "tools/propfile/propfile_text.h"
-#include "tools/service/connections.h"
+#include "tools/service/service_clients.h"
 #include "tools/service/service_file.h"
 #include "tools/service/service_properties.h"
 #include "tools/service/storing.h"
@@ -136,12 +136,12 @@ class StoringTest : public DurableTest {
     DurableTest::SetUp();
     StartService();
     std::filesystem::create_directories(folder_.Path("other/Store"));
-    client_ = connections_.Open(Deadline::After(kPatience)).value();
+    client_ = clients_.Open(Deadline::After(kPatience)).value();
   }
   tools::Storing Begin(const std::string& root, Deadline deadline) {
     const client::PropertyAddress address = tools::PublishingPeriod();
     const auto period = client_->Get({&address, 1}, deadline);
-    tools::Storing storing(connections_, *client_,
+    tools::Storing storing(clients_, *client_,
                            std::get<ServiceFile>(ServiceFile::Find(root, "", kFileName)), deadline);
     EXPECT_TRUE(period && !storing.Begin(*period).has_value());
     return storing;
@@ -152,7 +152,7 @@ class StoringTest : public DurableTest {
     std::filesystem::rename(path + ".new", path);
   }
 
-  tools::Connections connections_{folder_.Path("PRN1")};
+  tools::ServiceClients clients_{folder_.Path("PRN1")};
   Client* client_ = nullptr;
 };
 

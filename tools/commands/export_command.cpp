@@ -8,7 +8,7 @@
 #include "tools/commands/commands.h"
 #include "tools/names/property_pattern.h"
 #include "tools/output/property_json.h"
-#include "tools/service/connections.h"
+#include "tools/service/service_clients.h"
 
 namespace valmere::tools {
 namespace {

@@ -6,7 +6,7 @@
 #include "tools/commands/commands.h"
 #include "tools/names/name_resolver.h"
 #include "tools/output/property_output.h"
-#include "tools/service/connections.h"
+#include "tools/service/service_clients.h"
 
 namespace valmere::tools {
 namespace {

@@ -13,8 +13,8 @@
 #include "tools/output/property_json.h"
 #include "tools/output/property_output.h"
 #include "tools/process/input.h"
-#include "tools/service/connections.h"
 #include "tools/service/observation.h"
+#include "tools/service/service_clients.h"
 #include "tools/service/service_properties.h"
 
 namespace valmere::tools {
@@ -59,7 +59,7 @@ class Import {
   Import(const GlobalOptions& global, const ImportOptions& options, Output& out)
       : options_(options),
         out_(out),
-        connections_(global.socket),
+        clients_(global.socket),
         deadline_(Deadline::After(global.timeout)) {}
 
   std::optional<Failure> Run(const std::vector<Property>& imported);
@@ -73,7 +73,7 @@ class Import {
 
   const ImportOptions& options_;
   Output& out_;
-  Connections connections_;
+  ServiceClients clients_;
   const Deadline deadline_;
   Client* asking_ = nullptr;
   // Not reported yet; the properties have the values that are wanted.
@@ -82,7 +82,7 @@ class Import {
 };
 
 std::optional<Failure> Import::Run(const std::vector<Property>& imported) {
-  const auto asking = connections_.Open(deadline_);
+  const auto asking = clients_.Open(deadline_);
   if (!asking) return FailureOf(asking.error());
   asking_ = *asking;
   const auto present = asking_->GetAll(deadline_);
@@ -118,7 +118,7 @@ void Import::Compare(const std::vector<Property>& imported, const std::vector<Pr
 }
 
 std::optional<Failure> Import::SetAll() {
-  const auto hearing = connections_.Open(deadline_);
+  const auto hearing = clients_.Open(deadline_);
   if (!hearing) return FailureOf(hearing.error());
   if (const auto done = (*hearing)->SubscribeAll(deadline_); !done) return FailureOf(done.error());
   for (const auto& [address, property] : wanted_) {

@@ -10,7 +10,7 @@
 #include "tools/output/property_output.h"
 #include "tools/output/property_tree.h"
 #include "tools/output/table.h"
-#include "tools/service/connections.h"
+#include "tools/service/service_clients.h"
 
 namespace valmere::tools {
 namespace {

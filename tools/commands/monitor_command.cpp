@@ -12,7 +12,7 @@
 #include "tools/output/hex_dump.h"
 #include "tools/output/message_description.h"
 #include "tools/output/property_json.h"
-#include "tools/service/connections.h"
+#include "tools/service/service_clients.h"
 
 namespace valmere::tools {
 namespace {
@@ -53,9 +53,9 @@ class Monitor {
   Monitor(const MonitorOptions& options, Output& out) : options_(options), out_(out) {}
 
   std::optional<Failure> Run(const GlobalOptions& global) {
-    Connections connections(global.socket);
+    ServiceClients clients(global.socket);
     const Deadline deadline = Deadline::After(global.timeout);
-    const auto client = connections.Open(deadline, [&](auto transport) {
+    const auto client = clients.Open(deadline, [&](auto transport) {
       return client::Observe(std::move(transport),
                              [this](Direction direction, std::string_view text) {
                                if (!done()) Show(direction, text);

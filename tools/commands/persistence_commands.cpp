@@ -6,7 +6,7 @@
 
 #include "tools/commands/command.h"
 #include "tools/commands/commands.h"
-#include "tools/service/connections.h"
+#include "tools/service/service_clients.h"
 #include "tools/service/service_commands.h"
 #include "tools/service/service_properties.h"
 #include "tools/service/storing.h"
@@ -55,9 +55,9 @@ client::Result<std::vector<Property>> StoredProperties(Client& client, Deadline 
 }
 
 std::optional<Failure> StoreAndWait(const GlobalOptions& global, const StoreOptions& options) {
-  Connections connections(global.socket);
+  ServiceClients clients(global.socket);
   const Deadline deadline = Deadline::After(global.timeout);
-  const auto client = connections.Open(deadline);
+  const auto client = clients.Open(deadline);
   if (!client) return FailureOf(client.error());
   auto properties = StoredProperties(**client, deadline);
   if (!properties) return FailureOf(properties.error());
@@ -66,7 +66,7 @@ std::optional<Failure> StoreAndWait(const GlobalOptions& global, const StoreOpti
   auto file = ServiceFile::Find(options.root, global.socket, properties->front().value);
   if (const Failure* failure = std::get_if<Failure>(&file)) return *failure;
   properties->erase(properties->begin());
-  Storing storing(connections, **client, std::get<ServiceFile>(std::move(file)), deadline);
+  Storing storing(clients, **client, std::get<ServiceFile>(std::move(file)), deadline);
   if (auto failure = storing.Begin(*properties)) return failure;
   if (auto failure = storing.RequestLines()) return failure;
   return storing.Await();

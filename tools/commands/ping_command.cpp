@@ -7,7 +7,7 @@
 #include "tools/commands/command.h"
 #include "tools/commands/commands.h"
 #include "tools/output/property_json.h"
-#include "tools/service/connections.h"
+#include "tools/service/service_clients.h"
 
 namespace valmere::tools {
 namespace {

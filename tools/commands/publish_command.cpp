@@ -11,7 +11,7 @@
 #include "tools/names/name_resolver.h"
 #include "tools/names/publication.h"
 #include "tools/output/property_output.h"
-#include "tools/service/connections.h"
+#include "tools/service/service_clients.h"
 
 namespace valmere::tools {
 namespace {

@@ -11,8 +11,8 @@
 #include "tools/commands/commands.h"
 #include "tools/names/name_resolver.h"
 #include "tools/process/input.h"
-#include "tools/service/connections.h"
 #include "tools/service/observation.h"
+#include "tools/service/service_clients.h"
 #include "tools/service/service_file.h"
 #include "tools/service/service_properties.h"
 #include "tools/service/storing.h"
@@ -125,11 +125,11 @@ class Setting {
   Setting(const GlobalOptions& global, const SetOptions& options)
       : global_(global),
         options_(options),
-        connections_(global.socket),
+        clients_(global.socket),
         deadline_(Deadline::After(global.timeout)) {}
 
   std::optional<Failure> Run() {
-    const auto client = connections_.Open(deadline_);
+    const auto client = clients_.Open(deadline_);
     if (!client) return FailureOf(client.error());
     client_ = *client;
     const auto properties = client_->GetAll(deadline_);
@@ -147,7 +147,7 @@ class Setting {
     if (auto failure = CheckIsStorable(FullName(property), options_.value)) return failure;
     auto file = ServiceFile::Find(options_.root, global_.socket, path);
     if (const Failure* failure = std::get_if<Failure>(&file)) return *failure;
-    Storing storing(connections_, *client_, std::get<ServiceFile>(std::move(file)), deadline_);
+    Storing storing(clients_, *client_, std::get<ServiceFile>(std::move(file)), deadline_);
     if (auto failure = storing.Begin({property})) return failure;
     if (auto failure = SetAndVerify(property)) return failure;
     // There are lines for changes alone.
@@ -159,7 +159,7 @@ class Setting {
 
   std::optional<Failure> SetAndVerify(const Property& property) {
     if (!options_.verify) return Set(property);
-    const auto hearing = connections_.Open(deadline_);
+    const auto hearing = clients_.Open(deadline_);
     if (!hearing) return FailureOf(hearing.error());
     if (const auto done = (*hearing)->SubscribeAll(deadline_); !done)
       return FailureOf(done.error());
@@ -181,7 +181,7 @@ class Setting {
 
   const GlobalOptions& global_;
   const SetOptions& options_;
-  Connections connections_;
+  ServiceClients clients_;
   const Deadline deadline_;
   Client* client_ = nullptr;
   bool changed_ = false;

@@ -4,8 +4,8 @@
 #include "tools/commands/command.h"
 #include "tools/commands/commands.h"
 #include "tools/names/name_resolver.h"
-#include "tools/service/connections.h"
 #include "tools/service/observation.h"
+#include "tools/service/service_clients.h"
 
 namespace valmere::tools {
 namespace {
@@ -23,7 +23,7 @@ struct WaitOptions {
 class Waiting {
  public:
   Waiting(const GlobalOptions& global, const WaitOptions& options)
-      : connections_(global.socket),
+      : clients_(global.socket),
         deadline_(Deadline::After(options.timeout.value_or(global.timeout))) {
     const std::size_t equals = options.condition.find('=');
     name_ = options.condition.substr(0, equals);
@@ -31,9 +31,9 @@ class Waiting {
   }
 
   std::optional<Failure> Run() {
-    const auto asking = connections_.Open(deadline_);
+    const auto asking = clients_.Open(deadline_);
     if (!asking) return FailureOf(asking.error());
-    const auto hearing = connections_.Open(deadline_);
+    const auto hearing = clients_.Open(deadline_);
     if (!hearing) return FailureOf(hearing.error());
     if (const auto done = (*hearing)->SubscribeAll(deadline_); !done)
       return FailureOf(done.error());
@@ -67,7 +67,7 @@ class Waiting {
     return "there is no property \"" + name_ + "\"";
   }
 
-  Connections connections_;
+  ServiceClients clients_;
   const Deadline deadline_;
   std::string name_;
   std::optional<std::string> value_;

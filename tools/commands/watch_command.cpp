@@ -16,7 +16,7 @@
 #include "tools/names/address_order.h"
 #include "tools/names/property_pattern.h"
 #include "tools/output/property_output.h"
-#include "tools/service/connections.h"
+#include "tools/service/service_clients.h"
 #include "tools/service/service_properties.h"
 
 namespace valmere::tools {
@@ -64,7 +64,7 @@ class Watching {
         options_(options),
         out_(out),
         patterns_(options.patterns),
-        connections_(global.socket),
+        clients_(global.socket),
         end_(options.timeout ? Deadline::After(*options.timeout) : Deadline::Never()) {}
 
   std::optional<Failure> Run();
@@ -86,7 +86,7 @@ class Watching {
   const WatchOptions& options_;
   Output& out_;
   const PropertyPatterns patterns_;
-  Connections connections_;
+  ServiceClients clients_;
   const Deadline end_;
   Client* hearing_ = nullptr;
   Client* asking_ = nullptr;
@@ -124,14 +124,14 @@ std::optional<Failure> Watching::Conclude(const client::Error& error) const {
 
 // Subscribes and then, when they are needed, gets all properties: no change falls between the two.
 std::optional<client::Error> Watching::Connect(std::vector<Property>& properties) {
-  connections_.CloseAll();
+  clients_.CloseAll();
   const Deadline deadline = Deadline::After(global_.timeout);
-  const auto hearing = connections_.Open(deadline);
+  const auto hearing = clients_.Open(deadline);
   if (!hearing) return hearing.error();
   hearing_ = *hearing;
   if (const auto done = hearing_->SubscribeAll(deadline); !done) return done.error();
   if (!keeps_state()) return std::nullopt;
-  const auto asking = connections_.Open(deadline);
+  const auto asking = clients_.Open(deadline);
   if (!asking) return asking.error();
   asking_ = *asking;
   auto answer = asking_->GetAll(deadline);
@@ -160,7 +160,7 @@ std::optional<client::Error> Watching::Reconnect() {
     if (end_.passed()) return client::Error{ErrorKind::kTimeout, "time-out"};
     const Deadline next =
         end_.never() ? Deadline::After(pause) : Deadline::After(std::min(pause, end_.left()));
-    if (!connections_.WaitUntil(next)) return client::Error{ErrorKind::kInterrupted, "interrupted"};
+    if (!clients_.WaitUntil(next)) return client::Error{ErrorKind::kInterrupted, "interrupted"};
     std::vector<Property> properties;
     std::optional<client::Error> error = Connect(properties);
     if (!error) {

@@ -48,9 +48,8 @@ std::optional<Failure> CheckIsStorable(const std::string& name, const std::strin
                  name + ": a value with a line feed cannot be stored: \"" + value + "\""};
 }
 
-Storing::Storing(const Connections& connections, Client& client, ServiceFile file,
-                 Deadline deadline)
-    : connections_(connections), client_(client), file_(std::move(file)), deadline_(deadline) {}
+Storing::Storing(const ServiceClients& clients, Client& client, ServiceFile file, Deadline deadline)
+    : clients_(clients), client_(client), file_(std::move(file)), deadline_(deadline) {}
 
 // The file's version tells a rewrite only once it has some age. In a flood it never has; there the
 // next version comes by itself.
@@ -171,7 +170,7 @@ std::optional<Failure> Storing::RequestLines() {
 
 std::optional<Failure> Storing::Pause(milliseconds time) {
   const Deadline until = Deadline::After(time).Or(deadline_);
-  if (connections_.WaitUntil(until)) return std::nullopt;
+  if (clients_.WaitUntil(until)) return std::nullopt;
   return Failure{kExitInterrupted, "interrupted"};
 }
 

@@ -10,7 +10,7 @@
 
 #include "client/client.h"
 #include "tools/process/exit_code.h"
-#include "tools/service/connections.h"
+#include "tools/service/service_clients.h"
 #include "tools/service/service_file.h"
 
 namespace valmere::tools {
@@ -26,7 +26,7 @@ std::optional<Failure> CheckIsStorable(const std::string& name, const std::strin
 // Errors: failures; a time-out names what the file does not hold, and the file.
 class Storing {
  public:
-  Storing(const Connections& connections, client::Client& client, ServiceFile file,
+  Storing(const ServiceClients& clients, client::Client& client, ServiceFile file,
           client::Deadline deadline);
 
   // Before the request that is to be waited for; all are stored properties of the service.
@@ -56,7 +56,7 @@ class Storing {
   bool IsRewritten() const;
   Failure TimeOut() const;
 
-  const Connections& connections_;
+  const ServiceClients& clients_;
   client::Client& client_;
   const ServiceFile file_;
   const client::Deadline deadline_;

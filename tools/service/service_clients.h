@@ -1,4 +1,4 @@
-// How commands get at the service.
+// How commands reach the service.
 #pragma once
 
 #include <functional>
@@ -14,20 +14,21 @@
 
 namespace valmere::tools {
 
-// Purpose: the connections of one command; SIGINT and SIGTERM interrupt whichever waits.
+// Purpose: the clients of the service that one command uses; SIGINT and SIGTERM interrupt the one
+// that waits.
 // Owner: a command; one at a time in the process.
 // Threads: one.
 // Errors: values, those of Client::Connect.
-class Connections {
+class ServiceClients {
  public:
   // Puts something around a transport.
   using Wrapper =
       std::function<std::unique_ptr<client::Transport>(std::unique_ptr<client::Transport>)>;
 
-  explicit Connections(std::string socket) : socket_(std::move(socket)) {}
-  ~Connections() { CloseAll(); }
-  Connections(const Connections&) = delete;
-  Connections& operator=(const Connections&) = delete;
+  explicit ServiceClients(std::string socket) : socket_(std::move(socket)) {}
+  ~ServiceClients() { CloseAll(); }
+  ServiceClients(const ServiceClients&) = delete;
+  ServiceClients& operator=(const ServiceClients&) = delete;
 
   // The client lives until CloseAll.
   client::Result<client::Client*> Open(client::Deadline deadline, const Wrapper& wrap = {});

@@ -21,19 +21,19 @@ namespace valmere::host {
 // Purpose: carries a client's bytes to its own driver handle, frame by frame; its ReplyPump carries
 // the driver's frames back. When the client has sent its last byte, the service is asked to end the
 // session, so that what was asked before is still answered. A client that exceeds a limit is
-// closed, and the operator told.
+// closed, and the operator is told.
 // Owner: the server. Close first; destroy it once `closed` was called.
-// Threads: the loop's, except that `wants_attention` is called on the pump's thread.
+// Threads: the loop's; `pump_event` is called on the pump's thread.
 // Errors: none; a failure closes it, with a message on standard error where it is no client's
 // doing.
-class Connection {
+class ClientBridge {
  public:
   struct Events {
-    std::function<void()> wants_attention;  // Attend must follow, on the loop's thread
-    std::function<void()> closed;           // nothing refers to the connection any more
+    std::function<void()> pump_event;  // HandlePumpEvent must follow, on the loop's thread
+    std::function<void()> closed;      // nothing refers to the bridge any more
   };
-  // What all connections of a server share, and which outlives them.
-  struct Surroundings {
+  // What all bridges of a server share; it outlives them.
+  struct Environment {
     uv_loop_t& loop;
     const DriverLibrary& driver;
     const Limits& limits;
@@ -41,15 +41,15 @@ class Connection {
   };
 
   // Takes `socket` over, which must not block; when it throws, the socket is still the caller's.
-  Connection(const Surroundings& surroundings, int socket, Events events);
-  ~Connection();
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
+  ClientBridge(const Environment& environment, int socket, Events events);
+  ~ClientBridge();
+  ClientBridge(const ClientBridge&) = delete;
+  ClientBridge& operator=(const ClientBridge&) = delete;
 
-  // Looks after what its pump has come upon.
-  void Attend();
-  // Goes on as if the client had sent its last byte: what the socket holds by now is the last that
-  // is taken, what was asked is answered, and then it closes.
+  // Acts on what has changed with the pump and its outbox.
+  void HandlePumpEvent();
+  // Goes on as if the client had sent its last byte: what the socket holds now is still taken, what
+  // was asked is answered, and then the bridge closes.
   void Finish();
   // Ends handle and socket without waiting for the pump's thread to be gone.
   void BeginClose();
@@ -58,25 +58,25 @@ class Connection {
 
  private:
   static void OnPoll(uv_poll_t* poll, int status, int events);
-  template <void (Connection::*act)()>
+  template <void (ClientBridge::*act)()>
   static void OnTimer(uv_timer_t* timer);
   static void OnHandleClosed(uv_handle_t* handle);
   template <class Action>
-  void Guarded(Action action);
+  void CloseOnError(Action action);
 
   void ReadOnce();
-  bool TakeRest();
+  bool ReadRest();
   void DrainAndClose();
-  bool PassOn(std::span<const unsigned char> bytes);
+  bool Forward(std::span<const unsigned char> bytes);
   bool WriteToDriver(std::span<const unsigned char> piece);
-  void WatchFrame(bool begun);
+  void UpdateFrameTimer(bool begun);
   void ClientFinished();
-  void HeedPump();
+  void CheckPump();
   void SendWaiting();
-  void WatchUnread();
+  void UpdateSending();
   void UpdatePoll();
   void FrameOverdue();
-  void UnreadOverdue();
+  void CheckUnread();
   void CloseFor(const std::string& cause);
 
   const DriverLibrary& driver_;

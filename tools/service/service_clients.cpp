@@ -1,5 +1,5 @@
 // Clients are held in a list, because a signal handler keeps their addresses.
-#include "tools/service/connections.h"
+#include "tools/service/service_clients.h"
 
 #include "client/socket_transport.h"
 
@@ -10,7 +10,7 @@ using client::Deadline;
 using client::Result;
 using client::Transport;
 
-Result<Client*> Connections::Open(Deadline deadline, const Wrapper& wrap) {
+Result<Client*> ServiceClients::Open(Deadline deadline, const Wrapper& wrap) {
   Result<std::unique_ptr<Transport>> transport = client::ConnectSocket(socket_, deadline);
   if (!transport) return transport.error();
   Client& opened =
@@ -19,7 +19,7 @@ Result<Client*> Connections::Open(Deadline deadline, const Wrapper& wrap) {
   return &opened;
 }
 
-void Connections::CloseAll() {
+void ServiceClients::CloseAll() {
   for (Client& open : clients_) {
     interrupt_.Forget(open);
   }
@@ -27,9 +27,9 @@ void Connections::CloseAll() {
 }
 
 std::optional<Failure> WithClient(const GlobalOptions& options, const ClientCommand& command) {
-  Connections connections(options.socket);
+  ServiceClients clients(options.socket);
   const Deadline deadline = Deadline::After(options.timeout);
-  const Result<Client*> opened = connections.Open(deadline);
+  const Result<Client*> opened = clients.Open(deadline);
   if (!opened) return FailureOf(opened.error());
   return command(**opened, deadline);
 }
