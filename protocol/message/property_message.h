@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "protocol/message/json_message.h"
+#include "protocol/wire/entries.h"
 #include "protocol/wire/message_keys.h"
 
 namespace valmere {
@@ -31,19 +32,19 @@ class PropertyMessage : public JsonMessage {
   // message may hold two million entries: no list of them is made.
   template <class Take>
   bool ForEachSetRequest(Take take) const {
-    return ForEach(keys::kSetRequests, take, SetRecordOf);
+    return ForEach(keys::kSetRequests, take, ReadSetRecord);
   }
   template <class Take>
   bool ForEachGetRequest(Take take) const {
-    return ForEach(keys::kGetRequests, take, AddressOf);
+    return ForEach(keys::kGetRequests, take, ReadAddress);
   }
   template <class Take>
   bool ForEachSubscribeRequest(Take take) const {
-    return ForEach(keys::kSubscribeRequests, take, AddressOf);
+    return ForEach(keys::kSubscribeRequests, take, ReadAddress);
   }
   template <class Take>
-  bool ForEachGetResponse(Take take) const {
-    return ForEach(keys::kGetResponses, take, ResponseRecordOf);
+  bool ForEachPublication(Take take) const {
+    return ForEach(keys::kGetResponses, take, ReadResponseRecord);
   }
 
  private:
@@ -57,9 +58,6 @@ class PropertyMessage : public JsonMessage {
   }
   // Null when the key is absent or holds no array.
   const JsonValue* EntriesUnder(std::string_view key) const;
-  static PropertySetRecord SetRecordOf(const JsonValue& entry);
-  static PropertyAddress AddressOf(const JsonValue& entry);
-  static PropertyResponseRecord ResponseRecordOf(const JsonValue& entry);
 };
 
 }  // namespace valmere

@@ -23,7 +23,7 @@ constexpr std::size_t kOrdinaryBufferBytes = std::size_t{1} << 20;
 
 // An entry's fixed parts and texts, in their order.
 template <class Sink>
-void Write(const PropertyResponseRecord& record, Sink& sink) {
+void RenderEntry(const PropertyResponseRecord& record, Sink& sink) {
   sink.Fixed("{\"Component\": \"");
   sink.Text(record.component);
   sink.Fixed("\",\"ComponentString\": \"");
@@ -44,7 +44,7 @@ void Write(const PropertyResponseRecord& record, Sink& sink) {
 }
 
 template <class Sink>
-void Write(const PropertySetRecord& record, Sink& sink) {
+void RenderEntry(const PropertySetRecord& record, Sink& sink) {
   sink.Fixed("{\"Component\": \"");
   sink.Text(record.component);
   sink.Fixed("\",\"GUID\": \"");
@@ -114,7 +114,7 @@ inline void EntryFrame::Reopen() {
 template <class Record>
 bool EntryFrame::AppendEntry(const Record& record) {
   RawSize raw;
-  Write(record, raw);
+  RenderEntry(record, raw);
   const std::size_t least = raw.bytes;
   const std::size_t most = least * kMostOfAnEscape;
   if (least <= kEscapedAtOnce && HasRoomFor(most)) {
@@ -168,7 +168,7 @@ bool EntryFrame::AppendWhole(std::size_t least, Append append) {
 template <class Record>
 void EntryFrame::PutShort(const Record& record) {
   PlainWriter writer{buffer_};
-  Write(record, writer);
+  RenderEntry(record, writer);
 }
 
 template <class Record>
@@ -177,7 +177,7 @@ bool EntryFrame::PutLong(const Record& record) {
     return PutPieces(text, piece, growth);
   };
   PieceWriter<decltype(put)> writer{put};
-  Write(record, writer);
+  RenderEntry(record, writer);
   return writer.whole;
 }
 

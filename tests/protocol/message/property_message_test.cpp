@@ -300,7 +300,7 @@ TEST(PropertyMessageParser, GoesNoFurtherThanItIsAskedTo) {
   EXPECT_FALSE(message.ForEachSetRequest(take_two));
   EXPECT_FALSE(message.ForEachGetRequest(take_two));
   EXPECT_FALSE(message.ForEachSubscribeRequest(take_two));
-  EXPECT_FALSE(message.ForEachGetResponse(take_two));
+  EXPECT_FALSE(message.ForEachPublication(take_two));
   EXPECT_EQ(8, taken);
   EXPECT_TRUE(message.ForEachSetRequest([](const auto&) { return true; }));
 }
