@@ -3,15 +3,14 @@
 #include "driver/service/step_log.h"
 
 #include <exception>
+#include <string>
 #include <utility>
 
 namespace valmere {
 
 void StepLog::AttachLog(const std::shared_ptr<LogSink>& log) {
+  early_.Attach(IsOn(zone_) ? log : nullptr);
   log_ = log;
-  for (const std::string& line : std::exchange(early_, {})) {
-    LogIn(zone_, log_, [&] { return line; });
-  }
 }
 
 void StepLog::Done(std::string_view step) noexcept {
@@ -23,7 +22,7 @@ void StepLog::Done(std::string_view step) noexcept {
     return;
   }
   try {
-    early_.push_back(line());
+    early_.Log(line());
   } catch (const std::exception&) {
     // As with a line that goes to the log at once.
   }

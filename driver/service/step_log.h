@@ -2,11 +2,10 @@
 #pragma once
 
 #include <memory>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "persist/log/debug_switches.h"
+#include "persist/log/early_log.h"
 #include "persist/log/log_sink.h"
 #include "platform/kernel.h"
 
@@ -29,7 +28,7 @@ class StepLog {
   const DebugZone zone_;
   platform::Ticks last_;
   std::shared_ptr<LogSink> log_;
-  std::vector<std::string> early_;
+  EarlyLog early_;
 };
 
 }  // namespace valmere

@@ -1,15 +1,18 @@
 // The lock is held while a message is passed on, so that none overtakes those that were kept.
 #include "persist/log/early_log.h"
 
+#include <utility>
+
 namespace valmere {
 
 void EarlyLog::Attach(const std::shared_ptr<LogSink>& log) {
   const ScopedLock hold(lock_);
   log_ = log;
   attached_ = true;
-  for (const std::string& message : kept_)
+  const std::vector<std::string> kept = std::exchange(kept_, {});
+  if (!log) return;
+  for (const std::string& message : kept)
     log->Log(message);
-  kept_ = {};
 }
 
 void EarlyLog::Log(std::string_view message) {

@@ -1,4 +1,4 @@
-// A log for those who are there before the log is.
+// A log for components that are made before the log is.
 #pragma once
 
 #include <memory>
@@ -11,8 +11,10 @@
 
 namespace valmere {
 
-// Purpose: keeps messages until there is a log, and passes on all others.
-// Owner: shared by the persistence component and its line writer, which may outlive it.
+// Purpose: keeps messages until a log is attached, and passes on all that come later. The one place
+// where early messages are kept.
+// Owner: a component that is made before the log; the persistence component shares it with its line
+// writer, which may outlive it.
 // Threads: any.
 // Errors: as those of the log; what is logged after the log has gone is lost. std::bad_alloc while
 // there is none yet.
@@ -22,7 +24,7 @@ class EarlyLog : public LogSink {
   EarlyLog(const EarlyLog&) = delete;
   EarlyLog& operator=(const EarlyLog&) = delete;
 
-  // The log is held weakly; it gets what has been kept at once.
+  // The log is held weakly; it gets what has been kept at once. Null drops what has been kept.
   void Attach(const std::shared_ptr<LogSink>& log) EXCLUDES(lock_);
   void Log(std::string_view message) override EXCLUDES(lock_);
 
