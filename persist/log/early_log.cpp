@@ -1,4 +1,4 @@
-// The lock is held while a message is passed on, so that none overtakes those that were kept.
+// The lock is held while a message is passed on, so that it can't overtake those that were kept.
 #include "persist/log/early_log.h"
 
 #include <utility>

@@ -16,8 +16,8 @@ namespace valmere {
 // Owner: a component that is made before the log; the persistence component shares it with its line
 // writer, which may outlive it.
 // Threads: any.
-// Errors: as those of the log; what is logged after the log has gone is lost. std::bad_alloc while
-// there is none yet.
+// Errors: as those of the log; what is logged after the log has gone is lost. std::bad_alloc before
+// one is attached.
 class EarlyLog : public LogSink {
  public:
   EarlyLog() = default;

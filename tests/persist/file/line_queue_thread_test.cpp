@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "persist/file/line_queue.h"
-#include "persist/file/property_file_turn.h"
+#include "persist/file/property_file_lease.h"
 #include "tests/persist/file/hanging_files.h"
 #include "tests/persist/file/line_queue_fixture.h"
 #include "tests/persist/file/thread_end.h"
@@ -44,7 +44,7 @@ TEST_F(LineQueueTest, AThreadThatComesBackFromAFileCallAfterTheEndWritesNoMore) 
   EXPECT_EQ(files_->Get(kQueuedFile), before);
 }
 
-TEST_F(LineQueueTest, EndsWhileAnotherHasTheTurn) {
+TEST_F(LineQueueTest, EndsWhileAnotherHasTheLease) {
   std::atomic<bool> returned{false};
   const auto files =
       std::make_shared<WatchedFileSystem>([&returned] { ThreadEnd::Watch(returned); });
@@ -52,7 +52,7 @@ TEST_F(LineQueueTest, EndsWhileAnotherHasTheTurn) {
   queue.Start(251, 253);
   queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
   EXPECT_TRUE(Eventually([&] { return files->disk.Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
-  const PropertyFileTurn turn(PropertyFileTurn::For::kReading);
+  const PropertyFileLease lease(PropertyFileLease::For::kReading);
   queue.Push(MakeWriteRequest("a|b", "2", kQueuedFile));
   // Lets the thread come to its wait; where it has not, it ends before it.
   platform::Semaphore never;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "driver/sync/live_counters.h"
-#include "persist/file/property_file_turn.h"
+#include "persist/file/property_file_lease.h"
 #include "tests/persist/file/hanging_files.h"
 #include "tests/persist/file/watched_file_system.h"
 #include "tests/persist/settings/persistence_fixture.h"
@@ -111,7 +111,7 @@ TEST_F(HungService, DoesNotKeepTheNextFromLoading) {
     EXPECT_TRUE(Eventually([&] {
       const platform::Ticks again = platform::MonotonicNow();
       next.persistence->Load();
-      return platform::MonotonicNow() - again < PropertyFileTurn::kLongest;
+      return platform::MonotonicNow() - again < PropertyFileLease::kLongest;
     })) << "though the other still hangs";
   }
   files_->GoOn();
@@ -189,14 +189,14 @@ TEST(EndedService, LoadsNoMoreWhereOthersHaveTheFiles) {
   const auto disk = std::make_shared<MemoryFileSystem>();
   disk->Put(kMain, WithTrailer(Body(1)));
   const Service service(disk);
-  const PropertyFileTurn turn(PropertyFileTurn::For::kRewriting);
+  const PropertyFileLease lease(PropertyFileLease::For::kRewriting);
   const platform::Ticks start = platform::MonotonicNow();
   TestThread loading([&] { EXPECT_FALSE(service.persistence->Load()); });
   // Lets the load come to its wait; where it has not, it fails before it.
   PauseFor(20);
   service.persistence->EndLoads();
   loading.Join();
-  EXPECT_LT(platform::MonotonicNow() - start, PropertyFileTurn::kLongest / 2);
+  EXPECT_LT(platform::MonotonicNow() - start, PropertyFileLease::kLongest / 2);
   EXPECT_EQ(service.LoadingError(), "False");
 }
 
