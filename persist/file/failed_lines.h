@@ -44,7 +44,7 @@ class FailedLines {
   // Keeps a line of a file that it holds; the file is due at once.
   void Add(WaitingLine line);
 
-  // When the next file is due; nothing when there is none.
+  // When the next file is due; nothing when no file is held.
   std::optional<platform::Ticks> NextDue() const;
   // The first line of a file that is due. The same thread then reports the result by one of the two
   // below; lines may be added meanwhile.

@@ -21,7 +21,7 @@ platform::WidePath ReadLogFileName(platform::FileSystem& files, platform::WidePa
 // Purpose: stamps messages and hands them to the writer of every open log file. While the debug
 // zone "ThreadIds" is on, a line with a thread's number precedes the first line of that thread. The
 // last kMostThreads numbers are remembered; a thread whose number was forgotten counts as new.
-// Owner: shared by all who log; the service, which opens the files, ends it.
+// Owner: shared by all components that log; the service, which opens the files, ends it.
 // Threads: any. AddFile and End on the owner's.
 // Errors: a log file that can't be opened takes no lines; memory running out costs the line.
 class LogFacility : public LogSink {

@@ -6,7 +6,7 @@
 namespace valmere {
 
 // Purpose: takes one message for the log.
-// Owner: shared by all who log.
+// Owner: shared by all components that log.
 // Threads: any; a call never waits for the file.
 // Errors: never reach the caller.
 class LogSink {

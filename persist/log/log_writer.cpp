@@ -39,7 +39,7 @@ class LogWriter::Lines {
  private:
   void Add(std::string line) REQUIRES(lock_);
   bool Pass() EXCLUDES(lock_);
-  void TellOfLost();
+  void ReportLost();
 
   const std::unique_ptr<Connection> stream_;
   Lock lock_;
@@ -124,12 +124,12 @@ bool LogWriter::Lines::Pass() {
   for (const std::string& line : writing_)
     stream_->Write(line.data(), static_cast<int>(line.size()));
   writing_.clear();
-  if (untold_ != 0) TellOfLost();
+  if (untold_ != 0) ReportLost();
   return true;
 }
 
 // Without memory for it, the next pass says it.
-void LogWriter::Lines::TellOfLost() {
+void LogWriter::Lines::ReportLost() {
   try {
     const std::string line = FormatLogLine(
         platform::LocalNow(), std::to_string(untold_) + " lines came too fast for the log");

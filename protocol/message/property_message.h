@@ -11,13 +11,16 @@
 
 namespace valmere {
 
-// Purpose: fills and takes apart the top-level keys of one message.
+// Purpose: builds and parses the top-level keys of one message.
 // Owner, threads: those of JsonMessage.
-// Errors: std::bad_alloc. Builders escape every text that they are given. Parsers read a missing key,
-// a value that is no string and an entry that is no object as empty texts; a key that is absent or
-// holds no array has no entries. What parsers give names texts inside this message.
+// Errors: std::bad_alloc. Builders escape every text that they are given. Parsers read a missing
+// key, a value that is no string and an entry that is no object as empty texts; a key that is
+// absent or holds no array has no entries. The records that parsers give refer to texts inside this
+// message.
 class PropertyMessage : public JsonMessage {
  public:
+  // The service itself sends SubscribeAll alone, and renders its replies as EntryFrames; the other
+  // builders are for components that speak to it.
   void SubscribeAll();
   void AddSubscribeEntry(const PropertyAddress& address) override;
   void SubscribeList(std::span<const PropertyAddress> addresses) override;
@@ -25,11 +28,11 @@ class PropertyMessage : public JsonMessage {
   void GetResponses(std::span<const PropertyResponseRecord> records);
 
   bool Has(std::string_view key) const { return object_.Find(key) != nullptr; }
-  // How many entries there are under the key.
+  // The number of entries under the key.
   std::size_t Count(std::string_view key) const;
 
-  // Each gives entry after entry to `take`, in their order, until that returns false; false then. A
-  // message may hold two million entries: no list of them is made.
+  // Each passes the entries to `take`, in their order, until that returns false, and then returns
+  // false. A message may hold two million entries: no list of them is made.
   template <class Take>
   bool ForEachSetRequest(Take take) const {
     return ForEach(keys::kSetRequests, take, ReadSetRecord);

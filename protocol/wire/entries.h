@@ -33,8 +33,8 @@ JsonValue EntriesOf(std::span<const Record> records) {
   return entries;
 }
 
-// The record of an entry; its texts are the entry's. A missing key, a value that is no string and an
-// entry that is no object give empty texts.
+// The record of an entry; its texts are the entry's. A missing key, a value that is no string and
+// an entry that is no object give empty texts.
 PropertyAddress ReadAddress(const JsonValue& entry);
 PropertySetRecord ReadSetRecord(const JsonValue& entry);
 PropertyResponseRecord ReadResponseRecord(const JsonValue& entry);
