@@ -79,7 +79,7 @@ TEST(StreamSocket, ReceivesWhatIsThereWithoutWaitingForMore) {
   EXPECT_LE(got.count, 3);
 }
 
-// Sends all, or closes the socket, so that nobody waits for the rest.
+// Sends all, or closes the socket, so that the receiver does not wait for the rest.
 Transfer SendOrClose(StreamSocket& socket, const std::vector<char>& bytes) {
   const Transfer sent = socket.Send(bytes.data(), static_cast<int>(bytes.size()));
   if (sent.count < 0) socket.Close();

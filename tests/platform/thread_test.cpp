@@ -197,7 +197,7 @@ TEST(Thread, IsNotEndedByForceWhileItWaitsForALock) {
 }
 
 TEST(Thread, GoesOnWhenItIsLeftBehind) {
-  // Kept for good: nobody learns when the thread is done with it.
+  // Never freed: nothing tells when the thread is done with it.
   static Traces* const traces = new Traces;
   Stuck stuck(
       [](void* argument) {

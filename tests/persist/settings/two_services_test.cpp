@@ -117,7 +117,7 @@ TEST_F(HungService, DoesNotKeepTheNextFromLoading) {
   files_->GoOn();
   EXPECT_TRUE(Eventually([&] {
     return disk_->Get(kMain)->starts_with("G:P0|Group:Number=2\nG:P1|Group:Number=1\n");
-  })) << "nobody else has written: its line is as good as any";
+  })) << "no other has written since: its line is as good as any";
 }
 
 TEST_F(HungService, DoesNotWriteWhatIsOutOfDateWhenItComesBack) {
@@ -132,7 +132,7 @@ TEST_F(HungService, DoesNotWriteWhatIsOutOfDateWhenItComesBack) {
   EXPECT_EQ(disk_->Get(kMain), WithTrailer(Body(3)));
 }
 
-// No line of it would be written, so nobody is asked for that.
+// No line of it would be written, so no write is asked for.
 TEST_F(HungService, DoesNotRemoveAnOverrideThatCameSince) {
   const auto override_file = WithTrailer("G:Unknown|Group:Number=9\n");
   disk_->Put(kMain, WithTrailer(Body(1)));
