@@ -14,6 +14,7 @@
 namespace valmere::client {
 namespace {
 
+// Public headers include no other layer, so the texts stand there a second time.
 static_assert(kStatusSuccessful == kSuccessful);
 static_assert(kStatusNotFound == kNotFound);
 static_assert(kStatusNoLongerAvailable == kNoLongerAvailable);
@@ -60,10 +61,10 @@ Result<std::string> FrameOf(std::string_view key, JsonValue value) {
   return FrameOf(message);
 }
 
-// A request for a property that nobody has.
+// A request for a property that no component has.
 JsonValue ConfirmationRequest() {
-  const PropertyAddress nobodys{"none", "none", "none"};
-  return AddressEntries({&nobodys, 1});
+  const PropertyAddress unknown{"none", "none", "none"};
+  return AddressEntries({&unknown, 1});
 }
 
 Result<std::string> ConfirmedFrame(std::string_view key, JsonValue value) {

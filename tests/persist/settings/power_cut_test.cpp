@@ -147,7 +147,7 @@ TEST(PowerCut, InAnOverrideMergeLeavesWholeStatesOrNone) {
       CheckMerge);
 }
 
-TEST(PowerCut, InAnOverrideMergeWhoseLinesAreWrittenBeforeItsRemovalLeavesWholeStatesOrNone) {
+TEST(PowerCut, InAnOverrideMergeThatWritesBeforeItRemovesLeavesWholeStatesOrNone) {
   ForEveryPowerCut(
       PrepareMerge,
       [](MemoryFileSystem& files) {
