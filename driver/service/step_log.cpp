@@ -9,7 +9,8 @@
 namespace valmere {
 
 void StepLog::AttachLog(const std::shared_ptr<LogSink>& log) {
-  early_.Attach(IsOn(zone_) ? log : nullptr);
+  if (early_ && log && IsOn(zone_)) early_->Attach(log);
+  early_.reset();
   log_ = log;
 }
 
@@ -22,7 +23,8 @@ void StepLog::Done(std::string_view step) noexcept {
     return;
   }
   try {
-    early_.Log(line());
+    if (!early_) early_.emplace();
+    early_->Log(line());
   } catch (const std::exception&) {
     // As with a line that goes to the log at once.
   }

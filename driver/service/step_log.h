@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "persist/log/debug_switches.h"
@@ -28,7 +29,9 @@ class StepLog {
   const DebugZone zone_;
   platform::Ticks last_;
   std::shared_ptr<LogSink> log_;
-  EarlyLog early_;
+  // Made with the first early step: it has a lock, for which there may be no memory, and the release
+  // of the service must not fail.
+  std::optional<EarlyLog> early_;
 };
 
 }  // namespace valmere

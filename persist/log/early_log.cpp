@@ -9,9 +9,7 @@ void EarlyLog::Attach(const std::shared_ptr<LogSink>& log) {
   const ScopedLock hold(lock_);
   log_ = log;
   attached_ = true;
-  const std::vector<std::string> kept = std::exchange(kept_, {});
-  if (!log) return;
-  for (const std::string& message : kept)
+  for (const std::string& message : std::exchange(kept_, {}))
     log->Log(message);
 }
 

@@ -24,7 +24,7 @@ class EarlyLog : public LogSink {
   EarlyLog(const EarlyLog&) = delete;
   EarlyLog& operator=(const EarlyLog&) = delete;
 
-  // The log is held weakly; it gets what has been kept at once. Null drops what has been kept.
+  // The log is held weakly; it gets what has been kept at once.
   void Attach(const std::shared_ptr<LogSink>& log) EXCLUDES(lock_);
   void Log(std::string_view message) override EXCLUDES(lock_);
 

@@ -30,16 +30,6 @@ TEST(EarlyLog, GivesEachMessageOnce) {
   EXPECT_EQ(log->lines(), std::vector<std::string>());
 }
 
-TEST(EarlyLog, DropsWhatItKeptWhereThereIsNoLog) {
-  EarlyLog early;
-  early.Log("one");
-  early.Attach(nullptr);
-  const auto log = std::make_shared<KeptLog>();
-  early.Attach(log);
-  early.Log("two");
-  EXPECT_EQ(log->lines(), std::vector<std::string>{"two"});
-}
-
 TEST(EarlyLog, OutlivesItsLog) {
   EarlyLog early;
   early.Attach(std::make_shared<KeptLog>());
