@@ -1,40 +1,37 @@
-// Texts are escaped when a value is made of them, because the writer writes them as they are. An
-// entry that lacks a key reads as empty there, as the service reads it.
+// The client's types own their texts; the records of the wire only look at them.
 #include "client/message.h"
 
 #include <exception>
 #include <utility>
 
-#include "json/json_escape.h"
 #include "json/json_parser.h"
 #include "json/json_value.h"
 #include "json/json_writer.h"
+#include "protocol/wire/entries.h"
 #include "protocol/wire/message_frame.h"
 #include "protocol/wire/message_keys.h"
 
 namespace valmere::client {
 namespace {
 
-JsonValue Text(std::string_view text) {
-  return JsonValue(EscapeJson(text));
+// Public headers include no other layer, so the texts stand there a second time.
+static_assert(kStatusSuccessful == kSuccessful);
+static_assert(kStatusNotFound == kNotFound);
+static_assert(kStatusNoLongerAvailable == kNoLongerAvailable);
+
+valmere::PropertyAddress RecordOf(const PropertyAddress& address) {
+  return {address.component, address.group_guid, address.guid};
 }
 
-// The two GUIDs travel as one text, joined by a colon.
-JsonValue AddressEntry(const PropertyAddress& address) {
-  JsonValue entry = JsonValue::Object();
-  entry[keys::kGuid] = Text(address.group_guid + ":" + address.guid);
-  entry[keys::kComponent] = Text(address.component);
-  return entry;
+PropertySetRecord RecordOf(const SetRequest& request) {
+  const PropertyAddress& address = request.address;
+  return {address.guid, address.group_guid, address.component, request.value};
 }
 
-JsonValue PropertyEntry(const Property& property, std::string_view status) {
-  JsonValue entry = AddressEntry(property.address());
-  entry[keys::kComponentString] = Text(property.component_name);
-  entry[keys::kGroupString] = Text(property.group_name);
-  entry[keys::kNameString] = Text(property.name);
-  entry[keys::kStatus] = Text(status);
-  entry[keys::kValue] = Text(property.value);
-  return entry;
+PropertyResponseRecord RecordOf(const Property& property, std::string_view status) {
+  return {property.group_guid, property.group_name,    property.guid,
+          property.name,       property.value,         status,
+          property.component,  property.component_name};
 }
 
 Result<std::string> FrameOf(const JsonValue& message) {
@@ -53,7 +50,7 @@ Result<std::string> FrameOf(const JsonValue& message) {
 JsonValue AddressEntries(std::span<const PropertyAddress> addresses) {
   JsonValue entries = JsonValue::Array();
   for (const PropertyAddress& address : addresses) {
-    entries.Append(AddressEntry(address));
+    entries.Append(EntryOf(RecordOf(address)));
   }
   return entries;
 }
@@ -64,10 +61,10 @@ Result<std::string> FrameOf(std::string_view key, JsonValue value) {
   return FrameOf(message);
 }
 
-// A request for a property that nobody has.
+// A request for a property that no component has.
 JsonValue ConfirmationRequest() {
-  const PropertyAddress nobodys{"none", "none", "none"};
-  return AddressEntries({&nobodys, 1});
+  const PropertyAddress unknown{"none", "none", "none"};
+  return AddressEntries({&unknown, 1});
 }
 
 Result<std::string> ConfirmedFrame(std::string_view key, JsonValue value) {
@@ -77,36 +74,21 @@ Result<std::string> ConfirmedFrame(std::string_view key, JsonValue value) {
   return FrameOf(message);
 }
 
-std::string TextOf(const JsonValue& entry, std::string_view key) {
-  const JsonValue* member = entry.Find(key);
-  return member != nullptr ? std::string(member->text()) : std::string();
+SetRequest SetRequestOf(const PropertySetRecord& record) {
+  return {{std::string(record.component), std::string(record.group_guid), std::string(record.guid)},
+          std::string(record.value)};
 }
 
-PropertyAddress AddressOf(const JsonValue& entry) {
-  PropertyAddress address;
-  address.component = TextOf(entry, keys::kComponent);
-  address.group_guid = TextOf(entry, keys::kGuid);
-  const std::size_t colon = address.group_guid.find(':');
-  if (colon == std::string::npos) {
-    address.guid = address.group_guid;
-  } else {
-    address.guid = address.group_guid.substr(colon + 1);
-    address.group_guid.resize(colon);
-  }
-  return address;
-}
-
-Property PropertyOf(const JsonValue& entry) {
-  PropertyAddress address = AddressOf(entry);
+Property PropertyOf(const PropertyResponseRecord& record) {
   Property property;
-  property.group_guid = std::move(address.group_guid);
-  property.group_name = TextOf(entry, keys::kGroupString);
-  property.guid = std::move(address.guid);
-  property.name = TextOf(entry, keys::kNameString);
-  property.value = TextOf(entry, keys::kValue);
-  property.status = TextOf(entry, keys::kStatus);
-  property.component = std::move(address.component);
-  property.component_name = TextOf(entry, keys::kComponentString);
+  property.group_guid = record.group_guid;
+  property.group_name = record.group_name;
+  property.guid = record.guid;
+  property.name = record.name;
+  property.value = record.value;
+  property.status = record.status;
+  property.component = record.component;
+  property.component_name = record.component_name;
   return property;
 }
 
@@ -114,12 +96,12 @@ Incoming ContentOf(const JsonValue& message) {
   Incoming incoming;
   if (const JsonValue* sets = message.Find(keys::kSetRequests)) {
     for (const JsonValue& entry : sets->elements())
-      incoming.sets.push_back({AddressOf(entry), TextOf(entry, keys::kValue)});
+      incoming.sets.push_back(SetRequestOf(ReadSetRecord(entry)));
   }
   if (const JsonValue* responses = message.Find(keys::kGetResponses)) {
     incoming.properties.emplace().reserve(responses->size());
     for (const JsonValue& entry : responses->elements())
-      incoming.properties->push_back(PropertyOf(entry));
+      incoming.properties->push_back(PropertyOf(ReadResponseRecord(entry)));
   }
   return incoming;
 }
@@ -143,9 +125,7 @@ Result<std::string> GetGroupFrame(std::string_view group_guid) {
 Result<std::string> SetFrame(std::span<const SetRequest> requests) {
   JsonValue entries = JsonValue::Array();
   for (const SetRequest& request : requests) {
-    JsonValue entry = AddressEntry(request.address);
-    entry[keys::kValue] = Text(request.value);
-    entries.Append(std::move(entry));
+    entries.Append(EntryOf(RecordOf(request)));
   }
   return FrameOf(keys::kSetRequests, std::move(entries));
 }
@@ -153,7 +133,7 @@ Result<std::string> SetFrame(std::span<const SetRequest> requests) {
 Result<std::string> PublishFrame(std::span<const Property> properties, std::string_view status) {
   JsonValue entries = JsonValue::Array();
   for (const Property& property : properties) {
-    entries.Append(PropertyEntry(property, status));
+    entries.Append(EntryOf(RecordOf(property, status)));
   }
   return FrameOf(keys::kGetResponses, std::move(entries));
 }

@@ -20,7 +20,7 @@ Result<std::string> SetFrame(std::span<const SetRequest> requests);
 // The entries' status is `status`, whatever the properties' own is.
 Result<std::string> PublishFrame(std::span<const Property> properties, std::string_view status);
 Result<std::string> DisconnectFrame();
-// A subscription together with a get of a property that nobody has.
+// A subscription together with a get of an unknown property.
 Result<std::string> SubscribeFrame(std::span<const PropertyAddress> addresses);
 Result<std::string> SubscribeAllFrame();
 // Such a get alone.
@@ -34,7 +34,7 @@ struct Incoming {
   std::vector<SetRequest> sets;                     // meant for what this client publishes
 };
 
-// Reads a message's text, which is overwritten. kProtocol when it is no JSON object.
+// Reads a message's text, which is overwritten. kProtocol when it is not a JSON object.
 Result<Incoming> ReadMessage(std::string& text);
 
 }  // namespace valmere::client

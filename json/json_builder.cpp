@@ -99,7 +99,7 @@ bool JsonBuilder::CloseArray(Mark first) {
   });
 }
 
-// One that was stopped has nothing to tell.
+// A parse that was stopped reports no error.
 void JsonBuilder::RethrowFailure() {
   if (!failure_ || stop_.asked()) return;
   std::rethrow_exception(failure_);

@@ -18,8 +18,8 @@ namespace valmere {
 // Owner: the call of ParseJson, for its length.
 // Threads: one.
 // Errors: each step returns false when it failed; RethrowFailure then throws what stopped it. An
-//   exception must not pass through the generated parser, which would lose its stack. A parse that is
-//   stopped fails at the next step, or within one.
+//   exception must not pass through the generated parser, which would lose its stack. A parse that
+//   is stopped fails at the next step, or within one.
 class JsonBuilder {
  public:
   // Where the values of an open container begin.
@@ -45,7 +45,7 @@ class JsonBuilder {
   bool CloseArray(Mark first);
 
   JsonValue TakeResult() { return std::move(values_.back()); }
-  // What the grammar says of a text that is none; a constant of its own. Empty for any other.
+  // The grammar's message about a text that is not one value; a constant. Empty for any other.
   std::string_view error() const { return error_; }
   void set_error(std::string_view error) { error_ = error; }
   void RethrowFailure();

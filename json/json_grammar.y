@@ -12,10 +12,10 @@
 %code provides {
 namespace valmere {
 
-// What a scanner knows beside its text.
+// What a scanner knows besides its text.
 struct ScanState {
   ParseStop stop;
-  const char* broken_end = nullptr;  // of the string that is none, while the scanner is in one
+  const char* broken_end = nullptr;  // of the broken string that the scanner is in, if any
   std::size_t matches = 0;           // tokens, and what was passed over
 };
 

@@ -1,5 +1,5 @@
-// A message may be one token. Each is gone through piece by piece here, with a look between pieces
-// whether the parse has been stopped.
+// A message may be one token. It is read piece by piece here, and between pieces the parse may be
+// stopped.
 #include "json/json_long_token.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kPiece = ParseStop::kBytesBetweenPauses;
 
-// Where the first byte from `at` on is that `wanted` does not hold for.
+// The position of the first byte from `at` on for which `wanted` does not hold.
 template <class Wanted>
 std::size_t SkipWhile(std::string_view text, std::size_t at, const ParseStop& stop, Wanted wanted) {
   for (;;) {
@@ -66,7 +66,7 @@ LongToken LongBlanks(std::string_view text, const ParseStop& stop) {
 }
 
 LongToken LongSingleQuoted(std::string_view text) {
-  const std::size_t close = text.find('\'', 1);  // far quicker than a walk
+  const std::size_t close = text.find('\'', 1);  // far faster than byte by byte
   if (close == std::string_view::npos) return {LongToken::Kind::kUnclosedString, 1};
   return IfLong(LongToken::Kind::kSingleQuoted, close + 1);
 }

@@ -1,4 +1,4 @@
-// Tokens that are too long for the scanner's tables, which do not let go in the middle of one.
+// Tokens that are too long for the scanner's tables, which can't be stopped in the middle of one.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ struct LongToken {
     kNone,            // nothing long: for the tables
     kBlanks,          // passed over
     kUnclosedString,  // a single quote that no other follows; it alone is passed over
-    kBrokenString,    // a double quote, passed over alone; its string is none from `size` on
+    kBrokenString,    // a double quote, passed over alone; its string is invalid from `size` on
     kDoubleQuoted,
     kSingleQuoted,
     kInteger,
@@ -45,8 +45,8 @@ namespace internal {
 LongToken MeasureLongToken(std::string_view text, bool in_broken_string, const ParseStop& stop);
 }
 
-// Tells what `text` begins with if that takes more than ParseStop::kBytesBetweenPauses to tell, by the
-// scanner's own rules. Inside a broken string no double-quoted one is looked for. ParseStopped.
+// What `text` begins with by the scanner's rules, if more than ParseStop::kBytesBetweenPauses must
+// be read to know it. Inside a broken string no double-quoted one is searched for. ParseStopped.
 inline LongToken FindLongToken(std::string_view text, bool in_broken_string,
                                const ParseStop& stop) {
   if (text.size() <= ParseStop::kBytesBetweenPauses || !MayBeginLongToken(text[0])) return {};

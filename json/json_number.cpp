@@ -19,11 +19,11 @@ constexpr std::int64_t kSmallest = std::numeric_limits<std::int32_t>::min();
 // Far beyond the exponents of a double, far below an overflow.
 constexpr std::int64_t kExponentLimit = 1'000'000'000;
 
-// More decimal digits than it takes to tell any double from its neighbours; of what follows them only
-// whether it is zero matters.
+// More decimal digits than are needed to tell any double from its neighbours; of the digits after
+// them it only matters whether they are zero.
 constexpr std::size_t kMostDigits = 800;
 
-// Looks once in a while on a walk along a token.
+// Checks for a stop now and then while a token is read.
 class Walk {
  public:
   explicit Walk(const ParseStop& stop) : stop_(stop) {}
@@ -52,8 +52,9 @@ std::int64_t ExponentOf(std::string_view exponent, Walk& walk) {
   return negative ? -value : value;
 }
 
-// A number as 0.DIGITS times ten to the power of `exponent`, with no more digits than matter. Without
-// digits it is zero. It asks for no memory: the generated parser can't be left by an exception.
+// A number as 0.DIGITS times ten to the power of `exponent`, with no more digits than matter.
+// Without digits it is zero. It asks for no memory: the generated parser can't be left by an
+// exception.
 class Decimal {
  public:
   bool empty() const { return size_ == 0; }

@@ -51,12 +51,12 @@ JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop, std::string
 JsonValue ParseJsonInPlace(std::string& text, const ParseStop& stop) {
   std::string_view error;
   JsonValue value = ParseJsonInPlace(text, stop, error);
-  if (!error.empty()) TellOfParseError(error);
+  if (!error.empty()) ReportParseError(error);
   return value;
 }
 
 // Any client can cause an error with each of its messages.
-void TellOfParseError(std::string_view error) noexcept {
+void ReportParseError(std::string_view error) noexcept {
   platform::WriteErrorLineSparingly({"error: ", error});
 }
 

@@ -70,7 +70,7 @@ class JsonText {
     return number;
   }
 
-  // A byte that is at the holder's disposal. It goes along with copies and moves.
+  // A byte for the holder's use. It is copied and moved with the text.
   std::uint8_t note() const noexcept { return note_; }
   void set_note(std::uint8_t note) noexcept { note_ = note; }
 

@@ -1,6 +1,6 @@
 // Runs between backslashes are copied as a whole. The four bytes of a \u escape are read as strtoul
 // reads them, because a single-quoted string may hold anything there: white space, a sign and "0x"
-// may stand before the digits, and the number ends at the first byte that is no digit.
+// may stand before the digits, and the number ends at the first byte that is not a digit.
 #include "json/json_unescape.h"
 
 #include <algorithm>

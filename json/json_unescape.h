@@ -9,8 +9,8 @@
 
 namespace valmere {
 
-// The size of the escape that `text` begins with, if it is one that a double-quoted string may hold;
-// else 0.
+// The size of the escape that `text` begins with, if it is one that a double-quoted string may
+// hold; else 0.
 std::size_t EscapeSize(std::string_view text);
 
 // Resolves the escapes of `content`, the text between the quotes. An unknown escape is dropped with

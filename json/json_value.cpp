@@ -1,7 +1,7 @@
-// Most values of a message are short texts, so a value is a text or a number and one pointer; members
-// and elements live behind the pointer and are made only for the values that have some. The blocks
-// behind the pointers are chained when a tree is destroyed: a message nested ten thousand deep must
-// not overflow the small stack of the thread that read it.
+// Most values of a message are short texts, so a value is a text or a number and one pointer;
+// members and elements live behind the pointer and are made only for the values that have some. The
+// blocks behind the pointers are chained when a tree is destroyed: a message nested ten thousand
+// deep must not overflow the small stack of the thread that read it.
 #include "json/json_value.h"
 
 #include <algorithm>
@@ -11,12 +11,12 @@ namespace valmere {
 
 namespace {
 
-// Up to this many members an insertion sort is quicker than asking for a merge buffer, and a walk quicker
-// than a bisection.
+// Up to this many members an insertion sort is faster than a sort with a merge buffer, and a linear
+// search faster than a binary one.
 constexpr std::size_t kFewMembers = 16;
 
-// Compares keys, and looks now and then whether the parse that they come from has been stopped: a
-// text may hold hundreds of thousands.
+// Compares keys, and checks now and then whether the parse that they come from has been stopped: a
+// text may hold hundreds of thousands of keys.
 class KeyOrder {
  public:
   explicit KeyOrder(const ParseStop& stop) : stop_(stop) {}

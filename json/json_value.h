@@ -28,7 +28,7 @@ class JsonMembers;
 
 // Purpose: holds one JSON datum; default null. Every payload can be read whatever the kind: empty
 //   or zero unless it is the kind's own, or was put there by operator[] or Append.
-// Owner: whoever holds it; it owns its members and elements, and a copy is deep.
+// Owner: its holder; it owns its members and elements, and a copy is deep.
 // Threads: no lock; const operations may run at the same time.
 // Errors: std::bad_alloc, std::out_of_range from At.
 // Destruction needs the same little stack however deep the nesting is; copying, comparing and
@@ -68,7 +68,7 @@ class JsonValue {
   const JsonMembers& members() const;
   const std::vector<JsonValue>& elements() const;
 
-  // The member with this key; a null member is inserted first when there is none.
+  // The member with this key; a null member is inserted first when there is no such member.
   JsonValue& operator[](std::string_view key);
   // Null when there is no such member.
   const JsonValue* Find(std::string_view key) const;
@@ -114,7 +114,7 @@ struct JsonMember {
 };
 
 // Purpose: the members of an object, in ascending byte order of their keys, each key once.
-// Owner: a JsonValue, or whoever builds or takes it.
+// Owner: a JsonValue, or the code that builds or takes them.
 // Threads: no lock; const operations may run at the same time.
 // Errors: std::bad_alloc.
 // A sorted array: objects are small and read far more often than they grow.

@@ -1,4 +1,4 @@
-// Each kind has its own short form; objects and arrays come back for what they hold.
+// Each kind has its own short function; those of objects and arrays recurse.
 #include "json/json_writer.h"
 
 #include <charconv>
@@ -9,7 +9,7 @@ namespace valmere {
 
 namespace {
 
-// As many as an output stream writes unless told otherwise.
+// The default of output streams.
 constexpr int kFloatDigits = 6;
 // Holds any 64-bit integer and any float of that many digits.
 constexpr std::size_t kNumberBytes = 32;

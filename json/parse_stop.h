@@ -1,4 +1,4 @@
-// How a parse that takes long is told to let go, and lets others have their turn.
+// How a long parse is stopped, and lets other threads go first in between.
 #pragma once
 
 #include <atomic>
@@ -16,14 +16,14 @@ class ParseStopped : public std::exception {
 // Purpose: names the flag that stops a parse, if there is one, and what the parse does between two
 // pieces of its work.
 // Owner: the call of the parser; the flag outlives it.
-// Threads: the parse looks and pauses; any thread raises the flag, and nobody takes it down meanwhile.
+// Threads: the parse looks and pauses; any thread raises the flag, which stays up.
 // Errors: Look and Pause throw ParseStopped.
 class ParseStop {
  public:
-  // So much text is gone through between two pauses: a fraction of a millisecond's work at a desk, a
-  // few milliseconds' on the slowest device.
+  // That much text is read between two pauses: a fraction of a millisecond on a desktop machine, a
+  // few milliseconds on the slowest device.
   static constexpr std::size_t kBytesBetweenPauses = std::size_t{16} * 1024;
-  // So many values are moved, or tokens read.
+  // That many values are moved, or tokens read, between two pauses.
   static constexpr std::size_t kValuesBetweenPauses = 1024;
 
   using PauseFunction = void (*)();

@@ -1,6 +1,6 @@
-// One thread that sleeps in Accept. An accept that yields nothing is told apart by the closing
-// flag, which Close raises before it touches the listener: with the flag up the loop ends, without
-// it the accept has failed and is tried again.
+// One thread that sleeps in Accept. Close raises a flag before it touches the listener. When an
+// accept yields nothing, the flag says why: with the flag up the loop ends, without it the accept
+// has failed and is tried again.
 #include "net/acceptor.h"
 
 #include <exception>
@@ -13,10 +13,10 @@ namespace {
 
 constexpr std::uint32_t kClosing = 1;
 
-// After a failed accept. What makes it fail with the listener still open passes by itself: a peer
-// that gave up before it was accepted, or a process that is out of descriptors or memory. Giving up
-// would leave the port deaf until the next restart. Trying again at once would spin, since a
-// waiting peer keeps accept from blocking while there is no descriptor to give it.
+// After a failed accept. The causes with the listener still open pass by themselves: a peer that
+// gave up before it was accepted, or a process that is out of descriptors or memory. Without
+// another try the port would be dead until the next restart. Trying again at once would spin, since
+// a waiting peer keeps accept from blocking while there is no descriptor to give it.
 constexpr std::uint32_t kRetryMilliseconds = 100;
 
 }  // namespace
@@ -47,7 +47,7 @@ Acceptor::Acceptor(std::shared_ptr<Listener> listener, std::shared_ptr<StreamSin
     : loop_(std::make_shared<Loop>(std::move(listener), std::move(sink))) {
   if (!loop_->Open()) return;
   thread_.emplace([loop = loop_] { loop->Run(); }, priority);
-  // Peers must not queue up at a port where nobody will accept them.
+  // Peers must not queue up at a port that is never accepted from.
   if (!thread_->Start()) loop_->Close();
 }
 

@@ -14,7 +14,7 @@ namespace valmere {
 // Owner: the service. Its thread holds all that it touches, and so may outlive it.
 // Threads: one of its own, which sleeps in Accept; Close from any thread, End and destruction on
 // the owner's.
-// Errors: when the listener can't be opened or no thread can be had, nothing is accepted.
+// Errors: when the listener can't be opened or the system gives no thread, nothing is accepted.
 class Acceptor {
  public:
   Acceptor(std::shared_ptr<Listener> listener, std::shared_ptr<StreamSink> sink, int priority);
@@ -23,9 +23,9 @@ class Acceptor {
   Acceptor(const Acceptor&) = delete;
   Acceptor& operator=(const Acceptor&) = delete;
 
-  // Closes the listener, which ends the loop. Connections handed over live on. Any number of times.
+  // Closes the listener, which ends the loop. Connections handed over live on. May be called again.
   void Close();
-  // Closes, and waits for the thread. Any number of times.
+  // Closes, and waits for the thread. May be called again.
   void End();
 
  private:

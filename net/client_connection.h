@@ -33,12 +33,13 @@ class ClientConnection : public Connection {
     stream_->Close();
   }
   bool IsOpen() const override { return stream_->IsOpen(); }
-  // Whether the service has closed it. What a client wrote before it closed its own end still counts.
+  // Whether the service has closed it. What a client wrote before it closed its own end still
+  // counts.
   bool ended() const { return ended_; }
-  // The same, for long work that looks now and then.
+  // The same, for long work that checks it now and then.
   const std::atomic<bool>& ended_flag() const { return ended_; }
 
-  // Whether properties have been published on it; that of one that never did costs nothing to end.
+  // Whether properties have been published on it; if not, its end costs nothing.
   bool has_published() const { return has_published_; }
   void set_has_published() { has_published_ = true; }
 

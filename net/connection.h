@@ -10,7 +10,7 @@
 namespace valmere {
 
 // Purpose: one ordered stream of bytes each way.
-// Owner: shared; whoever holds it last ends it.
+// Owner: shared; the last holder ends it.
 // Threads: one reader, any writers one at a time (ClientConnection sees to that); Close from any.
 // Errors: negative counts, the kGone, kFailed and kDrained below; callers treat each as the end.
 class Connection {
@@ -28,13 +28,14 @@ class Connection {
   virtual int Read(void* buffer, int length) = 0;
   // Writes `length` bytes; the count taken, or an error.
   virtual int Write(const void* buffer, int length) = 0;
-  // The same; whom the bytes wake is put into `wake` where that is known, to be woken when it goes,
-  // so that nobody is woken under a lock that the caller holds. The connection must outlive it.
+  // The same, but where the connection knows which thread waits for the bytes, it puts it into
+  // `wake`, whose destructor wakes it: so no thread is woken under a lock that the caller holds.
+  // The connection must outlive `wake`.
   virtual int WriteDeferringWake(const void* buffer, int length,
                                  EventFlags::PendingWake& /*wake*/) {
     return Write(buffer, length);
   }
-  // Ends the stream both ways; blocked calls return. Any number of times.
+  // Ends the stream both ways; blocked calls return. May be called again.
   virtual void Close() = 0;
   // False once either side has closed it, as far as that can be known without a transfer.
   virtual bool IsOpen() const = 0;

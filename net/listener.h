@@ -22,7 +22,7 @@ class Listener {
   virtual std::shared_ptr<Connection> Accept() = 0;
   // 0, or -1. A closed listener can be opened again once its accepts have returned.
   virtual int Open() = 0;
-  // Any number of times.
+  // May be called again.
   virtual void Close() = 0;
 };
 

@@ -10,8 +10,8 @@ namespace valmere {
 // Purpose: keeps the socket library started for as long as it lives.
 // Owner: the service, before all that uses the network.
 // Threads: made and destroyed on the owner's thread.
-// Errors: a library that doesn't start, or is of another version, is cleaned up at once and recorded;
-// listeners then fail to open.
+// Errors: a library that doesn't start, or is of another version, is cleaned up at once and
+// recorded; listeners then fail to open.
 class NetworkStartup {
  public:
   using StartFunction = std::uint16_t (*)() noexcept;

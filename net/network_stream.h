@@ -7,7 +7,8 @@
 
 namespace valmere {
 
-// Purpose: a connection that knows whom it leads to.
+// Purpose: a connection that knows the address of its peer, for programs that look at it; the
+// service itself does not.
 // Owner, threads, errors: as Connection; address and port never change.
 class NetworkStream : public Connection {
  public:

@@ -6,10 +6,10 @@
 
 namespace valmere {
 
-// Purpose: stands where a listener is asked for and none is wanted; never yields a connection.
+// Purpose: takes the place of a listener where no port is wanted; never yields a connection.
 // Owner: shared; as Listener. No Accept may be running when it dies.
 // Threads: as Listener.
-// Errors: none; Open always gives 0.
+// Errors: none; Open always returns 0.
 class NullListener final : public Listener {
  public:
   NullListener() = default;

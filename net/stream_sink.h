@@ -8,7 +8,7 @@
 namespace valmere {
 
 // Purpose: takes connections and serves each.
-// Owner: shared with those who bring connections.
+// Owner: shared with the components that accept connections.
 // Threads: any thread may call, at any time.
 // Errors: an exception means that the connection was not taken.
 class StreamSink {

@@ -1,6 +1,6 @@
-// Reading and writing judge the socket's error code differently: running out of buffers means a
-// lost peer only to a writer. An orderly close by the peer leaves no error code behind and so
-// counts as kFailed, like a reset.
+// Reading and writing treat the socket's error code differently: running out of buffers means a
+// lost peer only to a writer. An orderly close by the peer has no error code and so counts as
+// kFailed, like a reset.
 #include "net/tcp_connection.h"
 
 #include <utility>

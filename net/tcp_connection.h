@@ -11,7 +11,7 @@
 namespace valmere {
 
 // Purpose: a connected socket as a byte stream; tells a connection that is gone from other errors.
-// Owner: shared; the release of the last holder gives the socket back.
+// Owner: shared; the last holder closes the socket.
 // Threads: as Connection; the socket calls take no lock.
 // Errors: kGone or kFailed by the socket's error code. A write that fails ends the stream both
 // ways.

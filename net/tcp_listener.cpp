@@ -1,5 +1,5 @@
 // The listening socket is shared between the listener and the calls that are blocked on it: Close
-// takes it out of the listener and shuts it down, and whoever lets go of it last gives it back.
+// removes it from the listener and shuts it down, and its last holder closes it.
 #include "net/tcp_listener.h"
 
 #include <utility>

@@ -10,10 +10,12 @@
 
 namespace valmere {
 
-// Purpose: listens on a TCP port of every local IPv4 address.
+// Purpose: listens on a TCP port of every local IPv4 address. For a service that is given a port;
+// this one asks for kNoListenerPort.
 // Owner: shared; as Listener.
 // Threads: as Listener; the lock is never held while Accept blocks.
-// Errors: Open gives -1 when the port is taken or no socket can be had, or when it is open already.
+// Errors: Open returns -1 when the port is taken, the system gives no socket, or it is open
+// already.
 class TcpListener final : public Listener {
  public:
   // With port 0 the system chooses a free one at each Open.
@@ -24,7 +26,7 @@ class TcpListener final : public Listener {
   int Open() override;
   void Close() override;
 
-  // The port that is listened on, host order; 0 while closed.
+  // The port that it listens on, host order; 0 while closed. For a program that listens on port 0.
   std::uint16_t bound_port() const;
 
  private:

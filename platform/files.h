@@ -41,12 +41,12 @@ class File {
   virtual std::size_t Read(void* buffer, std::size_t length) = 0;
   // The number of bytes that reached the file; fewer than `length` on an error.
   virtual std::size_t Write(const void* buffer, std::size_t length) = 0;
-  // The file's size in bytes, which is 0 for what has none, as a device. Nothing when it can't be
-  // had: such a file must not be taken for an empty one.
+  // The file's size in bytes, which is 0 for a device. Nothing when it can't be read: such a file
+  // must not be taken for an empty one.
   virtual std::optional<std::uint64_t> Size() = 0;
-  // To be called when all is written, after which nothing is: a file that was to be truncated takes
-  // effect now at the latest. False when something could not be written, or the file was replaced
-  // by somebody else meanwhile. Where the system can, the old file has stayed then.
+  // Called when all is written; no write may follow. A file that was opened with kTruncate takes
+  // effect now at the latest. False when something could not be written, or another process has
+  // replaced the file meanwhile. Where the system can, the old file has stayed then.
   virtual bool Complete() { return true; }
 };
 
@@ -57,13 +57,13 @@ class FileSystem {
   // Null when the file can't be opened; a folder can't. A name that ends in ":" ("PRN1:") is a
   // device, which this never creates. Folders are not created either.
   virtual std::unique_ptr<File> Open(WidePathView path, OpenFlags flags) = 0;
-  // True for a file and for a folder; also where a want of memory or descriptors keeps the system
-  // from telling, lest a file be taken for missing and be written anew.
+  // True for a file and for a folder; also where the system can't tell for lack of memory or
+  // descriptors: else the caller would take a file for missing and write a new one.
   virtual bool Exists(WidePathView path) = 0;
   // True when the file is gone because of this call; folders stay.
   virtual bool Remove(WidePathView path) = 0;
-  // Brings the files that have been completed since the last call to the disk, where the system
-  // leaves that to its programs. False when one could not be: the next call tries again.
+  // Syncs: brings the files that were completed since the last call to the disk, where the system
+  // leaves that to programs. False when that failed for a file: the next call tries again.
   virtual bool Sync() { return true; }
 };
 
@@ -75,7 +75,7 @@ inline constexpr std::uint64_t kDefaultMaxLog = std::uint64_t{16} << 20;
 // /var/lib/valmere. No path leads out of the root: ".." stops there, and symbolic links below it
 // are not followed. Names that begin with ".valmere-" are the system's own and lead nowhere. A
 // bounded file has no more than VALMERE_MAX_LOG bytes there (kDefaultMaxLog when that is not set or
-// no number). A file that can't be written is told of on standard error there, once.
+// no number). A file that can't be written is reported on standard error there, once.
 std::shared_ptr<FileSystem> MakeDeviceFileSystem();
 
 }  // namespace valmere::platform

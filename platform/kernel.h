@@ -1,9 +1,9 @@
-// The kernel roles that everything above stands on: critical sections, semaphores, threads, clocks.
+// What the layers above need of the kernel: critical sections, semaphores, threads, clocks.
 //
 // No operating-system type appears here; each backend keeps its own inside the opaque storage and
-// checks its size when it is compiled. Every object belongs to whoever made it, must not move, and
-// must outlive all calls on it. Nothing here throws, except that making a lock or a semaphore
-// throws std::bad_alloc when the kernel has none left.
+// checks its size when it is compiled. Every object belongs to its maker, must not move, and must
+// outlive all calls on it. Nothing here throws, except that making a lock or a semaphore throws
+// std::bad_alloc when the kernel has no more.
 #pragma once
 
 #include <cstddef>
@@ -67,7 +67,7 @@ class Semaphore {
   // the object once a waiter has been let through: a waiter may destroy the semaphore when its wait
   // returns.
   void Release() noexcept;
-  // Takes one, waiting for as long as it needs.
+  // Takes one; waits without a limit.
   void Wait() noexcept;
   // Takes one, waiting until `deadline` on the monotonic clock; false when the time came first.
   bool WaitUntil(Ticks deadline) noexcept;
@@ -101,16 +101,16 @@ class Thread {
   bool WaitEnded(std::uint32_t milliseconds) noexcept;
   // What a forced end came to.
   enum class ForcedEnd {
-    kNotNow,  // nothing has happened: it is where it must not be ended; a moment later it may not be
-    kGone,    // the thread has been ended
+    kNotNow,    // nothing was done: it must not be ended where it is; another try may succeed
+    kGone,      // the thread has been ended
     kHeldBack,  // it runs no more of its entry, but hangs in the kernel; what it uses must stay
   };
-  // Ends the thread where it stands, if it waits in a call of this layer and holds no Lock: nothing
-  // of its stack is unwound, and its stack may stay allotted, but nobody waits for what it held. Waits
-  // no longer than a second.
+  // Ends the thread where it is, if it waits in a call of this layer and holds no Lock: its stack
+  // is not unwound and may stay allocated, but no thread waits for what it held. Takes no longer
+  // than a second.
   ForcedEnd ForceEnd() noexcept;
-  // Gives the thread up: it goes on until its entry returns, whenever that is, and what the entry uses
-  // must stay. The code that it runs is not unloaded.
+  // Gives the thread up: it goes on until its entry returns, whenever that is, and what the entry
+  // uses must stay. The code that it runs is not unloaded.
   void LeaveBehind() noexcept;
 
  private:

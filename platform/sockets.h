@@ -20,15 +20,15 @@ inline constexpr std::uint16_t kSocketLibrary = 0x0202;
 std::uint16_t StartSockets() noexcept;
 void CleanUpSockets() noexcept;
 
-// What a transfer gave: a count of 0 or more and no error, or -1 and its error.
+// The result of a transfer: a count of 0 or more and no error, or -1 and its error.
 struct Transfer {
   int count;
   int error;
 };
 
 // A connected socket. One thread may receive while others send; Close comes from any thread, any
-// number of times, and makes blocked calls return. The operating system's handle is given back when
-// the object dies, so that its number can't be reused under a running call.
+// number of times, and makes blocked calls return. The operating system's handle is closed when the
+// object is destroyed, so that its number can't be reused under a running call.
 class StreamSocket {
  public:
   virtual ~StreamSocket() = default;
@@ -53,12 +53,12 @@ class ListenSocket {
   virtual int Listen(std::uint16_t port, int backlog) = 0;
   virtual Accepted Accept() = 0;
   virtual void Close() = 0;
-  // The port that is listened on, host order; 0 before Listen.
+  // The port that it listens on, host order; 0 before Listen.
   virtual std::uint16_t BoundPort() const = 0;
 };
 
 std::unique_ptr<ListenSocket> MakeListenSocket();
-// A connection to `port` on this machine's loopback address; null when nobody answers.
+// A connection to `port` on this machine's loopback address; null when nothing listens there.
 std::unique_ptr<StreamSocket> ConnectLoopback(std::uint16_t port);
 
 }  // namespace valmere::platform

@@ -1,5 +1,6 @@
-// A line is put together on the stack. What has become of earlier ones is kept in two words that
-// every thread may change at any time; who fails to get a line out puts back what it took.
+// A line is built on the stack. What happened to earlier lines is kept in two words that every
+// thread may change at any time; a thread that can't write its line puts back what it took out of
+// them.
 #include "platform/standard_error.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// The process's standard error, for the few lines that are said there. Somebody else made it and may
-// not read it: a pipe that is full, a terminal that is stopped, a journal that is behind.
+// The process's standard error, for the few lines that are written there. Another program made it
+// and may not read it: a pipe that is full, a terminal that is stopped, a journal that is behind.
 //
 // Nothing here waits, takes a lock, allocates, raises a signal or changes errno. A line goes out in
 // one piece, at once or not at all; the next one that goes out tells how many did not.
@@ -21,14 +21,14 @@ inline constexpr std::size_t kLongestErrorLine = 4000;
 // Writes the parts one behind the other, and a line end.
 void WriteErrorLine(std::initializer_list<std::string_view> parts) noexcept;
 
-// The same for what others can cause as often as they like: after a burst of lines, so many a second.
+// The same for what clients can cause at will: after a burst of lines, that many a second.
 inline constexpr std::uint32_t kErrorLineBurst = 100;
 inline constexpr std::uint32_t kErrorLinesPerSecond = 1;
 void WriteErrorLineSparingly(std::initializer_list<std::string_view> parts) noexcept;
 
-// Purpose: lets a burst through and then one for each interval; what was not used is there again for
-// the next burst.
-// Owner: who lets through.
+// Purpose: a rate limit: a burst, and then one for each interval; unused intervals allow the next
+// burst.
+// Owner: the code that it limits.
 // Threads: any.
 // Errors: none.
 class BurstLimit {
@@ -42,14 +42,14 @@ class BurstLimit {
  private:
   const Ticks interval_;
   const Ticks burst_time_;
-  std::atomic<Ticks> paid_until_{0};  // when a whole burst may go through again
+  std::atomic<Ticks> paid_until_{0};  // when a whole burst is allowed again
 };
 
-// What a backend gives.
+// What a backend implements.
 enum class Taken { kAll, kPart, kNothing };
 inline constexpr std::size_t kMostOfferedBytes = 4096;  // a line and what was to be said before it
-// Offers the bytes to the standard error of this moment, which may be another at the next call. Does
-// not wait for it and leaves it as it is.
+// Offers the bytes to the standard error of this moment, which may be another at the next call.
+// Does not wait for it and leaves it as it is.
 Taken OfferToStandardError(std::string_view bytes) noexcept;
 
 }  // namespace valmere::platform

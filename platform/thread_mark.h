@@ -1,12 +1,12 @@
-// Where a worker stands, for whoever has to end it by force.
+// The state of a worker thread, for the code that has to end it by force.
 //
-// A thread that is ended where it stands takes with it what it holds: a lock of ours, or one of the
-// C library's that no one here can see. So it may be ended in one place alone: while it waits in the
-// kernel, in a call of this layer, and holds no Lock. The thread itself says when that is, and one
-// compare-and-exchange settles whether it goes on or has been ended:
+// A thread that is ended at an arbitrary place never releases what it holds: a Lock, or a lock of
+// the C library that this code can't see. So it may be ended only while it waits in the kernel, in
+// a call of this layer, and holds no Lock. The thread itself marks such waits, and one
+// compare-and-exchange decides whether it goes on or has been ended:
 //
 //   running ⇄ waiting → forced       ended by force: it never comes back from its wait
-//   running, waiting → left behind   it goes on by itself, and nobody waits for it any more
+//   running, waiting → left behind   it goes on by itself, and no thread waits for it any more
 //   running → ended
 #pragma once
 
@@ -15,8 +15,8 @@
 
 namespace valmere::platform {
 
-// Purpose: settles between a worker and its owner how the worker ends.
-// Owner: the state of the thread, which whoever ends last gives back.
+// Purpose: decides between a worker and its owner how the worker ends.
+// Owner: the state of the thread, which the last of the two frees.
 // Threads: the worker calls the first group, its owner the second.
 // Errors: none.
 class ThreadMark {
@@ -29,10 +29,10 @@ class ThreadMark {
   bool EndWait() {
     return Change(Standing::kWaiting, Standing::kRunning) || standing_ != Standing::kForced;
   }
-  // The last thing. False when it was left behind: nobody else gives its state back.
+  // The last call of the worker. False when it was left behind: then the worker frees the state.
   bool End() { return standing_.exchange(Standing::kEnded) != Standing::kLeftBehind; }
 
-  // True when the worker waits and from here on runs no more of our code.
+  // True when the worker waits; from here on it runs no more of our code.
   bool Force() { return Change(Standing::kWaiting, Standing::kForced); }
   // False when it has ended.
   bool LeaveBehind() {
@@ -45,20 +45,20 @@ class ThreadMark {
   enum class Standing { kRunning, kWaiting, kForced, kLeftBehind, kEnded };
 
   bool Change(Standing from, Standing to) { return standing_.compare_exchange_strong(from, to); }
-  // It went from one to the other between the two looks.
+  // It changed from one state to the other between the two tries.
   bool LeaveBehindAgain() { return standing_ != Standing::kEnded && LeaveBehind(); }
 
-  std::uint32_t locks_ = 0;  // that the worker holds; its own
+  std::uint32_t locks_ = 0;  // that the worker holds; used by the worker alone
   std::atomic<Standing> standing_{Standing::kRunning};
 };
 
-// Purpose: holds the place at which a worker may be ended by force: one call of the kernel that may
-//   wait. Nothing that allocates or takes a lock belongs into its scope.
+// Purpose: a scope in which a worker may be ended by force: one call of the kernel that may wait.
+//   Nothing in the scope may allocate or take a lock.
 // Owner, threads: the calling thread, for the length of the call.
-// Errors: none. A thread that was ended meanwhile does not come out of it.
+// Errors: none. A thread that was ended meanwhile does not leave the scope.
 class MarkedWait {
  public:
-  // Null for a thread that is none of ours.
+  // Null for a thread that this layer has not started.
   explicit MarkedWait(ThreadMark* mark) : mark_(mark) {
     if (mark_ != nullptr && !mark_->BeginWait()) mark_ = nullptr;
   }
@@ -69,7 +69,7 @@ class MarkedWait {
   MarkedWait& operator=(const MarkedWait&) = delete;
 
  private:
-  // The backend's. What ends the thread is on its way.
+  // Of the backend. The signal or call that ends the thread will reach it here.
   [[noreturn]] static void StayForEver();
 
   ThreadMark* mark_;

@@ -49,7 +49,7 @@ void AppendUtf8(std::string& text, char32_t c) {
   }
 }
 
-// The bytes that a character takes which begins with `lead`; 0 when none does.
+// The number of bytes of a character that begins with `lead`; 0 when no character does.
 std::size_t SequenceLength(unsigned char lead) {
   if (lead < 0x80) return 1;
   if (lead >= 0xc2 && lead <= 0xdf) return 2;

@@ -13,8 +13,8 @@ using WidePathView = std::u16string_view;
 std::string NarrowPath(WidePathView path);
 // UTF-8 as a path; a byte that is no UTF-8 becomes U+FFFD.
 WidePath WidenPath(std::string_view text);
-// The names of the path, each behind one "/": without those that stand for nothing, and with ".."
-// resolved, as every file system here does it. Two paths that are equal so lead to one file.
+// The names of the path, each behind one "/": without empty names and ".", and with ".." resolved,
+// as every file system here does it. Two paths with the same normal form lead to one file.
 WidePath NormalPath(WidePathView path);
 
 }  // namespace valmere::platform

@@ -3,15 +3,15 @@
 #include "driver/service/step_log.h"
 
 #include <exception>
+#include <string>
 #include <utility>
 
 namespace valmere {
 
 void StepLog::AttachLog(const std::shared_ptr<LogSink>& log) {
+  if (early_ && log && IsOn(zone_)) early_->Attach(log);
+  early_.reset();
   log_ = log;
-  for (const std::string& line : std::exchange(early_, {})) {
-    LogIn(zone_, log_, [&] { return line; });
-  }
 }
 
 void StepLog::Done(std::string_view step) noexcept {
@@ -23,7 +23,8 @@ void StepLog::Done(std::string_view step) noexcept {
     return;
   }
   try {
-    early_.push_back(line());
+    if (!early_) early_.emplace();
+    early_->Log(line());
   } catch (const std::exception&) {
     // As with a line that goes to the log at once.
   }

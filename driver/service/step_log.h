@@ -2,11 +2,11 @@
 #pragma once
 
 #include <memory>
-#include <string>
+#include <optional>
 #include <string_view>
-#include <vector>
 
 #include "persist/log/debug_switches.h"
+#include "persist/log/early_log.h"
 #include "persist/log/log_sink.h"
 #include "platform/kernel.h"
 
@@ -29,7 +29,9 @@ class StepLog {
   const DebugZone zone_;
   platform::Ticks last_;
   std::shared_ptr<LogSink> log_;
-  std::vector<std::string> early_;
+  // Made with the first early step: it has a lock, for which there may be no memory, and the release
+  // of the service must not fail.
+  std::optional<EarlyLog> early_;
 };
 
 }  // namespace valmere

@@ -1,5 +1,5 @@
-// A line that is being tried stays where it is, so that there is nothing to be put back: what comes
-// meanwhile comes behind it.
+// A line that is being tried stays where it is, so that nothing has to be put back: lines that
+// arrive meanwhile are added behind it.
 #include "persist/file/failed_lines.h"
 
 #include <algorithm>
@@ -49,7 +49,7 @@ std::optional<platform::Ticks> FailedLines::NextDue() const {
   return next;
 }
 
-// The next time is settled before there is need of memory: who finds none comes back then.
+// The next time is set before memory is needed: when there is no memory the file is due again then.
 std::optional<WriteRequest> FailedLines::TryDue(platform::Ticks now) {
   for (File& file : files_) {
     const bool on_time = now >= file.due;
@@ -64,8 +64,8 @@ std::optional<WriteRequest> FailedLines::TryDue(platform::Ticks now) {
   return std::nullopt;
 }
 
-// The file may have been given up while it was tried, and be held anew for other lines since. A try
-// that a line has asked for takes nothing from the wait for the next one.
+// The file may have been dropped while it was tried, and be held again for other lines since. A try
+// that a new line has caused does not make the wait longer.
 void FailedLines::Failed(platform::WidePathView path, platform::Ticks now) {
   const auto file = Find(path);
   if (file == files_.end() || !file->tried) return;

@@ -14,20 +14,20 @@ namespace valmere {
 
 // Purpose: keeps the lines of each file that could not be written, in order, and says when the
 // first of them is to be tried again: with the next line for the file, and a second after it
-// failed, then two, four and so on, up to a minute. Paths that differ in spelling alone are one
-// file.
+// failed, then two, four and so on, up to a minute. Paths that differ only in their spelling
+// are one file.
 // Owner: the line queue.
 // Threads: one at a time.
 // Errors: std::bad_alloc; nothing was added or taken then.
 class FailedLines {
  public:
-  // A client may name one file after the other. The file that has failed the longest goes then, but
-  // never the one that the service began with.
+  // A client may name one file after the other. Beyond this the file that has failed the longest is
+  // dropped, but never the one that the service began with.
   static constexpr std::size_t kMostFiles = 32;
   static constexpr platform::Ticks kFirstDelay = 1000 * platform::kTicksPerMillisecond;
   static constexpr platform::Ticks kLongestDelay = 60 * kFirstDelay;
 
-  // The lines of a file.
+  // A file that was dropped, with the number of its lines.
   struct GivenUp {
     platform::WidePath path;
     std::size_t lines;
@@ -36,25 +36,27 @@ class FailedLines {
   explicit FailedLines(platform::WidePathView first_file)
       : first_file_(platform::NormalPath(first_file)) {}
 
-  // Whether lines of the file are kept here, so that those that come behind them must be, too.
+  // Whether lines of the file are kept here; later lines of that file must be kept here too.
   bool Holds(platform::WidePathView path) const;
-  // Keeps the line, which is the first of its file that has failed. What had to go for it.
+  // Keeps the line, which is the first of its file that has failed. Returns what had to be dropped
+  // for it.
   std::optional<GivenUp> AddFile(WaitingLine line, platform::Ticks now);
   // Keeps a line of a file that it holds; the file is due at once.
   void Add(WaitingLine line);
 
-  // When the next file is due; nothing when there is none.
+  // When the next file is due; nothing when no file is held.
   std::optional<platform::Ticks> NextDue() const;
-  // The first line of a file that is due. The same thread says next what became of it, by one of
-  // the two below; lines may be added meanwhile.
+  // The first line of a file that is due. The same thread then reports the result by one of the two
+  // below; lines may be added meanwhile.
   std::optional<WriteRequest> TryDue(platform::Ticks now);
   // It failed again, and stays the first.
   void Failed(platform::WidePathView path, platform::Ticks now);
-  // It was written, or can't ever be. How many lines of the file have been finished since it
-  // failed, if this was the last; it is held no more then, and is due again at once otherwise.
+  // It was written, or never can be. If it was the last line, the file is no longer held, and this
+  // returns how many of its lines have been finished since it failed; else it is due at once.
   std::optional<std::size_t> Finished(platform::WidePathView path);
 
-  // All lines, one file after the other, which are kept no more; but for one that is being tried.
+  // Passes all lines to `visit`, one file after the other, but not one that is being tried, and
+  // keeps none of them.
   void TakeAll(const std::function<void(const WaitingLine&)>& visit);
 
  private:
@@ -63,9 +65,9 @@ class FailedLines {
     WaitingLines lines;
     platform::Ticks delay;
     platform::Ticks due;
-    bool asked_for = false;  // due whatever the time
-    bool tried = false;      // its first line is on its way
-    bool on_time = false;    // and not because it was asked for
+    bool asked_for = false;  // due at once, whatever `due` says
+    bool tried = false;      // its first line is being written
+    bool on_time = false;    // that try began because `due` had come
     std::size_t finished = 0;
   };
   using Files = std::list<File>;
@@ -73,7 +75,7 @@ class FailedLines {
   Files::iterator Find(platform::WidePathView path);
 
   const platform::WidePath first_file_;
-  Files files_;  // the one that has failed the longest first
+  Files files_;  // the file that has failed the longest comes first
 };
 
 }  // namespace valmere

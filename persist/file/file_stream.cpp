@@ -1,5 +1,5 @@
-// Each transfer is one call on the file: what comes short stays short, since the readers and
-// writers of property files draw their conclusions from it.
+// Each transfer is one call on the file, and a short one is not continued: the readers and writers
+// of property files conclude from it that something is wrong.
 #include "persist/file/file_stream.h"
 
 #include <new>

@@ -15,14 +15,14 @@
 namespace valmere {
 
 // Purpose: the connection over a file; the bytes are moved as they stand.
-// Owner: whoever opened it. The file is given back when the object dies, not by Close, so that no
-//   transfer is left standing on a file that is gone.
+// Owner: its opener. The file is closed when the object is destroyed, not by Close, so that no
+//   transfer runs on a file that is closed already.
 // Threads: transfers by one thread at a time; Close and IsOpen by any.
 // Errors: a file that can't be opened gives a stream that transfers nothing: counts of 0.
 class FileStream final : public Connection {
  public:
-  // Larger files are not read whole. The service's own have some kilobytes; which file it takes for a
-  // property file is for clients to say, and reading, checking and writing one is not cut short.
+  // Larger files are not read whole. The service's own files have some kilobytes; but a client may
+  // name any file as the property file, and reading, checking and writing one can't be interrupted.
   static constexpr std::uint64_t kLargestWhole = std::uint64_t{16} << 20;
 
   FileStream(platform::FileSystem& files, platform::WidePathView path, platform::OpenFlags flags);
@@ -33,16 +33,15 @@ class FileStream final : public Connection {
   void Close() override;
   bool IsOpen() const override;
 
-  // The file's size in bytes; nothing when it isn't open or its size can't be had.
+  // The file's size in bytes; nothing when it isn't open or its size can't be read.
   std::optional<std::uint64_t> Size();
-  // All of the file: its size is taken first, then that many bytes are read. Nothing when it isn't
-  // open, when its size can't be had, when fewer bytes come, or when it is too large for the
-  // memory.
+  // All of the file: its size is read first, then that many bytes. Nothing when it isn't open, when
+  // its size can't be read, when fewer bytes come, or when it is too large for the memory.
   std::optional<std::string> ReadWhole();
   // True when all `length` bytes were transferred.
   bool ReadAll(void* buffer, std::size_t length);
   bool WriteAll(std::string_view bytes);
-  // To be called when all is written; true when it is the file's content now.
+  // Call it when all is written. True when that is the file's content now.
   bool Complete();
 
  private:

@@ -1,6 +1,6 @@
-// One thread writes each file, so that no two rewrites of it meet and lines come in the order of
-// changes: the first thread all files but those that a line has failed for, the second those. A
-// file passes from one to the other under the lock.
+// Each file is written by one thread, so that no two rewrites of it overlap and lines keep the
+// order of the changes: the line writer writes all files but those for which a line has failed, and
+// the second line writer writes those. A file passes from one to the other under the lock.
 #include "persist/file/line_queue.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@
 #include "driver/sync/event_flags.h"
 #include "driver/sync/lock.h"
 #include "persist/file/failed_lines.h"
-#include "persist/file/property_file_turn.h"
+#include "persist/file/property_file_lease.h"
 #include "persist/file/sync_schedule.h"
 #include "persist/file/waiting_lines.h"
 #include "platform/kernel.h"
@@ -37,9 +37,9 @@ class LineQueue::Writer {
   void Run();
   void RunSecond();
   bool Drain() EXCLUDES(lock_);
-  // Tells the first thread to return.
+  // Tells the line writer to return.
   void Stop() EXCLUDES(lock_);
-  // Tells the second one, when the first has returned.
+  // Tells the second line writer to return, once the first has returned.
   void StopSecond() { second_signal_.Set(kStop); }
   // The threads have returned, or are not waited for any longer.
   void Abandon() { abandoned_.store(true); }
@@ -48,31 +48,31 @@ class LineQueue::Writer {
   bool Stopping() const { return (signal_.Get() & kStop) != 0; }
   std::optional<WaitingLine> TakeFirst() EXCLUDES(lock_);
   std::optional<WriteRequest> TryDue() EXCLUDES(lock_);
-  // Nothing when there is no time left for it.
+  // Nothing when it is not begun because of the end.
   std::optional<RewriteResult> Rewrite(const WriteRequest& request);
   void Keep(WaitingLine line, RewriteResult cause) EXCLUDES(lock_);
   void TryAgain() EXCLUDES(lock_);
   void Settle(const WriteRequest& request, RewriteResult result) EXCLUDES(lock_);
   bool StaysWaiting(const WriteRequest& request) EXCLUDES(lock_);
   bool SyncIsDue();
-  // A report that there is no memory for is not made; the lines matter more.
+  // Without memory there is no report; the lines matter more.
   template <class Report>
   void Tell(Report report) noexcept;
   void TellLeftBehind(const std::string& line) noexcept;
   void NoteWritten();
   void Sync();
-  // For how long the second thread has nothing to do.
+  // For how long the second line writer has nothing to do.
   std::optional<std::uint32_t> MillisecondsOfRest() EXCLUDES(lock_);
 
   const std::shared_ptr<platform::FileSystem> files_;
   const std::shared_ptr<LineReports> reports_;
   std::atomic<bool> abandoned_{false};
-  std::atomic<bool> written_{false};  // something that no sync has been begun for
+  std::atomic<bool> written_{false};  // whether any line was since the last sync began
   Lock lock_;
   bool ended_ GUARDED_BY(lock_) = false;
   WaitingLines lines_ GUARDED_BY(lock_);
   FailedLines failed_ GUARDED_BY(lock_);
-  SyncSchedule sync_;  // the second thread's own
+  SyncSchedule sync_;  // used by the second line writer alone
   EventFlags signal_{EventFlags::AutoClear::kNo};
   EventFlags second_signal_{EventFlags::AutoClear::kNo};
 };
@@ -86,21 +86,21 @@ LineQueue::~LineQueue() {
 }
 
 bool LineQueue::Start(int priority, int second_priority) {
-  thread_.emplace([writer = writer_] { writer->Run(); }, priority);
-  second_.emplace([writer = writer_] { writer->RunSecond(); }, second_priority);
-  return thread_->Start() && second_->Start();
+  line_writer_.emplace([writer = writer_] { writer->Run(); }, priority);
+  second_line_writer_.emplace([writer = writer_] { writer->RunSecond(); }, second_priority);
+  return line_writer_->Start() && second_line_writer_->Start();
 }
 
 void LineQueue::Stop() {
   writer_->Stop();
 }
 
-// What the first thread writes last is for the second one to bring to the disk.
+// The second line writer ends last: it syncs what the first has written last.
 void LineQueue::End() {
   writer_->Stop();
-  thread_.reset();
+  line_writer_.reset();
   writer_->StopSecond();
-  second_.reset();
+  second_line_writer_.reset();
   writer_->Abandon();
 }
 
@@ -137,12 +137,12 @@ void LineQueue::Writer::Stop() {
       while (const auto line = lines_.TakeFirst())
         note(*line);
     } catch (const std::exception&) {
-      // No memory: not all of them are told.
+      // No memory: not all of them are reported.
     }
     lines_.Clear();
   }
   signal_.Set(kStop);
-  PropertyFileTurn::WakeAll();
+  PropertyFileLease::WakeAll();
   if (!left.empty()) Tell([&] { reports_->LeftBehind(left); });
 }
 
@@ -158,7 +158,7 @@ void LineQueue::Writer::TellLeftBehind(const std::string& line) noexcept {
   Tell([&] { reports_->LeftBehind({line}); });
 }
 
-// The flag is cleared before the queue is looked at, so that a push meanwhile is not slept over.
+// The flag is cleared before the queue is read, so that no push meanwhile is missed.
 void LineQueue::Writer::Run() {
   while ((signal_.Wait(kWork | kStop) & kStop) == 0) {
     signal_.Clear(kWork);
@@ -170,7 +170,7 @@ void LineQueue::Writer::Run() {
   }
 }
 
-// A line whose file is the second thread's goes there.
+// A line whose file has failed is handed to the second line writer.
 std::optional<WaitingLine> LineQueue::Writer::TakeFirst() {
   bool handed_over = false;
   std::optional<WaitingLine> line;
@@ -206,15 +206,16 @@ bool LineQueue::Writer::Drain() {
 
 std::optional<RewriteResult> LineQueue::Writer::Rewrite(const WriteRequest& request) {
   try {
-    const PropertyFileTurn turn(PropertyFileTurn::For::kRewriting, [this] { return Stopping(); });
-    if (!turn.taken() || Stopping()) return std::nullopt;
-    return RewriteLine(*files_, request, [&] { return turn.MayWrite() && !abandoned_.load(); });
+    const PropertyFileLease lease(PropertyFileLease::For::kRewriting,
+                                  [this] { return Stopping(); });
+    if (!lease.granted() || Stopping()) return std::nullopt;
+    return RewriteLine(*files_, request, [&] { return lease.MayWrite() && !abandoned_.load(); });
   } catch (const std::exception&) {
-    return RewriteResult::kShortRead;  // no memory: to be told of, like a file that can't be read
+    return RewriteResult::kShortRead;  // no memory: reported like a file that can't be read
   }
 }
 
-// The file is the second thread's from here on. It is not due yet, so what is told comes in order.
+// The second line writer writes the file from here on. It is not due yet, so reports stay in order.
 void LineQueue::Writer::Keep(WaitingLine line, RewriteResult cause) {
   const platform::WidePath path = line.request.path;
   const std::string left_side = line.request.prefix;
@@ -234,13 +235,12 @@ void LineQueue::Writer::Keep(WaitingLine line, RewriteResult cause) {
   second_signal_.Set(kWork);
 }
 
-// The second thread is woken once for all lines that one sync is for.
+// The second line writer is woken once for all lines that one sync covers.
 void LineQueue::Writer::NoteWritten() {
   if (!written_.exchange(true)) second_signal_.Set(kWork);
 }
 
-// The flag is cleared before anything is looked at, here as well. The end brings to the disk what
-// is not there yet.
+// Here too the flag is cleared before the state is read. At the end there is one more sync.
 void LineQueue::Writer::RunSecond() {
   for (;;) {
     const auto rest = MillisecondsOfRest();
@@ -252,7 +252,7 @@ void LineQueue::Writer::RunSecond() {
       TryAgain();
       if (SyncIsDue()) Sync();
     } catch (const std::exception&) {
-      // No memory: what is due is due again.
+      // No memory: what is due stays due.
     }
   }
   files_->Sync();
@@ -276,8 +276,8 @@ std::optional<WriteRequest> LineQueue::Writer::TryDue() {
   return failed_.TryDue(platform::MonotonicNow());
 }
 
-// A try is also one for what the first thread has left in the queue. Whoever has many lines for a
-// file that fails does not keep others from the disk.
+// After a try the line writer goes on with what it has left in the queue. A file that fails and has
+// many lines must not delay the sync of others.
 void LineQueue::Writer::TryAgain() {
   bool tried = false;
   while (!SyncIsDue()) {

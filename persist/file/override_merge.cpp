@@ -1,5 +1,5 @@
-// An override file is used up: its values go into the main file and it is removed, so that a value
-// set later isn't overridden again at the next start.
+// An override file is applied once: its values go into the main file and it is removed, so that a
+// value set later isn't overridden again at the next start.
 #include "persist/file/override_merge.h"
 
 #include <utility>

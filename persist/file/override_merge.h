@@ -10,15 +10,15 @@
 
 namespace valmere {
 
-// Gives the entries of `map` that `overrides` names too the values found there. The lines that must
-// be written for it, in key order, with the left sides of `overrides`; entries that `map` lacks are
-// dropped.
+// Gives each entry of `map` that `overrides` has too the value found there. Returns the lines that
+// must be written for it, in key order, with the left sides of `overrides`; entries that `map`
+// lacks are dropped.
 std::vector<PropertyLine> MergeOverride(PropertyMap&& overrides, PropertyMap& map);
 
 // What a load found.
 struct LoadOutcome {
   PropertyFileResult main_file = PropertyFileResult::kRead;
-  // Nothing when there is no override file, or none was looked for.
+  // Nothing when there is no override file, or the main file was not loaded.
   std::optional<PropertyFileResult> override_file;
   // False when an applied override file couldn't be removed: the next load applies it again.
   bool override_removed = true;
@@ -29,14 +29,14 @@ struct LoadOutcome {
 
 // Called with each line of the main file that an override changes; false when it won't be written.
 using RequestWrite = std::function<bool(const PropertyLine& line)>;
-// Whether the override file may go: asked last, as the file may be another one by then.
+// Whether the override file may be removed: asked last, as it may be another file by then.
 using MayRemove = std::function<bool()>;
 
 // Reads the main file into `map`; if that went well and there is an override file that reads well,
 // applies it to `map`, asks for the lines to be written and removes it. An override file that
 // doesn't read well is neither applied nor removed; one of which a line won't be written, or that
-// may not be removed, is for the next load. The main file is never its own override: it would be
-// removed, and be lost to whoever ends the process before its lines are written anew.
+// may not be removed, stays for the next load. The main file is never its own override: it would be
+// removed, and lost if the process ended before its lines are written again.
 // std::bad_alloc, also from `request_write`: the override file is still there then, and the map may
 // be half filled.
 LoadOutcome LoadPropertyFiles(platform::FileSystem& files, platform::WidePathView main_path,

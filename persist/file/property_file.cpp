@@ -1,5 +1,5 @@
-// The file is taken whole or not at all as far as its checksum goes; only then its lines are looked
-// at one by one, and a bad one costs nothing but itself.
+// A file with a wrong checksum is refused whole. Only then are its lines read one by one, and a bad
+// one is skipped alone.
 #include "persist/file/property_file.h"
 
 #include <optional>

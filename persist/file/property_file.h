@@ -15,7 +15,7 @@ namespace valmere {
 // The trailer after the lines.
 inline constexpr std::size_t kPropertyFileTrailer = 2;
 
-// One line taken apart: all before the "=" that ends the names, and all after it.
+// The two parts of a line: all before the "=" that ends the names, and all after it.
 struct PropertyLine {
   std::string left_side;
   std::string value;
@@ -40,9 +40,9 @@ enum class PropertyFileResult {
 std::string_view Describe(PropertyFileResult result) noexcept;
 
 // Adds the lines of the file to `map`; a line replaces an earlier one of its key. Nothing is added
-// unless the result is kRead or kMalformedLine. A last line without its "\n" is passed over: it is
-// what a file that was cut off and then given a good CRC would end with. std::bad_alloc, with some
-// of the lines added.
+// unless the result is kRead or kMalformedLine. A last line without its "\n" is skipped: it is what
+// a file ends with that was cut off and then given a good CRC. std::bad_alloc, with some of the
+// lines added.
 PropertyFileResult ReadPropertyFile(platform::FileSystem& files, platform::WidePathView path,
                                     PropertyMap& map);
 

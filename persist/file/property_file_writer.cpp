@@ -1,7 +1,6 @@
-// The old lines are read into one buffer that has room for the new line; there the line is put in
-// its place by moving what follows it, and from there all is written in one go. The file may be
-// written in place: the checksum, which comes last, tells a finished rewrite from one that was cut
-// off.
+// The old lines are read into one buffer that has room for the new line. The line is inserted
+// there, and the buffer is written by one call. The file may be written in place: the checksum,
+// which comes last, tells a finished rewrite from one that was interrupted.
 #include "persist/file/property_file_writer.h"
 
 #include <cstddef>
@@ -24,13 +23,13 @@ struct Body {
   std::string_view View() const { return {bytes.get(), size}; }
 };
 
-// kWritten when there is a body to go on with; a file that is missing or too short has an empty
-// one. There is none where the file might become one that can't be read any more.
+// kWritten when there is a body to go on with, which is empty for a file that is missing or too
+// short. There is no body where the new file would be too long to be read again.
 RewriteResult ReadBody(platform::FileSystem& files, platform::WidePathView path, std::size_t room,
                        Body& body) {
   FileStream stream(files, path, platform::OpenFlags::kRead);
-  // A file that is only out of reach for now, or whose size can't be had, must not lose all its
-  // lines to this one.
+  // A file that can't be opened just now, or whose size can't be read, must not be replaced by this
+  // one line.
   if (!stream.IsOpen() && files.Exists(path)) return RewriteResult::kNotOpened;
   const std::optional<std::uint64_t> file_size = stream.IsOpen() ? stream.Size() : 0;
   if (!file_size) return RewriteResult::kShortRead;
@@ -45,7 +44,7 @@ RewriteResult ReadBody(platform::FileSystem& files, platform::WidePathView path,
   return RewriteResult::kWritten;
 }
 
-// Where the first line begins that starts with the prefix; the body's end if there is none.
+// Where the first line begins that starts with the prefix, or the body's end.
 std::size_t FindLine(std::string_view body, std::string_view prefix) {
   std::size_t start = 0;
   while (start < body.size()) {
@@ -128,7 +127,7 @@ std::string_view Describe(RewriteResult result) noexcept {
 
 RewriteResult RewriteLine(platform::FileSystem& files, const WriteRequest& request,
                           const MayWrite& may_write) {
-  // Beside the line: its "\n", and one for a last line that lacks it.
+  // Besides the line: its "\n", and one for a last line that lacks it.
   const std::size_t room = request.line.size() + 2;
   Body body;
   const RewriteResult read = ReadBody(files, request.path, room, body);

@@ -1,4 +1,4 @@
-// When what was written is brought to the disk.
+// When what was written is synced.
 #pragma once
 
 #include <algorithm>
@@ -8,28 +8,28 @@
 
 namespace valmere {
 
-// Purpose: has many lines brought to the disk at once, half a second after the first of them, and
-// says when to try again where that failed: after a second, then two, four and so on, up to a
-// minute. What is written meanwhile does not wait for that.
-// Owner: the line queue's second thread.
+// Purpose: has many lines synced at once, half a second after the first of them, and says when to
+// try again if that failed: after a second, then two, four and so on, up to a minute. Lines that
+// are written meanwhile do not wait for that.
+// Owner: the line queue's second line writer.
 // Threads: one.
 // Errors: none.
 class SyncSchedule {
  public:
-  // With the time that a disk takes, it is there a second later.
+  // With the time that a disk takes, a line is on it within a second.
   static constexpr platform::Ticks kDelay = 500 * platform::kTicksPerMillisecond;
   static constexpr platform::Ticks kFirstRetry = 1000 * platform::kTicksPerMillisecond;
   static constexpr platform::Ticks kLongestRetry = 60 * kFirstRetry;
   enum class News { kNone, kFails, kSucceedsAgain };
 
-  // Something was written that is not on the disk.
+  // Something was written that is not synced.
   void NoteWritten(platform::Ticks now) {
     due_ = std::min(due_.value_or(now + kDelay), now + kDelay);
   }
-  // Nothing when all is on the disk.
+  // Nothing when all is synced.
   std::optional<platform::Ticks> due() const { return due_; }
   bool IsDue(platform::Ticks now) const { return due_ && now >= *due_; }
-  // What came of it, and what is new in that.
+  // The result of a sync; returns what is new in it.
   News Done(bool succeeded, platform::Ticks now) {
     const bool failed_before = retry_ != 0;
     if (succeeded) {
@@ -44,7 +44,7 @@ class SyncSchedule {
 
  private:
   std::optional<platform::Ticks> due_;
-  platform::Ticks retry_ = 0;  // how long it waits for the next try; 0 when the last one succeeded
+  platform::Ticks retry_ = 0;  // the delay of the next try; 0 when the last one succeeded
 };
 
 }  // namespace valmere

@@ -1,12 +1,11 @@
 // Why a change may take an earlier one's place: a rewrite touches one line, the first that begins
 // with the request's left side, or else adds one. Two left sides of which neither begins with the
 // other never touch each other's line, so their requests can change places but for the order in
-// which they add lines; and the line that is added first stays in its place. Where one left side
-// does begin with the other they have the same key, which is all before the first "|": so the last
-// change of a key is looked at alone, and what isn't of the very same left side is queued behind
-// it.
+// which they add lines; and the line that is added first keeps its position. Where one left side
+// begins with the other they have the same key, which is all before the first "|": so only the last
+// change of a key is compared, and a change with another left side is queued behind it.
 //
-// Two paths may lead to one file, so a change for another path is not moved over either.
+// Two paths may lead to one file, so no change is moved past a line for another path.
 #include "persist/file/waiting_lines.h"
 
 #include <new>
@@ -42,7 +41,7 @@ void WaitingLines::AddChange(WriteRequest request) {
   try {
     changes_.emplace(KeyOf(lines_.back().request), &lines_.back());
   } catch (const std::bad_alloc&) {
-    // The line is queued; it only won't be replaced.
+    // The line is queued; it will just not be replaced.
   }
 }
 

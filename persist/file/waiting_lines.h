@@ -18,7 +18,7 @@ struct WaitingLine {
 };
 
 // Purpose: write requests in order. The line of a change takes the place of the one before it where
-// the files come out the same, byte for byte, as if each had been written in its turn.
+// the files come out the same, byte for byte, as if every line had been written in order.
 // Owner: the line queue.
 // Threads: one at a time.
 // Errors: std::bad_alloc; nothing was added then.
@@ -28,16 +28,16 @@ class WaitingLines {
   WaitingLines(WaitingLines&&) = default;
   WaitingLines& operator=(WaitingLines&&) = default;
 
-  // A line that stays where it is: none is moved over it.
+  // A line that keeps its position: no other is moved past it.
   void Add(WriteRequest request);
   // The line of a property's change; its left side has a "|".
   void AddChange(WriteRequest request);
-  // One or the other.
+  // Either of the two, as the line says.
   void Add(WaitingLine line);
   std::optional<WaitingLine> TakeFirst();
   // A copy of the first line, of which there must be one. It is not replaced any more.
   WriteRequest HoldFirst();
-  // Puts a line that was taken before all others.
+  // Puts a line that was taken in front of all others.
   void PutBack(WaitingLine line);
   void Clear() noexcept;
   bool empty() const { return lines_.empty(); }
@@ -47,8 +47,8 @@ class WaitingLines {
   void KeepFirst();
 
   std::deque<WaitingLine> lines_;
-  // The changes that a later one may replace, by their keys: all that have been added since the
-  // last line that was none, or was for another file, and of each key the last.
+  // The changes that a later one may replace, by their keys: the last of each key among those that
+  // have been added since the last line that was no change or was for another file.
   std::unordered_map<std::string_view, WaitingLine*> changes_;
 };
 

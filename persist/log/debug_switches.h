@@ -1,5 +1,5 @@
-// Thirteen process-wide switches that say what the log is to tell. A check of one that is off costs
-// one load.
+// Thirteen process-wide switches that say what is logged. A check of one that is off costs one
+// load.
 #pragma once
 
 #include <array>
@@ -43,8 +43,8 @@ inline bool IsOn(DebugZone zone) {
 }
 
 // Logs what `message` returns if the zone is on; `message` is not called otherwise. `log` is a
-// handle that may be empty. A line that there is no memory for is lost: it is not worth more than
-// what it tells of.
+// handle that may be empty. A line for which there is no memory is lost: it is not worth more than
+// what it reports.
 template <class Handle, class Message>
 void LogIn(DebugZone zone, const Handle& log, Message message) noexcept {
   if (!IsOn(zone) || !log) return;

@@ -1,5 +1,7 @@
-// The lock is held while a message is passed on, so that none overtakes those that were kept.
+// The lock is held while a message is passed on, so that it can't overtake those that were kept.
 #include "persist/log/early_log.h"
+
+#include <utility>
 
 namespace valmere {
 
@@ -7,9 +9,8 @@ void EarlyLog::Attach(const std::shared_ptr<LogSink>& log) {
   const ScopedLock hold(lock_);
   log_ = log;
   attached_ = true;
-  for (const std::string& message : kept_)
+  for (const std::string& message : std::exchange(kept_, {}))
     log->Log(message);
-  kept_ = {};
 }
 
 void EarlyLog::Log(std::string_view message) {

@@ -1,4 +1,4 @@
-// A log for those who are there before the log is.
+// A log for components that are made before the log is.
 #pragma once
 
 #include <memory>
@@ -11,11 +11,13 @@
 
 namespace valmere {
 
-// Purpose: keeps messages until there is a log, and passes on all others.
-// Owner: shared by the persistence component and its line writer, which may outlive it.
+// Purpose: keeps messages until a log is attached, and passes on all that come later. The one place
+// where early messages are kept.
+// Owner: a component that is made before the log; the persistence component shares it with its line
+// writer, which may outlive it.
 // Threads: any.
-// Errors: as those of the log; what is logged after the log has gone is lost. std::bad_alloc while
-// there is none yet.
+// Errors: as those of the log; what is logged after the log has gone is lost. std::bad_alloc before
+// one is attached.
 class EarlyLog : public LogSink {
  public:
   EarlyLog() = default;

@@ -49,7 +49,7 @@ void LogFacility::Log(std::string_view message) {
       Write("Thread " + std::to_string(platform::CurrentThreadId()) + " logs");
     Write(message);
   } catch (const std::exception&) {
-    // No memory for a line: it is not worth more than what it tells of.
+    // No memory for a line: it is not worth more than what it reports.
   }
 }
 

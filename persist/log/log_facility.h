@@ -15,14 +15,13 @@
 
 namespace valmere {
 
-// The log file that the name file names by its first line; the default when there is none.
+// The log file that the first line of the name file names; the default when there is no such line.
 platform::WidePath ReadLogFileName(platform::FileSystem& files, platform::WidePathView name_file);
 
-// Purpose: stamps messages and hands them to the writer of every open log file. While the debug zone
-// "ThreadIds" is on, the first line of a thread comes behind one with its number. kMostThreads
-// numbers are remembered: a thread of which nothing was heard while as many others began counts as
-// one that is new.
-// Owner: shared by all who log; the service, which opens the files, ends it.
+// Purpose: stamps messages and hands them to the writer of every open log file. While the debug
+// zone "ThreadIds" is on, a line with a thread's number precedes the first line of that thread. The
+// last kMostThreads numbers are remembered; a thread whose number was forgotten counts as new.
+// Owner: shared by all components that log; the service, which opens the files, ends it.
 // Threads: any. AddFile and End on the owner's.
 // Errors: a log file that can't be opened takes no lines; memory running out costs the line.
 class LogFacility : public LogSink {
@@ -36,11 +35,12 @@ class LogFacility : public LogSink {
   // Opens a log file, keeping what it holds. Called before the first Log.
   void AddFile(platform::FileSystem& files, platform::WidePathView path, int priority);
 
-  // Writes what has been logged and ends the writers' threads; further messages are dropped,
-  // whoever still holds this. Any number of times.
+  // Writes what has been logged and ends the writers' threads; messages of components that still
+  // hold this are dropped. May be called again.
   void End();
 
   void Log(std::string_view message) override EXCLUDES(threads_lock_);
+  // For a program that wants no log at all: nothing is written while it is set.
   void set_disabled(bool disabled) { disabled_.store(disabled); }
 
  private:

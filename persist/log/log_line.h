@@ -16,7 +16,7 @@ inline constexpr std::size_t kLongestLogQuote = 256;
 
 // A client's text for use in a message: in double quotes, with quotes, backslashes and all bytes
 // that aren't printable ASCII escaped as \", \\, \r, \n, \t and \xNN, so that it can neither end
-// the line nor pass for something that it isn't. A cut quote is followed by "...".
+// the line nor look like another message. A cut quote is followed by "...".
 std::string QuoteForLog(std::string_view client_text);
 
 }  // namespace valmere

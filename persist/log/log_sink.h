@@ -1,4 +1,4 @@
-// Where components put what went wrong.
+// Where components log what went wrong.
 #pragma once
 
 #include <string_view>
@@ -6,9 +6,9 @@
 namespace valmere {
 
 // Purpose: takes one message for the log.
-// Owner: shared by all who log.
+// Owner: shared by all components that log.
 // Threads: any; a call never waits for the file.
-// Errors: none reach the caller.
+// Errors: never reach the caller.
 class LogSink {
  public:
   virtual ~LogSink() = default;

@@ -1,6 +1,6 @@
-// The writer never waits for the lock of the lines. Whoever holds it raises the flag after letting
-// go, so a writer that finds it taken sleeps until then. Lines are taken out under the lock and
-// written without it, so that nobody who logs waits for the file.
+// The writer never waits for the lock of the lines. A thread that holds it raises the flag after it
+// has released it, so a writer that finds it taken sleeps until then. Lines are taken out under the
+// lock and written without it, so that a thread that logs never waits for the file.
 #include "persist/log/log_writer.h"
 
 #include <cstdint>
@@ -39,7 +39,7 @@ class LogWriter::Lines {
  private:
   void Add(std::string line) REQUIRES(lock_);
   bool Pass() EXCLUDES(lock_);
-  void TellOfLost();
+  void ReportLost();
 
   const std::unique_ptr<Connection> stream_;
   Lock lock_;
@@ -48,7 +48,7 @@ class LogWriter::Lines {
   std::size_t lost_ GUARDED_BY(lock_) = 0;
   // The writer thread's own.
   std::vector<std::string> writing_;
-  std::size_t untold_ = 0;  // lost lines of which no line has told yet
+  std::size_t untold_ = 0;  // lost lines that no line in the log has counted yet
   EventFlags signal_{EventFlags::AutoClear::kNo};
 };
 
@@ -72,7 +72,7 @@ void LogWriter::End() {
   lines_->Abandon();
 }
 
-// The flag is raised whatever became of the line: the writer may have found the lock taken.
+// The flag is raised even when the line was not added: the writer may have found the lock taken.
 void LogWriter::Lines::Write(std::string line) {
   {
     const ScopedLock hold(lock_);
@@ -87,7 +87,7 @@ void LogWriter::Lines::Add(std::string line) {
       pending_.push_back(std::move(line));
       return;
     } catch (const std::exception&) {
-      // No memory: lost like one for which there is no room.
+      // No memory: lost like a line for which there is no room.
     }
   }
   ++lost_;
@@ -113,8 +113,8 @@ void LogWriter::Lines::Run() {
   }
 }
 
-// False when somebody else has the lock. The flag is cleared before the lock is tried for, so that
-// it is up again once that one has let go.
+// False when another thread has the lock. The flag is cleared before the lock is tried, so that it
+// is up again once that thread has released the lock.
 bool LogWriter::Lines::Pass() {
   signal_.Clear(kLines);
   if (!lock_.TryEnter()) return false;
@@ -124,12 +124,12 @@ bool LogWriter::Lines::Pass() {
   for (const std::string& line : writing_)
     stream_->Write(line.data(), static_cast<int>(line.size()));
   writing_.clear();
-  if (untold_ != 0) TellOfLost();
+  if (untold_ != 0) ReportLost();
   return true;
 }
 
-// Without memory for it, the next pass tells.
-void LogWriter::Lines::TellOfLost() {
+// Without memory for it, the next pass says it.
+void LogWriter::Lines::ReportLost() {
   try {
     const std::string line = FormatLogLine(
         platform::LocalNow(), std::to_string(untold_) + " lines came too fast for the log");

@@ -21,7 +21,7 @@ class LogWriter {
  public:
   // So many lines wait before memory is asked for.
   static constexpr std::size_t kReservedLines = 100;
-  // No more than this wait: they must be written in the time that an orderly stop gives.
+  // No more than this wait: they must be written within the time of an orderly stop.
   static constexpr std::size_t kMostLines = 10'000;
 
   LogWriter(std::unique_ptr<Connection> stream, int priority);
@@ -32,10 +32,10 @@ class LogWriter {
 
   // The line as it stands, with its end. Nothing after the end.
   void Write(std::string line);
-  // Writes what waits, waits for the thread and closes the stream: one that did not come back in
-  // time writes no more. Any number of times.
+  // Writes what waits, waits for the thread and closes the stream: a thread that did not return in
+  // time writes no more. May be called again.
   void End();
-  // False when there was no thread to be had: lines would only pile up.
+  // False when the system gave no thread: lines would only pile up.
   bool running() const { return thread_ && thread_->started(); }
 
  private:

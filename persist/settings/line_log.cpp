@@ -11,7 +11,7 @@ namespace valmere {
 namespace {
 
 std::string File(platform::WidePathView path) {
-  // What is quoted is no longer than that.
+  // A quote is cut there anyway.
   return "Property file " + QuoteForLog(platform::NarrowPath(path.substr(0, kLongestLogQuote + 1)));
 }
 
@@ -19,7 +19,7 @@ std::string Lines(std::size_t count) {
   return std::to_string(count) + (count == 1 ? " line" : " lines");
 }
 
-// What people know a line by: "General:Speed" of "A1:B2|General:Speed".
+// The name by which people know a line: "General:Speed" of "A1:B2|General:Speed".
 std::string_view NamesOf(std::string_view left_side) {
   const std::size_t bar = left_side.find('|');
   return bar == std::string_view::npos ? left_side : left_side.substr(bar + 1);

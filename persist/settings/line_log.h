@@ -1,4 +1,4 @@
-// What the log is told of lines on their way to property files.
+// Reports of the line queue as messages in the log.
 #pragma once
 
 #include <memory>
@@ -11,9 +11,8 @@
 
 namespace valmere {
 
-// Purpose: makes messages of reports, for the log; what is lost at the end goes to standard error,
-// too.
-// Owner: the line queue and its threads.
+// Purpose: logs the reports of the line queue; what is lost at the end goes to standard error, too.
+// Owner: the line queue and its line writers.
 // Threads: any.
 // Errors: std::bad_alloc.
 class LineLog final : public LineReports {

@@ -5,7 +5,7 @@
 #include <exception>
 #include <utility>
 
-#include "persist/file/property_file_turn.h"
+#include "persist/file/property_file_lease.h"
 #include "persist/log/debug_switches.h"
 #include "persist/log/log_line.h"
 #include "persist/settings/line_log.h"
@@ -94,7 +94,7 @@ void Persistence::PublishOwn() {
 
 void Persistence::RegisterProperty(const std::shared_ptr<Property>& property) {
   {
-    // A load that comes meanwhile finds the property registered or not yet restored.
+    // A load meanwhile finds the property registered, or not yet restored.
     const ScopedLock hold(load_lock_);
     RestoreSilently(*property);
     const ScopedLock hold_store(store_lock_);
@@ -133,7 +133,7 @@ void Persistence::AttachEngine(const std::shared_ptr<PropertySink>& engine) {
 
 void Persistence::EndLoads() {
   loads_ended_.store(true);
-  PropertyFileTurn::WakeAll();
+  PropertyFileLease::WakeAll();
 }
 
 void Persistence::StopWriting() {
@@ -148,12 +148,12 @@ void Persistence::End() {
 
 bool Persistence::Load() {
   const ScopedLock hold(load_lock_);
-  // A service that comes after may have the files for its own by now.
+  // The next service may use the files by now.
   if (loads_ended_.load()) return false;
   const std::optional<LoadOutcome> outcome = LoadFiles();
   if (!outcome) return false;
   std::deque<std::shared_ptr<Property>> registered;
-  // A file that was refused says nothing of values that have changed since it was last read.
+  // A file that was refused must not undo changes since it was last read.
   if (TookLines(*outcome)) {
     const ScopedLock hold_store(store_lock_);
     registered = registered_;
@@ -165,7 +165,7 @@ bool Persistence::Load() {
   return outcome->Succeeded();
 }
 
-// Whoever asked for it by a message hears of a failure as of any other.
+// A client that asked for it by a message sees a lack of memory as any other failure.
 void Persistence::LoadOnCommand() {
   try {
     Load();
@@ -176,19 +176,19 @@ void Persistence::LoadOnCommand() {
   }
 }
 
-// A file that is refused whole leaves what was loaded before. Any other takes its place entirely,
-// so that a line that has gone from the file is forgotten.
+// A file that is refused whole leaves what was loaded before. Any other replaces it entirely, so
+// that a line that was removed from the file is forgotten.
 std::optional<LoadOutcome> Persistence::LoadFiles() {
   const platform::WidePath main_path = platform::WidenPath(main_path_->ToString());
   const platform::WidePath override_path = platform::WidenPath(override_path_->ToString());
   PropertyMap map;
   LoadOutcome outcome;
   {
-    const PropertyFileTurn turn(PropertyFileTurn::For::kReading,
-                                [this] { return loads_ended_.load(); });
-    if (!turn.taken()) return std::nullopt;
-    // Who comes back late from a file call may find an override that is meant for another.
-    const auto in_time = [&] { return turn.Lasts() && !loads_ended_.load(); };
+    const PropertyFileLease lease(PropertyFileLease::For::kReading,
+                                  [this] { return loads_ended_.load(); });
+    if (!lease.granted()) return std::nullopt;
+    // After a file call that took too long, the override file may be one for the next load.
+    const auto in_time = [&] { return lease.Lasts() && !loads_ended_.load(); };
     const auto request_write = [&](const PropertyLine& line) {
       return in_time() && lines_.Push(MakeWriteRequest(line.left_side, line.value, main_path));
     };
@@ -263,8 +263,8 @@ void Persistence::StoreAll() {
     QueueLine(*property);
 }
 
-// A line ends at its first line feed, so a value that has one can't be stored. Whatever becomes of
-// the line, the change has happened, and the other lines and listeners are to have their turn.
+// A line ends at its first line feed, so a value that has one can't be stored. Whether the line is
+// queued or not, the change has happened, and the other lines and listeners must not miss it.
 void Persistence::QueueLine(const Property& property) noexcept {
   try {
     const std::string value = property.GetValueString();

@@ -33,11 +33,11 @@ class PropertySink {
 
 // Purpose: restores registered properties from the property file and writes their changes to it;
 // merges the override file, once.
-// Owner: shared by the service and those who register. The service ends it.
+// Owner: shared by the service and the components that register. The service ends it.
 // Threads: any. A change queues its line and never waits for a file; a load reads on its caller's
 // thread, and waits for the one line that is being written, also by another service.
-// Errors: a load that fails sets "Property Loading Error" and is logged with its cause; so is a
-// line that there is no memory for, which is lost.
+// Errors: a load that fails sets "Property Loading Error" and is logged with its cause. A line for
+// which there is no memory is lost, which is logged.
 class Persistence : public std::enable_shared_from_this<Persistence> {
  public:
   // Loads the files.
@@ -54,22 +54,23 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void AttachEngine(const std::shared_ptr<PropertySink>& engine) EXCLUDES(publish_lock_);
   // What has happened so far is logged at once.
   void AttachLog(const std::shared_ptr<LogSink>& log) { log_->Attach(log); }
-  // Starts the thread that writes lines, and the second one that tries those again that could not
-  // be written and brings them to the disk; false when there are none to be had.
+  // Starts the line writer, and the second line writer, which tries lines again that could not be
+  // written and syncs what was written; false when the system gives no threads.
   bool StartWorkers(int priority, int second_priority) {
     return lines_.Start(priority, second_priority);
   }
-  // From here on loads fail, also those that wait for others to be done with the files, and so hold
-  // nobody up any longer. Lines are still written. On any thread, any number of times.
+  // From here on loads fail, also those that wait for the property files, so that they delay no
+  // other thread. Lines are still written. On any thread; may be called again.
   void EndLoads();
-  // As EndLoads; also begins no more lines, whoever still holds this and changes properties: those
-  // that are still queued are discarded, which the log is told, and so are those that come later.
+  // As EndLoads; also begins no more lines: those that are still queued are discarded, which is
+  // logged, and so are those of later changes.
   void StopWriting();
-  // As StopWriting; also ends the threads. On the one that started them, any number of times.
+  // As StopWriting; also ends the line writers. On the thread that started them; may be called
+  // again.
   void End();
 
-  // Reads the files anew and gives their values to the registered properties, which announce them
-  // and so are stored anew. False when it fails, and once loads are stopped; std::bad_alloc.
+  // Reads the files again and gives their values to the registered properties, which announce them
+  // and so are stored again. False when it fails, and once loads are ended; std::bad_alloc.
   bool Load() EXCLUDES(load_lock_);
   // Queues a line for every registered property, in the order of registration.
   void StoreAll() EXCLUDES(store_lock_);
@@ -81,7 +82,7 @@ class Persistence : public std::enable_shared_from_this<Persistence> {
   void PublishOwn();
   void Publish(const std::shared_ptr<Property>& property) EXCLUDES(publish_lock_);
   void LoadOnCommand() EXCLUDES(load_lock_);
-  // Nothing when loads have ended meanwhile.
+  // Nothing when loads were ended meanwhile.
   std::optional<LoadOutcome> LoadFiles() REQUIRES(load_lock_);
   void LogLoad(const LoadOutcome& outcome, platform::WidePathView main_path,
                platform::WidePathView override_path);

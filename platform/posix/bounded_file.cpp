@@ -12,8 +12,8 @@
 namespace valmere::platform {
 namespace {
 
-// Where another's file was written, a new one may have to stay ours.
-void TakeAfter(const Descriptor& file, const struct stat& status, const struct stat& old) {
+// Where the old file belongs to another user, the new one may have to stay ours.
+void CopyOwnerAndMode(const Descriptor& file, const struct stat& status, const struct stat& old) {
   const bool has_owner = status.st_uid == old.st_uid && status.st_gid == old.st_gid;
   if (has_owner || fchown(file.get(), old.st_uid, old.st_gid) == 0)
     fchmod(file.get(), old.st_mode & kRights);
@@ -44,7 +44,7 @@ std::size_t BoundedFile::Write(const void* buffer, std::size_t length) {
   return count;
 }
 
-// Without a new one the old one stays open, and the next line is the next try.
+// Without a new file the old one stays open, and the next line tries again.
 bool BoundedFile::BeginAnew() {
   struct stat old {};
   if (fstat(descriptor().get(), &old) != 0 || (IsStillThere(old) && !PutAside())) return false;
@@ -57,13 +57,13 @@ bool BoundedFile::BeginAnew() {
     errno = EINVAL;
     return false;
   }
-  if (status.st_size == 0) TakeAfter(file, status, old);
+  if (status.st_size == 0) CopyOwnerAndMode(file, status, old);
   Adopt(std::move(file));
   size_ = static_cast<std::uint64_t>(status.st_size);
   return true;
 }
 
-// It is not where another service, or somebody who tidies up, has put it aside already.
+// Not there any more if another service, or an administrator, has moved it already.
 bool BoundedFile::IsStillThere(const struct stat& file) const {
   struct stat status {};
   return fstatat(place_.folder.get(), place_.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&

@@ -1,4 +1,4 @@
-// A file that grows no further than it may.
+// A file with a bound on its size.
 #pragma once
 
 #include <sys/stat.h>
@@ -17,14 +17,14 @@ namespace valmere::platform {
 // Purpose: is appended to until it would become longer than `most` bytes; it goes on under its name
 //   and ".1" then, in the place of an older one, and a new one with its mode and owner begins.
 // Owner, threads: as File.
-// Errors: as HostFile. What is longer by itself, and what comes while no new one can be begun, is
-//   not written.
+// Errors: as HostFile. A text longer than the bound, and what is written while no new file can be
+//   begun, is dropped.
 class BoundedFile final : public HostFile {
  public:
   BoundedFile(WidePathView path, std::shared_ptr<WriteLedger> ledger, std::uint64_t most)
       : HostFile(path, std::move(ledger)), most_(most) {}
 
-  // Takes the open file over, once, and the place that it is at. False when its size can't be had.
+  // Takes over the open file and its place; called once. False when its size can't be read.
   bool Begin(Place place, Descriptor file);
 
   std::size_t Write(const void* buffer, std::size_t length) override;

@@ -5,9 +5,9 @@
 
 namespace valmere::platform {
 
-// Null on a thread that is none of ours. Every lock asks for it, so it lies where the thread's own
-// register leads to; the general way of a loaded library would take a call, and memory at the first
-// one in each thread.
+// Null on a thread that this layer has not started. Every lock asks for it, so it lies where the
+// thread's own register leads to; the general way of a loaded library would take a call, and memory
+// at the first one in each thread.
 [[gnu::tls_model("initial-exec")]] inline constinit thread_local ThreadMark* current_thread_mark =
     nullptr;
 

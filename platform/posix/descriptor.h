@@ -7,7 +7,7 @@
 
 namespace valmere::platform {
 
-// Owner: whoever holds the file or socket. Threads: one at a time. Without a descriptor it is empty.
+// Owner: the file or socket. Threads: one at a time. Without a descriptor it is empty.
 class Descriptor {
  public:
   Descriptor() = default;

@@ -1,7 +1,7 @@
 // The device's files under one folder of the host. A path is first taken apart as text, which deals
 // with separators and ".."; then each folder is opened inside the one before it without following
-// symbolic links. No link is followed below the root, so none can lead out of it, whatever another
-// process does to the tree meanwhile.
+// symbolic links. No link is followed below the root, so no link can lead out of it, whatever
+// another process does to the tree meanwhile.
 #include "platform/files.h"
 
 #include <fcntl.h>
@@ -34,7 +34,7 @@ constexpr const char* kRootVariable = "VALMERE_ROOT";
 constexpr const char* kDefaultRoot = "/var/lib/valmere";
 constexpr const char* kMaxLogVariable = "VALMERE_MAX_LOG";
 
-// Errors that say nothing of the file.
+// Errors that say nothing about the file.
 bool IsShortage(int error) {
   return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO;
 }
@@ -64,13 +64,14 @@ bool NamesDevice(const Names& names) {
   return !names.empty() && names.back().back() == ':';
 }
 
-// What is under way has such a name, here and in the root's making; a client must not have it.
+// Files that are being written have such names, here and when the root is made; clients can't use
+// them.
 bool IsReserved(const std::string& name) {
   return name.starts_with(".valmere-");
 }
 
 // Purpose: the files below one folder of the host; no path leads out of it.
-// Owner: the service, shared with all that open files.
+// Owner: the service, shared with all components that open files.
 // Threads: any.
 // Errors: what can't be reached can't be opened.
 class HostFileSystem final : public FileSystem {
@@ -138,7 +139,7 @@ class HostFileSystem final : public FileSystem {
   bool SyncOne(WidePathView path) const noexcept try {
     const std::optional<Place> place = Find(path);
     if (place) return SyncToDisk(*place);
-    // A folder that has gone leaves nothing to bring there; a root may come back.
+    // A folder that has gone leaves nothing to sync; a root may come back.
     return errno == ENOENT && OpenAt(AT_FDCWD, root_.c_str(), O_PATH | O_DIRECTORY).valid();
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;

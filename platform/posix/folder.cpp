@@ -1,5 +1,5 @@
-// Any descriptor of a file will do to bring it to the disk, also one that can only read; the one
-// that it was written by need not be kept.
+// A file can be synced by any descriptor, also one that can only read; the one that it was written
+// by need not be kept.
 #include "platform/posix/folder.h"
 
 #include <fcntl.h>
@@ -21,13 +21,13 @@ bool Sync(const Descriptor& file) {
 bool SyncToDisk(const Place& place) noexcept {
   constexpr int kNoHarm = O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
   Descriptor file = OpenAt(place.folder.get(), place.name.c_str(), O_RDONLY | kNoHarm);
-  // A file may be there to be written alone.
+  // The file may be writable but not readable.
   if (!file.valid() && errno == EACCES)
     file = OpenAt(place.folder.get(), place.name.c_str(), O_WRONLY | kNoHarm);
   if (!file.valid()) return errno == ENOENT;
   if (!Sync(file)) return false;
   file = {};  // there may be no third descriptor
-  // Some file systems have nothing to bring there of a folder.
+  // Some file systems can't sync a folder, and need not.
   return Sync(OpenAt(place.folder.get(), ".", O_RDONLY | O_DIRECTORY)) || errno == EINVAL ||
          errno == ENOTSUP;
 }

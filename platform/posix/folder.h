@@ -1,4 +1,4 @@
-// What is done in a folder that is held open.
+// Operations in a folder that is held open.
 #pragma once
 
 #include <string>
@@ -13,8 +13,7 @@ struct Place {
   std::string name;
 };
 
-// Brings the file and its being in the folder to the disk. True also when there is no such file any
-// more, of which nothing is to be kept.
+// Syncs the file and its entry in the folder. True also when there is no such file any more.
 bool SyncToDisk(const Place& place) noexcept;
 
 }  // namespace valmere::platform

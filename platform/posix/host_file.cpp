@@ -10,7 +10,7 @@
 namespace valmere::platform {
 namespace {
 
-// Calls until all is done, nothing more comes or an error ends it; the bytes moved until then.
+// Calls until all is done, nothing more comes or an error ends it; returns the bytes moved.
 template <class Step>
 std::size_t MoveAll(std::size_t length, Step step) {
   std::size_t done = 0;
@@ -35,7 +35,7 @@ std::size_t HostFile::Write(const void* buffer, std::size_t length) {
     return write(descriptor_.get(), static_cast<const char*>(buffer) + done, length - done);
   });
   if (count == length) return count;
-  // A file that was opened for reading alone is no trouble of the disk's.
+  // A file that was opened only for reading says nothing about the disk.
   if (errno != EBADF) Fail();
   return count;
 }

@@ -14,9 +14,9 @@
 
 namespace valmere::platform {
 
-// Purpose: moves bytes from and to a file; tells the ledger what becomes of its writes.
+// Purpose: moves bytes from and to a file; tells the ledger the results of its writes.
 // Owner, threads: as File.
-// Errors: as File; a write that fails is told of, and the file is never complete then.
+// Errors: as File; a write that fails is reported, and the file is never complete then.
 class HostFile : public File {
  public:
   HostFile(WidePathView path, std::shared_ptr<WriteLedger> ledger)
@@ -34,13 +34,13 @@ class HostFile : public File {
   const Descriptor& descriptor() const { return descriptor_; }
   // Something could not be written.
   bool failed() const { return failed_; }
-  // Has the ledger tell of the cause that errno has.
+  // Has the ledger report the cause in errno.
   void Fail() {
     failed_ = true;
     ledger_->Failed(path_);
   }
   void Succeed() { ledger_->Succeeded(path_); }
-  // False when it must be brought to the disk here and now.
+  // False when it must be synced here and now.
   bool LeaveForSync() { return ledger_->AddUnsynced(path_); }
   // Closes the file; false when that fails, as it may where data go over a network by then.
   bool CloseNow();

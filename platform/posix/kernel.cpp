@@ -1,6 +1,6 @@
 // Locks are recursive mutexes and semaphores are POSIX ones, made in place: neither costs memory or
 // a system call until a thread has to sleep. Deadlines go by the monotonic clock, so that setting
-// the wall clock neither cuts a wait short nor draws it out.
+// the wall clock neither shortens nor extends a wait.
 #include "platform/kernel.h"
 
 #include <pthread.h>
@@ -87,8 +87,8 @@ Lock::~Lock() {
   pthread_mutex_destroy(Mutex(storage_));
 }
 
-// What is guarded takes far less than going to sleep and being woken, so a thread that finds the
-// lock held looks again for a moment before it sleeps.
+// A lock is held for far less time than it takes to sleep and be woken, so a thread that finds it
+// held tries again for a moment before it sleeps.
 void Lock::Enter() noexcept {
   CountTaken();
   for (int look = 0; look < kLooksBeforeSleep; ++look) {
@@ -134,7 +134,7 @@ bool Semaphore::WaitUntil(Ticks deadline) noexcept {
   const WaitInKernel wait;
   for (;;) {
     // Asked first on every round: under the thread sanitizer this is also where a signal that broke
-    // the sleep, such as a forced end, gets its turn.
+    // the sleep, such as a forced end, is handled.
     if (sem_trywait(Sem(storage_)) == 0) return true;
     if (sem_clockwait(Sem(storage_), CLOCK_MONOTONIC, &time) == 0) break;
     if (errno != EINTR) return false;

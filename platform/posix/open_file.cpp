@@ -1,5 +1,5 @@
-// Objects are made before files are: one that is emptied, or made, and then not opened for want of
-// memory would be lost.
+// Objects are made before files are: a file that is emptied, or made, and then not opened for lack
+// of memory would be lost.
 #include "platform/posix/open_file.h"
 
 #include <fcntl.h>
@@ -32,7 +32,7 @@ std::optional<int> SystemFlags(OpenFlags flags) {
   return system;
 }
 
-// Opening must not wait for the other end of a pipe that somebody put there.
+// Opening must not wait for the other end of a pipe that lies in the tree.
 Descriptor OpenEntry(const Place& place, int system) {
   return OpenAt(place.folder.get(), place.name.c_str(),
                 system | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK);

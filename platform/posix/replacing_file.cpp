@@ -1,5 +1,5 @@
 // A file that is being written is locked, and a lock ends with its process, however that ends: so a
-// leftover is told from what another process, or another thread, is at.
+// leftover can be told from a file that another process, or another thread, is writing.
 #include "platform/posix/replacing_file.h"
 
 #include <dirent.h>
@@ -46,8 +46,8 @@ void Remove(const Descriptor& folder, const std::string& name) {
   Uninterrupted([&] { return unlinkat(folder.get(), name.c_str(), 0); });
 }
 
-// A sandbox that is older than the call refuses it; whether the file can be replaced shows later
-// then.
+// A sandbox that is older than the call refuses it; then a later call shows whether the file can be
+// replaced.
 bool MayWrite(const Place& place) {
   constexpr int kOfTheFileItself = AT_EACCESS | AT_SYMLINK_NOFOLLOW;
   return Uninterrupted([&] {
@@ -56,7 +56,7 @@ bool MayWrite(const Place& place) {
          errno == EPERM;
 }
 
-// The folder, or the owner of the old file, lets us do no more than write into it.
+// The rights of the folder, or of the old file, allow no more than writing into it.
 bool IsForbidden(int error) {
   return error == EACCES || error == EPERM;
 }
@@ -93,7 +93,7 @@ std::optional<ReplacingFile::Old> ReplacingFile::LookAt(const Place& place) {
              (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0};
 }
 
-// All for ourselves at first where it is to have another owner.
+// Private at first where it will get another owner.
 mode_t ReplacingFile::FirstMode(const Old& old) {
   if (!old.exists) return kNewFileMode;
   const bool ours = old.user == geteuid() && old.group == getegid();
@@ -101,7 +101,7 @@ mode_t ReplacingFile::FirstMode(const Old& old) {
 }
 
 // Mode after owner: a change of owner takes mode bits away.
-bool ReplacingFile::TakeAfter(const Descriptor& file, const Old& old) {
+bool ReplacingFile::CopyOwnerAndMode(const Descriptor& file, const Old& old) {
   struct stat status {};
   if (fstat(file.get(), &status) != 0) return false;
   if ((status.st_uid != old.user || status.st_gid != old.group) &&
@@ -111,15 +111,14 @@ bool ReplacingFile::TakeAfter(const Descriptor& file, const Old& old) {
   return Uninterrupted([&] { return fchmod(file.get(), old.mode & kRights); }) == 0;
 }
 
-// Who may not write the old file may not replace it either. Where somebody else has put the file
-// into a folder of his own, or mounted it there, it is the file that is ours to write and not its
-// name.
+// A process that may not write the old file may not replace it either. Where the folder belongs to
+// another user, or the file is mounted there, we may write the file but not replace its name.
 ReplacingFile::Begun ReplacingFile::Begin(Place& place, bool readable) {
   const std::optional<Old> old = LookAt(place);
   if (!old || (old->exists && !MayWrite(place))) return Begun::kNo;
   if (old->is_mount_point) return Begun::kNotPossible;
   const bool made = MakeBeside(place.folder, readable, FirstMode(*old));
-  if (!made || (old->exists && !TakeAfter(descriptor(), *old))) {
+  if (!made || (old->exists && !CopyOwnerAndMode(descriptor(), *old))) {
     const int error = errno;
     if (made) Remove(place.folder, std::exchange(side_name_, {}));
     Adopt({});  // there may be no other descriptor for a file that is written in place
@@ -142,7 +141,7 @@ bool ReplacingFile::MakeBeside(const Descriptor& folder, bool readable, mode_t m
     file = OpenAt(folder.get(), name.c_str(), flags, mode);
   }
   side_name_ = std::move(name);
-  // Who clears leftovers in this very moment has it first, and it is gone: that shows at the end.
+  // A process that clears leftovers at this very moment may remove it: Complete fails then.
   LockIsFree(file);
   Adopt(std::move(file));
   return true;
@@ -174,7 +173,7 @@ void ClearLeftovers(const Descriptor& folder) noexcept {
   DIR* const entries = listed.valid() ? fdopendir(listed.get()) : nullptr;
   if (entries == nullptr) return;
   listed.Release();
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody else reads these entries
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads these entries
   while (const dirent* entry = readdir(entries)) {
     if (!IsSideName(entry->d_name)) continue;
     const Descriptor file =

@@ -16,17 +16,17 @@ namespace valmere::platform {
 //   its name when it is complete; until then, and whenever anything fails, the old file stays.
 //   Rights and owner are those of the old one.
 // Owner, threads: as File.
-// Errors: as HostFile; also, and that is not told of, where somebody else has replaced or changed
-//   the old file since this one was begun.
+// Errors: as HostFile; also, without a report, when another process has replaced or changed the old
+//   file since this one was begun.
 class ReplacingFile final : public HostFile {
  public:
   using HostFile::HostFile;
   ~ReplacingFile() override;
 
-  // What became of the beginning.
+  // The result of Begin.
   enum class Begun {
     kYes,
-    kNo,           // for the cause that errno has
+    kNo,           // errno has the cause
     kNotPossible,  // it can only be written in place
   };
   // Makes the new file, once, for the one at `place`, which is taken over if it succeeds.
@@ -35,7 +35,7 @@ class ReplacingFile final : public HostFile {
   bool Complete() override;
 
  private:
-  // What has to be known of the old file.
+  // What identifies the old file, and what the new one takes over from it.
   struct Old {
     bool exists = false;
     std::uint32_t device[2] = {};
@@ -52,7 +52,7 @@ class ReplacingFile final : public HostFile {
   // Nothing when what is there is no file or can't be looked at.
   static std::optional<Old> LookAt(const Place& place);
   static mode_t FirstMode(const Old& old);
-  static bool TakeAfter(const Descriptor& file, const Old& old);
+  static bool CopyOwnerAndMode(const Descriptor& file, const Old& old);
   bool MakeBeside(const Descriptor& folder, bool readable, mode_t mode);
 
   std::string side_name_;  // empty when there is no such file any more
@@ -60,7 +60,7 @@ class ReplacingFile final : public HostFile {
   Old old_;
 };
 
-// Removes from the folder what such files of processes that have been killed have left there.
+// Removes from the folder the files that killed processes have left there.
 void ClearLeftovers(const Descriptor& folder) noexcept;
 
 }  // namespace valmere::platform

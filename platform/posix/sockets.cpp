@@ -1,11 +1,11 @@
 // TCP on the BSD socket calls of Linux.
 //
-// Closing and giving back are two things here. Close shuts a socket down, which makes every call
-// that is blocked on it return; the descriptor itself stays taken until the object dies. Otherwise
+// Close does not close the descriptor. It shuts the socket down, which makes every call that is
+// blocked on it return; the descriptor itself is closed when the object is destroyed. Otherwise
 // the kernel could hand its number to the next open file while another thread is still on its way
 // into a call with it. For the same reason a second Close can do no harm.
 //
-// Transfers report Winsock's codes, because that is what the layers above decide by.
+// Transfers report Winsock's codes, because the layers above compare with those.
 #include "platform/sockets.h"
 
 #include <netinet/in.h>
@@ -66,7 +66,7 @@ class SendPatience {
  public:
   explicit SendPatience(int descriptor) : descriptor_(descriptor) {}
 
-  // Bytes went into the send buffer; the time starts anew at the next wait.
+  // Bytes went into the send buffer; the time starts again at the next wait.
   void Progress() { deadline_ = 0; }
 
   // Waits for room to send; false when the peer has taken nothing for too long.
@@ -158,7 +158,7 @@ class PosixListenSocket final : public ListenSocket {
     if (descriptor_.valid()) return -1;
     Descriptor descriptor = MakeTcpSocket();
     // Lets a restarted service have its port back while connections of the last run linger in
-    // TIME_WAIT. A port that somebody listens on stays refused.
+    // TIME_WAIT. A port that another socket listens on stays refused.
     const int on = 1;
     setsockopt(descriptor.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in address = MakeAddress(INADDR_ANY, port);

@@ -1,7 +1,7 @@
-// The descriptor's mode belongs to all who share it, so it is never made non-blocking. What blocks is
-// opened once more for each line, which gives a description of our own: nothing has to be kept in
-// step with a standard error that the program replaces, and no lock is needed. It costs three system
-// calls where there are few lines.
+// The descriptor's mode is shared with other processes, so it is never made non-blocking. What
+// blocks is opened once more for each line, which gives a description of our own: nothing has to be
+// kept in step with a standard error that the program replaces, and no lock is needed. It costs
+// three system calls where there are few lines.
 #include "platform/standard_error.h"
 
 #include <fcntl.h>
@@ -35,8 +35,8 @@ sigset_t SetOf(std::initializer_list<int> signals) {
   return set;
 }
 
-// Writes without the signals that this may raise: for a pipe that nobody reads any more, and for a
-// background process's terminal, where it would stop the whole process.
+// Writes without the signals that this may raise: for a pipe without a reader, and for the terminal
+// of a background process, where it would stop the whole process.
 ssize_t WriteWithoutSignals(int descriptor, std::string_view bytes) {
   const sigset_t held = SetOf({SIGPIPE, SIGTTOU});
   sigset_t before;
@@ -63,9 +63,9 @@ Descriptor OpenOnceMore() {
 ssize_t WriteToDevice(std::string_view bytes) {
   const Descriptor own = OpenOnceMore();
   if (own.valid()) return WriteWithoutSignals(own.get(), bytes);
-  if (errno == ENXIO) return -1;  // nobody is at the other end
-  // It is another user's, or there is no descriptor to be had. A pipe with any room at all has room
-  // for a line; who fills it between the two calls makes this one wait.
+  if (errno == ENXIO) return -1;  // the other end has no reader
+  // It belongs to another user, or there are no more descriptors. A pipe with any room at all has
+  // room for a line; but if another process fills it between the two calls, this one waits.
   pollfd room{STDERR_FILENO, POLLOUT, 0};
   if (poll(&room, 1, 0) != 1 || room.revents != POLLOUT) return -1;
   return WriteWithoutSignals(STDERR_FILENO, bytes);

@@ -11,8 +11,7 @@
 
 namespace valmere::platform {
 
-// Asks again for as long as a signal breaks the call, which may hang with the file system that it
-// goes to.
+// Repeats a call that a signal interrupts. The call may hang with its file system.
 template <class Call>
 auto Uninterrupted(Call call) {
   const WaitInKernel wait;
@@ -23,7 +22,8 @@ auto Uninterrupted(Call call) {
 }
 
 inline constexpr mode_t kNewFileMode = 0644;
-// Of a file that takes another's place; what is written runs with nobody's rights.
+// The mode bits that a file takes over from the one that it replaces. Set-user-id is not among
+// them: what is written must not run with the rights of another user.
 inline constexpr mode_t kRights = 0777;
 
 inline Descriptor OpenAt(int folder, const char* name, int flags, mode_t mode = kNewFileMode) {

@@ -1,8 +1,8 @@
-// Threads and their forced end. The kernel knows no call that ends another thread, so ForceEnd sends
-// the thread a signal whose handler leaves by the bare exit call: nothing is unwound and no exit hook
-// runs. It is sent only to a thread that has been settled with while it waits in the kernel, and that
-// does nothing else any more. The C library never learns that such a thread is gone; its stack stays
-// allotted until the process ends.
+// Threads and their forced end. The kernel knows no call that ends another thread, so ForceEnd
+// sends the thread a signal whose handler leaves by the bare exit call: nothing is unwound and no
+// exit hook runs. It is sent only to a thread that ThreadMark has stopped in a wait in the kernel,
+// and that runs no other code any more. The C library never learns that such a thread is gone; its
+// stack stays allocated until the process ends.
 #include <dlfcn.h>
 #include <pthread.h>
 #include <signal.h>
@@ -50,9 +50,9 @@ constexpr std::size_t kStackFactor = 4;
 constexpr std::size_t kStackFactor = 1;
 #endif
 
-// One of the faults. A worker must not block it, and any other signal that it does not block it could
-// take from the program, which may have it blocked elsewhere to wait for it. Programs have no other use
-// for this one.
+// One of the faults, because a worker must not block this signal. If it left any other signal
+// unblocked, it could take one that the program has blocked elsewhere in order to wait for it.
+// Programs have no other use for this one.
 constexpr int kEndSignal = SIGSYS;
 
 // What workers do not take: every signal but faults. The process's other signals are for the
@@ -120,7 +120,7 @@ void StayLoaded() {
 
 constexpr timespec kPause{0, 100'000};  // nanoseconds
 
-// True when the kernel has no such thread of ours any more, false at the deadline.
+// True when the kernel has no such thread any more, false at the deadline.
 bool AwaitGone(pid_t id, Ticks deadline) {
   while (syscall(SYS_tgkill, getpid(), id, 0) == 0) {
     if (MonotonicNow() >= deadline) return false;
@@ -156,7 +156,8 @@ void* Thread::State::Run(void* argument) {
   return nullptr;
 }
 
-// Anybody can send this signal with any value; only one that names the very thread that it meets is ours.
+// Any process can send this signal with any value; it is ours only if it names the thread that it
+// meets.
 void Thread::State::OnEndSignal(int number, siginfo_t* info, void* context) {
   State* const state = static_cast<State*>(info->si_value.sival_ptr);
   if (info->si_code != SI_QUEUE || info->si_pid != getpid() || current_thread_mark == nullptr ||

@@ -1,5 +1,5 @@
-// A client may name the files that are written, so what is told of them is told sparingly, and a
-// path is shown without what a terminal would take for a command.
+// A client may name the files that are written, so reports about them are limited, and a path is
+// shown without what a terminal would take for a command.
 #include "platform/posix/write_ledger.h"
 
 #include <string.h>
@@ -33,7 +33,7 @@ void WriteLedger::Failed(const WidePath& path) noexcept try {
   WriteErrorLineSparingly(
       {"valmere: cannot write ", name, ": ", std::string_view(CauseOf(root_, error))});
 } catch (const std::exception&) {
-  // No memory: the log tells of it all the same.
+  // No memory: the log reports it all the same.
 }
 
 void WriteLedger::Succeeded(const WidePath& path) noexcept {

@@ -1,4 +1,4 @@
-// What has become of the writes to files.
+// The results of the writes to files.
 #pragma once
 
 #include <atomic>
@@ -11,28 +11,28 @@
 
 namespace valmere::platform {
 
-// Purpose: knows which files have been written and not yet been brought to the disk, and tells on
-// standard error of each that can't be written, once, and of its being written again.
+// Purpose: knows which files have been written and not yet synced, and reports on standard error
+// each that can't be written, once, and when it can be written again.
 // Owner: shared by the file system and its files, which may outlive it.
 // Threads: any.
-// Errors: none. Without memory a file is told of at its next failure.
+// Errors: none. Without memory a file is reported at its next failure.
 class WriteLedger {
  public:
-  // Of more files at once it does not know whether they have been told of.
+  // Of more files than this it does not remember whether they have been reported.
   static constexpr std::size_t kMostTroubles = 16;
-  // More are not kept: whoever writes one more has to bring it to the disk itself.
+  // More are not kept: the writer of one more file has to sync it itself.
   static constexpr std::size_t kMostUnsynced = 64;
 
   explicit WriteLedger(std::string root) : root_(std::move(root)) {}
   WriteLedger(const WriteLedger&) = delete;
   WriteLedger& operator=(const WriteLedger&) = delete;
 
-  // The file can't be written, for the cause that errno has.
+  // The file can't be written; errno has the cause.
   void Failed(const WidePath& path) noexcept EXCLUDES(lock_);
   // What was to be written is in the file.
   void Succeeded(const WidePath& path) noexcept EXCLUDES(lock_);
 
-  // It is to be brought to the disk. False when there is no room for it.
+  // It is to be synced. False when there is no room for it.
   bool AddUnsynced(const WidePath& path) noexcept EXCLUDES(lock_);
   // Hands all of them over.
   std::vector<WidePath> TakeUnsynced() noexcept EXCLUDES(lock_);

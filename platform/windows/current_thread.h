@@ -5,8 +5,9 @@
 
 namespace valmere::platform {
 
-// Null on a thread that is none of ours. In a slot of the kernel's: the compiler's own thread-local
-// variables are not for libraries that are loaded by a running process, on all of these systems.
+// Null on a thread that this layer has not started. In a slot of the kernel's: the compiler's own
+// thread-local variables are not for libraries that are loaded by a running process, on all of
+// these systems.
 ThreadMark* CurrentThreadMark() noexcept;
 void SetCurrentThreadMark(ThreadMark* mark) noexcept;
 

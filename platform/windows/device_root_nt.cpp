@@ -1,6 +1,6 @@
-// A desk has no tree of its own for the device, so it lies under one folder. The long form of its
-// path is taken: with it names such as NUL or COM1 below the folder mean files and not the desk's
-// devices, and blanks or dots at a name's end stay.
+// A desktop system has no tree of its own for the device, so it lies under one folder. The long
+// form of its path is taken: with it names such as NUL or COM1 below the folder mean files and not
+// the system's devices, and blanks or dots at a name's end stay.
 #include "platform/windows/device_root.h"
 
 #include "platform/windows/windows_api.h"

@@ -1,5 +1,5 @@
-// Files by the C runtime's streams with wide names, without a buffer of their own, so that what was
-// written is there for whoever opens the file next; the driver's own device by the kernel.
+// Files by the C runtime's streams with wide names, without a buffer of their own, so that the next
+// open of the file sees what was written; the driver's own device by the kernel.
 #include "platform/files.h"
 
 #include <algorithm>
@@ -44,8 +44,8 @@ std::optional<Names> SplitPath(WidePathView path) {
   return names;
 }
 
-// The only device that the service opens is its own: "PRN" and a digit. A desk has others, which
-// are none of its business.
+// The only device that the service opens is its own: "PRN" and a digit. A desktop system has
+// others, which it must not open.
 bool IsOwnDevice(const Names& names) {
   if (names.size() != 1) return false;
   const std::wstring& name = names.front();
@@ -170,7 +170,7 @@ std::unique_ptr<File> OpenDevice(const std::wstring& name, OpenFlags flags) {
 }
 
 // Purpose: the files below one folder, or the system's own tree where there is no such folder.
-// Owner: the service, shared with all that open files.
+// Owner: the service, shared with all components that open files.
 // Threads: any; nothing changes after construction.
 // Errors: what can't be reached can't be opened.
 class WindowsFileSystem final : public FileSystem {
@@ -186,7 +186,7 @@ class WindowsFileSystem final : public FileSystem {
     if (!mode || !place) return nullptr;
     const DWORD attributes = GetFileAttributesW(place->c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && !IsFile(attributes)) return nullptr;
-    // Made first: a file that is emptied and then not opened, for want of memory, would be lost.
+    // Made first: a file that is emptied and then not opened, for lack of memory, would be lost.
     auto opened = std::make_unique<RuntimeFile>(Has(flags, OpenFlags::kRead));
     std::FILE* stream = _wfopen(place->c_str(), mode->text);
     if (stream == nullptr && mode->make_first && attributes == INVALID_FILE_ATTRIBUTES)
@@ -212,7 +212,7 @@ class WindowsFileSystem final : public FileSystem {
   }
 
  private:
-  // The whole path. Nothing when a folder on the way is missing or is none, or a name leads
+  // The whole path. Nothing when a folder on the way is missing or is not a folder, or a name leads
   // elsewhere.
   std::optional<std::wstring> Find(const Names& names) const {
     std::wstring place = root_;

@@ -71,8 +71,8 @@ Lock::~Lock() {
   DeleteCriticalSection(Section(storage_));
 }
 
-// What is guarded takes far less than going to sleep and being woken, so a thread that finds the
-// lock held looks again for a moment before it sleeps.
+// A lock is held for far less time than it takes to sleep and be woken, so a thread that finds it
+// held tries again for a moment before it sleeps.
 void Lock::Enter() noexcept {
   CountTaken();
   for (int look = 0; look < kLooksBeforeSleep; ++look) {

@@ -1,11 +1,11 @@
 // TCP on Winsock 2.
 //
-// Closing and giving back are two things here, as with every backend: Close makes blocked calls
-// return, and the handle stays taken until the object dies. A stream is shut down. A listener knows
-// no shutting down: whoever closes it connects to it once, and the accept that wakes sees that it
-// was closed. Where that connection can't be had, for want of ports or memory, the handle is given
-// back at once after all: an accept that sleeps on would be worse than the chance that its number
-// is used again between two steps of it.
+// Close does not close the handle, as with every backend: it makes blocked calls return, and the
+// handle is closed when the object is destroyed. A stream is shut down. A listener can't be shut
+// down: Close connects to it once, and the accept that wakes sees that it was closed. Where that
+// connection fails, for lack of ports or memory, the handle is closed at once after all: an accept
+// that sleeps on would be worse than the chance that its number is used again between two steps of
+// it.
 #include "platform/sockets.h"
 
 #include <algorithm>
@@ -30,8 +30,8 @@ constexpr Ticks kPatience = 5'000 * kTicksPerMillisecond;
 // one that stands still.
 constexpr int kPiece = 4096;
 
-// Not every system ends a select when its own side shuts the stream down, so whoever waits looks
-// now and then whether it was closed.
+// Not every system ends a select when its own side shuts the stream down, so a thread that waits
+// checks now and then whether it was closed.
 constexpr Ticks kLongestWait = 100 * kTicksPerMillisecond;
 
 class Handle {
@@ -47,7 +47,7 @@ class Handle {
 
   bool valid() const { return get() != INVALID_SOCKET; }
   SOCKET get() const { return socket_; }
-  // From any thread, any number of times.
+  // From any thread; may be called again.
   void GiveBack() {
     const SOCKET socket = socket_.exchange(INVALID_SOCKET);
     if (socket != INVALID_SOCKET) closesocket(socket);
@@ -57,7 +57,7 @@ class Handle {
   std::atomic<SOCKET> socket_{INVALID_SOCKET};
 };
 
-// Codes that the layers above do not know are one to them.
+// Codes that the layers above do not know become one code.
 int KnownCode(int code) {
   switch (code) {
     case kConnectionAborted:

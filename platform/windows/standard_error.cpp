@@ -1,5 +1,5 @@
-// By the C library, which is what the device's kernel has for it too. It can't be told not to wait,
-// but what a device writes there goes to a debugger or nowhere.
+// By the C library, which the device's kernel has for it too. It can't be told not to wait, but
+// what a device writes there goes to a debugger or nowhere.
 #include "platform/standard_error.h"
 
 #include <cerrno>

@@ -1,4 +1,4 @@
-// Threads of the kernel, without the standard library's: the device's tools know none.
+// Threads of the kernel, not the standard library's, which the device's tools don't have.
 #include <cassert>
 #include <memory>
 #include <new>
@@ -48,7 +48,7 @@ void StayLoaded() {
   if (length > 0 && length < MAX_PATH) LoadLibraryW(path);
 }
 
-// Taken when the library is loaded and given back when it goes.
+// Allocated when the library is loaded and freed when it is unloaded.
 class Slot {
  public:
   Slot() : index_plus_one_(TlsAlloc() + 1) {}
@@ -65,7 +65,7 @@ class Slot {
   }
 
  private:
-  // 0 when there is none to be had, and before it was asked for.
+  // 0 when the system gives none, and before it was asked for.
   const DWORD index_plus_one_;
 };
 const Slot g_slot;

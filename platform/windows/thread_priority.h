@@ -1,4 +1,4 @@
-// The one call about threads in which the device's kernel and a desk's differ.
+// The one call about threads in which the device's kernel and a desktop kernel differ.
 #pragma once
 
 #include "platform/windows/windows_api.h"

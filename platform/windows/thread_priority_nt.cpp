@@ -1,5 +1,5 @@
-// A desk's kernel knows seven levels within a process. They stand for the last eight of the device's
-// scale, as its own older call maps them: 248 is the most urgent, 251 the usual one.
+// A desktop kernel knows seven levels within a process. They stand for the last eight of the
+// device's scale, as its own older call maps them: 248 is the most urgent, 251 the usual one.
 #include "platform/windows/thread_priority.h"
 
 #include <algorithm>

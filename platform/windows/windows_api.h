@@ -1,5 +1,5 @@
-// The operating system's header, without what nobody here uses. Winsock 2 comes first, or the header
-// brings its predecessor.
+// The operating system's header, without what is not used here. Winsock 2 comes first, or the
+// header brings its predecessor.
 #pragma once
 
 #ifndef WIN32_LEAN_AND_MEAN

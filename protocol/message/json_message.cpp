@@ -1,6 +1,6 @@
-// Frames in and out. A frame's fields are each read by exactly one call. A driver session's stream
-// gives what was written in one piece as one piece, so there a field that comes in two is a peer that
-// lost its way; a TCP stream may cut up any text, and such a session ends all the same.
+// Each field of a frame is read by exactly one call. A driver session's stream gives what was
+// written by one call to one call, so a field that comes in two pieces is an error of the peer. A
+// TCP stream may split any text, and the session ends then too.
 #include "protocol/message/json_message.h"
 
 #include <stdexcept>
@@ -19,7 +19,8 @@ constexpr std::size_t kKeptBufferBytes = std::size_t{16} * 1024;
 // What the parser appends to a text.
 constexpr std::size_t kParserBytes = 2;
 
-// The parser's state is all in its call, so another message may be parsed in the middle of this one.
+// The parser's state is all in its call, so another message may be parsed in the middle of this
+// one.
 void LetNextParse() NO_THREAD_SAFETY_ANALYSIS {
   ParserLock().LetNextIn();
 }
@@ -56,8 +57,8 @@ bool JsonMessage::Read(Connection& connection, const std::atomic<bool>* stopped)
   return read;
 }
 
-// Null for a text that is none, which standard error is told of when the lock is free again. Who had to
-// wait for the lock may have been stopped meanwhile.
+// Null for a text that can't be parsed, which is written to standard error when the lock is free
+// again. While it waits for the lock it may be stopped.
 JsonValue JsonMessage::Parse(const ParseStop& stop) {
   JsonValue value;
   std::string_view error;
@@ -67,7 +68,7 @@ JsonValue JsonMessage::Parse(const ParseStop& stop) {
   } catch (const std::invalid_argument&) {
     // A \u that no hexadecimal digits follow, in single quotes: a text that can't be read.
   }
-  if (!error.empty()) TellOfParseError(error);
+  if (!error.empty()) ReportParseError(error);
   return value;
 }
 

@@ -12,10 +12,10 @@
 
 namespace valmere {
 
-// Purpose: reads and writes framed messages and owns the object of the one at hand.
-// Owner: whoever holds the conversation; may be used for one message after another.
+// Purpose: reads and writes framed messages and owns the object of the current one.
+// Owner: the code that serves a connection; may be used for one message after another.
 // Threads: one at a time.
-// Errors: Read and Write return false, and throw std::bad_alloc, Read also for a text that is long.
+// Errors: Read and Write return false, and throw std::bad_alloc.
 class JsonMessage {
  public:
   JsonMessage() : object_(JsonValue::Object()) {}
@@ -25,8 +25,8 @@ class JsonMessage {
 
   // Reads one frame, each field by one read call; a field that comes in pieces is a failure, and so
   // is a text that is no JSON object. A length of 0 or above kMaximumMessageBytes is refused before
-  // memory is taken. After a failure the object is as it was. Where `stopped` is given
-  // and raised it fails, soon after it has what it waits for.
+  // memory is allocated. After a failure the object is as it was. Once `stopped` is raised it
+  // fails, soon after the read call that it waits in has returned.
   virtual bool Read(Connection& connection, const std::atomic<bool>* stopped);
   bool Read(Connection& connection) { return Read(connection, nullptr); }
   // Writes the object as one frame by one write call; false unless all of it was taken.
@@ -47,7 +47,7 @@ class JsonMessage {
   bool ReadText(Connection& connection);
   JsonValue Parse(const ParseStop& stop);
 
-  // The bytes of the frame at hand. Kept from message to message, as long as they are few.
+  // The bytes of the current frame. A small buffer is kept from message to message.
   std::string buffer_;
 };
 

@@ -1,5 +1,5 @@
-// A lock alone would not do: a thread that lets go and asks again has it back before the one that waits
-// is awake.
+// A lock alone is not enough: a thread that releases it and asks again has it back before the
+// waiting one is awake.
 #include "protocol/message/parser_lock.h"
 
 namespace valmere {

@@ -7,10 +7,10 @@
 
 namespace valmere {
 
-// Purpose: one message at a time; but a long one lets those in between who wait, so that nobody waits
-// for all of it.
+// Purpose: one message is parsed at a time; but the parse of a long one lets waiting threads go
+// first in between, so that no thread waits for all of it.
 // Owner: the process.
-// Threads: any. What the publishing thread renders shares nothing with it, nor do replies.
+// Threads: any. The publishing thread, and threads that render replies, do not take it.
 // Errors: none.
 class CAPABILITY("mutex") ParsingLock {
  public:
@@ -22,16 +22,17 @@ class CAPABILITY("mutex") ParsingLock {
   // Takes the lock if no other thread holds it; never waits.
   bool TryEnter() noexcept TRY_ACQUIRE(true) { return work_.TryEnter(); }
   void Leave() noexcept RELEASE() { work_.Leave(); }
-  // Whether somebody waits for it, at the gate already.
+  // Whether a thread waits for it and holds the gate.
   bool awaited() const noexcept { return awaited_.load(std::memory_order_relaxed); }
-  // By who holds it, once: where somebody waits, returns when he has had the lock.
+  // Called by the holder, which entered once. If a thread waits, this returns after that thread has
+  // had the lock.
   void LetNextIn() noexcept REQUIRES(this);
 
  private:
   void WaitAtTheGate() noexcept;
 
-  // Who waits does so with the gate held. Who lets go in between has to pass the gate to come back,
-  // and so comes behind who waits.
+  // A thread that waits for the lock holds the gate. A holder that lets another in has to pass the
+  // gate to come back, and so comes behind the thread that waits.
   Lock gate_;
   Lock work_;
   std::atomic<bool> awaited_{false};

@@ -6,17 +6,21 @@
 #include <string_view>
 
 #include "protocol/message/json_message.h"
+#include "protocol/wire/entries.h"
 #include "protocol/wire/message_keys.h"
 
 namespace valmere {
 
-// Purpose: fills and takes apart the top-level keys of one message.
+// Purpose: builds and parses the top-level keys of one message.
 // Owner, threads: those of JsonMessage.
-// Errors: std::bad_alloc. Builders escape every text that they are given. Parsers read a missing key,
-// a value that is no string and an entry that is no object as empty texts; a key that is absent or
-// holds no array has no entries. What parsers give names texts inside this message.
+// Errors: std::bad_alloc. Builders escape every text that they are given. Parsers read a missing
+// key, a value that is no string and an entry that is no object as empty texts; a key that is
+// absent or holds no array has no entries. The records that parsers give refer to texts inside this
+// message.
 class PropertyMessage : public JsonMessage {
  public:
+  // The service itself sends SubscribeAll alone, and renders its replies as EntryFrames; the other
+  // builders are for components that speak to it.
   void SubscribeAll();
   void AddSubscribeEntry(const PropertyAddress& address) override;
   void SubscribeList(std::span<const PropertyAddress> addresses) override;
@@ -24,26 +28,26 @@ class PropertyMessage : public JsonMessage {
   void GetResponses(std::span<const PropertyResponseRecord> records);
 
   bool Has(std::string_view key) const { return object_.Find(key) != nullptr; }
-  // How many entries there are under the key.
+  // The number of entries under the key.
   std::size_t Count(std::string_view key) const;
 
-  // Each gives entry after entry to `take`, in their order, until that returns false; false then. A
-  // message may hold two million entries: no list of them is made.
+  // Each passes the entries to `take`, in their order, until that returns false, and then returns
+  // false. A message may hold two million entries: no list of them is made.
   template <class Take>
   bool ForEachSetRequest(Take take) const {
-    return ForEach(keys::kSetRequests, take, SetRecordOf);
+    return ForEach(keys::kSetRequests, take, ReadSetRecord);
   }
   template <class Take>
   bool ForEachGetRequest(Take take) const {
-    return ForEach(keys::kGetRequests, take, AddressOf);
+    return ForEach(keys::kGetRequests, take, ReadAddress);
   }
   template <class Take>
   bool ForEachSubscribeRequest(Take take) const {
-    return ForEach(keys::kSubscribeRequests, take, AddressOf);
+    return ForEach(keys::kSubscribeRequests, take, ReadAddress);
   }
   template <class Take>
-  bool ForEachGetResponse(Take take) const {
-    return ForEach(keys::kGetResponses, take, ResponseRecordOf);
+  bool ForEachPublication(Take take) const {
+    return ForEach(keys::kGetResponses, take, ReadResponseRecord);
   }
 
  private:
@@ -57,9 +61,6 @@ class PropertyMessage : public JsonMessage {
   }
   // Null when the key is absent or holds no array.
   const JsonValue* EntriesUnder(std::string_view key) const;
-  static PropertySetRecord SetRecordOf(const JsonValue& entry);
-  static PropertyAddress AddressOf(const JsonValue& entry);
-  static PropertyResponseRecord ResponseRecordOf(const JsonValue& entry);
 };
 
 }  // namespace valmere

@@ -13,17 +13,17 @@ namespace {
 
 constexpr std::string_view kTextEnd = "]}";
 
-// What is copied or escaped without a look at `stop`; on a slow machine some milliseconds.
+// How much is copied or escaped between two looks at `stop`; on a slow machine some milliseconds.
 constexpr std::size_t kEscapedAtOnce = std::size_t{64} * 1024;
 constexpr std::size_t kCopiedAtOnce = std::size_t{1} << 20;
-// A byte that needs it becomes \u and four digits.
+// The longest escape of a byte is \u and four digits.
 constexpr std::size_t kMostOfAnEscape = 6;
-// Up to here the buffer grows as it likes. A larger one is moved in pieces.
+// Up to here the string grows the buffer itself. A larger one is moved in pieces.
 constexpr std::size_t kOrdinaryBufferBytes = std::size_t{1} << 20;
 
 // An entry's fixed parts and texts, in their order.
 template <class Sink>
-void Write(const PropertyResponseRecord& record, Sink& sink) {
+void RenderEntry(const PropertyResponseRecord& record, Sink& sink) {
   sink.Fixed("{\"Component\": \"");
   sink.Text(record.component);
   sink.Fixed("\",\"ComponentString\": \"");
@@ -44,7 +44,7 @@ void Write(const PropertyResponseRecord& record, Sink& sink) {
 }
 
 template <class Sink>
-void Write(const PropertySetRecord& record, Sink& sink) {
+void RenderEntry(const PropertySetRecord& record, Sink& sink) {
   sink.Fixed("{\"Component\": \"");
   sink.Text(record.component);
   sink.Fixed("\",\"GUID\": \"");
@@ -63,14 +63,14 @@ struct RawSize {
   std::size_t bytes = 0;
 };
 
-// Appends as it comes.
+// Appends part by part.
 struct PlainWriter {
   void Fixed(std::string_view text) { out.append(text); }
   void Text(std::string_view text) { AppendEscaped(text, out); }
   std::string& out;
 };
 
-// Appends through a function that may give up: (text, bytes at once, what one byte may become).
+// Appends through a function that may give up: (text, bytes at once, bytes that one may become).
 template <class Put>
 struct PieceWriter {
   void Fixed(std::string_view text) { whole = whole && put(text, kCopiedAtOnce, 1); }
@@ -105,7 +105,7 @@ bool EntryFrame::AppendText(std::string_view entries) {
   return AppendWhole(entries.size(), [&] { return PutPieces(entries, kCopiedAtOnce, 1); });
 }
 
-// What completed the frame goes; a comma comes behind what there is.
+// Removes what completed the frame, and puts a comma behind the entries that there are.
 inline void EntryFrame::Reopen() {
   if (buffer_.size() != end_) buffer_.resize(end_);
   if (!empty()) buffer_.push_back(',');
@@ -114,7 +114,7 @@ inline void EntryFrame::Reopen() {
 template <class Record>
 bool EntryFrame::AppendEntry(const Record& record) {
   RawSize raw;
-  Write(record, raw);
+  RenderEntry(record, raw);
   const std::size_t least = raw.bytes;
   const std::size_t most = least * kMostOfAnEscape;
   if (least <= kEscapedAtOnce && HasRoomFor(most)) {
@@ -131,8 +131,8 @@ bool EntryFrame::AppendEntry(const Record& record) {
   });
 }
 
-// Whether an entry that has at most so many bytes can neither be refused nor ask for memory: nearly
-// every entry of a frame that has grown.
+// Whether an entry of at most that many bytes can neither be refused nor need memory: nearly every
+// entry of a frame that has grown.
 bool EntryFrame::HasRoomFor(std::size_t bytes) const {
   const std::size_t end = end_ + 1 + bytes + kTextEnd.size();
   return end <= buffer_.capacity() && end <= most_ && !stop_.load(std::memory_order_relaxed);
@@ -144,7 +144,7 @@ void EntryFrame::Finish() {
   EndFrame(buffer_);
 }
 
-// All of it or nothing; `least` bytes come, and perhaps more for escapes.
+// Appends all of it or nothing: `least` bytes, and perhaps more for escapes.
 template <class Append>
 bool EntryFrame::AppendWhole(std::size_t least, Append append) {
   buffer_.resize(end_);
@@ -168,7 +168,7 @@ bool EntryFrame::AppendWhole(std::size_t least, Append append) {
 template <class Record>
 void EntryFrame::PutShort(const Record& record) {
   PlainWriter writer{buffer_};
-  Write(record, writer);
+  RenderEntry(record, writer);
 }
 
 template <class Record>
@@ -177,11 +177,11 @@ bool EntryFrame::PutLong(const Record& record) {
     return PutPieces(text, piece, growth);
   };
   PieceWriter<decltype(put)> writer{put};
-  Write(record, writer);
+  RenderEntry(record, writer);
   return writer.whole;
 }
 
-// `growth` is how many bytes one may become; a text that does not grow is copied as it is.
+// `growth` is the number of bytes that one may become; with 1 the text is copied as it is.
 bool EntryFrame::PutPieces(std::string_view text, std::size_t piece, std::size_t growth) {
   for (; !text.empty(); text.remove_prefix(std::min(piece, text.size()))) {
     const std::string_view next = text.substr(0, piece);
@@ -195,7 +195,7 @@ bool EntryFrame::PutPieces(std::string_view text, std::size_t piece, std::size_t
   return true;
 }
 
-// A long text is moved to a larger place in pieces, and takes no larger one than it may ever need.
+// A long text is moved to a larger buffer in pieces; that is no larger than the frame may become.
 bool EntryFrame::MakeRoom(std::size_t bytes) {
   const std::size_t needed = buffer_.size() + bytes + kTextEnd.size();
   if (needed <= buffer_.capacity() || buffer_.size() < kOrdinaryBufferBytes) return true;

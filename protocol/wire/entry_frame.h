@@ -1,7 +1,7 @@
 // The frame of a message whose only key holds an array of entries, written straight from texts.
 //
-// Answers, published changes and sets that are passed on are nearly all that the service sends. They
-// are written here without a JsonValue in between; the bytes are those that PropertyMessage's
+// Answers, published changes and sets that are passed on are nearly all that the service sends.
+// They are written here without a JsonValue in between; the bytes are those that PropertyMessage's
 // builders and the JSON writer would make of the same records.
 #pragma once
 
@@ -16,8 +16,8 @@
 namespace valmere {
 
 // Purpose: builds one frame, entry by entry, up to a bound and for as long as it is wanted.
-// Owner: whoever sends the frame; the buffer is the caller's and may be used again.
-// Threads: one at a time; `stop` may go up on any other.
+// Owner: the sender of the frame; the buffer is the caller's and may be used again.
+// Threads: one at a time; any other may raise `stop`.
 // Errors: std::bad_alloc. An entry that can't be appended leaves the frame as it was.
 // No step takes long: a text of any length is looked at in pieces, between which `stop` is read.
 class EntryFrame {
@@ -27,22 +27,22 @@ class EntryFrame {
   EntryFrame(const EntryFrame&) = delete;
   EntryFrame& operator=(const EntryFrame&) = delete;
 
-  // Starts the frame anew.
+  // Starts a new frame.
   void Clear();
-  // How many bytes the whole frame may have from here on.
+  // The size in bytes that the whole frame may have from here on.
   void set_most(std::size_t bytes) { most_ = bytes; }
-  // Makes room for so many entries of ordinary length at once.
+  // Makes room for that many entries of ordinary length at once.
   void Reserve(std::size_t entries);
-  // Appends the text of an entry, or of several with commas between them. False when that would be
-  // too long, or when it is not wanted any more.
+  // Appends the text of an entry, or of several with commas between them. False when the frame
+  // would be too long, or when `stop` is up.
   bool AppendText(std::string_view entries);
-  // Completes the frame; who appends after it opens it again.
+  // Completes the frame; another append opens it again.
   void Finish();
 
   bool empty() const { return end_ == start_; }
   // Whether an entry was refused because it would have been too long.
   bool too_long() const { return too_long_; }
-  // Of what has been appended: where it ends, and a part of it.
+  // Where the appended entries end, and a part of them.
   std::size_t end() const { return end_; }
   std::string_view Text(std::size_t begin, std::size_t end) const {
     return std::string_view(buffer_).substr(begin, end - begin);

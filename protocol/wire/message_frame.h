@@ -22,7 +22,7 @@ inline std::uint32_t DecodeLength(const unsigned char* field) {
          static_cast<std::uint32_t>(field[2]) << 16 | static_cast<std::uint32_t>(field[3]) << 24;
 }
 
-// Starts a frame at the end of `out`: a header whose length is not known yet. The text follows.
+// Starts a frame at the end of `out` with a header that has no length yet. The text follows.
 inline void BeginFrame(std::string& out) {
   out.append(reinterpret_cast<const char*>(kStreamFormatIdentifier.data()),
              kStreamFormatIdentifier.size());

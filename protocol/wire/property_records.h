@@ -14,7 +14,7 @@ inline constexpr std::string_view kUnknownGroup = "Unknown Group";
 inline constexpr std::string_view kUnknownProperty = "Unknown Property";
 inline constexpr std::string_view kInvalidValue = "Invalid Value";
 
-// One property as requests name it.
+// The address of a property in a request.
 struct PropertyAddress {
   std::string_view component;
   std::string_view group_guid;
@@ -28,7 +28,7 @@ struct PropertySetRecord {
   std::string_view value;
 };
 
-// One answer to a get, one published change, or one entry of a component's publication.
+// One answer to a get, one published change, or one publication of a component.
 struct PropertyResponseRecord {
   std::string_view group_guid;
   std::string_view group_name;
@@ -40,7 +40,7 @@ struct PropertyResponseRecord {
   std::string_view component_name;
 };
 
-// The answer about a property that nobody has. The component's display string is the placeholder of
+// The answer to a get of an unknown property. The component's display string is the placeholder of
 // the group: receivers rely on it.
 inline PropertyResponseRecord UnknownPropertyRecord(const PropertyAddress& address,
                                                     std::string_view status) {

@@ -94,7 +94,7 @@ bool PropertyEngine::HandleMessage(const PropertyMessage& message,
   }
   if (message.Has(keys::kSubscribeRequests) || message.Has(keys::kSubscribeAll))
     Subscribe(message, sender);
-  message.ForEachGetResponse([&](const PropertyResponseRecord& entry) {
+  message.ForEachPublication([&](const PropertyResponseRecord& entry) {
     if (!sender->ended()) ApplyComponentEntry(entry, sender);
     return !sender->ended();
   });

@@ -1,5 +1,5 @@
-// A property file: what is read of it comes back when it is written line by line, and a line that is
-// replaced costs no other.
+// A property file: what is read of it comes back when it is written line by line, and a line that
+// is replaced costs no other.
 #include <iterator>
 #include <string>
 #include <utility>
@@ -42,7 +42,7 @@ void WriteLinesAnew(PropertyMap map) {
   Require(again == map, "lines are read as they were written");
 }
 
-// Also in a file with a wrong trailer, whose lines nobody knows.
+// Also in a file with a wrong trailer, whose lines are not read.
 void ReplaceOneLine(test::MemoryFileSystem& files, PropertyMap map, bool lines_end) {
   const PropertyLine line =
       map.empty() ? PropertyLine{"k|g:n", "1"} : PropertyLine{map.begin()->second.left_side, "new"};

@@ -7,7 +7,7 @@
 
 #include "json/json_unescape.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 std::string Expected(int byte) {
@@ -88,4 +88,4 @@ TEST(JsonEscape, IsUndoneByTheParsersUnescape) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -17,12 +17,11 @@
 #include "tests/json/reference_parser.h"
 #include "tests/json/written.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
-using ::valmere::test::ReferenceParse;
 
 constexpr std::size_t kLargestMessage = 4'194'304;
 
@@ -64,8 +63,6 @@ Outcome Parsed(std::string text) {
   }
   return outcome;
 }
-
-using test::Written;
 
 // Compares on `count` texts of up to `longest` random pieces; the number of texts that are values.
 template <std::size_t kPieces>
@@ -243,4 +240,4 @@ TEST(JsonLanguage, ReadsAnArrayOfManyElements) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

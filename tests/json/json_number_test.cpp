@@ -8,7 +8,7 @@
 #include <limits>
 #include <string>
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
@@ -99,4 +99,4 @@ TEST(JsonNumber, ReadsTokensWithoutADigitAsZero) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

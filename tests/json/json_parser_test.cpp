@@ -16,7 +16,7 @@
 #include "tests/json/written.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 using ::testing::internal::CaptureStderr;
@@ -37,8 +37,6 @@ std::string Repeated(const std::string& text, int times) {
     all += text;
   return all;
 }
-
-using test::Written;
 
 // The text of what was parsed; what is said of it when nothing was.
 std::string Reading(std::string text) {
@@ -212,7 +210,7 @@ TEST(JsonParser, RunsOutOfStackBeyondTenThousandEntries) {
 }
 
 TEST(JsonParser, ParsesTheDeepestTextInASmallStack) {
-  test::TestThread thread([] {
+  TestThread thread([] {
     const JsonValue arrays = ParseJson(Repeated("[", kDeepestArray) + Repeated("]", kDeepestArray));
     int depth = 0;
     for (const JsonValue* value = &arrays; value->size() == 1; value = &value->At(0))
@@ -226,7 +224,7 @@ TEST(JsonParser, ParsesTheDeepestTextInASmallStack) {
 }
 
 TEST(JsonParser, ParsesOnManyThreadsAtOnce) {
-  std::vector<test::TestThread> threads;
+  std::vector<TestThread> threads;
   threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([number = std::to_string(i)] {
@@ -250,7 +248,7 @@ TEST(JsonParser, ParsesInTheCallersBuffer) {
 // The line comes when lines may be written; others have used up the burst perhaps.
 TEST(JsonParser, TellsStandardErrorOfAnError) {
   std::string said;
-  EXPECT_TRUE(test::Eventually([&] {
+  EXPECT_TRUE(Eventually([&] {
     CaptureStderr();
     EXPECT_EQ(ParseJson("[1").kind(), JsonKind::kNull);
     said = GetCapturedStderr();
@@ -278,4 +276,4 @@ TEST(JsonParser, GivesBackWhatWasEscapedAndWritten) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 // Around the longest that lies in the object itself.
@@ -56,4 +56,4 @@ TEST(JsonText, IsOrderedByItsBytes) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 std::string Failure(const std::string& content) {
@@ -71,4 +71,4 @@ TEST(JsonUnescape, ThrowsWhenNoHexadecimalNumberFollowsU) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -11,7 +11,7 @@
 
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 std::vector<std::string> Keys(const JsonMembers& members) {
@@ -236,7 +236,7 @@ TEST(JsonValue, ComparesKindAndEveryPayload) {
 }
 
 TEST(JsonValue, IsDestroyedInASmallStackHoweverDeep) {
-  test::TestThread thread([] {
+  TestThread thread([] {
     JsonValue arrays = NestedArrays(100'000);
     EXPECT_EQ(arrays.size(), 1U);
     JsonValue objects;
@@ -294,4 +294,4 @@ TEST(JsonMembers, FindAndIndexAsAnObjectDoes) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

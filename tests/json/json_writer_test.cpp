@@ -12,10 +12,8 @@
 #include "json/json_value.h"
 #include "tests/json/written.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Written;
 
 std::string Streamed(double value) {
   std::ostringstream stream;
@@ -117,4 +115,4 @@ TEST(JsonWriter, AppendsToWhatIsThere) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

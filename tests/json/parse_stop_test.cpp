@@ -1,5 +1,5 @@
-// A parse that is told to stop lets go wherever it is. The flag is up from the start here, so each of
-// these meets it at its first look, which must not come only behind all of the work.
+// A parse that is told to stop lets go wherever it is. The flag is up from the start here, so each
+// of these meets it at its first look, which must not come only behind all of the work.
 #include "json/parse_stop.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@
 #include "json/json_unescape.h"
 #include "tests/json/written.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 using ::testing::internal::CaptureStderr;
@@ -53,7 +53,7 @@ TEST(ParseStop, GivesNullWithoutAWord) {
 TEST(ParseStop, LeavesAParseAloneThatIsNotStopped) {
   const std::atomic<bool> flag{false};
   std::string text = R"({"a": [1,"\u0041"]})";
-  EXPECT_EQ(test::Written(ParseJsonInPlace(text, ParseStop(flag))), R"({"a": [1,"A"]})");
+  EXPECT_EQ(Written(ParseJsonInPlace(text, ParseStop(flag))), R"({"a": [1,"A"]})");
 }
 
 TEST(ParseStop, EndsALongTokenOfEachKind) {
@@ -107,4 +107,4 @@ TEST(ParseStop, EndsTheMovesOfManyValues) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

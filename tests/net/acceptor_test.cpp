@@ -14,10 +14,8 @@
 #include "net/tcp_listener.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Eventually;
 
 constexpr int kPriority = 249;
 
@@ -248,4 +246,4 @@ TEST(Acceptor, DropsAConnectionThatTheSinkCannotTakeAndGoesOn) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -9,11 +9,8 @@
 #include "tests/support/scripted_connection.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::ScriptedConnection;
-using test::TestThread;
 
 // Takes each write byte by byte and lets other threads run in between.
 class DawdlingConnection final : public Connection {
@@ -118,4 +115,4 @@ TEST(ClientConnection, PassesEverythingOn) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -6,7 +6,7 @@
 #include "net/tcp_listener.h"
 #include "platform/sockets.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 TEST(ListenerFactory, TakesPort65534ForNoListener) {
@@ -40,4 +40,4 @@ TEST(ListenerFactory, PassesThePortOn) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

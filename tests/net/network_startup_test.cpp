@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 int starts = 0;
@@ -60,4 +60,4 @@ TEST_F(NetworkStartupTest, StartsTheRealLibrary) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -6,10 +6,8 @@
 
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::TestThread;
 
 // An accept on a thread of its own.
 struct BlockedAccept {
@@ -88,4 +86,4 @@ TEST(NullListener, BlocksAgainWhenItIsOpenedAgain) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

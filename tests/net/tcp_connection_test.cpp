@@ -5,7 +5,7 @@
 #include <memory>
 #include <utility>
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 using platform::Transfer;
@@ -162,4 +162,4 @@ TEST_F(TcpConnectionTest, AFailedWriteLeavesWhatHasArrivedReadable) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

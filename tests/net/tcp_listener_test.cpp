@@ -10,10 +10,8 @@
 #include "net/tcp_connection.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::TestThread;
 
 std::unique_ptr<Connection> Connect(std::uint16_t port) {
   auto socket = platform::ConnectLoopback(port);
@@ -230,4 +228,4 @@ TEST(TcpListener, FreesItsPortWhenItDies) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

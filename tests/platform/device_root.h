@@ -1,5 +1,5 @@
-// A device root of a test's own, on a host whose backend takes it from VALMERE_ROOT. What it does to
-// the system lies in a folder for each.
+// A device root of a test's own, on a host whose backend takes it from VALMERE_ROOT. What it does
+// to the system lies in a folder for each.
 #pragma once
 
 #include <string>

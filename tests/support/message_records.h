@@ -36,7 +36,7 @@ inline std::vector<PropertyAddress> SubscribeRequestsOf(const PropertyMessage& m
 
 inline std::vector<PropertyResponseRecord> GetResponsesOf(const PropertyMessage& message) {
   std::vector<PropertyResponseRecord> records;
-  message.ForEachGetResponse([&](const PropertyResponseRecord& record) {
+  message.ForEachPublication([&](const PropertyResponseRecord& record) {
     records.push_back(record);
     return true;
   });

@@ -9,7 +9,7 @@
 
 #include "driver/service/service.h"
 #include "driver/sync/live_counters.h"
-#include "persist/file/property_file_turn.h"
+#include "persist/file/property_file_lease.h"
 #include "tests/driver/messages.h"
 #include "tests/support/allocations.h"
 #include "tests/support/frames.h"
@@ -111,7 +111,7 @@ TEST(EndingService, DoesNotLeaveAClientBehindThatWaitsForTheFiles) {
   const auto files = std::make_shared<MemoryFileSystem>();
   auto service = MakeService(files);
   auto session = service->sessions().Find(service->sessions().Open());
-  const PropertyFileTurn turn(PropertyFileTurn::For::kRewriting);
+  const PropertyFileLease lease(PropertyFileLease::For::kRewriting);
   const std::string load =
       FrameOf(SetText({kOwnComponent.component,
                        "99A61D40-20CE-41EA-A579-EB92C6ED94C6:0D9B0F83-2282-4728-A78E-FE2FF4E3A13C"},

@@ -7,7 +7,7 @@
 
 #include "tests/persist/file/property_file_samples.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 std::string Noise(std::size_t size) {
@@ -30,13 +30,13 @@ TEST(Crc16, EqualsTheBitwiseDefinitionAtEverySizeAndOffset) {
   const std::string noise = Noise(3000);
   for (std::size_t size = 0; size < 2600; ++size) {
     const std::string_view bytes = std::string_view(noise).substr(size % 11, size);
-    ASSERT_EQ(Crc16(bytes), test::BitwiseCrc16(bytes)) << size;
+    ASSERT_EQ(Crc16(bytes), BitwiseCrc16(bytes)) << size;
   }
 }
 
 TEST(Crc16, EqualsTheBitwiseDefinitionForALargeFile) {
   const std::string noise = Noise(1'000'003);
-  EXPECT_EQ(Crc16(noise), test::BitwiseCrc16(noise));
+  EXPECT_EQ(Crc16(noise), BitwiseCrc16(noise));
 }
 
 TEST(Crc16, SeesEverySingleFlippedBit) {
@@ -50,4 +50,4 @@ TEST(Crc16, SeesEverySingleFlippedBit) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -8,7 +8,7 @@
 
 #include "persist/file/sync_schedule.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 constexpr platform::Ticks kSecond = 1000 * platform::kTicksPerMillisecond;
@@ -106,7 +106,7 @@ TEST_F(FailedLinesTest, ATryOfLinesThatWereGivenUpSaysNothingOfLaterOnes) {
   ASSERT_FALSE(lines_.Holds(u"0"));
   lines_.AddFile(Line("0", "later"), kStart);
   EXPECT_EQ(lines_.Finished(u"0"), std::nullopt);
-  EXPECT_TRUE(lines_.Holds(u"0")) << "which nobody has written";
+  EXPECT_TRUE(lines_.Holds(u"0")) << "which has not been written";
 }
 
 TEST_F(FailedLinesTest, AFileIsOneInEverySpelling) {
@@ -122,7 +122,7 @@ TEST_F(FailedLinesTest, AFileIsOneInEverySpelling) {
 TEST_F(FailedLinesTest, AFileThatIsOnItsWayIsNotDueAgainAtOnce) {
   lines_.AddFile(Line("f", "1"), kStart);
   ASSERT_EQ(TriedAt(kStart + kSecond), "a|b=1");
-  EXPECT_EQ(lines_.NextDue(), kStart + 2 * kSecond) << "also if nobody says what became of it";
+  EXPECT_EQ(lines_.NextDue(), kStart + 2 * kSecond) << "also without a report of its result";
 }
 
 TEST_F(FailedLinesTest, TheOneThatIsBeingTriedIsNotAmongAll) {
@@ -172,4 +172,4 @@ TEST(SyncScheduleTest, TriesAgainAfterASecondThenTwoUpToAMinute) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

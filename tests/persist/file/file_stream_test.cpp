@@ -8,7 +8,7 @@
 #include "tests/persist/file/huge_file_system.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 using platform::OpenFlags;
@@ -22,7 +22,7 @@ class FileStreamTest : public ::testing::Test {
     return bytes;
   }
 
-  test::MemoryFileSystem files_;
+  MemoryFileSystem files_;
 };
 
 TEST_F(FileStreamTest, MovesBytesAsTheyStand) {
@@ -106,12 +106,12 @@ TEST_F(FileStreamTest, GivesNothingWhenTheSizeCantBeHad) {
 }
 
 TEST_F(FileStreamTest, GivesNothingWhenTheFileIsTooLargeForTheMemory) {
-  test::HugeFileSystem files(~std::uint64_t{0});
+  HugeFileSystem files(~std::uint64_t{0});
   EXPECT_EQ(FileStream(files, u"/x", OpenFlags::kRead).ReadWhole(), std::nullopt);
 }
 
 TEST_F(FileStreamTest, ReadsNoFileWholeThatIsLargerThanTheLargest) {
-  test::HugeFileSystem files;
+  HugeFileSystem files;
   EXPECT_EQ(FileStream(files, u"/x", OpenFlags::kRead).ReadWhole(), std::nullopt);
 }
 
@@ -151,4 +151,4 @@ TEST_F(FileStreamTest, TakesALengthBelowOneForNothing) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -1,48 +1,19 @@
+// Lines that are applied, and those that fail or have to wait.
 #include "persist/file/line_queue.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <atomic>
-#include <memory>
-#include <new>
+#include <cstddef>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "persist/file/failed_lines.h"
 #include "persist/file/file_stream.h"
-#include "persist/file/property_file_turn.h"
-#include "tests/persist/file/hanging_files.h"
-#include "tests/persist/file/line_reports.h"
-#include "tests/persist/file/property_file_samples.h"
-#include "tests/persist/file/thread_end.h"
-#include "tests/persist/file/watched_file_system.h"
+#include "tests/persist/file/line_queue_fixture.h"
 #include "tests/support/allocations.h"
-#include "tests/support/memory_file_system.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere::test {
 namespace {
-
-constexpr platform::WidePathView kQueuedFile = u"/Store/Properties.ini";
-constexpr platform::WidePathView kOther = u"/Store/Other.ini";
-constexpr platform::WidePathView kThird = u"/Store/Third.ini";
-
-using Texts = std::vector<std::string>;
-
-class LineQueueTest : public ::testing::Test {
- protected:
-  void Push(std::string_view left_side, std::string_view value,
-            platform::WidePathView path = kQueuedFile) {
-    queue_.Push(MakeWriteRequest(left_side, value, path));
-  }
-  std::vector<std::string> reported() { return reports_->all(); }
-
-  const std::shared_ptr<MemoryFileSystem> files_ = std::make_shared<MemoryFileSystem>();
-  const std::shared_ptr<KeptReports> reports_ = std::make_shared<KeptReports>();
-  LineQueue queue_{files_, reports_, kQueuedFile};
-};
 
 TEST_F(LineQueueTest, DrainsInOrder) {
   Push("a|b", "1");
@@ -120,7 +91,7 @@ TEST_F(LineQueueTest, WritesALineOnceForManyChanges) {
   EXPECT_EQ(files_->opens(), 2U);
 }
 
-TEST_F(LineQueueTest, GivesUpTheFileThatHasFailedLongestWhenTooManyFailButNotTheFirst) {
+TEST_F(LineQueueTest, GivesUpTheFileThatHasFailedLongestButNotTheFirst) {
   files_->PutUnopenable(kQueuedFile);
   Push("a|b", "1");
   queue_.Drain();
@@ -233,221 +204,6 @@ TEST_F(LineQueueTest, TellsWhichLinesWereNotBegunAtTheStop) {
   queue_.End();
   EXPECT_EQ(reported().size(), 1u);
   EXPECT_EQ(files_->opens(), 0u);
-}
-
-TEST_F(LineQueueTest, TakesNothingAfterItsEnd) {
-  Push("a|b", "1");
-  queue_.Start(251, 253);
-  EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
-  queue_.End();
-  EXPECT_FALSE(queue_.Push(MakeWriteRequest("a|b", "2", kQueuedFile)));
-  EXPECT_FALSE(queue_.PushChange(MakeWriteRequest("a|b", "3", kQueuedFile)));
-  EXPECT_FALSE(queue_.Drain());
-  queue_.End();
-  EXPECT_EQ(files_->Get(kQueuedFile), WithTrailer("a|b=1\n"));
-}
-
-TEST_F(LineQueueTest, WhoComesBackFromAFileCallAfterTheEndWritesNoMore) {
-  const std::string before = WithTrailer("a|b=1\n");
-  files_->Put(kQueuedFile, before);
-  const auto files = std::make_shared<HangingFiles>(files_);
-  LineQueue queue(files, std::make_shared<KeptReports>(), kQueuedFile);
-  queue.Push(MakeWriteRequest("a|b", "2", kQueuedFile));
-  files->HangAtTheNextRead();
-  TestThread late([&] { queue.Drain(); });
-  files->AwaitHanging();
-  queue.End();
-  files->GoOn();
-  late.Join();
-  EXPECT_EQ(files_->Get(kQueuedFile), before);
-}
-
-TEST_F(LineQueueTest, EndsWhileAnotherHasTheTurn) {
-  std::atomic<bool> returned{false};
-  const auto files =
-      std::make_shared<WatchedFileSystem>([&returned] { ThreadEnd::Watch(returned); });
-  LineQueue queue(files, std::make_shared<KeptReports>(), kQueuedFile);
-  queue.Start(251, 253);
-  queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
-  EXPECT_TRUE(Eventually([&] { return files->disk.Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
-  const PropertyFileTurn turn(PropertyFileTurn::For::kReading);
-  queue.Push(MakeWriteRequest("a|b", "2", kQueuedFile));
-  // Lets the thread come to its wait; where it has not, it ends before it.
-  platform::Semaphore never;
-  never.WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond);
-  queue.End();
-  EXPECT_TRUE(returned);
-  EXPECT_EQ(files->disk.Get(kQueuedFile), WithTrailer("a|b=1\n"));
-}
-
-TEST_F(LineQueueTest, ItsThreadWritesWhatIsPushedBeforeAndAfterItStarts) {
-  Push("a|b", "1");
-  queue_.Start(251, 253);
-  EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
-  Push("a|b", "2");
-  EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile) == WithTrailer("a|b=2\n"); }));
-}
-
-TEST_F(LineQueueTest, ItsThreadLosesNoLineOfManyThreads) {
-  queue_.Start(251, 253);
-  {
-    std::vector<TestThread> threads;
-    for (int t = 0; t < 4; ++t)
-      threads.emplace_back([this, t] {
-        for (int i = 0; i < 25; ++i)
-          Push("k" + std::to_string(t * 25 + i + 100) + "|n", "v");
-      });
-  }
-  const std::size_t all = std::string("k100|n=v\n").size() * 100 + 2;
-  EXPECT_TRUE(Eventually([&] { return files_->Get(kQueuedFile).value_or("").size() == all; }));
-}
-
-TEST(LineQueueThread, ReturnsWhenTheQueueEnds) {
-  std::atomic<bool> returned{false};
-  const auto files =
-      std::make_shared<WatchedFileSystem>([&returned] { ThreadEnd::Watch(returned); });
-  {
-    LineQueue queue(files, std::make_shared<KeptReports>(), kQueuedFile);
-    queue.Start(251, 253);
-    queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
-    EXPECT_TRUE(Eventually([&] { return files->disk.Get(kQueuedFile) == WithTrailer("a|b=1\n"); }));
-  }
-  EXPECT_TRUE(returned);
-}
-
-// Nothing tells when the destructor has begun, so the disk is slow for a moment from then on. Where
-// that moment was too short the later line came through rightly, and it is tried again.
-TEST(LineQueueThread, FinishesTheLineThatItWritesAndDiscardsTheOthersWhenTheQueueEnds) {
-  const std::string one_line = WithTrailer("a|b=1\n");
-  const std::string both_lines = WithTrailer("a|b=1\nc|d=2\n");
-  std::string bytes;
-  for (int round = 0; round < 20 && bytes != one_line; ++round) {
-    platform::Semaphore begun;
-    platform::Semaphore ending;
-    bool first = true;
-    const auto files = std::make_shared<WatchedFileSystem>([&] {
-      if (!std::exchange(first, false)) return;
-      begun.Release();
-      ending.Wait();
-      platform::Semaphore never;
-      never.WaitUntil(platform::MonotonicNow() + 10 * platform::kTicksPerMillisecond);
-    });
-    {
-      LineQueue queue(files, std::make_shared<KeptReports>(), kQueuedFile);
-      queue.Start(251, 253);
-      queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
-      begun.Wait();
-      queue.Push(MakeWriteRequest("c|d", "2", kQueuedFile));
-      ending.Release();
-    }
-    bytes = files->disk.Get(kQueuedFile).value_or("");
-    ASSERT_TRUE(bytes == one_line || bytes == both_lines);
-  }
-  EXPECT_EQ(bytes, one_line);
-}
-
-TEST(LineQueueThread, WritesALineThatIsPushedWhileItStops) {
-  const auto files = std::make_shared<MemoryFileSystem>();
-  files->PutDirectory(kQueuedFile);
-  LineQueue* pushed_to = nullptr;
-  LineQueue queue(files, std::make_shared<KeptReports>([&] {
-                    pushed_to->Push(MakeWriteRequest("c|d", "2", kOther));
-                  }),
-                  kQueuedFile);
-  pushed_to = &queue;
-  queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
-  queue.Start(251, 253);
-  EXPECT_TRUE(Eventually([&] { return files->Get(kOther) == WithTrailer("c|d=2\n"); }));
-}
-
-TEST(LineQueueThread, LeavesTheOtherLinesForTheNextPushAfterAShortRead) {
-  for (int round = 0; round < 20; ++round) {
-    const auto files = std::make_shared<MemoryFileSystem>();
-    files->PutDirectory(kQueuedFile);
-    platform::Semaphore reported;
-    LineQueue queue(files, std::make_shared<KeptReports>([&] { reported.Release(); }), kQueuedFile);
-    queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
-    queue.Push(MakeWriteRequest("c|d", "2", kOther));
-    queue.Start(251, 253);
-    reported.Wait();
-    TestThread([] {}).Join();  // takes longer than a line that were written now
-    ASSERT_EQ(files->Get(kOther), std::nullopt);
-    queue.Push(MakeWriteRequest("e|f", "3", kOther));
-    ASSERT_TRUE(Eventually([&] { return files->Get(kOther) == WithTrailer("c|d=2\ne|f=3\n"); }));
-  }
-}
-
-TEST(LineQueueThread, TellsOfALineForWhichThereWasNoMemoryAndGoesOn) {
-  bool memory = false;
-  const auto files = std::make_shared<WatchedFileSystem>([&memory] {
-    if (!std::exchange(memory, true)) throw std::bad_alloc();
-  });
-  const auto reports = std::make_shared<KeptReports>();
-  LineQueue queue(files, reports, kQueuedFile);
-  queue.Push(MakeWriteRequest("a|b", "1", kQueuedFile));
-  queue.Push(MakeWriteRequest("c|d", "2", kQueuedFile));
-  queue.Start(251, 253);
-  EXPECT_TRUE(
-      Eventually([&] { return files->disk.Get(kQueuedFile) == WithTrailer("a|b=1\nc|d=2\n"); }));
-  EXPECT_EQ(reports->all()[0], "waits Properties.ini: its old lines can't be read to their end");
-}
-
-// Counts how often what was written is brought to the disk.
-class SyncedFileSystem final : public platform::FileSystem {
- public:
-  std::unique_ptr<platform::File> Open(platform::WidePathView path,
-                                       platform::OpenFlags flags) override {
-    return disk.Open(path, flags);
-  }
-  bool Exists(platform::WidePathView path) override { return disk.Exists(path); }
-  bool Remove(platform::WidePathView path) override { return disk.Remove(path); }
-  bool Sync() override {
-    ++syncs;
-    return works;
-  }
-
-  MemoryFileSystem disk;
-  std::atomic<int> syncs{0};
-  std::atomic<bool> works{true};
-};
-
-class LineQueueSync : public ::testing::Test {
- protected:
-  void Push(std::string_view value) {
-    queue_.Push(MakeWriteRequest("a|b", value, kQueuedFile));
-    ASSERT_TRUE(Eventually([&] {
-      return files_->disk.Get(kQueuedFile) == WithTrailer("a|b=" + std::string(value) + "\n");
-    }));
-  }
-
-  const std::shared_ptr<SyncedFileSystem> files_ = std::make_shared<SyncedFileSystem>();
-  const std::shared_ptr<KeptReports> reports_ = std::make_shared<KeptReports>();
-  LineQueue queue_{files_, reports_, kQueuedFile};
-};
-
-TEST_F(LineQueueSync, ManyLinesAreBroughtToTheDiskAtOnce) {
-  queue_.Start(251, 253);
-  for (int i = 0; i < 100; ++i)
-    Push(std::to_string(i));
-  EXPECT_TRUE(Eventually([&] { return files_->syncs > 0; }));
-  EXPECT_LT(files_->syncs, 20);
-}
-
-TEST_F(LineQueueSync, TheLastLinesAreBroughtToTheDiskAtTheEnd) {
-  queue_.Start(251, 253);
-  Push("1");
-  queue_.End();
-  EXPECT_GT(files_->syncs, 0);
-}
-
-TEST_F(LineQueueSync, ADiskThatTakesNothingIsToldOfOnceAndTriedAgain) {
-  files_->works = false;
-  queue_.Start(251, 253);
-  Push("1");
-  EXPECT_TRUE(Eventually([&] { return files_->syncs >= 2; }));
-  EXPECT_EQ(reports_->all(), Texts{"not synced"});
-  files_->works = true;
-  EXPECT_TRUE(Eventually([&] { return reports_->all() == Texts{"not synced", "synced"}; }));
 }
 
 }  // namespace

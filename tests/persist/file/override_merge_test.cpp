@@ -10,16 +10,12 @@
 #include "tests/persist/file/property_file_samples.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::WithTrailer;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
-
-using test::kOverrideFile;
-using test::kPropertyFile;
 
 class OverrideMergeTest : public ::testing::Test {
  protected:
@@ -39,7 +35,7 @@ class OverrideMergeTest : public ::testing::Test {
   }
   bool OverrideIsThere() { return files_.Exists(kOverrideFile); }
 
-  test::MemoryFileSystem files_;
+  MemoryFileSystem files_;
   PropertyMap map_;
   std::vector<PropertyLine> requested_;
 };
@@ -208,4 +204,4 @@ TEST_F(OverrideMergeTest, TellsWhenTheOverrideCannotBeRemoved) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

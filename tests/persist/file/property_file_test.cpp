@@ -8,15 +8,12 @@
 #include "tests/persist/file/property_file_samples.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::WithTrailer;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
-
-using test::kPropertyFile;
 
 class PropertyFileTest : public ::testing::Test {
  protected:
@@ -27,7 +24,7 @@ class PropertyFileTest : public ::testing::Test {
   }
   PropertyFileResult ReadBody(const std::string& body) { return ReadBytes(WithTrailer(body)); }
 
-  test::MemoryFileSystem files_;
+  MemoryFileSystem files_;
   PropertyMap map_;
 };
 
@@ -119,7 +116,7 @@ TEST_F(PropertyFileTest, RefusesAChecksumWithItsBytesSwapped) {
 }
 
 TEST_F(PropertyFileTest, RefusesEveryTruncationWhole) {
-  const std::string file = WithTrailer(test::ManyLines(8));
+  const std::string file = WithTrailer(ManyLines(8));
   for (std::size_t size = 0; size < file.size(); ++size) {
     const PropertyFileResult result = ReadBytes(file.substr(0, size));
     ASSERT_TRUE(result == PropertyFileResult::kTooShort ||
@@ -130,7 +127,7 @@ TEST_F(PropertyFileTest, RefusesEveryTruncationWhole) {
 }
 
 TEST_F(PropertyFileTest, RefusesEverySingleFlippedBitWhole) {
-  std::string file = WithTrailer(test::ManyLines(8));
+  std::string file = WithTrailer(ManyLines(8));
   for (std::size_t bit = 0; bit < file.size() * 8; ++bit) {
     file[bit / 8] = static_cast<char>(file[bit / 8] ^ (1 << bit % 8));
     ASSERT_EQ(ReadBytes(file), PropertyFileResult::kWrongChecksum) << bit;
@@ -184,7 +181,7 @@ TEST_F(PropertyFileTest, ReadsLinesOfAMebibyte) {
 }
 
 TEST_F(PropertyFileTest, ReadsTensOfThousandsOfLines) {
-  EXPECT_EQ(ReadBody(test::ManyLines(30'000)), PropertyFileResult::kRead);
+  EXPECT_EQ(ReadBody(ManyLines(30'000)), PropertyFileResult::kRead);
   ASSERT_EQ(map_.size(), 30'000u);
   EXPECT_EQ(map_.rbegin()->second.value, "29999");
 }
@@ -199,4 +196,4 @@ TEST(PropertyFileResult, HasAnEndOfASentenceForEachValue) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -11,12 +11,8 @@
 #include "tests/persist/file/property_file_samples.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::WithTrailer;
-
-using test::kPropertyFile;
 
 class PropertyFileWriterTest : public ::testing::Test {
  protected:
@@ -34,7 +30,7 @@ class PropertyFileWriterTest : public ::testing::Test {
     return new_body;
   }
 
-  test::MemoryFileSystem files_;
+  MemoryFileSystem files_;
 };
 
 TEST(WriteRequest, HoldsThePrefixTheLineAndThePath) {
@@ -163,13 +159,13 @@ TEST_F(PropertyFileWriterTest, ReportsAFolderOrAnUnopenableFileInItsPlace) {
 }
 
 TEST_F(PropertyFileWriterTest, LeavesAFileAloneThatIsLargerThanTheLargest) {
-  test::HugeFileSystem files;
+  HugeFileSystem files;
   EXPECT_EQ(RewriteLine(files, MakeWriteRequest("a|b", "2", kPropertyFile)),
             RewriteResult::kTooLong);
   EXPECT_EQ(files.opens_for_writing(), 0);
 }
 
-// Who made it larger could not read it any more.
+// A larger file could not be read again.
 TEST_F(PropertyFileWriterTest, LeavesAFileAloneThatWouldBecomeTooLarge) {
   std::string lines = "a|b=";
   lines.resize(FileStream::kLargestWhole - 9, 'v');
@@ -211,7 +207,7 @@ TEST_F(PropertyFileWriterTest, RewritesLargeFiles) {
   const std::string value(1 << 20, 'v');
   EXPECT_EQ(Rewritten("a|b=1\nc|d=2\n", "a|b", value), "a|b=" + value + "\nc|d=2\n");
   EXPECT_EQ(Rewritten("a|b=" + value + "\nc|d=2\n", "a|b", "1"), "a|b=1\nc|d=2\n");
-  const std::string lines = test::ManyLines(30'000);
+  const std::string lines = ManyLines(30'000);
   EXPECT_EQ(Rewritten(lines + "last|=1\n", "last|", "2"), lines + "last|=2\n");
 }
 
@@ -232,4 +228,4 @@ TEST(RewriteResult, HasAnEndOfASentenceForEachValue) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -9,8 +9,8 @@
 
 namespace valmere::test {
 
-// A disk that tells of each file that is opened for writing, on the thread that does it: the file has
-// lost its old content then and has no new one yet.
+// A disk that tells of each file that is opened for writing, on the thread that does it: the file
+// has lost its old content then and has no new one yet.
 class WatchedFileSystem final : public platform::FileSystem {
  public:
   explicit WatchedFileSystem(std::function<void()> in_a_rewrite)

@@ -30,10 +30,10 @@ TEST(EarlyLog, GivesEachMessageOnce) {
   EXPECT_EQ(log->lines(), std::vector<std::string>());
 }
 
-TEST(EarlyLog, StandsALogThatHasGone) {
+TEST(EarlyLog, OutlivesItsLog) {
   EarlyLog early;
   early.Attach(std::make_shared<KeptLog>());
-  early.Log("to nobody");
+  early.Log("too late");
 }
 
 }  // namespace

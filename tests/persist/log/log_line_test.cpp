@@ -6,7 +6,7 @@
 #include <ctime>
 #include <string>
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 std::tm MakeTime(int year, int month, int day, int weekday, int hour, int minute, int second) {
@@ -90,4 +90,4 @@ TEST(LogQuote, CutsALongText) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

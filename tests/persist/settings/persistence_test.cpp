@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <functional>
+#include <memory>
+#include <string>
+#include <vector>
 
-#include "persist/log/debug_switches.h"
-#include "tests/persist/file/watched_file_system.h"
 #include "tests/persist/settings/persistence_fixture.h"
 
 namespace valmere::test {
@@ -45,15 +47,6 @@ TEST_F(PersistenceTest, APropertyThatIsNotRestoredKeepsItsValue) {
   persistence_->RegisterProperty(number);
   persistence_->Load();
   EXPECT_EQ(number->GetValue(), 5u);
-}
-
-TEST_F(PersistenceTest, AValueThatIsNoneLeavesThePropertyAsItIsAndIsLogged) {
-  PutFile("G:P|Group:Number=many\r\n");
-  Start();
-  EXPECT_EQ(RegisterNumber(5)->GetValue(), 5u);
-  EXPECT_EQ(log_->lines(), std::vector<std::string>{
-                               R"(Property "Number" can't take the value "many\r" of the property )"
-                               "file"});
 }
 
 TEST_F(PersistenceTest, AChangeReachesTheFile) {
@@ -182,7 +175,7 @@ TEST_F(PersistenceTest, PublishesWhatIsRegisteredWhileTheEngineIsAttached) {
   EXPECT_EQ(std::count(engine->names.begin(), engine->names.end(), "Other"), 1);
 }
 
-TEST_F(PersistenceTest, NoneOfItsOwnIsRestoredAndAllButTheErrorMayBeSet) {
+TEST_F(PersistenceTest, ItsOwnAreNotRestoredAndAllButTheErrorMayBeSet) {
   PutFile(
       "99A61D40-20CE-41EA-A579-EB92C6ED94C6:CD31503F-4949-40E1-BA2C-B2A88CF420F0|General:"
       "Name of Property File=/Store/Other.ini\n");
@@ -237,292 +230,7 @@ TEST_F(PersistenceTest, AFailedLoadAloneWritesNothing) {
   EXPECT_EQ(files_->Get(kMain), "broken");
 }
 
-TEST_F(PersistenceTest, LoadPropertiesAnnouncesReloadedValuesAndStoresThemAsAnyChange) {
-  PutFile("G:P|Group:Number=700\n");
-  StartWriting();
-  const auto number = RegisterNumber(5);
-  std::vector<std::string> announced;
-  number->AddListener(
-      [&](const std::shared_ptr<Property>& changed) { announced.push_back(changed->ToString()); });
-  PutFile("G:P|Other Name:x=+800\n");
-  Own("Load Properties")->SetFromString("true");
-  EXPECT_EQ(announced, std::vector<std::string>{"800"});
-  EXPECT_TRUE(FileBecomes("G:P|Other Name:x=+800\nG:P|Group:Number=800\n"));
-}
-
-TEST_F(PersistenceTest, AReloadCountsMoreThanTheLineOfAnEarlierChangeThatIsStillQueued) {
-  PutFile("G:P|Group:Number=700\n");
-  Start();
-  const auto number = RegisterNumber(5);
-  number->SetValue(701);
-  persistence_->Load();
-  EXPECT_EQ(number->GetValue(), 700u);
-  const auto last = UIntProperty::Make(0, "Q", "Other", "G", "Group");
-  persistence_->RegisterProperty(last);
-  last->SetValue(1);
-  persistence_->StartWorkers(251, 253);
-  EXPECT_TRUE(FileBecomes("G:P|Group:Number=700\nG:Q|Group:Other=1\n"));
-}
-
-TEST_F(PersistenceTest, AReloadedValueThatAListenerCorrectsIsStoredAsCorrected) {
-  PutFile("G:P|Group:Number=700\n");
-  StartWriting();
-  const auto number = RegisterNumber(5);
-  number->AddListener([&](const std::shared_ptr<Property>&) {
-    if (number->GetValue() == 800) number->SetValue(750);
-  });
-  PutFile("G:P|Group:Number=800\n");
-  persistence_->Load();
-  EXPECT_TRUE(FileBecomes("G:P|Group:Number=750\n"));
-}
-
-TEST_F(PersistenceTest, AListenerOfAReloadedPropertyMayAskForALoad) {
-  PutFile("G:P|Group:Number=700\n");
-  StartWriting();
-  const auto number = MakeNumber(5);
-  const auto other = UIntProperty::Make(0, "Q", "Other", "G", "Group");
-  // The first to hear of the change: no line is being written yet.
-  number->AddListener([&](const std::shared_ptr<Property>&) {
-    PutFile("G:P|Group:Number=800\nG:Q|Group:Other=1\n");
-    persistence_->Load();
-  });
-  persistence_->RegisterProperty(number);
-  persistence_->RegisterProperty(other);
-  PutFile("G:P|Group:Number=800\n");
-  persistence_->Load();
-  EXPECT_EQ(number->GetValue(), 800u);
-  EXPECT_EQ(other->GetValue(), 1u);
-  other->SetValue(2);
-  EXPECT_TRUE(FileBecomes("G:P|Group:Number=800\nG:Q|Group:Other=2\n"));
-}
-
-TEST_F(PersistenceTest, AReloadThatFailsLeavesChangedValuesAlone) {
-  PutFile("G:P|Group:Number=700\n");
-  Start();
-  const auto number = RegisterNumber(5);
-  number->SetValue(900);
-  files_->Put(kMain, "broken");
-  EXPECT_FALSE(persistence_->Load());
-  EXPECT_EQ(number->GetValue(), 900u);
-  EXPECT_EQ(RegisterNumber(5)->GetValue(), 700u) << "of the file that was read before";
-}
-
-TEST_F(PersistenceTest, AReloadedValueThatIsNoneLeavesThePropertyAsItIsAndIsLogged) {
-  PutFile("G:P|Group:Number=700\n");
-  StartWriting();
-  const auto number = RegisterNumber(5);
-  PutFile("G:P|Group:Number=many\n");
-  EXPECT_TRUE(persistence_->Load());
-  EXPECT_EQ(number->GetValue(), 700u);
-  EXPECT_EQ(log_->CountOf(R"("Number" can't take the value "many" of the property file)"), 1u);
-  number->SetValue(701);
-  EXPECT_TRUE(FileBecomes("G:P|Group:Number=701\n"));
-}
-
-TEST_F(PersistenceTest, WhatAListenerOfAReloadedPropertyChangesIsWritten) {
-  PutFile("G:P|Group:Number=700\n");
-  StartWriting();
-  const auto number = RegisterNumber(5);
-  const auto other = UIntProperty::Make(0, "Q", "Other", "G", "Group");
-  persistence_->RegisterProperty(other);
-  number->AddListener([&](const std::shared_ptr<Property>&) { other->SetValue(1); });
-  PutFile("G:P|Group:Number=800\n");
-  persistence_->Load();
-  EXPECT_TRUE(FileBecomes("G:P|Group:Number=800\nG:Q|Group:Other=1\n"));
-}
-
-TEST_F(PersistenceTest, AChangeOnAnotherThreadWhileThePropertyIsReloadedIsWritten) {
-  PutFile("G:P|Group:Number=700\n");
-  StartWriting();
-  const auto number = RegisterNumber(5);
-  number->AddListener([&](const std::shared_ptr<Property>&) {
-    if (number->GetValue() == 800) TestThread([&] { number->SetValue(801); }).Join();
-  });
-  PutFile("G:P|Group:Number=800\n");
-  persistence_->Load();
-  EXPECT_TRUE(FileBecomes("G:P|Group:Number=801\n"));
-}
-
-TEST_F(PersistenceTest, AMalformedLineIsAnErrorButTheOthersAreTaken) {
-  PutFile("nonsense\nG:P|Group:Number=700\n");
-  Start();
-  EXPECT_EQ(Own("Property Loading Error")->ToString(), "True");
-  EXPECT_EQ(RegisterNumber(5)->GetValue(), 700u);
-  PutFile("|x=1\nG:P|Group:Number=701\n");
-  EXPECT_FALSE(persistence_->Load());
-  EXPECT_EQ(std::static_pointer_cast<UIntProperty>(Own("Number"))->GetValue(), 701u);
-}
-
-// Nothing tells that a load waits for another; it gets a moment in which it mustn't begin.
-TEST_F(PersistenceTest, OneLoadEndsBeforeTheNextBegins) {
-  PutFile("G:P|Group:Number=700\n");
-  Start();
-  const auto number = RegisterNumber(5);
-  std::unique_ptr<TestThread> second;
-  platform::Semaphore second_runs;
-  platform::Semaphore second_ended;
-  bool ended_too_soon = false;
-  number->AddListener([&](const std::shared_ptr<Property>&) {
-    if (second) return;
-    second = std::make_unique<TestThread>([&] {
-      second_runs.Release();
-      persistence_->Load();
-      second_ended.Release();
-    });
-    second_runs.Wait();
-    ended_too_soon =
-        second_ended.WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond);
-  });
-  PutFile("G:P|Group:Number=800\n");
-  const std::uint64_t opens = files_->opens();
-  persistence_->Load();
-  ASSERT_TRUE(second);
-  second->Join();
-  EXPECT_FALSE(ended_too_soon);
-  EXPECT_EQ(files_->opens(), opens + 2);
-}
-
-TEST_F(PersistenceTest, NoLoadBeginsOnceLoadsAreStoppedButLinesAreWritten) {
-  StartWriting();
-  const auto number = RegisterNumber(5);
-  persistence_->EndLoads();
-  const std::uint64_t opens = files_->opens();
-  EXPECT_FALSE(persistence_->Load());
-  Own("Load Properties")->SetFromString("True");
-  EXPECT_EQ(files_->opens(), opens);
-  number->SetValue(6);
-  EXPECT_TRUE(FileBecomes("G:P|Group:Number=6\n"));
-}
-
-// Here too: the load gets a moment in which it mustn't read.
-TEST_F(PersistenceTest, ALoadDoesNotMeetALineThatIsBeingWritten) {
-  std::unique_ptr<TestThread> loading;
-  std::atomic<bool> loaded{false};
-  platform::Semaphore load_ended;
-  const auto disk = std::make_shared<WatchedFileSystem>([&] {
-    if (loading) return;
-    loading = std::make_unique<TestThread>([&] {
-      loaded = persistence_->Load();
-      load_ended.Release();
-    });
-    load_ended.WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond);
-  });
-  disk->disk.Put(kMain, WithTrailer("G:P|Group:Number=700\n"));
-  persistence_ = Persistence::Make(disk, kMain, kOverride);
-  persistence_->StartWorkers(251, 253);
-  const auto number = RegisterNumber(5);
-  number->SetValue(701);
-  EXPECT_TRUE(Eventually([&] { return loaded.load(); }));
-  loading->Join();
-  EXPECT_EQ(number->GetValue(), 701u);
-}
-
-TEST_F(PersistenceTest, APropertyIsRegisteredBeforeOrAfterALoad) {
-  PutFile("G:P|Group:Number=700\nG:Q|Group:Other=1\n");
-  Start();
-  const auto number = RegisterNumber(5);
-  const auto other = UIntProperty::Make(0, "Q", "Other", "G", "Group");
-  std::unique_ptr<TestThread> second;
-  platform::Semaphore registered;
-  bool registered_too_soon = false;
-  number->AddListener([&](const std::shared_ptr<Property>&) {
-    second = std::make_unique<TestThread>([&] {
-      persistence_->RegisterProperty(other);
-      registered.Release();
-    });
-    registered_too_soon =
-        registered.WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond);
-  });
-  PutFile("G:P|Group:Number=800\nG:Q|Group:Other=2\n");
-  persistence_->Load();
-  ASSERT_TRUE(second);
-  second->Join();
-  EXPECT_FALSE(registered_too_soon);
-  EXPECT_EQ(other->GetValue(), 2u);
-}
-
-TEST_F(PersistenceTest, TheLoadingErrorGoesWithTheNextGoodLoad) {
-  Start();
-  EXPECT_EQ(Own("Property Loading Error")->ToString(), "True");
-  int announced = 0;
-  Own("Property Loading Error")->AddListener([&](const std::shared_ptr<Property>&) {
-    ++announced;
-  });
-  PutFile("G:P|Group:Number=700\n");
-  EXPECT_TRUE(persistence_->Load());
-  EXPECT_EQ(Own("Property Loading Error")->ToString(), "False");
-  EXPECT_EQ(announced, 1);
-}
-
-TEST_F(PersistenceTest, AnOverrideIsAppliedOnceAndGone) {
-  PutFile("A:B|C:D=1\nG:P|Group:Number=700\n");
-  files_->Put(kOverride, WithTrailer("G:P|Group:Number=42\nX:Y|unknown:one=1\n"));
-  StartWriting();
-  EXPECT_EQ(RegisterNumber(5)->GetValue(), 42u);
-  EXPECT_EQ(files_->Get(kOverride), std::nullopt);
-  EXPECT_TRUE(FileBecomes("A:B|C:D=1\nG:P|Group:Number=42\n"));
-}
-
-TEST_F(PersistenceTest, ABadOverrideIsLeftInPlaceAndLogged) {
-  PutFile("G:P|Group:Number=700\n");
-  files_->Put(kOverride, "bad override");
-  Start();
-  EXPECT_EQ(RegisterNumber(5)->GetValue(), 700u);
-  EXPECT_EQ(files_->Get(kOverride), "bad override");
-  EXPECT_EQ(Own("Property Loading Error")->ToString(), "False");
-  EXPECT_EQ(log_->lines(),
-            std::vector<std::string>{
-                R"(Override file "/Store/Override.ini" was not applied: its checksum is wrong)"});
-}
-
-TEST_F(PersistenceTest, AnOverrideThatCantBeRemovedIsLogged) {
-  PutFile("G:P|Group:Number=700\n");
-  files_->Put(kOverride, WithTrailer("G:P|Group:Number=42\n"));
-  files_->FailRemovals(true);
-  Start();
-  EXPECT_EQ(log_->CountOf(R"("/Store/Override.ini" was applied but can't be removed)"), 1u);
-}
-
-TEST_F(PersistenceTest, LoadsAndStoresUseTheNamesThatWereSet) {
-  PutFile("G:P|Group:Number=700\n");
-  files_->Put(u"/Store/Second.ini", WithTrailer("G:P|Group:Number=20\n"));
-  files_->Put(u"/Store/SecondOverride.ini", WithTrailer("G:P|Group:Number=21\n"));
-  StartWriting();
-  const auto number = RegisterNumber(5);
-  Own("Name of Property File")->SetFromString("/Store/Second.ini");
-  Own("Name of Property Override File")->SetFromString("/Store/SecondOverride.ini");
-  EXPECT_EQ(number->GetValue(), 700u);
-  Own("Load Properties")->SetFromString("true");
-  EXPECT_EQ(number->GetValue(), 21u);
-  number->SetValue(22);
-  const std::string expected = WithTrailer("G:P|Group:Number=22\n");
-  EXPECT_TRUE(Eventually([&] { return files_->Get(u"/Store/Second.ini") == expected; }));
-  EXPECT_EQ(files_->Get(kMain), WithTrailer("G:P|Group:Number=700\n"));
-}
-
-TEST_F(PersistenceTest, WhatHappenedBeforeThereWasALogIsLoggedOnce) {
-  Start();
-  const std::vector<std::string> expected = {
-      R"(Property file "/Store/Properties.ini" was not loaded: it is missing or can't be opened)"};
-  EXPECT_EQ(log_->lines(), expected);
-  persistence_->AttachLog(log_);
-  EXPECT_EQ(log_->lines(), expected);
-}
-
-TEST_F(PersistenceTest, WhatHappenedBeforeThereWasALogIsLoggedInItsOrder) {
-  persistence_ = Persistence::Make(files_, kMain, kOverride);
-  files_->Put(kMain, "ab");
-  persistence_->Load();
-  persistence_->AttachLog(log_);
-  EXPECT_EQ(
-      log_->lines(),
-      (std::vector<std::string>{
-          R"(Property file "/Store/Properties.ini" was not loaded: it is missing or can't be )"
-          "opened",
-          R"(Property file "/Store/Properties.ini" was not loaded: it is too short)"}));
-}
-
-TEST_F(PersistenceTest, StandsALogAndAnEngineThatHaveGone) {
+TEST_F(PersistenceTest, OutlivesItsLogAndItsEngine) {
   PutFile("G:P|Group:Number=700\n");
   persistence_ = Persistence::Make(files_, kMain, kOverride);
   persistence_->AttachLog(std::make_shared<KeptLog>());
@@ -530,94 +238,6 @@ TEST_F(PersistenceTest, StandsALogAndAnEngineThatHaveGone) {
   EXPECT_EQ(RegisterNumber(5)->GetValue(), 700u);
   files_->Put(kMain, "broken");
   EXPECT_FALSE(persistence_->Load());
-}
-
-TEST_F(PersistenceTest, EveryCauseOfAFailedLoadIsTold) {
-  PutFile("G:P|Group:Number=700\n");
-  Start();
-  const auto cause = [&] {
-    EXPECT_FALSE(persistence_->Load());
-    const std::string line = log_->lines().back();
-    return line.substr(line.rfind(": ") + 2);
-  };
-  files_->Put(kMain, "ab");
-  EXPECT_EQ(cause(), "it is too short");
-  files_->Put(kMain, "abc");
-  EXPECT_EQ(cause(), "its checksum is wrong");
-  PutFile("no bar\n");
-  EXPECT_EQ(cause(), "it holds a malformed line");
-  files_->PutDirectory(kMain);
-  EXPECT_EQ(cause(), "it can't be read to its end");
-  files_->PutUnopenable(kMain);
-  EXPECT_EQ(cause(), "it is missing or can't be opened");
-}
-
-TEST_F(PersistenceTest, APathThatAClientSetCantForgeALogLine) {
-  Start();
-  Own("Name of Property File")->SetFromString("/Store/\r\nMon Nov 16 09:30:00 2026,forged");
-  EXPECT_FALSE(persistence_->Load());
-  EXPECT_EQ(log_->lines().back(),
-            R"(Property file "/Store/\r\nMon Nov 16 09:30:00 2026,forged" was not loaded: it is )"
-            "missing or can't be opened");
-}
-
-TEST_F(PersistenceTest, LogsErrorsOnlyWhileTheirZoneIsOn) {
-  Start();
-  SwitchOf(DebugZone::kError) = false;
-  persistence_->Load();
-  SwitchOf(DebugZone::kError) = true;
-  EXPECT_EQ(log_->CountOf("was not loaded"), 1u);
-  persistence_->Load();
-  EXPECT_EQ(log_->CountOf("was not loaded"), 2u);
-}
-
-TEST_F(PersistenceTest, WithoutWarningsTheErrorsAreLoggedAlone) {
-  PutFile("G:P|Group:Number=many\n");
-  files_->Put(kOverride, "bad override");
-  SwitchOf(DebugZone::kWarning) = false;
-  StartWriting();
-  const auto number = RegisterNumber(5);
-  files_->FailRemovals(true);
-  files_->Put(kOverride, WithTrailer("G:P|Group:Number=many\n"));
-  persistence_->Load();
-  files_->PutUnopenable(kMain);
-  number->SetValue(6);
-  EXPECT_TRUE(Eventually([&] { return !log_->lines().empty(); }));
-  SwitchOf(DebugZone::kWarning) = true;
-  EXPECT_EQ(log_->lines(),
-            std::vector<std::string>{
-                R"(Property file "/Store/Properties.ini" was not written: it can't be opened; )"
-                "it is tried again"});
-}
-
-TEST_F(PersistenceTest, AFullDiskIsLoggedOnceAndChangesGoOn) {
-  PutFile("G:P|Group:Number=700\n");
-  StartWriting();
-  const auto number = RegisterNumber(5);
-  files_->FillDiskAfter(0);
-  for (std::uint32_t n = 1; n <= 20; ++n)
-    number->SetValue(n);
-  EXPECT_TRUE(Eventually([&] { return log_->CountOf("was not written") == 1; }));
-  EXPECT_EQ(log_->lines().back(),
-            R"(Property file "/Store/Properties.ini" was not written: its lines can't all be )"
-            "written; it is tried again");
-  files_->EndFaults();
-  number->SetValue(30);
-  EXPECT_TRUE(FileBecomes("G:P|Group:Number=30\n"));
-  EXPECT_TRUE(Eventually([&] { return log_->CountOf("is written again, with the ") == 1; }));
-  EXPECT_EQ(log_->CountOf("was not written"), 1u);
-}
-
-TEST_F(PersistenceTest, WhatIsLostAtTheEndIsNamedInTheLogOnceForEachProperty) {
-  PutFile("G:P|Group:Number=700\n");
-  StartWriting();
-  const auto number = RegisterNumber(5);
-  files_->PutUnopenable(kMain);
-  number->SetValue(6);
-  ASSERT_TRUE(Eventually([&] { return log_->CountOf("was not written") == 1; }));
-  number->SetValue(7);
-  persistence_->StopWriting();
-  EXPECT_EQ(log_->lines().back(), R"(The service ends, not stored: "Group:Number")");
 }
 
 TEST_F(PersistenceTest, GoesWithLinesQueuedAndLeavesNoPropertyAlive) {
@@ -633,7 +253,7 @@ TEST_F(PersistenceTest, GoesWithLinesQueuedAndLeavesNoPropertyAlive) {
     for (std::uint32_t n = 1; n <= 200; ++n)
       number->SetValue(n);
     persistence.reset();
-    number->SetValue(7);  // its listener finds nobody any more
+    number->SetValue(7);  // its listener finds no component any more
   }
   EXPECT_EQ(LiveProperties::Live(), before);
 }

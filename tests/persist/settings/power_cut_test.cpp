@@ -14,14 +14,8 @@
 #include "tests/persist/file/property_file_samples.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::MemoryFileSystem;
-using test::WithTrailer;
-
-using test::kOverrideFile;
-using test::kPropertyFile;
 
 using Action = std::function<void(MemoryFileSystem&)>;
 
@@ -153,7 +147,7 @@ TEST(PowerCut, InAnOverrideMergeLeavesWholeStatesOrNone) {
       CheckMerge);
 }
 
-TEST(PowerCut, InAnOverrideMergeWhoseLinesAreWrittenBeforeItsRemovalLeavesWholeStatesOrNone) {
+TEST(PowerCut, InAnOverrideMergeThatWritesBeforeItRemovesLeavesWholeStatesOrNone) {
   ForEveryPowerCut(
       PrepareMerge,
       [](MemoryFileSystem& files) {
@@ -168,4 +162,4 @@ TEST(PowerCut, InAnOverrideMergeWhoseLinesAreWrittenBeforeItsRemovalLeavesWholeS
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

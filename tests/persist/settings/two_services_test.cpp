@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "driver/sync/live_counters.h"
-#include "persist/file/property_file_turn.h"
+#include "persist/file/property_file_lease.h"
 #include "tests/persist/file/hanging_files.h"
 #include "tests/persist/file/watched_file_system.h"
 #include "tests/persist/settings/persistence_fixture.h"
@@ -111,13 +111,13 @@ TEST_F(HungService, DoesNotKeepTheNextFromLoading) {
     EXPECT_TRUE(Eventually([&] {
       const platform::Ticks again = platform::MonotonicNow();
       next.persistence->Load();
-      return platform::MonotonicNow() - again < PropertyFileTurn::kLongest;
+      return platform::MonotonicNow() - again < PropertyFileLease::kLongest;
     })) << "though the other still hangs";
   }
   files_->GoOn();
   EXPECT_TRUE(Eventually([&] {
     return disk_->Get(kMain)->starts_with("G:P0|Group:Number=2\nG:P1|Group:Number=1\n");
-  })) << "nobody else has written: its line is as good as any";
+  })) << "no other has written since: its line is as good as any";
 }
 
 TEST_F(HungService, DoesNotWriteWhatIsOutOfDateWhenItComesBack) {
@@ -132,7 +132,7 @@ TEST_F(HungService, DoesNotWriteWhatIsOutOfDateWhenItComesBack) {
   EXPECT_EQ(disk_->Get(kMain), WithTrailer(Body(3)));
 }
 
-// No line of it would be written, so nobody is asked for that.
+// No line of it would be written, so no write is asked for.
 TEST_F(HungService, DoesNotRemoveAnOverrideThatCameSince) {
   const auto override_file = WithTrailer("G:Unknown|Group:Number=9\n");
   disk_->Put(kMain, WithTrailer(Body(1)));
@@ -189,14 +189,14 @@ TEST(EndedService, LoadsNoMoreWhereOthersHaveTheFiles) {
   const auto disk = std::make_shared<MemoryFileSystem>();
   disk->Put(kMain, WithTrailer(Body(1)));
   const Service service(disk);
-  const PropertyFileTurn turn(PropertyFileTurn::For::kRewriting);
+  const PropertyFileLease lease(PropertyFileLease::For::kRewriting);
   const platform::Ticks start = platform::MonotonicNow();
   TestThread loading([&] { EXPECT_FALSE(service.persistence->Load()); });
   // Lets the load come to its wait; where it has not, it fails before it.
   PauseFor(20);
   service.persistence->EndLoads();
   loading.Join();
-  EXPECT_LT(platform::MonotonicNow() - start, PropertyFileTurn::kLongest / 2);
+  EXPECT_LT(platform::MonotonicNow() - start, PropertyFileLease::kLongest / 2);
   EXPECT_EQ(service.LoadingError(), "False");
 }
 

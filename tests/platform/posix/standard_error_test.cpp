@@ -1,5 +1,5 @@
-// Standard errors that don't take what is written to them: full and unread pipes, stopped terminals,
-// sockets. A test that waits, or is ended by a signal, has found a fault.
+// Standard errors that don't take what is written to them: full and unread pipes, stopped
+// terminals, sockets. A test that waits, or is ended by a signal, has found a fault.
 #include "platform/standard_error.h"
 
 #include <fcntl.h>

@@ -1,5 +1,4 @@
-// A file that is written anew takes the place of the old one when it is whole, and a log has a
-// bound.
+// A file that is written anew takes the place of the old one when it is whole.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -95,10 +94,10 @@ TEST_F(ReplacedFiles, KeepModeAndOwner) {
   const struct stat status = Status();
   EXPECT_EQ(status.st_uid, 1234u);
   EXPECT_EQ(status.st_gid, 4321u);
-  EXPECT_EQ(status.st_mode & 07777, 0640u) << "and runs with nobody's rights";
+  EXPECT_EQ(status.st_mode & 07777, 0640u) << "without the right to run as its owner";
 }
 
-TEST_F(ReplacedFiles, OfNobodyHaveTheModeOfEveryNewFile) {
+TEST_F(ReplacedFiles, ThatWereNotThereHaveTheModeOfEveryNewFile) {
   const mode_t before = umask(027);
   EXPECT_TRUE(Open(u"\\f", kAnew)->Complete());
   umask(before);
@@ -114,7 +113,7 @@ TEST_F(ReplacedFiles, AreNoLinksAndNoPipes) {
   EXPECT_EQ(Open(u"\\pipe", kAnew), nullptr);
 }
 
-TEST_F(ReplacedFiles, ThatSomebodyElseReplacesMeanwhileAreHis) {
+TEST_F(ReplacedFiles, ThatAnotherProcessReplacesMeanwhileStayAsItLeftThem) {
   root_.Put("root/f", "old");
   const auto file = Open(u"\\f", kAnew);
   EXPECT_EQ(Write(file, "made from the old one"), 21u);
@@ -124,7 +123,7 @@ TEST_F(ReplacedFiles, ThatSomebodyElseReplacesMeanwhileAreHis) {
   EXPECT_EQ(root_.Get("root/f"), "his");
 }
 
-TEST_F(ReplacedFiles, ThatSomebodyElseMakesMeanwhileAreHis) {
+TEST_F(ReplacedFiles, ThatAnotherProcessMakesMeanwhileStayAsItMadeThem) {
   const auto file = Open(u"\\f", kAnew);
   EXPECT_EQ(Write(file, "made from nothing"), 17u);
   root_.Put("root/f", "his");
@@ -132,7 +131,7 @@ TEST_F(ReplacedFiles, ThatSomebodyElseMakesMeanwhileAreHis) {
   EXPECT_EQ(root_.Get("root/f"), "his");
 }
 
-TEST_F(ReplacedFiles, TwoAtOnceDoNotMixAndTheLastThatWasMadeFromTheFirstCounts) {
+TEST_F(ReplacedFiles, TwoAtOnceDoNotMixAndTheFirstToCompleteCounts) {
   root_.Put("root/f", "old");
   const auto first = Open(u"\\f", kAnew);
   const auto second = Open(u"\\f", kAnew);
@@ -161,7 +160,7 @@ TEST_F(ReplacedFiles, OfProcessesThatWereKilledAreCleared) {
 }
 
 TEST_F(ReplacedFiles, ThatAnotherIsAtAreNotCleared) {
-  root_.Put("root/.valmere-notes", "somebody's");
+  root_.Put("root/.valmere-notes", "another program's");
   root_.Put("root/f", "old");
   const auto file = Open(u"\\f", kAnew);
   EXPECT_EQ(Write(file, "new"), 3u);
@@ -198,7 +197,7 @@ TEST_F(ReplacedFiles, AreBroughtToTheDiskWhereverTheyAreByThen) {
   EXPECT_TRUE(files_->Sync());
 }
 
-TEST_F(ReplacedFiles, WhoseFolderHasGoneAreOnNobodysDisk) {
+TEST_F(ReplacedFiles, WhoseFolderHasGoneNeedNoSync) {
   root_.MakeFolder("root/folder");
   EXPECT_TRUE(Open(u"\\folder\\f", kAnew)->Complete());
   root_.Remove("root/folder/f");
@@ -230,7 +229,7 @@ TEST_F(ReplacedFiles, AreForTheNextSyncWhenTheRootHasGone) {
                              " is written again\n");
 }
 
-// Runs `act` in a process of a user who owns nothing here.
+// Runs `act` in a process of a user without rights here.
 template <class Act>
 int AsNobody(Act act) {
   const pid_t child = fork();
@@ -244,10 +243,10 @@ int AsNobody(Act act) {
 }
 
 // A file of root's in a folder of root's, whose rights the test sets.
-class ReplacedFilesOfAnother : public ReplacedFiles {
+class ReplacedFilesOfAnotherUser : public ReplacedFiles {
  protected:
   void SetUp() override {
-    if (geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
     root_.Put("root/f", "old");
     Allow("", 0755);
   }
@@ -260,7 +259,7 @@ class ReplacedFilesOfAnother : public ReplacedFiles {
   }
 };
 
-TEST_F(ReplacedFilesOfAnother, AreWrittenInPlaceWhereTheFolderTakesNoNewFile) {
+TEST_F(ReplacedFilesOfAnotherUser, AreWrittenInPlaceWhereTheFolderTakesNoNewFile) {
   Allow("root", 0755);
   Allow("root/f", 0666);
   const auto before = Status().st_ino;
@@ -269,7 +268,7 @@ TEST_F(ReplacedFilesOfAnother, AreWrittenInPlaceWhereTheFolderTakesNoNewFile) {
   EXPECT_EQ(Status().st_ino, before);
 }
 
-TEST_F(ReplacedFilesOfAnother, AreWrittenInPlaceWhereTheOwnerCantBeKept) {
+TEST_F(ReplacedFilesOfAnotherUser, AreWrittenInPlaceWhereTheOwnerCantBeKept) {
   Allow("root", 0777);
   Allow("root/f", 0666);
   EXPECT_TRUE(NobodyWrites());
@@ -278,100 +277,11 @@ TEST_F(ReplacedFilesOfAnother, AreWrittenInPlaceWhereTheOwnerCantBeKept) {
   EXPECT_EQ(Others(), std::vector<std::string>());
 }
 
-TEST_F(ReplacedFilesOfAnother, AreNotReplacedWhereTheyCantBeWritten) {
+TEST_F(ReplacedFilesOfAnotherUser, AreNotReplacedWhereTheyCantBeWritten) {
   Allow("root", 0777);
   Allow("root/f", 0444);
   EXPECT_EQ(AsNobody([&] { return Open(u"\\f", kAnew) == nullptr ? 0 : 1; }), 0);
   EXPECT_EQ(root_.Get("root/f"), "old");
-}
-
-class BoundedFiles : public DeviceFiles {
- protected:
-  BoundedFiles() {
-    setenv("VALMERE_MAX_LOG", "10", 1);
-    bounded_ = MakeDeviceFileSystem();
-  }
-  ~BoundedFiles() override { unsetenv("VALMERE_MAX_LOG"); }
-
-  static constexpr OpenFlags kLog = kWrite | OpenFlags::kAppend | OpenFlags::kBounded;
-  std::shared_ptr<FileSystem> bounded_;
-};
-
-TEST_F(BoundedFiles, GoOnUnderAnotherNameWhenTheyBecomeTooLong) {
-  const auto log = bounded_->Open(u"\\log", kLog);
-  EXPECT_EQ(Write(log, "12345"), 5u);
-  EXPECT_EQ(Write(log, "67890"), 5u);
-  EXPECT_FALSE(root_.Has("root/log.1"));
-  EXPECT_EQ(Write(log, "abc"), 3u);
-  EXPECT_EQ(root_.Get("root/log"), "abc");
-  EXPECT_EQ(root_.Get("root/log.1"), "1234567890");
-  EXPECT_EQ(Write(log, "defghijk"), 8u);
-  EXPECT_EQ(root_.Get("root/log"), "defghijk");
-  EXPECT_EQ(root_.Get("root/log.1"), "abc") << "one older one is kept";
-}
-
-TEST_F(BoundedFiles, ThatAreTooLongAlreadyGoOnUnderAnotherNameAtTheFirstWrite) {
-  root_.Put("root/log", "far too long for it");
-  const auto log = bounded_->Open(u"\\log", kLog);
-  EXPECT_EQ(root_.Get("root/log"), "far too long for it");
-  EXPECT_EQ(Write(log, "a"), 1u);
-  EXPECT_EQ(root_.Get("root/log"), "a");
-  EXPECT_EQ(root_.Get("root/log.1"), "far too long for it");
-}
-
-TEST_F(BoundedFiles, TakeNothingThatIsTooLongByItself) {
-  const auto log = bounded_->Open(u"\\log", kLog);
-  EXPECT_EQ(Write(log, "12345678901"), 0u);
-  EXPECT_EQ(Write(log, "1234567890"), 10u);
-}
-
-TEST_F(BoundedFiles, TakeNothingWhileTheyCantBeginAnew) {
-  root_.MakeFolder("root/log.1");
-  root_.MakeFolder("root/log.1/folder");
-  const StandardErrorOf said;
-  const auto log = bounded_->Open(u"\\log", kLog);
-  EXPECT_EQ(Write(log, "1234567890"), 10u);
-  for (int i = 0; i < 3; ++i)
-    EXPECT_EQ(Write(log, "a"), 0u);
-  EXPECT_EQ(root_.Get("root/log"), "1234567890");
-  EXPECT_EQ(said.text(), "valmere: cannot write " + root_.At("root/log") + ": Is a directory\n");
-  root_.Remove("root/log.1/folder");
-  root_.Remove("root/log.1");
-  EXPECT_EQ(Write(log, "a"), 1u);
-}
-
-TEST_F(BoundedFiles, KeepTheirModeAndBeginAnewWhenSomebodyHasTakenThemAway) {
-  const auto log = bounded_->Open(u"\\log", kLog);
-  ASSERT_EQ(chmod(root_.At("root/log").c_str(), 0604), 0);
-  EXPECT_EQ(Write(log, "1234567890"), 10u);
-  root_.Remove("root/log");
-  EXPECT_EQ(Write(log, "a"), 1u);
-  EXPECT_EQ(root_.Get("root/log"), "a");
-  struct stat status {};
-  ASSERT_EQ(stat(root_.At("root/log").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0604u);
-}
-
-TEST_F(BoundedFiles, GoOnInTheOneThatAnotherHasBegun) {
-  const auto first = bounded_->Open(u"\\log", kLog);
-  const auto second = bounded_->Open(u"\\log", kLog);
-  EXPECT_EQ(Write(first, "1234567890"), 10u);
-  EXPECT_EQ(Write(first, "abc"), 3u);
-  EXPECT_EQ(Write(second, "1234567890"), 10u) << "into the older one, which it does not know";
-  EXPECT_EQ(Write(second, "defg"), 4u);
-  EXPECT_EQ(root_.Get("root/log"), "abcdefg");
-}
-
-TEST_F(BoundedFiles, OthersThatAreAppendedToAreNot) {
-  const auto marker = bounded_->Open(u"\\marker", kWrite | OpenFlags::kAppend);
-  EXPECT_EQ(Write(marker, "12345678901234567890"), 20u);
-  EXPECT_FALSE(root_.Has("root/marker.1"));
-}
-
-TEST_F(BoundedFiles, HaveTheirBoundFromANumberAlone) {
-  setenv("VALMERE_MAX_LOG", "10 bytes", 1);
-  const auto log = MakeDeviceFileSystem()->Open(u"\\log", kLog);
-  EXPECT_EQ(Write(log, "12345678901"), 11u);
 }
 
 }  // namespace

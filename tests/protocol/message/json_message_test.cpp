@@ -17,16 +17,8 @@
 #include "tests/support/scripted_connection.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::FieldsOf;
-using test::FrameOf;
-using test::IdentifierBytes;
-using test::LengthBytes;
-using test::ParserLockIsFree;
-using test::ScriptedConnection;
-using test::TestThread;
 
 using Lengths = std::vector<int>;
 
@@ -206,7 +198,7 @@ TEST(JsonMessageRead, WaitsForTheParserLockButReadsWithoutIt) {
     read = message.Read(connection);
     done.Release();
   });
-  EXPECT_TRUE(test::Eventually([&] { return connection.reads().size() == 3; }));
+  EXPECT_TRUE(Eventually([&] { return connection.reads().size() == 3; }));
   EXPECT_FALSE(done.WaitUntil(AMomentLater()));
   ParserLock().Leave();
   reader.Join();
@@ -297,7 +289,7 @@ TEST(JsonMessageWrite, HoldsNoParserLockWhileTheConnectionTakesTheFrame) {
 }
 
 TEST(JsonMessageWrite, IsReadBackAsTheSameObject) {
-  test::RequestMessage sent;
+  RequestMessage sent;
   sent.RequestAll();
   sent.AddSubscribeEntry({"c", "g", "p"});
   ScriptedConnection out;
@@ -309,4 +301,4 @@ TEST(JsonMessageWrite, IsReadBackAsTheSameObject) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

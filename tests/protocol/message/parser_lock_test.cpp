@@ -14,14 +14,11 @@
 #include "tests/support/scripted_connection.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::Eventually;
-using test::ParserLockIsFree;
-using test::TestThread;
-
-// By who holds the lock, which the analysis does not see when a handle of the scope lies on the heap.
+// Called by the holder of the lock, which the analysis does not see when the scope lies on the
+// heap.
 void LetNextIn() NO_THREAD_SAFETY_ANALYSIS {
   ParserLock().LetNextIn();
 }
@@ -65,10 +62,10 @@ TEST(ParsingLock, IsLetGoInTheMiddleOfLongMessages) {
   std::string text = R"({"a":[)";
   while (text.size() < 4'000'000)
     text += "1,";
-  const std::vector<std::string> fields = test::FieldsOf(text + "1]}");
+  const std::vector<std::string> fields = FieldsOf(text + "1]}");
   std::atomic<int> unread{2};
   const auto read_long_one = [&] {
-    test::ScriptedConnection connection(fields);
+    ScriptedConnection connection(fields);
     PropertyMessage message;
     EXPECT_TRUE(message.Read(connection));
     --unread;
@@ -78,7 +75,7 @@ TEST(ParsingLock, IsLetGoInTheMiddleOfLongMessages) {
   int between = 0;
   EXPECT_TRUE(Eventually([&] { return !ParserLockIsFree(); }));
   while (unread == 2) {
-    test::ScriptedConnection short_one(test::FieldsOf(R"({"b":1})"));
+    ScriptedConnection short_one(FieldsOf(R"({"b":1})"));
     PropertyMessage message;
     EXPECT_TRUE(message.Read(short_one));
     if (unread == 2) ++between;
@@ -87,4 +84,4 @@ TEST(ParsingLock, IsLetGoInTheMiddleOfLongMessages) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -13,11 +13,8 @@
 #include "tests/support/request_message.h"
 #include "tests/support/scripted_connection.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::FrameOf;
-using test::ScriptedConnection;
 
 std::string TextOf(const PropertyMessage& message) {
   std::string text;
@@ -68,7 +65,7 @@ TEST(PropertyMessageBuilder, ReplacesTheSubscribeRequestsByAList) {
 }
 
 TEST(PropertyMessageBuilder, MakesAnEmptyArrayOfNoEntries) {
-  test::RequestMessage message;
+  RequestMessage message;
   message.SubscribeList({});
   message.GetRequests({});
   message.GetResponses({});
@@ -98,7 +95,7 @@ TEST(PropertyMessageBuilder, WritesResponsesWithTheirKeysInByteOrder) {
 }
 
 TEST(PropertyMessageBuilder, WritesGetRequestsTheGetAllAndTheDisconnect) {
-  test::RequestMessage message;
+  RequestMessage message;
   message.GetRequests(std::array{PropertyAddress{"c", "g", ""}});
   message.RequestAll();
   message.Disconnect();
@@ -118,7 +115,7 @@ TEST(PropertyMessageBuilder, EscapesEveryTextOfAnAddress) {
   PropertyMessage listed;
   listed.SubscribeList(std::array{address});
   EXPECT_EQ("{\"PropertySubscribeRequests\": " + entry, TextOf(listed));
-  test::RequestMessage got;
+  RequestMessage got;
   got.GetRequests(std::array{address});
   EXPECT_EQ("{\"PropertyGetRequests\": " + entry, TextOf(got));
 }
@@ -157,7 +154,7 @@ TEST(PropertyMessageParser, SplitsAGuidAtItsFirstColon) {
         Case{":", "", ""}, Case{"::", "", ":"}, Case{"", "", ""}}) {
     PropertyMessage message;
     ReadInto(message, std::string(R"({"PropertyGetRequests": [{"GUID": ")") + c.text + R"("}]})");
-    const std::vector<PropertyAddress> addresses = test::GetRequestsOf(message);
+    const std::vector<PropertyAddress> addresses = GetRequestsOf(message);
     ASSERT_EQ(1u, addresses.size()) << c.text;
     EXPECT_EQ(c.group_guid, addresses[0].group_guid) << c.text;
     EXPECT_EQ(c.guid, addresses[0].guid) << c.text;
@@ -170,7 +167,7 @@ TEST(PropertyMessageParser, ReadsSetRequestsInTheirOrder) {
   ReadInto(message, R"({"PropertySetRequests": [)"
                     R"({"Value": "v1","GUID": "g1:p1","Component": "c1"},)"
                     R"({"Component": "c2","GUID": "g2:p2","Value": "v\"2"}]})");
-  const std::vector<PropertySetRecord> records = test::SetRequestsOf(message);
+  const std::vector<PropertySetRecord> records = SetRequestsOf(message);
   ASSERT_EQ(2u, records.size());
   EXPECT_EQ("p1", records[0].guid);
   EXPECT_EQ("g1", records[0].group_guid);
@@ -185,12 +182,12 @@ TEST(PropertyMessageParser, ReadsSetRequestsInTheirOrder) {
 TEST(PropertyMessageParser, ReadsSubscribeRequests) {
   PropertyMessage message;
   ReadInto(message, R"({"PropertySubscribeRequests": [{"Component": "c","GUID": "g:p"}]})");
-  const std::vector<PropertyAddress> addresses = test::SubscribeRequestsOf(message);
+  const std::vector<PropertyAddress> addresses = SubscribeRequestsOf(message);
   ASSERT_EQ(1u, addresses.size());
   EXPECT_EQ("c", addresses[0].component);
   EXPECT_EQ("g", addresses[0].group_guid);
   EXPECT_EQ("p", addresses[0].guid);
-  EXPECT_TRUE(test::GetRequestsOf(message).empty());
+  EXPECT_TRUE(GetRequestsOf(message).empty());
 }
 
 TEST(PropertyMessageParser, ReadsEveryFieldOfAResponse) {
@@ -198,7 +195,7 @@ TEST(PropertyMessageParser, ReadsEveryFieldOfAResponse) {
   ReadInto(message, R"({"PropertyGetResponses": [{"Component": "c","ComponentString": "cs",)"
                     R"("GUID": "g:p","GroupString": "gs","NameString": "ns","Status": "st",)"
                     R"("Value": "v"}]})");
-  const std::vector<PropertyResponseRecord> records = test::GetResponsesOf(message);
+  const std::vector<PropertyResponseRecord> records = GetResponsesOf(message);
   ASSERT_EQ(1u, records.size());
   EXPECT_EQ("g", records[0].group_guid);
   EXPECT_EQ("gs", records[0].group_name);
@@ -212,10 +209,10 @@ TEST(PropertyMessageParser, ReadsEveryFieldOfAResponse) {
 
 TEST(PropertyMessageParser, FindsNoEntriesUnderAnAbsentKey) {
   const PropertyMessage message;
-  EXPECT_TRUE(test::SetRequestsOf(message).empty());
-  EXPECT_TRUE(test::GetRequestsOf(message).empty());
-  EXPECT_TRUE(test::SubscribeRequestsOf(message).empty());
-  EXPECT_TRUE(test::GetResponsesOf(message).empty());
+  EXPECT_TRUE(SetRequestsOf(message).empty());
+  EXPECT_TRUE(GetRequestsOf(message).empty());
+  EXPECT_TRUE(SubscribeRequestsOf(message).empty());
+  EXPECT_TRUE(GetResponsesOf(message).empty());
 }
 
 TEST(PropertyMessageParser, FindsNoEntriesInAValueThatIsNoArray) {
@@ -226,17 +223,17 @@ TEST(PropertyMessageParser, FindsNoEntriesInAValueThatIsNoArray) {
         std::string(R"({"PropertySetRequests": )") + value + R"(,"PropertyGetRequests": )" + value +
         R"(,"PropertySubscribeRequests": )" + value + R"(,"PropertyGetResponses": )" + value + "}";
     ReadInto(message, text);
-    EXPECT_TRUE(test::SetRequestsOf(message).empty()) << value;
-    EXPECT_TRUE(test::GetRequestsOf(message).empty()) << value;
-    EXPECT_TRUE(test::SubscribeRequestsOf(message).empty()) << value;
-    EXPECT_TRUE(test::GetResponsesOf(message).empty()) << value;
+    EXPECT_TRUE(SetRequestsOf(message).empty()) << value;
+    EXPECT_TRUE(GetRequestsOf(message).empty()) << value;
+    EXPECT_TRUE(SubscribeRequestsOf(message).empty()) << value;
+    EXPECT_TRUE(GetResponsesOf(message).empty()) << value;
   }
 }
 
 TEST(PropertyMessageParser, ReadsAnEntryThatIsNoObjectAsEmptyTexts) {
   PropertyMessage message;
   ReadInto(message, R"({"PropertySetRequests": [null,true,1,1.5,"g:p",["g:p"],{}]})");
-  const std::vector<PropertySetRecord> records = test::SetRequestsOf(message);
+  const std::vector<PropertySetRecord> records = SetRequestsOf(message);
   ASSERT_EQ(7u, records.size());
   for (const PropertySetRecord& record : records) {
     EXPECT_EQ("", record.guid);
@@ -251,7 +248,7 @@ TEST(PropertyMessageParser, ReadsAFieldThatIsNoStringAsAnEmptyText) {
     PropertyMessage message;
     ReadInto(message, std::string(R"({"PropertySetRequests": [{"GUID": "g:p","Component": "c",)") +
                           R"("Value": )" + value + "}]}");
-    const std::vector<PropertySetRecord> records = test::SetRequestsOf(message);
+    const std::vector<PropertySetRecord> records = SetRequestsOf(message);
     ASSERT_EQ(1u, records.size());
     EXPECT_EQ("", records[0].value) << value;
     EXPECT_EQ("c", records[0].component) << value;
@@ -262,7 +259,7 @@ TEST(PropertyMessageParser, ReadsAFieldThatIsNoStringAsAnEmptyText) {
 TEST(PropertyMessageParser, ReadsMissingFieldsOfAResponseAsEmptyTexts) {
   PropertyMessage message;
   ReadInto(message, R"({"PropertyGetResponses": [{"Status": "Successful"}]})");
-  const std::vector<PropertyResponseRecord> records = test::GetResponsesOf(message);
+  const std::vector<PropertyResponseRecord> records = GetResponsesOf(message);
   ASSERT_EQ(1u, records.size());
   EXPECT_EQ("Successful", records[0].status);
   for (const std::string_view text :
@@ -283,7 +280,7 @@ TEST(PropertyMessageParser, GivesBackWhatTheBuildersWereGiven) {
   ScriptedConnection back(connection.writes());
   PropertyMessage received;
   ASSERT_TRUE(received.Read(back));
-  const std::vector<PropertySetRecord> records = test::SetRequestsOf(received);
+  const std::vector<PropertySetRecord> records = SetRequestsOf(received);
   ASSERT_EQ(1u, records.size());
   EXPECT_EQ(every_byte + ":", records[0].guid);
   EXPECT_EQ(every_byte, records[0].group_guid);
@@ -300,7 +297,7 @@ TEST(PropertyMessageParser, GoesNoFurtherThanItIsAskedTo) {
   EXPECT_FALSE(message.ForEachSetRequest(take_two));
   EXPECT_FALSE(message.ForEachGetRequest(take_two));
   EXPECT_FALSE(message.ForEachSubscribeRequest(take_two));
-  EXPECT_FALSE(message.ForEachGetResponse(take_two));
+  EXPECT_FALSE(message.ForEachPublication(take_two));
   EXPECT_EQ(8, taken);
   EXPECT_TRUE(message.ForEachSetRequest([](const auto&) { return true; }));
 }
@@ -322,11 +319,11 @@ TEST(PropertyMessage, HasAKeyWhateverItsValue) {
 }
 
 TEST(PropertyMessage, IsEmptyAfterClear) {
-  test::RequestMessage message;
+  RequestMessage message;
   message.RequestAll();
   message.Clear();
   EXPECT_EQ("{}", TextOf(message));
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

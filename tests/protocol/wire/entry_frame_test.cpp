@@ -11,11 +11,8 @@
 #include "tests/support/frames.h"
 #include "tests/support/scripted_connection.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::FrameOf;
-using test::ScriptedConnection;
 
 const std::atomic<bool> kWanted{false};
 
@@ -202,4 +199,4 @@ TEST(SetFrame, IsTheMessagesText) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

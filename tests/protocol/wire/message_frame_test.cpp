@@ -6,7 +6,7 @@
 
 #include "tests/support/frames.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 TEST(MessageFrame, StartsWithTheSixteenIdentifierBytesAndRoomForTheLength) {
@@ -24,7 +24,7 @@ TEST(MessageFrame, GetsTheLengthOfItsTextInLittleEndianOrder) {
   frame.append(0x030201, 'x');
   EndFrame(frame);
   EXPECT_EQ(std::string("\x01\x02\x03\x00", 4), frame.substr(16, 4));
-  EXPECT_EQ(test::IdentifierBytes(), frame.substr(0, 16));
+  EXPECT_EQ(IdentifierBytes(), frame.substr(0, 16));
   EXPECT_EQ(20u + 0x030201, frame.size());
 }
 
@@ -49,4 +49,4 @@ TEST(MessageFrame, LengthIsReadFromAllFourBytesWithoutASign) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

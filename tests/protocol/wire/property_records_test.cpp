@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 TEST(UnknownPropertyRecord, RepeatsTheAddressAndFillsTheRestWithPlaceholders) {
@@ -27,4 +27,4 @@ TEST(StatusTexts, AreThoseOfTheWire) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

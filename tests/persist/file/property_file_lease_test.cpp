@@ -1,4 +1,4 @@
-#include "persist/file/property_file_turn.h"
+#include "persist/file/property_file_lease.h"
 
 #include <gtest/gtest.h>
 
@@ -12,21 +12,21 @@
 namespace valmere::test {
 namespace {
 
-constexpr PropertyFileTurn::For kReading = PropertyFileTurn::For::kReading;
-constexpr PropertyFileTurn::For kRewriting = PropertyFileTurn::For::kRewriting;
+constexpr PropertyFileLease::For kReading = PropertyFileLease::For::kReading;
+constexpr PropertyFileLease::For kRewriting = PropertyFileLease::For::kRewriting;
 
-// Waits for a turn on a thread of its own and has it until it is told to end.
+// Asks for a lease on a thread of its own and keeps it until it is told to end.
 class OnAThread {
  public:
-  explicit OnAThread(PropertyFileTurn::For purpose, PropertyFileTurn::GiveUp give_up = nullptr)
+  explicit OnAThread(PropertyFileLease::For purpose, PropertyFileLease::GiveUp give_up = nullptr)
       : thread_([this, purpose, give_up = std::move(give_up)] {
           asking_.Release();
           {
-            const PropertyFileTurn turn(purpose, give_up);
-            taken_ = turn.taken();
+            const PropertyFileLease lease(purpose, give_up);
+            granted_ = lease.granted();
             begun_.Release();
             ending_.Wait();
-            may_write_ = turn.MayWrite();
+            may_write_ = lease.MayWrite();
           }
         }) {
     asking_.Wait();
@@ -47,27 +47,27 @@ class OnAThread {
     }
     return may_write_;
   }
-  bool taken() const { return taken_; }
+  bool granted() const { return granted_; }
 
  private:
   platform::Semaphore asking_;
   platform::Semaphore begun_;
   platform::Semaphore ending_;
-  std::atomic<bool> taken_{false};
+  std::atomic<bool> granted_{false};
   std::atomic<bool> may_write_{false};
   bool ended_ = false;
   TestThread thread_;
 };
 
-TEST(PropertyFileTurn, IsTakenAtOnceWhereNobodyHasIt) {
+TEST(PropertyFileLease, IsGrantedAtOnceWhereNoThreadHasIt) {
   for (int i = 0; i < 3; ++i) {
-    const PropertyFileTurn turn(kReading);
-    EXPECT_TRUE(turn.taken());
+    const PropertyFileLease lease(kReading);
+    EXPECT_TRUE(lease.granted());
   }
 }
 
-TEST(PropertyFileTurn, EndsBeforeTheNextBegins) {
-  std::optional<PropertyFileTurn> first(std::in_place, kRewriting);
+TEST(PropertyFileLease, EndsBeforeTheNextBegins) {
+  std::optional<PropertyFileLease> first(std::in_place, kRewriting);
   OnAThread second(kReading);
   EXPECT_FALSE(second.BeginsWithin(20));
   EXPECT_TRUE(first->MayWrite());
@@ -75,10 +75,10 @@ TEST(PropertyFileTurn, EndsBeforeTheNextBegins) {
   EXPECT_TRUE(second.BeginsWithin(10'000));
 }
 
-TEST(PropertyFileTurn, GoesToWhoHasWaitedAndNotToWhoHadIt) {
+TEST(PropertyFileLease, GoesToTheThreadThatWaitedAndNotToItsLastHolder) {
   for (int round = 0; round < 20; ++round) {
     std::atomic<bool> waited{false};
-    std::optional<PropertyFileTurn> first(std::in_place, kRewriting);
+    std::optional<PropertyFileLease> first(std::in_place, kRewriting);
     // Asked once it is in line.
     OnAThread second(kReading, [&] {
       waited = true;
@@ -90,21 +90,21 @@ TEST(PropertyFileTurn, GoesToWhoHasWaitedAndNotToWhoHadIt) {
       second.BeginsWithin(10'000);
       second.End();
     });
-    const PropertyFileTurn again(kRewriting);
-    ASSERT_TRUE(second.taken()) << round;
+    const PropertyFileLease again(kRewriting);
+    ASSERT_TRUE(second.granted()) << round;
     ending.Join();
   }
 }
 
-TEST(PropertyFileTurn, IsLostAfterASecondToWhoWaits) {
+TEST(PropertyFileLease, IsLostAfterASecondToAThreadThatWaits) {
   OnAThread stuck(kRewriting);
   ASSERT_TRUE(stuck.BeginsWithin(10'000));
   const platform::Ticks start = platform::MonotonicNow();
-  std::optional<PropertyFileTurn> next(std::in_place, kRewriting);
-  EXPECT_GE(platform::MonotonicNow() - start, PropertyFileTurn::kLongest);
-  EXPECT_TRUE(next->taken());
+  std::optional<PropertyFileLease> next(std::in_place, kRewriting);
+  EXPECT_GE(platform::MonotonicNow() - start, PropertyFileLease::kLongest);
+  EXPECT_TRUE(next->granted());
   EXPECT_FALSE(stuck.End()) << "what it holds is out of date";
-  // Its end was nobody's.
+  // Its end has no effect.
   OnAThread third(kReading);
   EXPECT_FALSE(third.BeginsWithin(20));
   EXPECT_TRUE(next->MayWrite());
@@ -112,7 +112,7 @@ TEST(PropertyFileTurn, IsLostAfterASecondToWhoWaits) {
   EXPECT_TRUE(third.BeginsWithin(10'000));
 }
 
-TEST(PropertyFileTurn, LastsItsTimeFromItsOwnBeginningForAllWhoWait) {
+TEST(PropertyFileLease, LastsItsTimeFromItsOwnBeginningForEveryWaiter) {
   const platform::Ticks start = platform::MonotonicNow();
   OnAThread stuck(kReading);
   ASSERT_TRUE(stuck.BeginsWithin(10'000));
@@ -120,18 +120,18 @@ TEST(PropertyFileTurn, LastsItsTimeFromItsOwnBeginningForAllWhoWait) {
   OnAThread other(kReading);
   EXPECT_TRUE(one.BeginsWithin(10'000));
   EXPECT_TRUE(other.BeginsWithin(10'000));
-  EXPECT_GE(platform::MonotonicNow() - start, 2 * PropertyFileTurn::kLongest);
+  EXPECT_GE(platform::MonotonicNow() - start, 2 * PropertyFileLease::kLongest);
 }
 
-TEST(PropertyFileTurn, AWriterMayGoOnAfterATurnWasTakenForReading) {
+TEST(PropertyFileLease, AWriterMayGoOnAfterALeaseForReading) {
   OnAThread slow(kRewriting);
   ASSERT_TRUE(slow.BeginsWithin(10'000));
-  { const PropertyFileTurn reading(kReading); }
+  { const PropertyFileLease reading(kReading); }
   EXPECT_TRUE(slow.End());
 }
 
-TEST(PropertyFileTurn, IsNotWaitedForByWhoGivesUp) {
-  std::optional<PropertyFileTurn> first(std::in_place, kReading);
+TEST(PropertyFileLease, IsNotWaitedForByAThreadThatGivesUp) {
+  std::optional<PropertyFileLease> first(std::in_place, kReading);
   // At the latest it gives up when its time is over.
   EXPECT_TRUE(Eventually([] {
     std::atomic<bool> waits{false};
@@ -143,16 +143,16 @@ TEST(PropertyFileTurn, IsNotWaitedForByWhoGivesUp) {
     EXPECT_TRUE(Eventually([&] { return waits.load(); }));
     give_up = true;
     const platform::Ticks start = platform::MonotonicNow();
-    PropertyFileTurn::WakeAll();
+    PropertyFileLease::WakeAll();
     EXPECT_TRUE(second.BeginsWithin(10'000));
-    EXPECT_FALSE(second.taken());
-    return platform::MonotonicNow() - start < PropertyFileTurn::kLongest / 2;
+    EXPECT_FALSE(second.granted());
+    return platform::MonotonicNow() - start < PropertyFileLease::kLongest / 2;
   }));
   OnAThread third(kReading);
   EXPECT_FALSE(third.BeginsWithin(20));
   first.reset();
   EXPECT_TRUE(third.BeginsWithin(10'000));
-  EXPECT_TRUE(third.taken());
+  EXPECT_TRUE(third.granted());
 }
 
 }  // namespace

@@ -1,16 +1,14 @@
-// Sockets on the loopback address, always on ports that the system chose.
-#include "platform/sockets.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "platform/kernel.h"
+#include "platform/sockets.h"
+#include "tests/platform/socket_pair.h"
 #include "tests/platform/wine.h"
 #include "tests/support/test_thread.h"
 
@@ -23,30 +21,6 @@ using ::valmere::test::TestThread;
 constexpr int kMoreThanBuffersHold = 64 * 1024 * 1024;
 // Twice what the kernel lets a send buffer grow to.
 constexpr int kMoreThanASendBufferHolds = 8 * 1024 * 1024;
-
-std::unique_ptr<ListenSocket> Listening(std::uint16_t port = 0) {
-  auto listener = MakeListenSocket();
-  EXPECT_EQ(0, listener->Listen(port, 10));
-  return listener;
-}
-
-struct Pair {
-  std::unique_ptr<StreamSocket> client;
-  std::unique_ptr<StreamSocket> server;
-};
-
-Pair Connected(ListenSocket& listener) {
-  Pair pair;
-  pair.client = ConnectLoopback(listener.BoundPort());
-  EXPECT_NE(nullptr, pair.client);
-  pair.server = listener.Accept().socket;
-  EXPECT_NE(nullptr, pair.server);
-  return pair;
-}
-
-Pair Connected() {
-  return Connected(*Listening());
-}
 
 // Receives exactly `length` bytes, fewer only at the end of the stream.
 std::vector<char> ReceiveAll(StreamSocket& socket, int length) {
@@ -86,117 +60,6 @@ void ResetByServer(Pair& pair) {
   pair.server.reset();
 }
 
-// Lets time pass. Where a call should be blocked first, the outcome is the same if it is not yet.
-void Pause(std::uint32_t milliseconds) {
-  Semaphore never;
-  never.WaitUntil(MonotonicNow() + milliseconds * kTicksPerMillisecond);
-}
-
-TEST(ListenSocket, NamesThePortThatTheSystemChose) {
-  auto listener = MakeListenSocket();
-  EXPECT_EQ(0, listener->BoundPort());
-  ASSERT_EQ(0, listener->Listen(0, 10));
-  EXPECT_NE(0, listener->BoundPort());
-}
-
-TEST(ListenSocket, TellsWhoConnectedInNetworkByteOrder) {
-  auto listener = Listening();
-  auto client = ConnectLoopback(listener->BoundPort());
-  const Accepted accepted = listener->Accept();
-  ASSERT_NE(nullptr, accepted.socket);
-  std::array<unsigned char, 4> address{};
-  std::memcpy(address.data(), &accepted.address, address.size());
-  EXPECT_EQ((std::array<unsigned char, 4>{127, 0, 0, 1}), address);
-  EXPECT_NE(0U, accepted.port);
-  EXPECT_LE(accepted.port, 0xffffU);
-}
-
-TEST(ListenSocket, RefusesAPortThatAnotherListensOn) {
-  auto first = Listening();
-  auto second = MakeListenSocket();
-  EXPECT_EQ(-1, second->Listen(first->BoundPort(), 10));
-  EXPECT_EQ(0, second->BoundPort());
-}
-
-TEST(ListenSocket, ListensAfterARefusalOnceThePortIsFree) {
-  auto first = Listening();
-  const std::uint16_t port = first->BoundPort();
-  auto second = MakeListenSocket();
-  ASSERT_EQ(-1, second->Listen(port, 10));
-  first.reset();
-  EXPECT_EQ(0, second->Listen(port, 10));
-  EXPECT_EQ(port, second->BoundPort());
-}
-
-TEST(ListenSocket, KeepsItsPortWhenAskedToListenAgain) {
-  auto listener = Listening();
-  const std::uint16_t port = listener->BoundPort();
-  EXPECT_EQ(-1, listener->Listen(0, 10));
-  EXPECT_EQ(port, listener->BoundPort());
-  EXPECT_NE(nullptr, ConnectLoopback(port));
-}
-
-TEST(ListenSocket, GetsItsPortBackWhileAnOldConnectionLingers) {
-  auto listener = Listening();
-  const std::uint16_t port = listener->BoundPort();
-  Pair pair = Connected(*listener);
-  // Whoever closes first is the one whose address lingers.
-  pair.server.reset();
-  char byte = 0;
-  EXPECT_EQ(0, pair.client->Receive(&byte, 1).count);
-  pair.client.reset();
-  listener.reset();
-  EXPECT_EQ(0, MakeListenSocket()->Listen(port, 10));
-}
-
-TEST(ListenSocket, AcceptsNothingOnceClosed) {
-  auto listener = Listening();
-  auto waiting = ConnectLoopback(listener->BoundPort());
-  listener->Close();
-  EXPECT_EQ(nullptr, listener->Accept().socket);
-  EXPECT_EQ(nullptr, listener->Accept().socket);
-  const std::uint16_t port = listener->BoundPort();
-  listener.reset();
-  EXPECT_EQ(nullptr, ConnectLoopback(port));
-}
-
-TEST(ListenSocket, AcceptsNothingBeforeItListens) {
-  EXPECT_EQ(nullptr, MakeListenSocket()->Accept().socket);
-}
-
-TEST(ListenSocket, CloseEndsABlockedAccept) {
-  auto listener = Listening();
-  Semaphore accepting;
-  bool empty = false;
-  TestThread accepter([&] {
-    // The first accept shows that the thread runs; it then blocks in the second.
-    listener->Accept();
-    accepting.Release();
-    empty = listener->Accept().socket == nullptr;
-  });
-  auto client = ConnectLoopback(listener->BoundPort());
-  accepting.Wait();
-  Pause(20);
-  listener->Close();
-  accepter.Join();
-  EXPECT_TRUE(empty);
-}
-
-TEST(ListenSocket, ClosingAgainLeavesALaterSocketAlone) {
-  auto first = Listening();
-  first->Close();
-  auto second = Listening();
-  first->Close();
-  first.reset();
-  Pair pair = Connected(*second);
-  EXPECT_EQ(1, pair.client->Send("x", 1).count);
-}
-
-TEST(ConnectLoopback, GivesNothingWhenNobodyListens) {
-  const std::uint16_t port = Listening()->BoundPort();
-  EXPECT_EQ(nullptr, ConnectLoopback(port));
-}
-
 TEST(StreamSocket, CarriesBytesBothWays) {
   Pair pair = Connected();
   EXPECT_EQ(5, pair.client->Send("there", 5).count);
@@ -216,7 +79,7 @@ TEST(StreamSocket, ReceivesWhatIsThereWithoutWaitingForMore) {
   EXPECT_LE(got.count, 3);
 }
 
-// Sends all, or closes the socket, so that nobody waits for the rest.
+// Sends all, or closes the socket, so that the receiver does not wait for the rest.
 Transfer SendOrClose(StreamSocket& socket, const std::vector<char>& bytes) {
   const Transfer sent = socket.Send(bytes.data(), static_cast<int>(bytes.size()));
   if (sent.count < 0) socket.Close();
@@ -355,11 +218,6 @@ TEST(StreamSocket, FailsASendFiveSecondsAfterThePeerLastTookAnything) {
   EXPECT_EQ(-1, sent.count);
   EXPECT_EQ(kTimedOut, sent.error);
   EXPECT_GE(failed_at - taken_at, 5000 * kTicksPerMillisecond);
-}
-
-TEST(SocketLibrary, StartsAndIsCleanedUp) {
-  ASSERT_EQ(kSocketLibrary, StartSockets());
-  CleanUpSockets();
 }
 
 }  // namespace
