@@ -4,8 +4,10 @@
 
 #include <cstddef>
 #include <exception>
+#include <utility>
 
 #include "persist/log/debug_switches.h"
+#include "store/engine/announcements.h"
 #include "store/engine/property_record.h"
 #include "store/property/component_property.h"
 
@@ -26,22 +28,19 @@ bool IsWithdrawn(const Property& property) {
 ChangePublisher::ChangePublisher(std::shared_ptr<Property> own_component,
                                  std::shared_ptr<UIntProperty> period,
                                  std::shared_ptr<SubscriberList> subscribers,
-                                 std::weak_ptr<LogSink> log, std::function<void()> on_subscribe_all)
+                                 std::shared_ptr<PendingUpdates> pending,
+                                 std::weak_ptr<Observation> observation, std::weak_ptr<LogSink> log)
     : own_component_(std::move(own_component)),
       period_(std::move(period)),
       subscribers_(std::move(subscribers)),
+      pending_(std::move(pending)),
+      observation_(std::move(observation)),
       log_(std::move(log)),
-      on_subscribe_all_(std::move(on_subscribe_all)),
       ticks_left_(TicksOfPeriod()) {}
 
 void ChangePublisher::Stop() {
   stopped_.store(true);
   stop_.Set(kStop);
-}
-
-void ChangePublisher::Disconnect() {
-  const ScopedLock hold(callback_lock_);
-  on_subscribe_all_ = nullptr;
 }
 
 void ChangePublisher::Run() {
@@ -97,12 +96,12 @@ void ChangePublisher::Collect(ChangeStack& changes) {
 void ChangePublisher::CollectAll() {
   Announcements::Taken taken;
   try {
-    taken = announcements_.Take(stopped_);
+    taken = pending_->announcements.Take(stopped_);
   } catch (const std::exception&) {
     // They wait for a pass with more memory.
   }
-  Collect(changes_);
-  Collect(component_changes_);
+  Collect(pending_->changes);
+  Collect(pending_->component_changes);
   for (const auto& property : taken.added)
     AppendNew(property);
   for (const auto& property : taken.vanished) {
@@ -157,7 +156,7 @@ void ChangePublisher::LogLosses() {
 void ChangePublisher::EndPeriod() {
   bool subscribed_all = false;
   try {
-    for (const auto& property : periodic_.Copy())
+    for (const auto& property : pending_->periodic.Copy())
       Append(*property, kStatusSuccessful);
     subscribed_all = !entries_.empty() && Deliver();
   } catch (const std::exception&) {
@@ -169,12 +168,8 @@ void ChangePublisher::EndPeriod() {
   unheard_.clear();
   if (frame_.capacity() > kKeptFrameBytes) std::string().swap(frame_);
   ticks_left_ = TicksOfPeriod();
-  if (subscribed_all) TellOfSubscriptionToAll();
-}
-
-void ChangePublisher::TellOfSubscriptionToAll() {
-  const ScopedLock hold(callback_lock_);
-  if (on_subscribe_all_) on_subscribe_all_();
+  if (!subscribed_all) return;
+  if (const auto observation = observation_.lock()) observation->ObserveAll(stopped_);
 }
 
 bool ChangePublisher::Deliver() {
@@ -211,16 +206,6 @@ const std::string* ChangePublisher::FrameFor(Subscriber& subscriber) {
   if (subscriber.keys.empty()) return &entries_.WholeFrame();
   const auto is_unwanted = [&] { return IsStopped() || !subscriber.connection->IsOpen(); };
   return entries_.FrameFor(subscriber.keys, frame_, is_unwanted) ? &frame_ : nullptr;
-}
-
-bool PublishingThread::Start(int priority) {
-  thread_.emplace([publisher = publisher_] { publisher->Run(); }, priority);
-  return thread_->Start();
-}
-
-void PublishingThread::End() {
-  publisher_->Stop();
-  thread_.reset();
 }
 
 }  // namespace valmere

@@ -1,11 +1,14 @@
 // The handling of one message: its keys in their fixed order, each independent of the others.
 #include "store/engine/property_engine.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <string>
 #include <utility>
 
 #include "persist/log/debug_switches.h"
-#include "persist/log/log_line.h"
 #include "protocol/wire/message_keys.h"
+#include "store/engine/set_requests.h"
 #include "store/property/general_group.h"
 #include "store/property/property_key.h"
 
@@ -29,6 +32,16 @@ std::string ClientText(const ClientConnection& client) {
   return "Client " + std::to_string(client.instance_number());
 }
 
+// The keys of a subscription, as far as the session lasts.
+Subscriber::Keys KeysOf(const PropertyMessage& message, const ClientConnection& sender) {
+  Subscriber::Keys keys;
+  message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
+    keys.insert(PropertyKey(address.component, address.group_guid, address.guid).Text());
+    return !sender.ended();
+  });
+  return keys;
+}
+
 }  // namespace
 
 std::shared_ptr<PropertyEngine> PropertyEngine::Make(
@@ -46,48 +59,25 @@ PropertyEngine::PropertyEngine(std::shared_ptr<LogSink> log,
                                std::shared_ptr<StringProperty> own_component,
                                std::shared_ptr<UIntProperty> period)
     : log_(std::move(log)),
-      own_component_(std::move(own_component)),
-      components_(CanOwn),
+      catalog_(std::make_shared<PropertyCatalog>(own_component)),
       subscribers_(std::make_shared<SubscriberList>()),
-      publisher_(std::make_shared<ChangePublisher>(own_component_, std::move(period), subscribers_,
-                                                   log_,
-                                                   [this] { ObserveAll(publisher_->stopped()); })),
+      pending_(std::make_shared<PendingUpdates>()),
+      observation_(Observation::Make(catalog_, subscribers_, pending_)),
+      presence_(catalog_, observation_, pending_, log_),
+      publisher_(std::make_shared<ChangePublisher>(std::move(own_component), std::move(period),
+                                                   subscribers_, pending_, observation_, log_)),
       publishing_(publisher_) {}
-
-// The publisher calls back into the engine until it is disconnected.
-void PropertyEngine::End() {
-  publishing_.End();
-  publisher_->Disconnect();
-}
-
-bool PropertyEngine::AddProperty(std::shared_ptr<Property> property) {
-  if (!local_.Add(property)) return false;
-  LogChangesOf(*property);
-  Appeared(property);
-  return true;
-}
-
-void PropertyEngine::LogChangesOf(Property& property) const {
-  property.AddListener(
-      [log = std::weak_ptr<LogSink>(log_)](const std::shared_ptr<Property>& changed) {
-        if (!IsOn(DebugZone::kProperty)) return;
-        LogIn(DebugZone::kProperty, log.lock(), [&] {
-          return "Property " + QuoteForLog(changed->name()) + " changes to " +
-                 QuoteForLog(changed->GetValueString());
-        });
-      });
-}
 
 bool PropertyEngine::HandleMessage(const PropertyMessage& message,
                                    const std::shared_ptr<ClientConnection>& sender,
                                    ReplyBuffer& reply) {
-  if (message.Has(keys::kSetRequests) && !HandleSetRequests(message, *sender)) {
+  if (message.Has(keys::kSetRequests) && !HandleSetRequests(*catalog_, message, *sender, log_)) {
     LogEnd(*sender, "sent sets of more than 32 MiB to pass on");
     return false;
   }
   Reply answer = Reply::kNone;
   if (message.Has(keys::kGetRequests) || message.Has(keys::kGetAll))
-    answer = BuildReply(message, *sender, reply);
+    answer = BuildReply(*catalog_, message, *sender, reply);
   if (answer == Reply::kTooLong) {
     LogEnd(*sender, "asked for a reply of more than 64 MiB");
     return false;
@@ -95,7 +85,7 @@ bool PropertyEngine::HandleMessage(const PropertyMessage& message,
   if (message.Has(keys::kSubscribeRequests) || message.Has(keys::kSubscribeAll))
     Subscribe(message, sender);
   message.ForEachGetResponse([&](const PropertyResponseRecord& entry) {
-    if (!sender->ended()) ApplyComponentEntry(entry, sender);
+    if (!sender->ended()) presence_.Apply(entry, sender);
     return !sender->ended();
   });
   if (message.Has(keys::kDisconnect)) {
@@ -113,16 +103,6 @@ void PropertyEngine::LogEnd(const ClientConnection& client, std::string_view cau
         [&] { return ClientText(client) + " " + std::string(cause) + ": its session ends"; });
 }
 
-Subscriber::Keys PropertyEngine::KeysOf(const PropertyMessage& message,
-                                        const ClientConnection& sender) {
-  Subscriber::Keys keys;
-  message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
-    keys.insert(PropertyKey(address.component, address.group_guid, address.guid).Text());
-    return !sender.ended();
-  });
-  return keys;
-}
-
 void PropertyEngine::Subscribe(const PropertyMessage& message,
                                const std::shared_ptr<ClientConnection>& sender) {
   Subscriber::Keys keys = KeysOf(message, *sender);
@@ -134,10 +114,10 @@ void PropertyEngine::Subscribe(const PropertyMessage& message,
   } while (!keys.empty());
   // Properties that come from here on find the subscription; these are the ones that were there.
   if (to_all) {
-    ObserveAll(sender->ended_flag());
+    observation_->ObserveAll(sender->ended_flag());
   } else {
     message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
-      ObserveNamed(address);
+      observation_->ObserveNamed(address);
       return !sender->ended();
     });
   }
@@ -180,7 +160,7 @@ bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& repl
 void PropertyEngine::ConnectionEnded(const ClientConnection& client) noexcept {
   if (client.ended()) return;
   Unsubscribe(client);
-  WithdrawAllOf(client);
+  presence_.WithdrawAllOf(client);
 }
 
 }  // namespace valmere
