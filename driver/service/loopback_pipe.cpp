@@ -147,8 +147,8 @@ PipeEndpoint::PipeEndpoint(std::shared_ptr<PipeBuffer> write_target,
                            std::shared_ptr<PipeBuffer> read_source)
     : write_target_(std::move(write_target)), read_source_(std::move(read_source)) {}
 
-// Whoever learns from one buffer that the pipe is closed must find the other closed as well: what it
-// writes then would stay queued for nobody.
+// Both buffers are closed before a reader is woken: a thread that learns from one that the pipe is
+// closed must find the other closed as well, or what it writes would stay queued with no reader.
 void PipeEndpoint::Close() {
   EventFlags::PendingWake wake_reader = write_target_->CloseDeferringWake();
   EventFlags::PendingWake wake_self = read_source_->CloseDeferringWake();

@@ -25,7 +25,7 @@ class PipeBuffer : public Connection {
   int Write(const void* buffer, int length) override;
   int WriteDeferringWake(const void* buffer, int length, EventFlags::PendingWake& wake) override;
   void Close() override;
-  // As Close; whom it wakes is woken when the result goes.
+  // As Close; waiting readers are woken when the result is destroyed.
   EventFlags::PendingWake CloseDeferringWake();
   bool IsOpen() const override;
 
@@ -55,7 +55,7 @@ class PipeBuffer : public Connection {
 };
 
 // Purpose: one end of the pipe: writes to one buffer, reads from the other.
-// Owner: the LoopbackPipe; the service's end is also held by whoever serves it.
+// Owner: the LoopbackPipe; the service's end is also held by the thread that serves it.
 // Threads, errors: those of PipeBuffer.
 class PipeEndpoint : public Connection {
  public:

@@ -23,7 +23,7 @@ EventFlags::PendingWake& EventFlags::PendingWake::operator=(PendingWake&& other)
 
 EventFlags::PendingWake::~PendingWake() {
   while (first_ != nullptr) {
-    // A released waiter uses its node again at once: let go of it first.
+    // A released waiter uses its node again at once: read the next one first.
     Waiter& waiter = *std::exchange(first_, first_->next);
     waiter.wake.Release();
   }
@@ -119,7 +119,7 @@ bool EventFlags::Sleep(const Need& need, const platform::Ticks* deadline) {
       deadline == nullptr ? (waiter.wake.Wait(), true) : waiter.wake.WaitUntil(*deadline);
   lock_.Enter();
   if (!woken && !Unlink(waiter)) {
-    // Picked at the last moment. The release comes as soon as the picking thread has let go of its
+    // Picked at the last moment. The release comes as soon as the picking thread has left its
     // locks, of which this may be one.
     lock_.Leave();
     waiter.wake.Wait();

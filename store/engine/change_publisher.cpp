@@ -49,8 +49,8 @@ void ChangePublisher::Run() {
     try {
       Pass();
     } catch (const std::exception&) {
-      // No memory to make the subscriptions to all complete: properties that were there before a
-      // subscriber's last key went may stay unheard of.
+      // No memory to observe all properties: changes of some may not reach a subscriber whose last
+      // key has gone.
     }
   }
 }
@@ -63,13 +63,13 @@ void ChangePublisher::Pass() {
   if (--ticks_left_ == 0) EndPeriod();
 }
 
-// What nobody would get is let go without being rendered.
+// An entry that no subscriber would get is dropped before it is rendered.
 void ChangePublisher::Append(const Property& property, std::string_view status) {
   if (IsStopped() || !subscribers_->Any()) return;
   try {
     Render(property, property.GetValueString(), status);
   } catch (const std::exception&) {
-    // No memory for this one: the others, and the period's end, must not be lost with it.
+    // No memory for this entry: the others, and the period's end, must not be lost with it.
   }
 }
 
@@ -81,24 +81,24 @@ bool ChangePublisher::Render(const Property& property, std::string_view value,
 }
 
 // Never more than a full stack: threads that change properties as fast as they are taken must not
-// keep the pass from ending.
+// make the pass endless.
 void ChangePublisher::Collect(ChangeStack& changes) {
   for (std::uint32_t taken = 0; taken < ChangeStack::kSlots && !IsStopped(); ++taken) {
     const auto changed = changes.Pop();
     if (!changed) return;
     Append(*changed, kStatusSuccessful);
-    unheard_.erase(changed);  // somebody listens to it now, and has heard of this
+    announced_unobserved_.erase(changed);  // it is observed now, and this value is published
   }
 }
 
-// What has gone is taken down before the changes and told of after them: a change that was made
-// before the going must not be told of in the pass after it, as if the property were there.
+// Withdrawals are taken before the changes and published after them: a change that was made before
+// a withdrawal must not be published in the pass after it, as if the property still existed.
 void ChangePublisher::CollectAll() {
   Announcements::Taken taken;
   try {
     taken = pending_->announcements.Take(stopped_);
   } catch (const std::exception&) {
-    // They wait for a pass with more memory.
+    // They stay queued for a pass with more memory.
   }
   Collect(pending_->changes);
   Collect(pending_->component_changes);
@@ -106,48 +106,49 @@ void ChangePublisher::CollectAll() {
     AppendNew(property);
   for (const auto& property : taken.vanished) {
     Append(*property, kStatusNoLongerAvailable);
-    unheard_.erase(property);
+    announced_unobserved_.erase(property);
   }
   if (taken.lost_vanished != 0) ForgetWithdrawn();
   if (taken.lost_added + taken.lost_vanished != 0 && subscribers_->Any()) lost_ = true;
 }
 
-// The value is read once: what is told and what is remembered must be the same.
+// The value is read once: the one that is published and the one that is remembered must be the
+// same.
 void ChangePublisher::AppendNew(const std::shared_ptr<Property>& property) {
   if (IsStopped() || !subscribers_->Any()) return;
   try {
-    const bool unheard = !property->observed();
+    const bool unobserved = !property->observed();
     std::string value = property->GetValueString();
-    if (Render(*property, value, kStatusSuccessful) && unheard)
-      unheard_.insert_or_assign(property, std::move(value));
+    if (Render(*property, value, kStatusSuccessful) && unobserved)
+      announced_unobserved_.insert_or_assign(property, std::move(value));
   } catch (const std::exception&) {
     // No memory for this one, or to see later that it has changed.
   }
 }
 
-// A property that nobody listened to when it was announced may have changed before somebody
-// subscribed to it. What he reads then is the new value, so the old one must not be the last that he
-// is told. Answers go out under the subscriber list's lock: none can come in between.
+// A property that had no listener when it was announced may have changed before a client subscribed
+// to it. The client reads the new value then, so the old one must not be the last that is published
+// to it. Replies are written under the subscriber list's lock: none can come in between.
 void ChangePublisher::AppendOvertaken() {
-  for (const auto& [property, announced] : unheard_) {
+  for (const auto& [property, announced] : announced_unobserved_) {
     if (IsStopped()) return;
     try {
       if (property->observed() && property->GetValueString() != announced)
         Append(*property, kStatusSuccessful);
     } catch (const std::exception&) {
-      // No memory to look at this one.
+      // No memory to compare this one.
     }
   }
 }
 
-// Properties of whose going no announcement came.
+// Withdrawn properties whose announcement was dropped.
 void ChangePublisher::ForgetWithdrawn() {
-  std::erase_if(unheard_, [](const auto& entry) { return IsWithdrawn(*entry.first); });
+  std::erase_if(announced_unobserved_, [](const auto& entry) { return IsWithdrawn(*entry.first); });
 }
 
 void ChangePublisher::LogLosses() {
-  if (!lost_ || told_so_ || IsStopped()) return;
-  told_so_ = true;
+  if (!lost_ || loss_logged_ || IsStopped()) return;
+  loss_logged_ = true;
   LogIn(DebugZone::kWarning, log_.lock(), [] {
     return std::string("More happens in a publishing period than subscribers can be told of");
   });
@@ -163,9 +164,9 @@ void ChangePublisher::EndPeriod() {
     // No memory: this period's entries are lost, the next period is not.
   }
   LogLosses();
-  lost_ = told_so_ = false;
+  lost_ = loss_logged_ = false;
   entries_.Clear();
-  unheard_.clear();
+  announced_unobserved_.clear();
   if (frame_.capacity() > kKeptFrameBytes) std::string().swap(frame_);
   ticks_left_ = TicksOfPeriod();
   if (!subscribed_all) return;
@@ -174,7 +175,7 @@ void ChangePublisher::EndPeriod() {
 
 bool ChangePublisher::Deliver() {
   bool subscribed_all = false;
-  SubscriberList::Entries dropped;  // let go after the lock
+  SubscriberList::Entries dropped;  // released after the lock
   const ScopedLock hold(subscribers_->lock);
   AppendOvertaken();
   dropped = subscribers_->KeepIf([&](Subscriber& subscriber) {
@@ -187,8 +188,8 @@ bool ChangePublisher::Deliver() {
   return subscribed_all;
 }
 
-// False when the subscriber's connection has ended or took less than the frame. Nothing is made for
-// one that has ended: those who serve such streams may be waiting for the list.
+// False when the subscriber's connection has ended or took less than the frame. No frame is made
+// for one that has ended: the threads that serve such streams may be waiting for the list.
 bool ChangePublisher::DeliverTo(Subscriber& subscriber) {
   if (!subscriber.connection->IsOpen()) return false;
   try {
@@ -198,7 +199,7 @@ bool ChangePublisher::DeliverTo(Subscriber& subscriber) {
     const int length = static_cast<int>(frame->size());
     return subscriber.connection->Write(frame->data(), length) == length;
   } catch (const std::exception&) {
-    return true;  // no memory for its text: it goes without this period's, the others do not
+    return true;  // no memory for its frame: this subscriber alone misses the period
   }
 }
 

@@ -1,4 +1,4 @@
-// Tells subscribers what has changed, once per publishing period.
+// Publishes to subscribers what has changed, once per publishing period.
 #pragma once
 
 #include <atomic>
@@ -25,13 +25,13 @@ namespace valmere {
 // owns all that a pass touches.
 // Threads: any thread reports changes; passes run on the publishing thread, or on a test's.
 // Errors: changes beyond the stacks' 499 are dropped. An entry that there is no memory for is lost;
-// one for which a period has no room is, too, and the log is told so once a period.
+// one for which a period has no room is, too, and logged once a period.
 class ChangePublisher {
  public:
   static constexpr std::uint32_t kPassMilliseconds = 250;
 
   // `period` is in milliseconds and read at the end of each period. A subscriber whose last key has
-  // gone subscribes to everything from then on: `observation` is told to observe all.
+  // gone subscribes to everything from then on: `observation` observes all then.
   ChangePublisher(std::shared_ptr<Property> own_component, std::shared_ptr<UIntProperty> period,
                   std::shared_ptr<SubscriberList> subscribers,
                   std::shared_ptr<PendingUpdates> pending, std::weak_ptr<Observation> observation,
@@ -80,11 +80,12 @@ class ChangePublisher {
   // The publishing thread's own.
   std::uint32_t ticks_left_;
   UpdateEntries entries_{stopped_};
-  // What was announced in this period while nobody listened to its changes, and with what value.
-  std::unordered_map<std::shared_ptr<Property>, std::string> unheard_;
-  std::string frame_;     // the last one that was picked for a subscriber
-  bool lost_ = false;     // something that this period should have told of
-  bool told_so_ = false;  // and the log knows
+  // The properties that were announced in this period before they had a listener, and their values
+  // then.
+  std::unordered_map<std::shared_ptr<Property>, std::string> announced_unobserved_;
+  std::string frame_;  // the last one that was picked for a subscriber
+  bool lost_ = false;  // an entry of this period was dropped
+  bool loss_logged_ = false;
 };
 
 }  // namespace valmere

@@ -27,8 +27,8 @@ void Observation::DeclareQuiet(std::string_view component, std::string_view grou
   quiet_keys_.insert(PropertyKey(component, group_guid, guid).Text());
 }
 
-// The lock makes a second subscriber wait until the listener is in place: what it reads after its
-// subscription is then not older than what it will be told.
+// The lock makes a second subscriber wait until the listener is in place: a value that it reads
+// after its subscription is then not older than those that will be published to it.
 void Observation::Observe(const std::shared_ptr<Property>& property) {
   if (property->observed()) return;
   const ScopedLock hold(observe_lock_);

@@ -1,4 +1,4 @@
-// Whose changes reach the publisher.
+// Which properties have their changes published.
 #pragma once
 
 #include <atomic>
@@ -18,8 +18,8 @@ namespace valmere {
 
 // Purpose: gives a property its one listener when the first subscription wants it, so that changes
 // that no client asked for cost nothing.
-// Owner: shared by the property engine and what else reports properties; the listeners and the
-// publisher hold it weakly.
+// Owner: shared by the property engine and its presence; the listeners and the publisher hold it
+// weakly.
 // Threads: any.
 // Errors: std::bad_alloc, with the property at work not observed.
 class Observation : public std::enable_shared_from_this<Observation> {

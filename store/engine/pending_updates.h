@@ -11,7 +11,7 @@
 namespace valmere {
 
 // Purpose: the places where changes, comings and goings wait for the publisher.
-// Owner: shared by those who report and the publisher.
+// Owner: shared by the observation and the presence, which report, and the publisher.
 // Threads: any thread reports; one takes. Each member has a lock of its own.
 // Errors: those of the members.
 struct PendingUpdates {

@@ -32,9 +32,9 @@ std::shared_ptr<ClientConnection> PropertyCatalog::OwnerOf(const PropertyAddress
 }
 
 // A component that reopened its handle may publish before the thread of the old one has noticed its
-// end. A client that publishes over a living owner's property is remembered as an heir. Either fails
-// only when the owner's thread, or another publisher, was quicker. A property without an owner was
-// withdrawn after it had been found.
+// end. A client that publishes over a living owner's property is remembered as an heir. Either
+// fails only when the owner's thread, or another publisher, was quicker. A property without an
+// owner was withdrawn after it had been found.
 PropertyCatalog::Published PropertyCatalog::FindReported(
     const PropertyAddress& address, bool available,
     const std::shared_ptr<ClientConnection>& publisher) {

@@ -55,8 +55,8 @@ class PropertyCatalog {
   bool Has(const Property& property) const;
 
   std::size_t size() const { return local_.size() + components_.size(); }
-  // Both give handles to `visit`, the service's own first, with no lock held, until it returns false;
-  // false then. A group's come in the order of registration, all by ascending group GUID.
+  // Both give handles to `visit`, the service's own first, with no lock held, until it returns
+  // false; false then. A group's come in the order of registration, all by ascending group GUID.
   template <class Visit>
   bool ForEach(Visit visit) const;
   template <class Visit>

@@ -20,7 +20,7 @@ constexpr std::uint32_t kInitialPeriodMilliseconds = 500;
 // A session keeps a reply buffer of at most this size between messages.
 constexpr std::size_t kKeptReplyBytes = std::size_t{16} * 1024;
 
-// The writing of a longer one takes longer than others should wait.
+// The writing of a longer one takes longer than other threads should wait.
 constexpr std::size_t kLongReplyBytes = std::size_t{1} << 20;
 
 bool WriteWhole(ClientConnection& client, const std::string& frame, EventFlags::PendingWake& wake) {
@@ -112,7 +112,7 @@ void PropertyEngine::Subscribe(const PropertyMessage& message,
     const ScopedLock hold(subscribers_->lock);
     to_all = subscribers_->Add(sender, keys).keys.empty();
   } while (!keys.empty());
-  // Properties that come from here on find the subscription; these are the ones that were there.
+  // A property that comes from here on finds the subscription; these are the ones that came before.
   if (to_all) {
     observation_->ObserveAll(sender->ended_flag());
   } else {
@@ -138,9 +138,10 @@ void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
   LogIn(DebugZone::kInfo, log_, [&] { return ClientText(client) + " is no subscriber any more"; });
 }
 
-// A reply and a notification to the same client must not meet on its stream, so a reply goes out
-// under the same locks. The client is woken when they are free. A long one to a client that is no
-// subscriber, which only this thread could make it, would keep all others waiting for nothing.
+// A reply and a notification to the same client must not mix on its stream, so a reply is written
+// under the same locks. The client is woken when they are free. A client that is no subscriber can
+// become one only on this thread, so a long reply to it is written without the list's lock, for
+// which others would wait.
 bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& reply) {
   EventFlags::PendingWake wake;
   {
@@ -155,8 +156,8 @@ bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& repl
   return WriteWhole(sender, reply, wake);
 }
 
-// A service that ends lets all sessions go at once: one by one they would tell each other, for longer
-// than their threads are waited for, of what goes with the engine anyway.
+// A service that ends closes all sessions at once: one by one they would announce to each other,
+// for longer than their threads are waited for, properties that go with the engine anyway.
 void PropertyEngine::ConnectionEnded(const ClientConnection& client) noexcept {
   if (client.ended()) return;
   Unsubscribe(client);

@@ -23,11 +23,12 @@ namespace valmere {
 
 // Purpose: handles what clients send, over the service's own properties and those that clients
 // publish, and has changes published.
-// Owner: shared by the service and its handlers. It holds no client alive but by what that published
-// or subscribed to.
-// Threads: any; each client's messages on the one thread that serves it. Start and End on the owner's.
+// Owner: shared by the service and its handlers. It keeps a client's connection only for what that
+// client published or subscribed to.
+// Threads: any; each client's messages on the one thread that serves it. Start and End on the
+// owner's.
 // Errors: a text that a property can't take leaves the property as it is. std::bad_alloc.
-// Whatever a message asks for, it lets go soon after the service has ended its session.
+// However much a message asks for, the work on it ends soon after the service has ended the session.
 class PropertyEngine : public PropertySink {
  public:
   // Registers the publishing period with the persistence component. `log` may be empty.
@@ -46,8 +47,8 @@ class PropertyEngine : public PropertySink {
   void End() { publishing_.End(); }
   // From here on every property that comes is announced; what came before was there from the start.
   void AnnounceFromNow() { presence_.AnnounceFromNow(); }
-  // For a property whose value changes without an announcement, as one set silently does: subscribers
-  // get it at every period's end. Called before a client subscribes to it.
+  // For a property whose value changes without an announcement, as one set silently does:
+  // subscribers get it at every period's end. Called before a client subscribes to it.
   void DeclareQuiet(std::string_view component, std::string_view group_guid,
                     std::string_view guid) {
     observation_->DeclareQuiet(component, group_guid, guid);

@@ -57,7 +57,7 @@ void PropertyPresence::Apply(const PropertyResponseRecord& entry,
     found->SetValue(entry.value);
     if (gone) Withdraw(address);
   } else if (gone) {
-    // It was not known, but a client may have subscribed to it.
+    // It was not registered, but a client may have subscribed to it.
     pending_->announcements.AddVanished(MakePublished(entry, nullptr));
   } else if (available) {
     sender->set_has_published();
@@ -86,14 +86,14 @@ void PropertyPresence::Withdraw(const PropertyAddress& address) {
   if (const auto property = catalog_->Remove(address)) Vanished(property);
 }
 
-// Others are let in between two steps. One walk finds all the same: only the client's own thread,
-// which is here, could make it the owner or an heir of what the walk has passed.
+// Other threads get the lock between two steps. One walk still finds everything: only the client's
+// own thread, which is here, could make it the owner or an heir of a property behind the walk.
 void PropertyPresence::WithdrawAllOf(const ClientConnection& client) noexcept {
-  if (!client.has_published()) return;  // most clients; it takes a look at every property to tell
+  if (!client.has_published()) return;  // as most clients; the walk looks at every property
   PropertyCatalog::Place place;
   bool more = true;
   while (more && !client.ended()) {
-    PropertyCatalog::Arrivals removed;  // let go without the lock
+    PropertyCatalog::Arrivals removed;  // released after the lock
     const ScopedLock hold(presence_lock_);
     more = catalog_->RemoveOwnedBy(client, place, removed);
     for (const auto& [arrival, property] : removed)
@@ -101,14 +101,14 @@ void PropertyPresence::WithdrawAllOf(const ClientConnection& client) noexcept {
   }
 }
 
-// The announcement may wait for a while; the client's stream is not kept for it.
+// The announcement may wait for a while; the client's stream is released now.
 void PropertyPresence::Vanished(const std::shared_ptr<ComponentProperty>& property) noexcept {
   property->set_connection(nullptr);
   pending_->periodic.Remove(property);
   try {
     pending_->announcements.AddVanished(property);
   } catch (const std::exception&) {
-    // No memory: it has gone all the same, and this may be all that its client leaves behind.
+    // No memory: it is withdrawn all the same, and the other properties of its client must be too.
   }
 }
 

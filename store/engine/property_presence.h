@@ -1,4 +1,4 @@
-// Properties that come and go, and what subscribers are told of it.
+// Properties that come and go, and the announcements of both.
 #pragma once
 
 #include <atomic>
@@ -31,11 +31,11 @@ class PropertyPresence {
   void AnnounceFromNow() { announcing_.store(true); }
   // One of the service's own. False when there is one of its key.
   bool AddOwn(const std::shared_ptr<Property>& property) EXCLUDES(presence_lock_);
-  // What a component says of a property of its own.
+  // An entry in which a component reports a property of its own.
   void Apply(const PropertyResponseRecord& entry, const std::shared_ptr<ClientConnection>& sender)
       EXCLUDES(presence_lock_);
-  // Takes away all that the client owned and that has no heir, as long as the session is not ended by
-  // the service.
+  // Takes away all that the client owned and that has no heir, as long as the session is not ended
+  // by the service.
   void WithdrawAllOf(const ClientConnection& client) noexcept EXCLUDES(presence_lock_);
 
  private:
@@ -51,8 +51,8 @@ class PropertyPresence {
   const std::shared_ptr<LogSink> log_;
   std::atomic<bool> announcing_{false};
 
-  // Keeps announcements in the order of what they tell of: one that a property has come is made
-  // only while it is there, and before the one that it has gone.
+  // Keeps announcements in the order of events: that a property has come is announced only while
+  // it is registered, and before it is announced as gone.
   Lock presence_lock_;
 };
 

@@ -49,7 +49,8 @@ class Forwards {
   }
   bool too_long() const { return too_long_; }
 
-  // An owner that can't be reached any more is about to be withdrawn by its own thread.
+  // The thread that serves an owner that can't be reached any more is about to withdraw its
+  // properties.
   void SendAll() {
     for (Forward& forward : forwards_) {
       if (sender_.ended()) return;

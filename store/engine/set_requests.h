@@ -17,7 +17,7 @@ inline constexpr std::size_t kMostForwardBytes = std::size_t{32} << 20;
 
 // Sets the service's own properties that clients may set; passes the other sets on to the owners of
 // their properties, one message for each owner. Those of unknown properties, and texts that a
-// property can't take, are passed over; `log`, which may be empty, is told. False when the messages
+// property can't take, are passed over and logged; `log` may be empty. False when the messages
 // would be longer than kMostForwardBytes together; then none is sent. Any thread. std::bad_alloc.
 bool HandleSetRequests(PropertyCatalog& catalog, const PropertyMessage& message,
                        const ClientConnection& sender, const std::shared_ptr<LogSink>& log);
