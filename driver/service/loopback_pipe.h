@@ -49,8 +49,8 @@ class PipeBuffer : public Connection {
   Chunk* last_ GUARDED_BY(lock_) = nullptr;
   // A drained chunk of ordinary size, kept for the next write.
   ChunkHandle spare_ GUARDED_BY(lock_);
-  // Data queued, closed. Changed under lock_: a flag always says what the queue is like, so that a
-  // lone reader is never woken for bytes that an earlier read has taken.
+  // Data queued, closed. Changed under lock_ alone, so that a lone reader is never woken for bytes
+  // that an earlier read has taken.
   EventFlags signal_;
 };
 

@@ -1,5 +1,28 @@
 // The publishing thread. Changes are collected every 250 ms, so that the stacks stay short, and
 // delivered at the end of a period, so that clients are woken once for many of them.
+//
+// What always holds:
+// (1) The pending updates have locks of their own; all else that a pass changes belongs to the
+//     thread that passes, and other threads change nothing of the publisher but stopped_ and stop_.
+// (2) A pass takes at most kSlots changes from each stack, so that it ends however fast they come
+//     (Collect).
+// (3) Of what has come and gone, a pass publishes only what was announced before it took the first
+//     change, and publishes it behind the changes: own, components', come, gone (CollectAll).
+// (4) An entry is rendered once for all subscribers, and only while there is a subscriber (Append,
+//     AppendNew).
+// (5) entries_ holds the entries of the running period, in the order in which they were rendered; a
+//     period's end clears it, whether they were delivered or not (EndPeriod).
+// (6) announced_unobserved_ holds a property from its announcement until a change of it is taken,
+//     it goes or the period ends; so it keeps none alive for longer.
+// (7) The tick count is decremented before it is tested, and set anew only when the thread starts
+//     and at a period's end: a new period is used from the next one on (Pass, EndPeriod).
+// (8) A client is written to under the subscriber list's lock and its own write lock, in this
+//     order; values are read without them, but for AppendOvertaken, and properties are observed
+//     after them.
+// (9) An entry, a subscriber's frame or a period's delivery for which there is no memory is lost by
+//     itself: the period ends all the same, and the next one begins (EndPeriod).
+// (10) Once stopped_ is up, a pass renders no further entry, writes to no further subscriber and
+//      observes no further property; each loop looks at it.
 #include "store/engine/change_publisher.h"
 
 #include <cstddef>
