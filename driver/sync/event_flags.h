@@ -50,6 +50,7 @@ class EventFlags {
   // clock, never sooner. A flag that is up at the end counts.
   std::uint32_t WaitFor(std::uint32_t mask, std::uint32_t milliseconds);
   std::uint32_t Wait(std::uint32_t mask);
+  // For a condition that one raised flag does not make true, as all of several flags.
   // Waits until `predicate` is true; it is asked at once and after every Set, on the waiting
   // thread, under this object's lock; so it takes no lock under which a thread raises flags. With
   // auto-clear the end of the wait clears every flag.

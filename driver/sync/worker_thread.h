@@ -33,7 +33,6 @@ class WorkerThread {
   bool Start();
   // Until it is ended.
   bool started() const { return started_; }
-  int priority() const { return priority_; }
 
   enum class Ending {
     kReturned,    // the function has returned, or was never started

@@ -37,7 +37,7 @@ class DataHandlerManager : public StreamSink {
   // Closes all streams, then ends their threads, which share the time that one is given. A stream
   // that is added later is closed at once. Threads that did not end in time are logged.
   void End();
-  // How many streams are being served.
+  // How many streams are being served; none once all threads have ended and been released.
   std::size_t LiveStreams() const;
 
  private:

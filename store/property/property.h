@@ -66,6 +66,7 @@ class Property : public std::enable_shared_from_this<Property> {
   // Listeners stay as long as the property does.
   void AddListener(Listener listener) { listeners_.Append(std::move(listener)); }
 
+  // For an owner that replaces or removes its callback while the property lives: a listener stays.
   // One callback per key; a second one under the same key takes the first one's place. A callback
   // may change the set that it is called from; it must not wait for another thread that does.
   void SetKeyedCallback(std::uint32_t key, Listener callback);
