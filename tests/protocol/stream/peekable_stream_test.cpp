@@ -12,11 +12,8 @@
 #include "tests/support/frames.h"
 #include "tests/support/scripted_connection.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::FrameOf;
-using test::ScriptedConnection;
 
 using Lengths = std::vector<int>;
 
@@ -183,4 +180,4 @@ TEST_F(PeekableStreamTest, WritesAndClosesTheConnection) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test
