@@ -1,4 +1,4 @@
-// Who owns a property that several clients publish, and who is told what of it.
+// Which client owns a property that several publish, and what each is told of it.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -131,7 +131,7 @@ TEST_F(Handover, LeavesAWithdrawalByMessageAsItIs) {
   EXPECT_EQ(1, second.connection.use_count());
   Publish(third, EntryText{});
   Leave(third);
-  EXPECT_FALSE(IsThere()) << "who published before the withdrawal has no claim";
+  EXPECT_FALSE(IsThere()) << "a client that published before the withdrawal has no claim";
 }
 
 TEST_F(Handover, TakesPlaceAtTheFirstSetAfterTheOwnersEnd) {
@@ -216,7 +216,7 @@ TEST_F(Handover, LeavesOffWhenTheServiceEndsTheSession) {
   EXPECT_TRUE(IsThere(std::to_string(kStep)));
 }
 
-// Publications and ends of two clients in every order: whoever is there in the end owns it.
+// Publications and ends of two clients in every order: the one that is there in the end owns it.
 TEST_F(Handover, LosesNoPublicationAmidTheEndOfTheOwner) {
   constexpr int kRounds = 200;
   for (int round = 0; round < kRounds; ++round) {

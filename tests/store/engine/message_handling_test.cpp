@@ -66,7 +66,7 @@ TEST_F(MessageHandling, PassesASetOnBeforeItTakesAPublicationOfTheSameMessage) {
                           R"("Value": "x"}])";
   const std::string publish = R"("PropertyGetResponses": [)" + EntryText{}.Text() + "]";
   EXPECT_TRUE(Send(client, Message({publish, set})));
-  EXPECT_TRUE(client.TakeTexts().empty()) << "nobody owned it when the set was handled";
+  EXPECT_TRUE(client.TakeTexts().empty()) << "it had no owner when the set was handled";
   EXPECT_TRUE(Send(client, Message({publish, set})));
   EXPECT_EQ((Texts{Message({set})}), client.TakeTexts());
 }

@@ -169,7 +169,7 @@ class BlockingConnection final : public Connection {
   platform::Semaphore go_on;
 };
 
-// A property is withdrawn while the thread that publishes it still asks who wants it.
+// A property is withdrawn while the thread that publishes it still asks whether a client wants it.
 TEST_F(Presence, TellsOnlyThatAPropertyIsGoneThatWentBeforeItWasAnnounced) {
   engine->DeclareQuiet("C", "G", "quiet");
   const auto slow_stream = std::make_shared<BlockingConnection>();

@@ -38,7 +38,7 @@ TEST(Heirs, GivesWhatAnOwnerLeavesToItsLastHeirWithoutMemory) {
   EXPECT_EQ(property->connection(), last);
   EXPECT_EQ(registry.TakeOver(property, *last), first);
   EXPECT_FALSE(registry.HasHeirs());
-  EXPECT_EQ(registry.TakeOver(property, *first), first) << "nobody is left to take it";
+  EXPECT_EQ(registry.TakeOver(property, *first), first) << "no heir is left to take it";
   EXPECT_EQ(last.use_count(), 1);
 }
 
