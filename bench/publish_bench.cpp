@@ -50,15 +50,16 @@ void BM_PeriodEnd(benchmark::State& state) {
     for (const LoopbackPipe& pipe : pipes)
       subscribers->Add(std::make_shared<ClientConnection>(pipe.service_end()), all);
   }
-  ChangePublisher publisher(own, period, subscribers, {}, [] {});
+  const auto pending = std::make_shared<PendingUpdates>();
+  ChangePublisher publisher(own, period, subscribers, pending, {}, {});
   std::vector<char> room(4 << 20);
   std::size_t bytes = 0;
   for (auto _ : state) {
     state.PauseTiming();
     for (const auto& property : changed)
-      publisher.PushChange(property);
+      pending->PushChange(property);
     for (const auto& property : reported)
-      publisher.PushComponentChange(property);
+      pending->PushChange(property);
     state.ResumeTiming();
     publisher.Pass();
     state.PauseTiming();

@@ -31,12 +31,12 @@ std::shared_ptr<DriverSession> FindSession(std::uint32_t handle) {
   return g_service ? g_service->sessions().Find(handle) : nullptr;
 }
 
-// Lengths are signed further in; nobody has a buffer that this cuts.
+// Lengths are signed further in; no caller has a buffer that this cuts.
 int AsLength(std::uint32_t count) {
   return static_cast<int>(std::min<std::uint32_t>(count, std::numeric_limits<std::int32_t>::max()));
 }
 
-// No exception leaves the library: what could not be done for want of memory gives `otherwise`.
+// No exception leaves the library: a call for which there is no memory returns `otherwise`.
 template <class Result, class Call>
 Result Guarded(Result otherwise, Call call) {
   try {

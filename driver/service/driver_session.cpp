@@ -20,7 +20,7 @@ int DriverSession::Write(const void* buffer, int length) {
     try {
       streams->AddStream(pipe_.service_end());
     } catch (const std::exception&) {
-      Close();  // nobody will ever read what is written here, or answer it
+      Close();  // no thread will read what is written here, or answer it
       throw;
     }
   }

@@ -28,8 +28,8 @@ class DriverSession : public Connection {
  private:
   LoopbackPipe pipe_;
   std::atomic<bool> first_write_pending_{true};
-  // Taken by whoever clears the flag above, so that a session that outlives the service for the
-  // length of a read keeps nothing of it alive.
+  // Taken by the thread that clears the flag above, so that a session that outlives the service for
+  // the length of a read keeps nothing of it alive.
   std::shared_ptr<StreamSink> streams_;
 };
 

@@ -1,5 +1,20 @@
 // A list of chunks, each a header and its bytes in one allocation. A pipe that is used for one
 // request and one reply at a time lives on a single chunk that comes and goes as the spare.
+//
+// What always holds of a buffer while its lock is free:
+// (1) In every chunk read_position <= fill_position <= capacity.
+// (2) Every chunk in the list has a byte to read: one that has been read to its end is taken out at
+//     once (Drain), and a new one is filled in the call that adds it (Append). So the buffer is
+//     empty exactly when first_ is null, and then last_ is null too.
+// (3) Bytes are added behind last_ and taken from first_: they are read in the order of the writes.
+// (4) A write adds all of its bytes or, where memory runs out, none (Append).
+// (5) kData is up exactly while a byte is queued: the write that finds the buffer empty raises it,
+//     the read that empties it takes it down, both under the lock.
+// (6) kClosed is up exactly when closed_ is set; neither is ever taken back, and nothing is queued
+//     after it (Write).
+// (7) A reader waits without the lock, and looks again under it (Read). Readers are woken after the
+//     lock: the flags' pending wake is destroyed by the caller (WriteDeferringWake).
+// (8) There is at most one spare chunk; it is of the ordinary size, and empty (PopChunk).
 #include "driver/service/loopback_pipe.h"
 
 #include <algorithm>
@@ -147,8 +162,8 @@ PipeEndpoint::PipeEndpoint(std::shared_ptr<PipeBuffer> write_target,
                            std::shared_ptr<PipeBuffer> read_source)
     : write_target_(std::move(write_target)), read_source_(std::move(read_source)) {}
 
-// Whoever learns from one buffer that the pipe is closed must find the other closed as well: what it
-// writes then would stay queued for nobody.
+// Both buffers are closed before a reader is woken: a thread that learns from one that the pipe is
+// closed must find the other closed as well, or what it writes would stay queued with no reader.
 void PipeEndpoint::Close() {
   EventFlags::PendingWake wake_reader = write_target_->CloseDeferringWake();
   EventFlags::PendingWake wake_self = read_source_->CloseDeferringWake();

@@ -25,7 +25,7 @@ class PipeBuffer : public Connection {
   int Write(const void* buffer, int length) override;
   int WriteDeferringWake(const void* buffer, int length, EventFlags::PendingWake& wake) override;
   void Close() override;
-  // As Close; whom it wakes is woken when the result goes.
+  // As Close; waiting readers are woken when the result is destroyed.
   EventFlags::PendingWake CloseDeferringWake();
   bool IsOpen() const override;
 
@@ -49,13 +49,13 @@ class PipeBuffer : public Connection {
   Chunk* last_ GUARDED_BY(lock_) = nullptr;
   // A drained chunk of ordinary size, kept for the next write.
   ChunkHandle spare_ GUARDED_BY(lock_);
-  // Data queued, closed. Changed under lock_: a flag always says what the queue is like, so that a
-  // lone reader is never woken for bytes that an earlier read has taken.
+  // Data queued, closed. Changed under lock_ alone, so that a lone reader is never woken for bytes
+  // that an earlier read has taken.
   EventFlags signal_;
 };
 
 // Purpose: one end of the pipe: writes to one buffer, reads from the other.
-// Owner: the LoopbackPipe; the service's end is also held by whoever serves it.
+// Owner: the LoopbackPipe; the service's end is also held by the thread that serves it.
 // Threads, errors: those of PipeBuffer.
 class PipeEndpoint : public Connection {
  public:

@@ -3,8 +3,8 @@
 
 namespace valmere {
 
-inline constexpr int kRequestPriority = 249;     // what a client waits for
+inline constexpr int kRequestPriority = 249;     // work that a client waits for
 inline constexpr int kStorePriority = 251;       // lines on their way to the property file
-inline constexpr int kBackgroundPriority = 253;  // what nobody waits for
+inline constexpr int kBackgroundPriority = 253;  // work that no client waits for
 
 }  // namespace valmere

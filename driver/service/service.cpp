@@ -88,10 +88,10 @@ ValmereService::ValmereService(std::shared_ptr<platform::FileSystem> files, cons
   LogIn(DebugZone::kLeakTracking, log_, LiveCounters);
 }
 
-// Each is ended before it is let go: a stream's thread that was left behind may hold it for longer.
-// Loads are ended first, or a client that waits in one could not end with its stream. No line is
-// begun any more once no one is there to change a property; the log is still there to say which are
-// lost.
+// Each is ended before its handle is released: a stream's thread that was left behind may hold it
+// for longer. Loads are ended first, or a client that waits in one could not end with its stream.
+// No line is begun any more once nothing can change a property; the log still works then, to say
+// which are lost.
 ValmereService::~ValmereService() {
   StepLog steps(DebugZone::kDeInit);
   steps.AttachLog(log_);

@@ -1,4 +1,4 @@
-// The running system: makes every component, in order, and lets go of them in reverse.
+// The running system: makes every component, in order, and releases them in reverse.
 #pragma once
 
 #include <cstdint>
@@ -33,7 +33,7 @@ class ValmereService {
  public:
   ValmereService(std::shared_ptr<platform::FileSystem> files, const StorePaths& paths,
                  const std::string& os_version, const std::string& os_build_number);
-  // Ends what was made, also where the constructor above did not come to its end.
+  // Ends what was made, also where the constructor above failed.
   ~ValmereService();
   ValmereService(const ValmereService&) = delete;
   ValmereService& operator=(const ValmereService&) = delete;
@@ -45,7 +45,7 @@ class ValmereService {
   void StartAnnouncing() { engine_->AnnounceFromNow(); }
 
   DriverSessionTable& sessions() { return *sessions_; }
-  // As the session table's operations of the same purpose; the log can be told of them.
+  // As the session table's operations of the same purpose, with a line in the log.
   std::uint32_t OpenSession();
   bool CloseSession(std::uint32_t handle);
   void CloseAllSessions();

@@ -9,7 +9,7 @@ namespace valmere {
 DriverSessionTable::DriverSessionTable(std::shared_ptr<StreamSink> streams)
     : streams_(std::move(streams)) {}
 
-// A service that is replaced goes with its handles open; their readers must not wait for ever.
+// A service may be replaced while handles are open; their readers must not wait for ever.
 DriverSessionTable::~DriverSessionTable() {
   CloseAll();
 }

@@ -22,7 +22,7 @@ class DriverSessionTable {
   DriverSessionTable& operator=(const DriverSessionTable&) = delete;
 
   std::uint32_t Open() EXCLUDES(lock_);
-  // The session keeps working for whoever holds it, also when the handle is closed meanwhile.
+  // The session works for as long as it is held, also after the handle has been closed.
   std::shared_ptr<DriverSession> Find(std::uint32_t handle) const EXCLUDES(lock_);
   bool Close(std::uint32_t handle) EXCLUDES(lock_);
   void CloseAll() EXCLUDES(lock_);

@@ -12,8 +12,8 @@
 
 namespace valmere {
 
-// Purpose: logs a line for each step, in microseconds since the one before; nothing when the zone is
-// off. Steps from before there is a log are kept until it is attached.
+// Purpose: logs a line for each step, in microseconds since the one before; nothing when the zone
+// is off. Steps from before there is a log are kept until it is attached.
 // Owner: the service, on its stack.
 // Threads: one.
 // Errors: a line that there is no memory for is lost.

@@ -1,4 +1,4 @@
-// The marker only ever grows: four bytes for each clean unload, whoever reads it counts them.
+// The marker only grows: four bytes for each clean unload, so that a reader can count them.
 #include "driver/service/unload_check.h"
 
 #include "driver/sync/live_counters.h"

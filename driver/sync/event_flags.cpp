@@ -1,11 +1,25 @@
 // Every sleeping thread is a node in an intrusive list, with a semaphore of its own. Raising flags
 // takes the nodes whose need may now be met out of the list, under the lock, and releases their
-// semaphores after it. Whoever takes a node out owes its semaphore exactly one release, and the
-// node's thread stays in its wait until it has taken that release, also when its time ran out in
-// between. So the count of a node that is used again is always 0, and the last release is the last
-// that a waking thread touches of the object. Nodes stay with the object: once as many were made as
-// threads ever waited at one time, waiting allocates nothing. The first is part of the object: what
-// has one waiter, as a worker's own flags have, can always be waited for.
+// semaphores after it.
+//
+// What always holds:
+// (1) A node is in one place at a time: in idle_, in waiting_, in the chain of one PendingWake, or
+//     with its own thread on the way from there back to idle_.
+// (2) Nodes enter and leave waiting_ and idle_ under lock_ alone.
+// (3) A thread tests its need and enters waiting_ within one hold of lock_, and a raise sets the
+//     flags and picks nodes within one hold: so no raise falls between a test and a sleep (Await,
+//     Raise).
+// (4) A node that was picked gets exactly one release, after the lock: from the PendingWake that
+//     holds it (~PendingWake). One that its own thread took out after its time gets none (Unlink).
+// (5) A thread leaves Sleep only after it took that release or took its node out by itself. So the
+//     count of an idle node's semaphore is 0, and the last release of a chain is the last that the
+//     waking thread touches of the object.
+// (6) A picked node is a hint: the woken thread tests its need again, under lock_, and sleeps again
+//     where another thread was quicker (Await).
+// (7) Auto-clear takes the flags down within the hold of lock_ that found the need met, so that a
+//     flag that is raised once ends at most one wait (Take).
+// (8) Nodes stay with the object; there are as many as threads ever waited at one time. The first
+//     is a member: a lone waiter allocates nothing (Enlist).
 #include "driver/sync/event_flags.h"
 
 #include <utility>
@@ -23,7 +37,7 @@ EventFlags::PendingWake& EventFlags::PendingWake::operator=(PendingWake&& other)
 
 EventFlags::PendingWake::~PendingWake() {
   while (first_ != nullptr) {
-    // A released waiter uses its node again at once: let go of it first.
+    // A released waiter uses its node again at once: read the next one first.
     Waiter& waiter = *std::exchange(first_, first_->next);
     waiter.wake.Release();
   }
@@ -119,7 +133,7 @@ bool EventFlags::Sleep(const Need& need, const platform::Ticks* deadline) {
       deadline == nullptr ? (waiter.wake.Wait(), true) : waiter.wake.WaitUntil(*deadline);
   lock_.Enter();
   if (!woken && !Unlink(waiter)) {
-    // Picked at the last moment. The release comes as soon as the picking thread has let go of its
+    // Picked at the last moment. The release comes as soon as the picking thread has left its
     // locks, of which this may be one.
     lock_.Leave();
     waiter.wake.Wait();

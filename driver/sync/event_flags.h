@@ -13,11 +13,11 @@
 namespace valmere {
 
 // Purpose: threads wait for flags that other threads raise; a flag raised early is not lost.
-// Owner: whoever waits for its work; must outlive every call on it and every PendingWake from it.
+// Owner: the object that waits on it; must outlive every call on it and every PendingWake from it.
 // Threads: any thread may call anything.
-// Errors: std::bad_alloc when it is made, and when a wait needs one more semaphore and there is none;
-// the one of a lone waiter is there from the start.
-// With auto-clear, a wait that ends because of its mask takes those flags with it.
+// Errors: std::bad_alloc when it is made, and when a wait needs one more semaphore and the kernel
+// has none; a lone waiter always has one.
+// With auto-clear, a wait that ends because of its mask takes those flags down.
 class EventFlags {
   struct Waiter;
 
@@ -26,7 +26,7 @@ class EventFlags {
   using Predicate = std::function<bool()>;
 
   // Waiters that Raise picked to be woken; they wake when this goes out of scope. Lets a caller
-  // raise a flag under a lock of its own and wake the waiters once it has let go of that lock. A
+  // raise a flag under a lock of its own and wake the waiters once it has left that lock. A
   // picked waiter returns no sooner than this lets it, even when its time is up: drop it soon.
   class [[nodiscard]] PendingWake {
    public:
@@ -50,16 +50,17 @@ class EventFlags {
   // clock, never sooner. A flag that is up at the end counts.
   std::uint32_t WaitFor(std::uint32_t mask, std::uint32_t milliseconds);
   std::uint32_t Wait(std::uint32_t mask);
+  // For a condition that one raised flag does not make true, as all of several flags.
   // Waits until `predicate` is true; it is asked at once and after every Set, on the waiting
-  // thread, under this object's lock; so it takes no lock under which anybody raises. With
+  // thread, under this object's lock; so it takes no lock under which a thread raises flags. With
   // auto-clear the end of the wait clears every flag.
   std::uint32_t Wait(const Predicate& predicate);
   std::uint32_t WaitFor(const Predicate& predicate, std::uint32_t milliseconds);
   // The word if a flag of `mask` is up, else 0; never waits. Auto-clear applies.
   std::uint32_t Poll(std::uint32_t mask);
 
-  // Set raises the flags of `mask` and wakes who waits for them; Raise leaves the waking to the
-  // caller. Clear takes the flags down and wakes no one.
+  // Set raises the flags of `mask` and wakes the threads that wait for them; Raise leaves the
+  // waking to the caller. Clear takes the flags down and wakes no thread.
   void Set(std::uint32_t mask);
   PendingWake Raise(std::uint32_t mask);
   void Clear(std::uint32_t mask);

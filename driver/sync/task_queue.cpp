@@ -1,6 +1,6 @@
 // The worker takes all queued jobs at once and runs them without the lock, so that a job may push
-// and its destruction may do anything a job may. Two lists change places, so that a queue in steady
-// use allocates nothing of its own.
+// and its destructor may do anything that a job may. Two lists change places, so that a queue in
+// steady use allocates nothing of its own.
 #include "driver/sync/task_queue.h"
 
 #include <cstdint>
@@ -23,9 +23,9 @@ class TaskQueue::Jobs {
   void Push(Job job) EXCLUDES(lock_);
   // Runs jobs until the queue has ended and none is left.
   void Work() EXCLUDES(lock_);
-  // Has them end; true the first time.
+  // Has Work return when no job is left; true the first time.
   bool Stop() EXCLUDES(lock_);
-  // As long as jobs are given at most.
+  // Waits until Work returns, for kJobsEndMilliseconds at most.
   void AwaitDone() { done_.WaitFor(kSignalled, kJobsEndMilliseconds); }
 
  private:

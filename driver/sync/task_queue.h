@@ -41,7 +41,7 @@ class TaskQueue {
   // worker is ended as one whose function does not return. Any number of times.
   void End();
 
-  // A way in for those who may outlive the queue: it keeps nothing of it but its list of jobs.
+  // For threads that may outlive the queue: it shares the list of jobs and nothing else.
   class Inlet;
   Inlet inlet() const;
 
@@ -53,7 +53,7 @@ class TaskQueue {
 };
 
 // Purpose: pushes jobs as the queue does; after the queue's last job they are dropped.
-// Owner: anybody; copies lead to the same queue.
+// Owner: any; copies lead to the same queue.
 // Threads: any.
 // Errors: as the queue's.
 class TaskQueue::Inlet {

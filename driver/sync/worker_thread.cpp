@@ -1,7 +1,7 @@
-// The thread's end is the wrapper's end: the owner first tells the function to return, then ends the
-// wrapper, which gives the thread a moment and after that takes it away, or leaves it to itself where
-// taking it away would take more than the thread. What the function owns lies in a body of its own,
-// which goes with whichever of the two needs it longer.
+// The thread's end is the wrapper's end: the owner first signals the function to return, then ends
+// the wrapper, which gives the thread a moment and after that ends it by force, or leaves it behind
+// where force could harm more than the thread. What the function owns lies in a body of its own,
+// which the last of the two to need it destroys.
 #include "driver/sync/worker_thread.h"
 
 #include <atomic>
@@ -27,7 +27,7 @@ struct WorkerThread::Body {
   explicit Body(std::function<void()> function) : entry(std::move(function)) {}
 
   // The last of the two gives it back.
-  void LetGo() {
+  void Release() {
     if (holders.fetch_sub(1) == 1) delete this;
   }
 
@@ -42,7 +42,7 @@ WorkerThread::WorkerThread(std::function<void()> entry, int priority)
 
 WorkerThread::~WorkerThread() {
   End();
-  body_->LetGo();
+  body_->Release();
 }
 
 bool WorkerThread::Start() {
@@ -57,7 +57,7 @@ void WorkerThread::Run(void* argument) {
   Body* const body = static_cast<Body*>(argument);
   body->thread_id = platform::CurrentThreadId();
   body->entry();
-  body->LetGo();
+  body->Release();
 }
 
 platform::Ticks WorkerThread::TimeToEnd() {
@@ -79,7 +79,7 @@ WorkerThread::Ending WorkerThread::EndThread(platform::Ticks deadline) noexcept 
   while (!thread_.WaitEnded(1)) {
     const ForcedEnd forced = thread_.ForceEnd();
     if (forced == ForcedEnd::kGone) {
-      body_->LetGo();  // the thread itself does not come to it
+      body_->Release();  // the thread itself does not come to it
       return Ending::kForced;
     }
     if (forced == ForcedEnd::kHeldBack) return Ending::kLeftBehind;

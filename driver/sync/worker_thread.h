@@ -15,8 +15,8 @@ namespace valmere {
 // Errors: Start returns false when the kernel gives no thread. The function must not throw.
 //
 // A function that does not return in time is ended by force if it waits in the kernel with no lock
-// held, and otherwise left behind: it goes on until it returns, counted among the live workers. So it
-// owns all that it touches, by handles of its own; they are given back when it has ended.
+// held, and otherwise left behind: it goes on until it returns, counted among the live workers. So
+// it owns all that it touches, by handles of its own; they are given back when it has ended.
 class WorkerThread {
  public:
   // How long the end waits for the function to return.
@@ -29,21 +29,21 @@ class WorkerThread {
   WorkerThread(const WorkerThread&) = delete;
   WorkerThread& operator=(const WorkerThread&) = delete;
 
-  // False when there is no thread to be had, or when it was started before.
+  // False when the kernel gives no thread, or when it was started before.
   bool Start();
   // Until it is ended.
   bool started() const { return started_; }
-  int priority() const { return priority_; }
 
   enum class Ending {
     kReturned,    // the function has returned, or was never started
     kForced,      // ended where it waited; what it owned is given back, its stack's handles are not
     kLeftBehind,  // it runs on, or hangs in the kernel; what it owns stays
   };
-  // The owner must have told the function to return. After kEndWaitMilliseconds it is ended by force
-  // or left behind. The first call tells how.
+  // The owner must have signalled the function to return. After kEndWaitMilliseconds it is ended by
+  // force or left behind. The first call returns how.
   Ending End() noexcept { return EndBy(TimeToEnd()); }
-  // The same for several that share the time: all are told, then each is ended by the same deadline.
+  // The same for several that share the time: all are signalled, then each is ended by the
+  // deadline.
   static platform::Ticks TimeToEnd();
   Ending EndBy(platform::Ticks deadline) noexcept;
 

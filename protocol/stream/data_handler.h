@@ -34,7 +34,7 @@ class DataHandlerFactory {
   static constexpr std::uint32_t kNotRecognised = 0xffffffff;
 
   virtual ~DataHandlerFactory() = default;
-  // How well the stream's kept bytes fit; lower is better. Reads nothing from the stream.
+  // How well the stream's peeked bytes fit; lower is better. Reads nothing from the stream.
   virtual std::uint32_t Score(const PeekableStream& stream) const = 0;
   virtual std::shared_ptr<DataHandler> Create(const std::shared_ptr<PeekableStream>& stream) = 0;
 };

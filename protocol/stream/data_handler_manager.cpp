@@ -1,6 +1,6 @@
 // One thread per stream. A thread can't release its own wrapper, so its last act is to ask the task
-// queue to do so. What it serves with is shared with it: a thread that was left behind at the end may
-// need it for longer than the manager is there.
+// queue to do so. What it serves with is shared with it: a thread that was left behind at the end
+// may need it for longer than the manager is there.
 #include "protocol/stream/data_handler_manager.h"
 
 #include <algorithm>
@@ -59,7 +59,7 @@ class DataHandlerManager::StreamTable {
   struct Record {
     std::shared_ptr<PeekableStream> stream;
     std::unique_ptr<WorkerThread> thread;
-    bool overdue = false;  // it has ended, and nobody could be asked to release it
+    bool overdue = false;  // it has ended, and there was no memory for the job that releases it
   };
   // Threads that had not ended when their time was over.
   struct Stuck {
@@ -96,8 +96,8 @@ class DataHandlerManager::StreamTable {
     ++overdue_;
   }
 
-  // Ends all streams, and counts those that did not end by themselves. All are told before the first
-  // is waited for.
+  // Ends all streams, and counts those that did not end by themselves. All are closed before the
+  // first is waited for.
   Stuck CloseAll() EXCLUDES(lock_) {
     Records ending;
     {

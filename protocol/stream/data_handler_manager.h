@@ -15,7 +15,7 @@ namespace valmere {
 // Purpose: serves each stream on a thread of its own, by the handler that knows its format.
 // Owner: shared by the service, the acceptor and the session table.
 // Threads: any. Ended by none of its stream threads.
-// Errors: a stream for which no thread can be had is closed at once.
+// Errors: a stream for which the system gives no thread is closed at once.
 class DataHandlerManager : public StreamSink {
  public:
   // How many bytes a look at a stream asks for.
@@ -35,9 +35,9 @@ class DataHandlerManager : public StreamSink {
   // Serves the stream on the calling thread: the handler's result, or 0 when none was found.
   int Handle(const std::shared_ptr<PeekableStream>& stream);
   // Closes all streams, then ends their threads, which share the time that one is given. A stream
-  // that is added later is closed at once. The log is told of threads that did not end in time.
+  // that is added later is closed at once. Threads that did not end in time are logged.
   void End();
-  // How many streams are being served.
+  // How many streams are being served; none once all threads have ended and been released.
   std::size_t LiveStreams() const;
 
  private:

@@ -30,7 +30,7 @@ class JsonMessageHandler : public DataHandler {
   }
 
  private:
-  // Whatever ends the session, what the client left in the engine goes with it.
+  // However the session ends, what the client left in the engine is removed.
   struct EndOfConnection {
     PropertyEngine& engine;
     ClientConnection& client;
@@ -45,7 +45,7 @@ class JsonMessageHandler : public DataHandler {
 std::uint32_t JsonMessageFactory::Score(const PeekableStream& stream) const {
   const std::string_view identifier(reinterpret_cast<const char*>(kStreamFormatIdentifier.data()),
                                     kStreamFormatIdentifier.size());
-  return stream.Kept().starts_with(identifier) ? 0 : kNotRecognised;
+  return stream.Peeked().starts_with(identifier) ? 0 : kNotRecognised;
 }
 
 std::shared_ptr<DataHandler> JsonMessageFactory::Create(

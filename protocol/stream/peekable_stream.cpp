@@ -7,33 +7,34 @@
 namespace valmere {
 
 // Asks for no more than there is room for, so that the bytes that a handler is chosen by are whole.
-// Once there is no room they stay as they are, and who did not know them then never will.
+// Once there is no room they stay as they are: a handler that did not recognise them never will.
 bool PeekableStream::Peek(int count) {
   if (closed_.load()) return false;
-  char bytes[kKeptLimit];
-  const std::size_t room = kKeptLimit - kept_.size();
-  const int got = client_->Read(bytes, std::min(count, static_cast<int>(room ? room : kKeptLimit)));
+  char bytes[kMostPeeked];
+  const std::size_t room = kMostPeeked - peeked_.size();
+  const int got =
+      client_->Read(bytes, std::min(count, static_cast<int>(room ? room : kMostPeeked)));
   if (got < 1) return false;
-  kept_.append(bytes, std::min(static_cast<std::size_t>(got), room));
+  peeked_.append(bytes, std::min(static_cast<std::size_t>(got), room));
   return true;
 }
 
-int PeekableStream::ReadKept(void* buffer, int length) {
-  const std::string_view kept = Kept();
-  const std::size_t count = std::min(kept.size(), static_cast<std::size_t>(length));
+int PeekableStream::ReadPeeked(void* buffer, int length) {
+  const std::string_view peeked = Peeked();
+  const std::size_t count = std::min(peeked.size(), static_cast<std::size_t>(length));
   if (count == 0) return 0;
-  std::memcpy(buffer, kept.data(), count);
+  std::memcpy(buffer, peeked.data(), count);
   read_ += count;
   return static_cast<int>(count);
 }
 
 int PeekableStream::Read(void* buffer, int length) {
   if (closed_.load()) return kGone;
-  const int kept = length > 0 ? ReadKept(buffer, length) : 0;
-  if (kept == length) return kept;
-  const int got = client_->Read(static_cast<char*>(buffer) + kept, length - kept);
-  if (kept == 0) return got;
-  return got > 0 ? kept + got : kept;
+  const int peeked = length > 0 ? ReadPeeked(buffer, length) : 0;
+  if (peeked == length) return peeked;
+  const int got = client_->Read(static_cast<char*>(buffer) + peeked, length - peeked);
+  if (peeked == 0) return got;
+  return got > 0 ? peeked + got : peeked;
 }
 
 }  // namespace valmere

@@ -13,7 +13,7 @@
 
 namespace valmere {
 
-// Purpose: keeps the bytes that were peeked, so that a reader still gets the stream from its start.
+// Purpose: buffers the bytes that were peeked: a reader still gets the stream from its start.
 // Owner: shared by the thread that serves the stream and its handler.
 // Threads: one reader; Write and Close from any.
 // Errors: those of the connection.
@@ -21,7 +21,7 @@ class PeekableStream : public Connection {
  public:
   // Bytes beyond these are read and dropped by further peeks: what no handler recognised by then is
   // no stream of any of them, and must not pile up.
-  static constexpr std::size_t kKeptLimit = 64;
+  static constexpr std::size_t kMostPeeked = 64;
 
   explicit PeekableStream(std::shared_ptr<ClientConnection> client) : client_(std::move(client)) {}
 
@@ -31,10 +31,10 @@ class PeekableStream : public Connection {
   // Reads up to `count` further bytes, at most 64, by one read call; true when that gave at least
   // one.
   bool Peek(int count);
-  // The bytes peeked and not read yet, at most kKeptLimit.
-  std::string_view Kept() const { return std::string_view(kept_).substr(read_); }
+  // The bytes peeked and not read yet, at most kMostPeeked.
+  std::string_view Peeked() const { return std::string_view(peeked_).substr(read_); }
 
-  // Kept bytes first. A read that they fill only in part goes on with one read of the connection.
+  // Peeked bytes first. A read that they fill only in part goes on with one read of the connection.
   int Read(void* buffer, int length) override;
   int Write(const void* buffer, int length) override { return client_->Write(buffer, length); }
   // Nothing is read any more, not even what the client queued before: a long queue must not hold up
@@ -46,12 +46,12 @@ class PeekableStream : public Connection {
   bool IsOpen() const override { return client_->IsOpen(); }
 
  private:
-  int ReadKept(void* buffer, int length);
+  int ReadPeeked(void* buffer, int length);
 
   const std::shared_ptr<ClientConnection> client_;
   std::atomic<bool> closed_{false};
-  std::string kept_;
-  std::size_t read_ = 0;  // how much of kept_ has been read
+  std::string peeked_;
+  std::size_t read_ = 0;  // how much of peeked_ has been read
 };
 
 }  // namespace valmere

@@ -1,9 +1,9 @@
 // Within a pass the new come before the vanished. That is the order of events for a property that
 // comes and goes, and the wrong one for a component that leaves and is back before the pass: its
-// subscribers would end up believing that the properties are gone. Those wait for one pass more.
+// subscribers would end up with the properties gone. Those wait for one pass more.
 //
-// The lock is held only to add one and to change the lists for empty ones: who publishes must not wait
-// until tens of thousands have been sorted.
+// The lock is held only to add one and to exchange the lists for empty ones: a thread that
+// announces a property must not wait until tens of thousands have been sorted.
 #include "store/engine/announcements.h"
 
 #include <exception>
@@ -22,13 +22,13 @@ void Announcements::Add(std::shared_ptr<Property>& property, Handles& waiting,
     ++lost;
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): one that is dropped goes after the lock
+// NOLINTNEXTLINE(performance-unnecessary-value-param): a dropped handle is released after the lock
 void Announcements::AddNew(std::shared_ptr<Property> property) {
   const ScopedLock hold(lock_);
   Add(property, waiting_.added, waiting_.lost_added);
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): one that is dropped goes after the lock
+// NOLINTNEXTLINE(performance-unnecessary-value-param): a dropped handle is released after the lock
 void Announcements::AddVanished(std::shared_ptr<Property> property) {
   const ScopedLock hold(lock_);
   Add(property, waiting_.vanished, waiting_.lost_vanished);
@@ -59,8 +59,8 @@ void Announcements::Fetch() {
   fetched_.added = std::move(before);
 }
 
-// Takes out of the added those of whom another property, of the same key, has vanished, unless they
-// have vanished as well.
+// Takes out of the added properties those that replace one of the same key that has vanished,
+// unless they have vanished as well.
 Announcements::Handles Announcements::TakeReturned(const std::atomic<bool>& stop) {
   if (fetched_.added.empty() || fetched_.vanished.empty()) return {};
   std::unordered_set<std::string_view> keys;

@@ -15,8 +15,8 @@ namespace valmere {
 // Purpose: keeps what is to be announced as new and as vanished, each in order of arrival.
 // Owner: the change publisher.
 // Threads: any thread adds; one takes.
-// Errors: std::bad_alloc; Take loses nothing then. Of each kind kMostWaiting wait between two passes,
-// further ones are dropped and counted.
+// Errors: std::bad_alloc; Take loses nothing then. Of each kind kMostWaiting wait between two
+// passes, further ones are dropped and counted.
 class Announcements {
  public:
   using Handles = std::vector<std::shared_ptr<Property>>;
@@ -33,8 +33,8 @@ class Announcements {
   void AddNew(std::shared_ptr<Property> property) EXCLUDES(lock_);
   void AddVanished(std::shared_ptr<Property> property) EXCLUDES(lock_);
   // What one pass announces: first all that was added, then all that has vanished. A property that
-  // came back after it had vanished waits for the next pass, or it would be announced as gone. Gives
-  // nothing when `stop` is up.
+  // came back after it had vanished waits for the next pass, or it would be announced as gone.
+  // Gives nothing when `stop` is up.
   Taken Take(const std::atomic<bool>& stop) EXCLUDES(lock_);
 
  private:

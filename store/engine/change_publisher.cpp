@@ -1,11 +1,36 @@
 // The publishing thread. Changes are collected every 250 ms, so that the stacks stay short, and
 // delivered at the end of a period, so that clients are woken once for many of them.
+//
+// What always holds:
+// (1) The pending updates have locks of their own; all else that a pass changes belongs to the
+//     thread that passes, and other threads change nothing of the publisher but stopped_ and stop_.
+// (2) A pass takes at most kSlots changes from each stack, so that it ends however fast they come
+//     (Collect).
+// (3) Of what has come and gone, a pass publishes only what was announced before it took the first
+//     change, and publishes it behind the changes: own, components', come, gone (CollectAll).
+// (4) An entry is rendered once for all subscribers, and only while there is a subscriber (Append,
+//     AppendNew).
+// (5) entries_ holds the entries of the running period, in the order in which they were rendered; a
+//     period's end clears it, whether they were delivered or not (EndPeriod).
+// (6) announced_unobserved_ holds a property from its announcement until a change of it is taken,
+//     it goes or the period ends; so it keeps none alive for longer.
+// (7) The tick count is decremented before it is tested, and set anew only when the thread starts
+//     and at a period's end: a new period is used from the next one on (Pass, EndPeriod).
+// (8) A client is written to under the subscriber list's lock and its own write lock, in this
+//     order; values are read without them, but for AppendOvertaken, and properties are observed
+//     after them.
+// (9) An entry, a subscriber's frame or a period's delivery for which there is no memory is lost by
+//     itself: the period ends all the same, and the next one begins (EndPeriod).
+// (10) Once stopped_ is up, a pass renders no further entry, writes to no further subscriber and
+//      observes no further property; each loop looks at it.
 #include "store/engine/change_publisher.h"
 
 #include <cstddef>
 #include <exception>
+#include <utility>
 
 #include "persist/log/debug_switches.h"
+#include "store/engine/announcements.h"
 #include "store/engine/property_record.h"
 #include "store/property/component_property.h"
 
@@ -26,22 +51,19 @@ bool IsWithdrawn(const Property& property) {
 ChangePublisher::ChangePublisher(std::shared_ptr<Property> own_component,
                                  std::shared_ptr<UIntProperty> period,
                                  std::shared_ptr<SubscriberList> subscribers,
-                                 std::weak_ptr<LogSink> log, std::function<void()> on_subscribe_all)
+                                 std::shared_ptr<PendingUpdates> pending,
+                                 std::weak_ptr<Observation> observation, std::weak_ptr<LogSink> log)
     : own_component_(std::move(own_component)),
       period_(std::move(period)),
       subscribers_(std::move(subscribers)),
+      pending_(std::move(pending)),
+      observation_(std::move(observation)),
       log_(std::move(log)),
-      on_subscribe_all_(std::move(on_subscribe_all)),
       ticks_left_(TicksOfPeriod()) {}
 
 void ChangePublisher::Stop() {
   stopped_.store(true);
   stop_.Set(kStop);
-}
-
-void ChangePublisher::Disconnect() {
-  const ScopedLock hold(callback_lock_);
-  on_subscribe_all_ = nullptr;
 }
 
 void ChangePublisher::Run() {
@@ -50,8 +72,8 @@ void ChangePublisher::Run() {
     try {
       Pass();
     } catch (const std::exception&) {
-      // No memory to make the subscriptions to all complete: properties that were there before a
-      // subscriber's last key went may stay unheard of.
+      // No memory to observe all properties: changes of some may not reach a subscriber whose last
+      // key has gone.
     }
   }
 }
@@ -64,13 +86,13 @@ void ChangePublisher::Pass() {
   if (--ticks_left_ == 0) EndPeriod();
 }
 
-// What nobody would get is let go without being rendered.
+// An entry that no subscriber would get is dropped before it is rendered.
 void ChangePublisher::Append(const Property& property, std::string_view status) {
   if (IsStopped() || !subscribers_->Any()) return;
   try {
     Render(property, property.GetValueString(), status);
   } catch (const std::exception&) {
-    // No memory for this one: the others, and the period's end, must not be lost with it.
+    // No memory for this entry: the others, and the period's end, must not be lost with it.
   }
 }
 
@@ -82,73 +104,74 @@ bool ChangePublisher::Render(const Property& property, std::string_view value,
 }
 
 // Never more than a full stack: threads that change properties as fast as they are taken must not
-// keep the pass from ending.
+// make the pass endless.
 void ChangePublisher::Collect(ChangeStack& changes) {
   for (std::uint32_t taken = 0; taken < ChangeStack::kSlots && !IsStopped(); ++taken) {
     const auto changed = changes.Pop();
     if (!changed) return;
     Append(*changed, kStatusSuccessful);
-    unheard_.erase(changed);  // somebody listens to it now, and has heard of this
+    announced_unobserved_.erase(changed);  // it is observed now, and this value is published
   }
 }
 
-// What has gone is taken down before the changes and told of after them: a change that was made
-// before the going must not be told of in the pass after it, as if the property were there.
+// Withdrawals are taken before the changes and published after them: a change that was made before
+// a withdrawal must not be published in the pass after it, as if the property still existed.
 void ChangePublisher::CollectAll() {
   Announcements::Taken taken;
   try {
-    taken = announcements_.Take(stopped_);
+    taken = pending_->announcements.Take(stopped_);
   } catch (const std::exception&) {
-    // They wait for a pass with more memory.
+    // They stay queued for a pass with more memory.
   }
-  Collect(changes_);
-  Collect(component_changes_);
+  Collect(pending_->changes);
+  Collect(pending_->component_changes);
   for (const auto& property : taken.added)
     AppendNew(property);
   for (const auto& property : taken.vanished) {
     Append(*property, kStatusNoLongerAvailable);
-    unheard_.erase(property);
+    announced_unobserved_.erase(property);
   }
   if (taken.lost_vanished != 0) ForgetWithdrawn();
   if (taken.lost_added + taken.lost_vanished != 0 && subscribers_->Any()) lost_ = true;
 }
 
-// The value is read once: what is told and what is remembered must be the same.
+// The value is read once: the one that is published and the one that is remembered must be the
+// same.
 void ChangePublisher::AppendNew(const std::shared_ptr<Property>& property) {
   if (IsStopped() || !subscribers_->Any()) return;
   try {
-    const bool unheard = !property->observed();
+    const bool unobserved = !property->observed();
     std::string value = property->GetValueString();
-    if (Render(*property, value, kStatusSuccessful) && unheard)
-      unheard_.insert_or_assign(property, std::move(value));
+    if (Render(*property, value, kStatusSuccessful) && unobserved)
+      announced_unobserved_.insert_or_assign(property, std::move(value));
   } catch (const std::exception&) {
     // No memory for this one, or to see later that it has changed.
   }
 }
 
-// A property that nobody listened to when it was announced may have changed before somebody
-// subscribed to it. What he reads then is the new value, so the old one must not be the last that he
-// is told. Answers go out under the subscriber list's lock: none can come in between.
+// A property that had no listener when it was announced may have changed before a client subscribed
+// to it. The client reads the new value then, so the old one must not be the last that is published
+// to it. Replies are written under the subscriber list's lock: none can come in between.
 void ChangePublisher::AppendOvertaken() {
-  for (const auto& [property, announced] : unheard_) {
+  for (const auto& [property, announced] : announced_unobserved_) {
     if (IsStopped()) return;
     try {
       if (property->observed() && property->GetValueString() != announced)
         Append(*property, kStatusSuccessful);
     } catch (const std::exception&) {
-      // No memory to look at this one.
+      // No memory to compare this one.
     }
   }
 }
 
-// Properties of whose going no announcement came.
+// Withdrawn properties whose announcement was dropped.
 void ChangePublisher::ForgetWithdrawn() {
-  std::erase_if(unheard_, [](const auto& entry) { return IsWithdrawn(*entry.first); });
+  std::erase_if(announced_unobserved_, [](const auto& entry) { return IsWithdrawn(*entry.first); });
 }
 
 void ChangePublisher::LogLosses() {
-  if (!lost_ || told_so_ || IsStopped()) return;
-  told_so_ = true;
+  if (!lost_ || loss_logged_ || IsStopped()) return;
+  loss_logged_ = true;
   LogIn(DebugZone::kWarning, log_.lock(), [] {
     return std::string("More happens in a publishing period than subscribers can be told of");
   });
@@ -157,29 +180,25 @@ void ChangePublisher::LogLosses() {
 void ChangePublisher::EndPeriod() {
   bool subscribed_all = false;
   try {
-    for (const auto& property : periodic_.Copy())
+    for (const auto& property : pending_->periodic.Copy())
       Append(*property, kStatusSuccessful);
     subscribed_all = !entries_.empty() && Deliver();
   } catch (const std::exception&) {
     // No memory: this period's entries are lost, the next period is not.
   }
   LogLosses();
-  lost_ = told_so_ = false;
+  lost_ = loss_logged_ = false;
   entries_.Clear();
-  unheard_.clear();
+  announced_unobserved_.clear();
   if (frame_.capacity() > kKeptFrameBytes) std::string().swap(frame_);
   ticks_left_ = TicksOfPeriod();
-  if (subscribed_all) TellOfSubscriptionToAll();
-}
-
-void ChangePublisher::TellOfSubscriptionToAll() {
-  const ScopedLock hold(callback_lock_);
-  if (on_subscribe_all_) on_subscribe_all_();
+  if (!subscribed_all) return;
+  if (const auto observation = observation_.lock()) observation->ObserveAll(stopped_);
 }
 
 bool ChangePublisher::Deliver() {
   bool subscribed_all = false;
-  SubscriberList::Entries dropped;  // let go after the lock
+  SubscriberList::Entries dropped;  // released after the lock
   const ScopedLock hold(subscribers_->lock);
   AppendOvertaken();
   dropped = subscribers_->KeepIf([&](Subscriber& subscriber) {
@@ -192,8 +211,8 @@ bool ChangePublisher::Deliver() {
   return subscribed_all;
 }
 
-// False when the subscriber's connection has ended or took less than the frame. Nothing is made for
-// one that has ended: those who serve such streams may be waiting for the list.
+// False when the subscriber's connection has ended or took less than the frame. No frame is made
+// for one that has ended: the threads that serve such streams may be waiting for the list.
 bool ChangePublisher::DeliverTo(Subscriber& subscriber) {
   if (!subscriber.connection->IsOpen()) return false;
   try {
@@ -203,7 +222,7 @@ bool ChangePublisher::DeliverTo(Subscriber& subscriber) {
     const int length = static_cast<int>(frame->size());
     return subscriber.connection->Write(frame->data(), length) == length;
   } catch (const std::exception&) {
-    return true;  // no memory for its text: it goes without this period's, the others do not
+    return true;  // no memory for its frame: this subscriber alone misses the period
   }
 }
 
@@ -211,16 +230,6 @@ const std::string* ChangePublisher::FrameFor(Subscriber& subscriber) {
   if (subscriber.keys.empty()) return &entries_.WholeFrame();
   const auto is_unwanted = [&] { return IsStopped() || !subscriber.connection->IsOpen(); };
   return entries_.FrameFor(subscriber.keys, frame_, is_unwanted) ? &frame_ : nullptr;
-}
-
-bool PublishingThread::Start(int priority) {
-  thread_.emplace([publisher = publisher_] { publisher->Run(); }, priority);
-  return thread_->Start();
-}
-
-void PublishingThread::End() {
-  publisher_->Stop();
-  thread_.reset();
 }
 
 }  // namespace valmere

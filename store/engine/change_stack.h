@@ -40,6 +40,7 @@ class ChangeStack {
     return std::move(slots_[count - 1]);
   }
 
+  // Whether the next pass finds a change.
   bool HasChanges() const EXCLUDES(lock_) {
     const ScopedLock hold(lock_);
     return count_.load() != 0;

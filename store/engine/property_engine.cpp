@@ -1,11 +1,14 @@
 // The handling of one message: its keys in their fixed order, each independent of the others.
 #include "store/engine/property_engine.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <string>
 #include <utility>
 
 #include "persist/log/debug_switches.h"
-#include "persist/log/log_line.h"
 #include "protocol/wire/message_keys.h"
+#include "store/engine/set_requests.h"
 #include "store/property/general_group.h"
 #include "store/property/property_key.h"
 
@@ -17,7 +20,7 @@ constexpr std::uint32_t kInitialPeriodMilliseconds = 500;
 // A session keeps a reply buffer of at most this size between messages.
 constexpr std::size_t kKeptReplyBytes = std::size_t{16} * 1024;
 
-// The writing of a longer one takes longer than others should wait.
+// The writing of a longer one takes longer than other threads should wait.
 constexpr std::size_t kLongReplyBytes = std::size_t{1} << 20;
 
 bool WriteWhole(ClientConnection& client, const std::string& frame, EventFlags::PendingWake& wake) {
@@ -27,6 +30,16 @@ bool WriteWhole(ClientConnection& client, const std::string& frame, EventFlags::
 
 std::string ClientText(const ClientConnection& client) {
   return "Client " + std::to_string(client.instance_number());
+}
+
+// The keys of a subscription, as far as the session lasts.
+Subscriber::Keys KeysOf(const PropertyMessage& message, const ClientConnection& sender) {
+  Subscriber::Keys keys;
+  message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
+    keys.insert(PropertyKey(address.component, address.group_guid, address.guid).Text());
+    return !sender.ended();
+  });
+  return keys;
 }
 
 }  // namespace
@@ -46,48 +59,25 @@ PropertyEngine::PropertyEngine(std::shared_ptr<LogSink> log,
                                std::shared_ptr<StringProperty> own_component,
                                std::shared_ptr<UIntProperty> period)
     : log_(std::move(log)),
-      own_component_(std::move(own_component)),
-      components_(CanOwn),
+      catalog_(std::make_shared<PropertyCatalog>(own_component)),
       subscribers_(std::make_shared<SubscriberList>()),
-      publisher_(std::make_shared<ChangePublisher>(own_component_, std::move(period), subscribers_,
-                                                   log_,
-                                                   [this] { ObserveAll(publisher_->stopped()); })),
+      pending_(std::make_shared<PendingUpdates>()),
+      observation_(Observation::Make(catalog_, subscribers_, pending_)),
+      presence_(catalog_, observation_, pending_, log_),
+      publisher_(std::make_shared<ChangePublisher>(std::move(own_component), std::move(period),
+                                                   subscribers_, pending_, observation_, log_)),
       publishing_(publisher_) {}
-
-// The publisher calls back into the engine until it is disconnected.
-void PropertyEngine::End() {
-  publishing_.End();
-  publisher_->Disconnect();
-}
-
-bool PropertyEngine::AddProperty(std::shared_ptr<Property> property) {
-  if (!local_.Add(property)) return false;
-  LogChangesOf(*property);
-  Appeared(property);
-  return true;
-}
-
-void PropertyEngine::LogChangesOf(Property& property) const {
-  property.AddListener(
-      [log = std::weak_ptr<LogSink>(log_)](const std::shared_ptr<Property>& changed) {
-        if (!IsOn(DebugZone::kProperty)) return;
-        LogIn(DebugZone::kProperty, log.lock(), [&] {
-          return "Property " + QuoteForLog(changed->name()) + " changes to " +
-                 QuoteForLog(changed->GetValueString());
-        });
-      });
-}
 
 bool PropertyEngine::HandleMessage(const PropertyMessage& message,
                                    const std::shared_ptr<ClientConnection>& sender,
                                    ReplyBuffer& reply) {
-  if (message.Has(keys::kSetRequests) && !HandleSetRequests(message, *sender)) {
+  if (message.Has(keys::kSetRequests) && !HandleSetRequests(*catalog_, message, *sender, log_)) {
     LogEnd(*sender, "sent sets of more than 32 MiB to pass on");
     return false;
   }
   Reply answer = Reply::kNone;
   if (message.Has(keys::kGetRequests) || message.Has(keys::kGetAll))
-    answer = BuildReply(message, *sender, reply);
+    answer = BuildReply(*catalog_, message, *sender, reply);
   if (answer == Reply::kTooLong) {
     LogEnd(*sender, "asked for a reply of more than 64 MiB");
     return false;
@@ -95,7 +85,7 @@ bool PropertyEngine::HandleMessage(const PropertyMessage& message,
   if (message.Has(keys::kSubscribeRequests) || message.Has(keys::kSubscribeAll))
     Subscribe(message, sender);
   message.ForEachPublication([&](const PropertyResponseRecord& entry) {
-    if (!sender->ended()) ApplyComponentEntry(entry, sender);
+    if (!sender->ended()) presence_.Apply(entry, sender);
     return !sender->ended();
   });
   if (message.Has(keys::kDisconnect)) {
@@ -113,16 +103,6 @@ void PropertyEngine::LogEnd(const ClientConnection& client, std::string_view cau
         [&] { return ClientText(client) + " " + std::string(cause) + ": its session ends"; });
 }
 
-Subscriber::Keys PropertyEngine::KeysOf(const PropertyMessage& message,
-                                        const ClientConnection& sender) {
-  Subscriber::Keys keys;
-  message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
-    keys.insert(PropertyKey(address.component, address.group_guid, address.guid).Text());
-    return !sender.ended();
-  });
-  return keys;
-}
-
 void PropertyEngine::Subscribe(const PropertyMessage& message,
                                const std::shared_ptr<ClientConnection>& sender) {
   Subscriber::Keys keys = KeysOf(message, *sender);
@@ -132,12 +112,12 @@ void PropertyEngine::Subscribe(const PropertyMessage& message,
     const ScopedLock hold(subscribers_->lock);
     to_all = subscribers_->Add(sender, keys).keys.empty();
   } while (!keys.empty());
-  // Properties that come from here on find the subscription; these are the ones that were there.
+  // A property that comes from here on finds the subscription; these are the ones that came before.
   if (to_all) {
-    ObserveAll(sender->ended_flag());
+    observation_->ObserveAll(sender->ended_flag());
   } else {
     message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
-      ObserveNamed(address);
+      observation_->ObserveNamed(address);
       return !sender->ended();
     });
   }
@@ -158,9 +138,10 @@ void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
   LogIn(DebugZone::kInfo, log_, [&] { return ClientText(client) + " is no subscriber any more"; });
 }
 
-// A reply and a notification to the same client must not meet on its stream, so a reply goes out
-// under the same locks. The client is woken when they are free. A long one to a client that is no
-// subscriber, which only this thread could make it, would keep all others waiting for nothing.
+// A reply and a notification to the same client must not mix on its stream, so a reply is written
+// under the same locks. The client is woken when they are free. A client that is no subscriber can
+// become one only on this thread, so a long reply to it is written without the list's lock, for
+// which others would wait.
 bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& reply) {
   EventFlags::PendingWake wake;
   {
@@ -175,12 +156,12 @@ bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& repl
   return WriteWhole(sender, reply, wake);
 }
 
-// A service that ends lets all sessions go at once: one by one they would tell each other, for longer
-// than their threads are waited for, of what goes with the engine anyway.
+// A service that ends closes all sessions at once: one by one they would announce to each other,
+// for longer than their threads are waited for, properties that go with the engine anyway.
 void PropertyEngine::ConnectionEnded(const ClientConnection& client) noexcept {
   if (client.ended()) return;
   Unsubscribe(client);
-  WithdrawAllOf(client);
+  presence_.WithdrawAllOf(client);
 }
 
 }  // namespace valmere

@@ -1,5 +1,8 @@
-// What set requests do: the service's own properties are set, the others' owners are asked to.
+// Sets are handled in request order; what is passed on is collected, and sent when all are handled.
+#include "store/engine/set_requests.h"
+
 #include <algorithm>
+#include <atomic>
 #include <deque>
 #include <stdexcept>
 #include <string>
@@ -7,7 +10,7 @@
 
 #include "persist/log/debug_switches.h"
 #include "persist/log/log_line.h"
-#include "store/engine/property_engine.h"
+#include "protocol/wire/entry_frame.h"
 
 namespace valmere {
 namespace {
@@ -46,7 +49,8 @@ class Forwards {
   }
   bool too_long() const { return too_long_; }
 
-  // An owner that can't be reached any more is about to be withdrawn by its own thread.
+  // The thread that serves an owner that can't be reached any more is about to withdraw its
+  // properties.
   void SendAll() {
     for (Forward& forward : forwards_) {
       if (sender_.ended()) return;
@@ -58,52 +62,26 @@ class Forwards {
  private:
   const ClientConnection& sender_;
   std::deque<Forward> forwards_;
-  std::size_t left_ = PropertyEngine::kMostForwardBytes;  // for all of them
+  std::size_t left_ = kMostForwardBytes;  // for all of them
   bool too_long_ = false;
 };
 
-}  // namespace
-
-// A service that ends does not wait until tens of thousands of sets in one message are done.
-bool PropertyEngine::HandleSetRequests(const PropertyMessage& message,
-                                       const ClientConnection& sender) {
-  Forwards forwards(sender);
-  message.ForEachSetRequest([&](const PropertySetRecord& request) {
-    if (sender.ended()) return false;
-    if (IsOwnComponent(request.component)) {
-      SetOwn(request);
-    } else if (auto owner = OwnerOf(request)) {
-      return forwards.Add(std::move(owner), request);
-    } else {
-      LogPassedOver(request);
-    }
-    return true;
-  });
-  if (forwards.too_long()) return false;
-  forwards.SendAll();
-  return true;
-}
-
-// Empty also for one that is being withdrawn right now. An owner that has gone, of which its own
-// thread has not told yet, has its place taken at once by the client that published it last.
-std::shared_ptr<ClientConnection> PropertyEngine::OwnerOf(const PropertySetRecord& request) {
-  const auto found = components_.Find(request.guid, request.group_guid, request.component);
-  auto owner = found ? found->connection() : nullptr;
-  if (!owner || !components_.HasHeirs() || CanOwn(*owner)) return owner;
-  return components_.TakeOver(found, *owner);
-}
-
-void PropertyEngine::LogPassedOver(const PropertySetRecord& request) const {
-  LogIn(DebugZone::kWarning, log_, [&] {
+void LogPassedOver(const std::shared_ptr<LogSink>& log, const PropertySetRecord& request) {
+  LogIn(DebugZone::kWarning, log, [&] {
     return "A set request names no property: " + QuoteForLog(request.component) + " " +
            QuoteForLog(request.group_guid) + " " + QuoteForLog(request.guid);
   });
 }
 
-void PropertyEngine::SetOwn(const PropertySetRecord& request) {
-  const auto found = local_.Find(request.group_guid, request.guid);
+PropertyAddress AddressOf(const PropertySetRecord& request) {
+  return {request.component, request.group_guid, request.guid};
+}
+
+void SetOwn(const PropertyCatalog& catalog, const PropertySetRecord& request,
+            const std::shared_ptr<LogSink>& log) {
+  const auto found = catalog.FindOwn(AddressOf(request));
   if (!found) {
-    LogPassedOver(request);
+    LogPassedOver(log, request);
     return;
   }
   std::string refusal = "it can't be set";
@@ -116,10 +94,32 @@ void PropertyEngine::SetOwn(const PropertySetRecord& request) {
     // A text that is no number, or one out of range: the value stays, and so does the session.
     refusal = error.what();
   }
-  LogIn(DebugZone::kError, log_, [&] {
+  LogIn(DebugZone::kError, log, [&] {
     return "Property " + QuoteForLog(found->name()) + " was not set to " +
            QuoteForLog(request.value) + ": " + refusal;
   });
+}
+
+}  // namespace
+
+// A service that ends does not wait until tens of thousands of sets in one message are done.
+bool HandleSetRequests(PropertyCatalog& catalog, const PropertyMessage& message,
+                       const ClientConnection& sender, const std::shared_ptr<LogSink>& log) {
+  Forwards forwards(sender);
+  message.ForEachSetRequest([&](const PropertySetRecord& request) {
+    if (sender.ended()) return false;
+    if (catalog.IsOwnComponent(request.component)) {
+      SetOwn(catalog, request, log);
+    } else if (auto owner = catalog.OwnerOf(AddressOf(request))) {
+      return forwards.Add(std::move(owner), request);
+    } else {
+      LogPassedOver(log, request);
+    }
+    return true;
+  });
+  if (forwards.too_long()) return false;
+  forwards.SendAll();
+  return true;
 }
 
 }  // namespace valmere

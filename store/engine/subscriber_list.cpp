@@ -13,8 +13,8 @@ Subscriber* SubscriberList::Find(const ClientConnection& client) {
   return place != by_client_.end() ? place->second : nullptr;
 }
 
-// It gets its keys last: what throws before leaves them to the caller, and an entry without them
-// would be a subscription to all.
+// It gets its keys last: after an exception before that, the caller still has them, and no entry
+// without them is left, which would be a subscription to all.
 Subscriber& SubscriberList::Register(const std::shared_ptr<ClientConnection>& client,
                                      Subscriber::Keys& keys) {
   subscribers_.push_back(std::make_unique<Subscriber>(client));

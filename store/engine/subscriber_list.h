@@ -1,4 +1,4 @@
-// The clients that asked to be told of changes.
+// The clients that subscribed to changes.
 #pragma once
 
 #include <atomic>
@@ -44,9 +44,9 @@ class SubscriberList {
 
   // Null when the client has no entry.
   Subscriber* Find(const ClientConnection& client) REQUIRES(lock);
-  // Registers the client with the keys, or moves some of them to what it registered: kStep or so, for
-  // others wait meanwhile. Those that are left are to be added by further calls. When memory runs out
-  // nothing has changed.
+  // Registers the client with the keys, or moves some of them to its entry: about kStep, because
+  // other threads wait for the lock. Those that are left are to be added by further calls. When
+  // memory runs out nothing has changed.
   Subscriber& Add(const std::shared_ptr<ClientConnection>& client, Subscriber::Keys& keys)
       REQUIRES(lock);
   // The entry that was removed, or empty.
@@ -54,12 +54,13 @@ class SubscriberList {
   std::size_t size() const REQUIRES(lock) { return subscribers_.size(); }
   // True when a subscriber gets what happens to the property of this key.
   bool Wants(std::string_view key) const REQUIRES(lock);
-  // Visits every subscriber in order; those for whom `keep` returns false are removed and returned,
-  // to be let go without the lock. When `keep` throws, nobody is removed.
+  // Visits every subscriber in order; those for which `keep` returns false are removed and
+  // returned, to be released after the lock. When `keep` throws, none is removed.
   template <class Keep>
   [[nodiscard]] Entries KeepIf(Keep keep) REQUIRES(lock);
-  // Whether there is any, without the lock; what is changing meanwhile may go either way.
-  // Sequentially consistent: who subscribes and reads a value meanwhile reads the new one, or is seen.
+  // Whether there is any, without the lock; a change at the same time may be seen or not.
+  // Sequentially consistent: a client that subscribes while a value changes reads the new value, or
+  // is seen by the thread that changes it.
   bool Any() const { return count_.load() != 0; }
 
  private:

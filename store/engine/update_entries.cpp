@@ -1,4 +1,4 @@
-// One text for all: a subscriber to everything gets it as it is, others get pieces of it.
+// One text for all: a subscriber to everything gets the whole of it, others get pieces.
 #include "store/engine/update_entries.h"
 
 #include <exception>
@@ -9,7 +9,7 @@ namespace valmere {
 namespace {
 
 constexpr std::size_t kKeptBytes = std::size_t{64} * 1024;
-// How many entries are looked for in a subscriber's keys before he is asked whether he is there still.
+// How many entries are looked up in a subscriber's keys before its connection is checked again.
 constexpr std::size_t kLookedUpAtOnce = 256;
 
 template <class Container>

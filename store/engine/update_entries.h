@@ -24,15 +24,15 @@ class UpdateEntries {
   using IsUnwanted = std::function<bool()>;
 
   // The frame of a period becomes no longer than this, four times what a receiver takes in one. It
-  // keeps a period that never ends from taking all memory.
+  // keeps a period that never ends from using up all memory.
   static constexpr std::size_t kMostBytes = std::size_t{16} << 20;
-  // So much more is kept for entries that tell of a property's end: whoever misses that never learns
-  // of it, and a property ends but once.
+  // So much more is reserved for entries that say that a property has gone: a subscriber that
+  // misses one never learns of it, and a property goes only once.
   static constexpr std::size_t kReservedBytes = std::size_t{4} << 20;
 
   explicit UpdateEntries(const std::atomic<bool>& stop) : stop_(stop), frame_(text_, stop) {}
 
-  // Refuses an entry for which there is no room left.
+  // False when there is no room left for the entry.
   bool Append(const PropertyResponseRecord& record);
   bool empty() const { return entries_.empty(); }
   std::size_t size() const { return entries_.size(); }

@@ -27,7 +27,7 @@ std::shared_ptr<ClientConnection> ComponentProperty::connection() const {
 }
 
 void ComponentProperty::set_connection(std::shared_ptr<ClientConnection> connection) {
-  // The old handle, perhaps the last one of its connection, is let go after the lock.
+  // The old handle, perhaps the last one of its connection, is released after the lock.
   SwapConnection(connection);
 }
 

@@ -10,7 +10,7 @@
 namespace valmere {
 
 // Purpose: a text property together with the component that owns it and the way to reach it.
-// Owner: the component registry; updates on their way keep it beyond its removal from there.
+// Owner: the component registry; pending updates keep it after its removal from there.
 // Threads: any.
 // Errors: as StringProperty.
 class ComponentProperty : public StringProperty {

@@ -1,5 +1,5 @@
 // The index under its lock. Handles are copied or moved out, so that values are read, and
-// properties and connections let go, outside it.
+// properties and connections released, outside it.
 #include "store/property/component_registry.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ void MoveIf(List& from, List& to, Condition condition) {
 
 }  // namespace
 
-// A refused handle is the caller's argument still, and is let go after the lock.
+// A refused handle is still the caller's argument, and is released after the lock.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 bool ComponentRegistry::Add(Handle property) {
   const ScopedLock hold(index_lock_);
@@ -40,7 +40,7 @@ bool ComponentRegistry::ListGroup(std::string_view group_guid, std::uint64_t& ne
 }
 
 bool ComponentRegistry::ListAll(Place& place, std::vector<Handle>& out) const {
-  const Handle passed = place.last;  // let go after the lock
+  const Handle passed = place.last;  // released after the lock
   const ScopedLock hold(index_lock_);
   return index_.Walk(place, [&](const Handle& property) { out.push_back(property); });
 }
@@ -137,10 +137,10 @@ void ComponentRegistry::ForgetHeir(const ComponentProperty& property, const Clie
 
 bool ComponentRegistry::RemoveOwnedBy(const ClientConnection& connection, Place& place,
                                       Arrivals& removed) {
-  const Handle passed = place.last;  // let go after the lock
+  const Handle passed = place.last;  // released after the lock
   Heirs dropped;
   const ScopedLock hold(index_lock_);
-  // The index knows nothing of the lock that guards it, and so can't be seen to hold it here.
+  // The index knows nothing of the lock that guards it, so the analysis can't see it held here.
   return index_.RemoveIf(place, removed, [&](const Handle& property) NO_THREAD_SAFETY_ANALYSIS {
     if (property->PublishedOn(connection)) return !GiveToHeir(*property, dropped);
     ForgetHeir(*property, &connection, dropped);

@@ -16,11 +16,12 @@
 
 namespace valmere {
 
-// Purpose: finds published properties by (component, group GUID, GUID) and by group, and knows who
-// else has published one since: the heirs, of whom the last becomes the owner when that goes.
+// Purpose: finds published properties by (component, group GUID, GUID) and by group, and knows the
+// heirs of each: the clients that published it later, the last of which becomes the owner when the
+// present one goes.
 // Owner: the property engine.
-// Threads: any; a client becomes an owner or an heir, but by inheriting, on its own thread alone, and
-// the same thread sees to its leave.
+// Threads: any; a client publishes and leaves on one thread, so only as an heir does it become an
+// owner on another.
 // Errors: Add, AddHeir and the lists throw std::bad_alloc, with nothing changed.
 class ComponentRegistry {
  public:
@@ -37,15 +38,15 @@ class ComponentRegistry {
   bool Add(Handle property);
   // Empty when there is none.
   Handle Find(std::string_view guid, std::string_view group_guid, std::string_view component) const;
-  // Each is one step of a walk and appends up to PropertyIndex::kStep properties: of a group, of all
-  // components, in the order in which they were registered, and of all, by ascending group GUID.
-  // False when it was the last step.
+  // Each is one step of a walk and appends up to PropertyIndex::kStep properties: of a group, of
+  // all components, in the order in which they were registered, and of all, by ascending group
+  // GUID. False when it was the last step.
   bool ListGroup(std::string_view group_guid, std::uint64_t& next, std::vector<Handle>& out) const;
   bool ListAll(Place& place, std::vector<Handle>& out) const;
   std::size_t size() const;
 
-  // Takes a property out of the look-up and of its group, and forgets its heirs; empty when there is
-  // none.
+  // Takes a property out of the look-up and of its group, and forgets its heirs; empty when there
+  // is none.
   Handle Remove(std::string_view component, std::string_view group_guid, std::string_view guid);
 
   // All three do nothing, and the first two return false, unless the property is still registered
@@ -53,23 +54,23 @@ class ComponentRegistry {
   bool AddHeir(const Handle& property, const ClientConnection& owner, Connection heir);
   // Gives the property a new owner.
   bool Reassign(const Handle& property, const ClientConnection& owner, Connection to);
-  // Gives the property of an owner that has gone to its last heir; who owns it then, if anybody.
+  // Gives the property of an owner that has gone to its last heir; the owner then, or empty.
   Connection TakeOver(const Handle& property, const ClientConnection& owner);
   // Whether there are heirs at all.
   bool HasHeirs() const { return contested_.load(std::memory_order_relaxed) != 0; }
 
-  // One step of a client's leave, over up to PropertyIndex::kStep properties: it is nobody's heir any
-  // more, what it owned goes to the last heir, and where there is none is taken out and added to
-  // `removed`. Asks for no memory. False when it was the last step.
+  // One step of a client's leave, over up to PropertyIndex::kStep properties: it is no heir any
+  // more, and a property that it owned goes to the last heir or, where there is none, is taken out
+  // and added to `removed`. Allocates nothing. False when it was the last step.
   bool RemoveOwnedBy(const ClientConnection& connection, Place& place, Arrivals& removed);
 
  private:
-  // In the order of their last publications. A list, so that who is forgotten can be let go later
-  // without memory for that.
+  // In the order of their last publications. A list, so that removed handles can be released after
+  // the lock without an allocation.
   using Heirs = std::list<Connection>;
 
   bool IsOwnedBy(const Handle& property, const ClientConnection& owner) const REQUIRES(index_lock_);
-  // Both move handles that are given up to `dropped`, which is let go after the lock.
+  // Both move the handles that they remove to `dropped`, which is released after the lock.
   bool GiveToHeir(ComponentProperty& property, Heirs& dropped) REQUIRES(index_lock_);
   void ForgetHeir(const ComponentProperty& property, const ClientConnection* heir, Heirs& dropped)
       REQUIRES(index_lock_);
@@ -78,7 +79,7 @@ class ComponentRegistry {
   const CanOwn can_own_;
   mutable Lock index_lock_;  // a property's value lock and a client's stream may be asked under it
   PropertyIndex<ComponentProperty> index_ GUARDED_BY(index_lock_);
-  // Of the few properties that have any. One entry for a client and a property.
+  // Of the few properties that have heirs. One entry for a client and a property.
   std::unordered_map<const ComponentProperty*, Heirs> heirs_ GUARDED_BY(index_lock_);
   std::atomic<std::size_t> contested_{0};  // how many properties have heirs
 };

@@ -1,6 +1,6 @@
 // Listeners are never taken out one by one, so a node, once linked, stays where it is for as long
 // as the property lives. That makes walking safe without a lock, and an append is one exchange of
-// the null pointer at the end of the chain. Subscriptions may thus arrive while values change, and
+// the null pointer at the end of the chain. So subscriptions may arrive while values change, and
 // no listener runs with a lock held that it did not take itself.
 #include "store/property/listener_list.h"
 

@@ -3,7 +3,7 @@
 
 namespace valmere {
 
-// A refused handle is the caller's argument still, and is let go after the lock.
+// A refused handle is still the caller's argument, and is released after the lock.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 bool LocalRegistry::Add(Handle property) {
   const ScopedLock hold(index_lock_);

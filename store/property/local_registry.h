@@ -26,9 +26,9 @@ class LocalRegistry {
   bool Add(Handle property);
   // Empty when there is none.
   Handle Find(std::string_view group_guid, std::string_view guid) const;
-  // Each is one step of a walk and appends up to PropertyIndex::kStep properties: of a group, in the
-  // order in which they were registered, and of all, by ascending group GUID. False when it was the
-  // last step.
+  // Each is one step of a walk and appends up to PropertyIndex::kStep properties: of a group, in
+  // the order in which they were registered, and of all, by ascending group GUID. False when it was
+  // the last step.
   bool ListGroup(std::string_view group_guid, std::uint64_t& next, std::vector<Handle>& out) const;
   bool ListAll(Place& place, std::vector<Handle>& out) const;
   std::size_t size() const;

@@ -1,5 +1,5 @@
 // A change is announced to two kinds of listener. The list of listeners only grows and is walked
-// without a lock, so a listener may do what it likes, setting further properties included. The
+// without a lock, so a listener may do anything, as setting further properties. The
 // keyed callbacks can be replaced and removed, which takes a lock, held while they are called: once
 // RemoveKeyedCallback has returned, that callback runs no more.
 #include "store/property/property.h"

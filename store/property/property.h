@@ -1,4 +1,4 @@
-// A property: an identity, a value with a text form, and those who want to hear of changes.
+// A property: an identity, a value with a text form, and the listeners to its changes.
 #pragma once
 
 #include <atomic>
@@ -16,9 +16,9 @@
 namespace valmere {
 
 // Purpose: what all kinds of property have in common; each kind adds its value and its text form.
-// Owner: shared by its registry, closures of listeners and updates on their way.
+// Owner: shared by its registry, closures of listeners and pending updates.
 // Threads: any; announcements run on the thread that changed the value.
-// Errors: NotifyChanged throws std::bad_weak_ptr once the last owner has let go and
+// Errors: NotifyChanged throws std::bad_weak_ptr once the last owner has released it and
 // std::bad_function_call for an empty callable; what a listener throws comes through.
 class Property : public std::enable_shared_from_this<Property> {
  public:
@@ -66,6 +66,7 @@ class Property : public std::enable_shared_from_this<Property> {
   // Listeners stay as long as the property does.
   void AddListener(Listener listener) { listeners_.Append(std::move(listener)); }
 
+  // For an owner that replaces or removes its callback while the property lives: a listener stays.
   // One callback per key; a second one under the same key takes the first one's place. A callback
   // may change the set that it is called from; it must not wait for another thread that does.
   void SetKeyedCallback(std::uint32_t key, Listener callback);

@@ -31,10 +31,11 @@ class PropertyIndex {
   // Properties in the order in which they came.
   using Arrivals = std::map<std::uint64_t, Handle>;
 
-  // How many properties are looked at in one step of a walk over many: whoever guards the index lets
-  // others in between two steps.
+  // How many properties one step of a walk looks at: the registry releases its lock between two
+  // steps, so that other threads get it.
   static constexpr std::size_t kStep = 256;
-  // How far a walk over all has come. What is there from its beginning to its end is met once.
+  // How far a walk over all has come. A property that is there from its beginning to its end is
+  // visited once.
   struct Place {
     Handle last;
     std::uint64_t arrival = 0;
@@ -72,8 +73,8 @@ class PropertyIndex {
 
   std::size_t size() const { return by_key_.size(); }
 
-  // One step over a group, in the order of arrival, beginning with the arrival `next`: appends up to
-  // kStep properties and moves `next` on. False when none can be left.
+  // One step over a group, in the order of arrival, beginning with the arrival `next`: appends up
+  // to kStep properties and moves `next` on. False when none can be left.
   bool ListGroup(std::string_view group_guid, std::uint64_t& next, std::vector<Handle>& out) const {
     const auto group = by_group_.find(group_guid);
     if (group == by_group_.end()) return false;
@@ -102,8 +103,8 @@ class PropertyIndex {
     return false;
   }
 
-  // The same step, which takes out what `wanted` picks and adds it to `removed`. Asks for no memory:
-  // nodes change over.
+  // The same step, which takes out what `wanted` picks and adds it to `removed`. Allocates nothing:
+  // nodes move from one map to the other.
   template <class Predicate>
   bool RemoveIf(Place& place, Arrivals& removed, Predicate wanted) {
     Mark mark{place};

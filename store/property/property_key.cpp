@@ -1,5 +1,5 @@
 // A look-up names a property by two or three texts, while the property carries the joined text. The
-// comparison eats the joined text piece by piece.
+// comparison takes the joined text apart piece by piece.
 #include "store/property/property_key.h"
 
 namespace valmere {

@@ -9,7 +9,7 @@
 namespace valmere {
 
 // Purpose: a key to look for, as the pieces that ":" joins; saves building the joined text.
-// Owner: whoever looks; the pieces must outlive it.
+// Owner: the caller of the look-up; the pieces must outlive it.
 // Threads: a value.
 // Errors: Text throws std::bad_alloc.
 // Keys are equal when their joined texts are: a ":" within a piece is not guarded against.

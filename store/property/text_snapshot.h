@@ -10,7 +10,7 @@
 namespace valmere {
 
 // Purpose: a shared handle on a text that never changes; copies share one block.
-// Owner: whoever reads; the block goes with the last handle. The empty text has no block.
+// Owner: each reader; the block goes with the last handle. The empty text has no block.
 // Threads: one handle is one thread's; handles on the same block belong to any threads.
 // Errors: making one from a text throws std::bad_alloc.
 class SharedText {
@@ -37,7 +37,7 @@ class SharedText {
 // The lock for the handle at `cell`. A handful of locks serve the cells of the whole process: each
 // is held for a few instructions, and a lock per cell would be larger than the cell. It is a kernel
 // lock, never a spin lock: between threads of strict priorities a spinning reader could keep the
-// very writer from running that it waits for.
+// writer that it waits for from running.
 Lock& TextLock(const void* cell);
 
 // Purpose: a cell that holds one text at a time; readers get the whole old or the whole new one.
@@ -52,7 +52,7 @@ class TextSnapshot {
     const ScopedLock hold(TextLock(this));
     return text_;
   }
-  // The old text is let go after the lock.
+  // The old text is released after the lock.
   void Store(SharedText text) noexcept {
     const ScopedLock hold(TextLock(this));
     text_.Swap(text);

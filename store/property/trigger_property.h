@@ -23,7 +23,7 @@ class TriggerProperty : public BoolProperty {
 
   void SetValue(bool value) override;
 
-  // For owners who want to know whether a command came: armed until the next one.
+  // For an owner that looks now and then whether a command came: armed until the next one.
   void Arm() { armed_.store(true); }
   bool armed() const { return armed_.load(); }
 

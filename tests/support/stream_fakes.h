@@ -39,11 +39,11 @@ class CollectingLog final : public LogSink {
   std::vector<std::string> lines_ GUARDED_BY(lock_);
 };
 
-// Scores what the stream's kept bytes give, and makes handlers that run a function and return a
+// Scores what the stream's peeked bytes give, and makes handlers that run a function and return a
 // number. The functions are set before the first stream comes.
 class FakeFactory final : public DataHandlerFactory {
  public:
-  using ScoreFunction = std::function<std::uint32_t(std::string_view kept)>;
+  using ScoreFunction = std::function<std::uint32_t(std::string_view peeked)>;
   using ServeFunction = std::function<void(const ServiceContext&, PeekableStream&)>;
 
   FakeFactory(ScoreFunction score, int result) : score_(std::move(score)), result_(result) {}
@@ -54,7 +54,7 @@ class FakeFactory final : public DataHandlerFactory {
 
   std::uint32_t Score(const PeekableStream& stream) const override {
     ++scored_;
-    return score_(stream.Kept());
+    return score_(stream.Peeked());
   }
   std::shared_ptr<DataHandler> Create(const std::shared_ptr<PeekableStream>& stream) override {
     ++created_;

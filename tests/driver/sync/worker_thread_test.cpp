@@ -28,11 +28,6 @@ TEST(WorkerThread, RunsItsFunctionOnAnotherThread) {
   EXPECT_NE(id, platform::CurrentThreadId());
 }
 
-TEST(WorkerThread, KeepsItsPriority) {
-  for (int priority : {0, 249, 251, 253, 255})
-    EXPECT_EQ(WorkerThread([] {}, priority).priority(), priority);
-}
-
 TEST(WorkerThread, RunsNothingUntilItIsStarted) {
   bool ran = false;
   {

@@ -19,17 +19,9 @@
 #include "tests/support/test_engine.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::CollectingLog;
-using test::FakeFactory;
-using test::FrameOf;
-using test::IdentifierBytes;
-using test::ScriptedConnection;
-using test::TestThread;
-
-using test::kTestPriority;
 constexpr const char* kUnknownFormatLine =
     "DataHandlerManager encountered an unknown stream format";
 
@@ -51,7 +43,7 @@ class DataHandlerManagerTest : public ::testing::Test {
     return factory;
   }
 
-  const std::shared_ptr<PropertyEngine> engine = test::MakeTestEngine();
+  const std::shared_ptr<PropertyEngine> engine = MakeTestEngine();
   const std::shared_ptr<CollectingLog> log = std::make_shared<CollectingLog>();
   const std::shared_ptr<TaskQueue> tasks = std::make_shared<TaskQueue>(kTestPriority);
   DataHandlerManager manager{ServiceContext{engine}, log, tasks, kTestPriority};
@@ -122,7 +114,7 @@ TEST_F(DataHandlerManagerTest, TakesAScoreOf65534) {
   EXPECT_EQ(1, Handle({"x"}));
 }
 
-TEST_F(DataHandlerManagerTest, LogsAStreamThatCannotBeReadOnceAsUnknown) {
+TEST_F(DataHandlerManagerTest, LogsAStreamThatCantBeReadOnceAsUnknown) {
   Register(Recognised, 1);
   for (const int end : {0, Connection::kGone, Connection::kFailed, Connection::kDrained}) {
     const auto closed = std::make_shared<ScriptedConnection>();
@@ -134,7 +126,7 @@ TEST_F(DataHandlerManagerTest, LogsAStreamThatCannotBeReadOnceAsUnknown) {
   }
 }
 
-TEST_F(DataHandlerManagerTest, LogsAStreamThatNobodyRecognisesOnceWhenItEnds) {
+TEST_F(DataHandlerManagerTest, LogsAStreamThatNoHandlerRecognisesOnceWhenItEnds) {
   const auto factory =
       Register([](std::string_view) { return DataHandlerFactory::kNotRecognised; }, 1);
   EXPECT_EQ(0, Handle({std::string(1000, 'x')}));
@@ -193,7 +185,7 @@ TEST_F(DataHandlerManagerTest, CreatesAndServesWithoutTheLockOfTheFactories) {
       manager.RegisterFactory(std::make_shared<FakeFactory>(Recognised, 2));
       *done = true;
     }));
-    EXPECT_TRUE(test::Eventually([&] { return done->load(); }));
+    EXPECT_TRUE(Eventually([&] { return done->load(); }));
   };
   factory->OnCreate(register_elsewhere);
   factory->OnServe([&](const ServiceContext&, PeekableStream&) { register_elsewhere(); });
@@ -255,4 +247,4 @@ TEST_F(DataHandlerManagerTest, TreatsFewerBytesThanAnIdentifierAsUnknown) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -14,13 +14,8 @@
 #include "tests/support/scripted_connection.h"
 #include "tests/support/test_engine.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::FrameOf;
-using test::IdentifierBytes;
-using test::LengthBytes;
-using test::ScriptedConnection;
 
 using Frames = std::vector<std::string>;
 
@@ -68,7 +63,7 @@ class JsonMessageHandlerTest : public ::testing::Test {
     return factory.Score(*stream);
   }
 
-  ServiceContext context{test::MakeTestEngine()};
+  ServiceContext context{MakeTestEngine()};
   JsonMessageFactory factory;
   std::shared_ptr<ScriptedConnection> connection;
   std::shared_ptr<ClientConnection> client;
@@ -106,7 +101,7 @@ TEST_F(JsonMessageHandlerTest, ReadsNothingBehindADisconnect) {
   EXPECT_EQ(1, connection->Read(&byte, 1)) << "the next frame is still there";
 }
 
-TEST_F(JsonMessageHandlerTest, EndsWhenAReplyCannotBeWritten) {
+TEST_F(JsonMessageHandlerTest, EndsWhenAReplyCantBeWritten) {
   connection = std::make_shared<ScriptedConnection>(Frames{FrameOf(kGetOwn), FrameOf(kGetOwn)});
   connection->GiveToWrites(Connection::kGone);
   EXPECT_EQ(1u, ServeConnection().size());
@@ -156,4 +151,4 @@ TEST_F(JsonMessageHandlerTest, TakesOddlyTypedMessagesForWhatTheyAre) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -12,11 +12,8 @@
 #include "tests/support/frames.h"
 #include "tests/support/scripted_connection.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::FrameOf;
-using test::ScriptedConnection;
 
 using Lengths = std::vector<int>;
 
@@ -44,14 +41,14 @@ class PeekableStreamTest : public ::testing::Test {
 TEST_F(PeekableStreamTest, PeeksByOneReadOfTheCountAskedFor) {
   Script({"abcdef"});
   EXPECT_TRUE(stream->Peek(4));
-  EXPECT_EQ("abcd", stream->Kept());
+  EXPECT_EQ("abcd", stream->Peeked());
   EXPECT_EQ((Lengths{4}), connection->reads());
 }
 
 TEST_F(PeekableStreamTest, IsContentWithFewerBytesThanItAskedFor) {
   Script({"a", "bc"});
   EXPECT_TRUE(stream->Peek(32));
-  EXPECT_EQ("a", stream->Kept());
+  EXPECT_EQ("a", stream->Peeked());
   EXPECT_EQ((Lengths{32}), connection->reads());
 }
 
@@ -59,9 +56,9 @@ TEST_F(PeekableStreamTest, ExtendsTheKeptBytesByEachPeek) {
   Script({"a", "bc", "d"});
   EXPECT_TRUE(stream->Peek(32));
   EXPECT_TRUE(stream->Peek(32));
-  EXPECT_EQ("abc", stream->Kept());
+  EXPECT_EQ("abc", stream->Peeked());
   EXPECT_TRUE(stream->Peek(32));
-  EXPECT_EQ("abcd", stream->Kept());
+  EXPECT_EQ("abcd", stream->Peeked());
 }
 
 TEST_F(PeekableStreamTest, FailsToPeekWhereNothingCanBeRead) {
@@ -70,7 +67,7 @@ TEST_F(PeekableStreamTest, FailsToPeekWhereNothingCanBeRead) {
     connection->EndWith(result);
     EXPECT_TRUE(stream->Peek(32));
     EXPECT_FALSE(stream->Peek(32)) << result;
-    EXPECT_EQ("a", stream->Kept()) << "what was kept stays";
+    EXPECT_EQ("a", stream->Peeked()) << "what was kept stays";
   }
 }
 
@@ -120,7 +117,7 @@ TEST_F(PeekableStreamTest, ReadsNothingWhenAskedForNothing) {
   stream->Peek(32);
   EXPECT_EQ((Result{0, ""}), Read(0));
   EXPECT_EQ((Lengths{32}), connection->reads());
-  EXPECT_EQ("abcd", stream->Kept());
+  EXPECT_EQ("abcd", stream->Peeked());
 }
 
 TEST_F(PeekableStreamTest, GivesEveryByteOfTheStreamInOrderWhereverThePeekEnded) {
@@ -139,13 +136,13 @@ TEST_F(PeekableStreamTest, KeepsSixtyFourBytesAtMost) {
   Script({std::string(40, 'a'), std::string(40, 'b'), std::string(40, 'c')});
   for (int i = 0; i < 20 && stream->Peek(32); ++i) {
   }
-  EXPECT_EQ(std::string(40, 'a') + std::string(24, 'b'), stream->Kept());
+  EXPECT_EQ(std::string(40, 'a') + std::string(24, 'b'), stream->Peeked());
 }
 
 TEST_F(PeekableStreamTest, DropsNoByteUntilTheKeptBytesAreFull) {
   Script({"12345", std::string(200, 'x')});
   stream->Peek(32);
-  while (stream->Kept().size() < PeekableStream::kKeptLimit)
+  while (stream->Peeked().size() < PeekableStream::kMostPeeked)
     ASSERT_TRUE(stream->Peek(32));
   std::string got;
   for (auto [count, bytes] = Read(7); count > 0; std::tie(count, bytes) = Read(7))
@@ -183,4 +180,4 @@ TEST_F(PeekableStreamTest, WritesAndClosesTheConnection) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -21,16 +21,8 @@
 #include "tests/support/stream_fakes.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::CollectingLog;
-using test::Eventually;
-using test::FakeFactory;
-using test::ScriptedConnection;
-using test::TestThread;
-
-using test::kTestPriority;
 
 class StreamThreads : public ::testing::Test {
  protected:
@@ -112,7 +104,7 @@ TEST_F(StreamThreads, CloseTheirStreamWhenServeHasReturned) {
   EXPECT_TRUE(AllReleased());
 }
 
-TEST_F(StreamThreads, CloseAStreamThatNobodyRecognises) {
+TEST_F(StreamThreads, CloseAStreamThatNoHandlerRecognises) {
   const auto connection = std::make_shared<ScriptedConnection>(std::vector<std::string>{"x"});
   manager->AddStream(connection);
   EXPECT_TRUE(AllReleased());
@@ -245,4 +237,4 @@ TEST_F(StreamThreads, AreStartedFromManyThreadsAtOnce) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -11,7 +11,7 @@
 #include "store/property/string_property.h"
 #include "tests/support/allocations.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 using Handles = Announcements::Handles;
@@ -90,8 +90,8 @@ TEST(Announcements, LoseNothingWhenThereIsNoMemoryToTakeThem) {
   for (const auto& property : {a_back, other, b_back})
     announcements.AddNew(property);
   Announcements::Taken taken;
-  test::FailEachAllocation([&] { taken = announcements.Take(kRunning); },
-                           [&] { EXPECT_TRUE(taken.added.empty()); });
+  FailEachAllocation([&] { taken = announcements.Take(kRunning); },
+                     [&] { EXPECT_TRUE(taken.added.empty()); });
   EXPECT_EQ((Handles{other}), taken.added);
   EXPECT_EQ((Handles{a, b}), taken.vanished);
   EXPECT_EQ((Handles{a_back, b_back}), announcements.Take(kRunning).added);
@@ -105,8 +105,8 @@ TEST(Announcements, ThatWaitComeBeforeTheNewOnesOfTheNextPass) {
   EXPECT_TRUE(announcements.Take(kRunning).added.empty());
   announcements.AddNew(next);
   Announcements::Taken taken;
-  test::FailEachAllocation([&] { taken = announcements.Take(kRunning); },
-                           [&] { EXPECT_TRUE(taken.added.empty()); });
+  FailEachAllocation([&] { taken = announcements.Take(kRunning); },
+                     [&] { EXPECT_TRUE(taken.added.empty()); });
   EXPECT_EQ((Handles{back, next}), taken.added);
 }
 
@@ -167,4 +167,4 @@ TEST(Announcements, NeverLetAPropertyOfTheServiceWait) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

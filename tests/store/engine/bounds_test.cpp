@@ -10,17 +10,12 @@
 #include "tests/store/engine/engine_fixture.h"
 #include "tests/support/allocations.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Client;
-using test::EntryText;
-using test::kGone;
-using test::Responses;
 
 constexpr std::size_t kMiB = std::size_t{1} << 20;
 
-class Bounds : public test::EngineTest {
+class Bounds : public EngineTest {
  protected:
   // A message of so many entries, each as short as can be.
   static std::string Flood(std::string_view key, std::size_t entries) {
@@ -39,10 +34,10 @@ class Bounds : public test::EngineTest {
 TEST_F(Bounds, EndTheSessionOfAReplyThatWouldBeTooLong) {
   for (int i = 0; i < 20; ++i)
     Publish(reader, {.group_guid = "", .guid = std::to_string(i)});
-  const std::size_t before = test::BytesInUse();
+  const std::size_t before = BytesInUse();
   EXPECT_FALSE(Send(client, Flood("PropertyGetRequests", 50'000)));
   EXPECT_TRUE(client.stream->writes().empty());
-  EXPECT_GT(before + kMiB, test::BytesInUse());
+  EXPECT_GT(before + kMiB, BytesInUse());
   const std::vector<std::string> lines = log->TakeLines();
   ASSERT_EQ(1u, lines.size());
   EXPECT_EQ("Client " + std::to_string(client.connection->instance_number()) +
@@ -95,13 +90,13 @@ TEST_F(Bounds, HoldInAPeriodThatNeverEnds) {
   const std::string value(10'000, 'x');
   const std::string come_and_go = Responses({{.value = value}, {.status = kGone, .value = value}});
   const std::uint32_t properties = LiveProperties::Live();
-  const std::size_t before = test::BytesInUse();
+  const std::size_t before = BytesInUse();
   for (int round = 0; round < 40; ++round) {
     for (int i = 0; i < 100; ++i)
       Send(client, come_and_go);
     engine->PublishPass();
   }
-  EXPECT_GT(before + 50 * kMiB, test::BytesInUse());
+  EXPECT_GT(before + 50 * kMiB, BytesInUse());
   EXPECT_EQ(properties, LiveProperties::Live());
   EXPECT_EQ(1u, log->TakeLines().size()) << "told once";
 }
@@ -121,4 +116,4 @@ TEST_F(Bounds, HoldWhileNoPassTakesWhatComesAndGoes) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

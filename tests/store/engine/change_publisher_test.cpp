@@ -1,111 +1,28 @@
-// Passes, periods and delivery, pass by pass.
+// What a pass publishes, and in which order.
 #include "store/engine/change_publisher.h"
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <initializer_list>
 #include <memory>
-#include <new>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
-#include "driver/sync/live_counters.h"
-#include "store/property/component_property.h"
+#include "store/engine/change_stack.h"
+#include "store/engine/pending_updates.h"
 #include "store/property/string_property.h"
-#include "tests/store/engine/engine_fixture.h"
-#include "tests/support/allocations.h"
-#include "tests/support/test_thread.h"
+#include "tests/store/engine/publishing_fixture.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Client;
-using test::EntryText;
-using test::Responses;
-
-using Texts = std::vector<std::string>;
-
-using test::kGone;
-
-class Publishing : public ::testing::Test {
- protected:
-  void Subscribe(const Client& subscriber, std::vector<PropertyAddress> addresses = {}) {
-    Subscriber::Keys keys = test::KeysOf(addresses);
-    const ScopedLock hold(subscribers->lock);
-    subscribers->Add(subscriber.connection, keys);
-  }
-  std::size_t CountSubscribers() {
-    const ScopedLock hold(subscribers->lock);
-    return subscribers->size();
-  }
-  UpdateEntries::Keys KeysOf(const Client& subscriber) {
-    const ScopedLock hold(subscribers->lock);
-    return subscribers->Find(*subscriber.connection)->keys;
-  }
-  // One that passes on a thread of its own, told of subscriptions to all by the function.
-  std::shared_ptr<ChangePublisher> MakeRunning(std::function<void()> on_all = [] {}) {
-    return std::make_shared<ChangePublisher>(own, period, subscribers, log, std::move(on_all));
-  }
-  // Runs to the end of a 500 ms period that has just begun.
-  void EndPeriod() {
-    publisher.Pass();
-    publisher.Pass();
-  }
-  static std::shared_ptr<Property> Own(std::string_view guid, std::string_view value = "V") {
-    return StringProperty::Make(value, guid, "Name", "G", "Group");
-  }
-  static std::shared_ptr<Property> Published(std::string_view guid, std::string_view value = "V") {
-    return ComponentProperty::Make(value, guid, "Name", "G", "Group", "C", "Client", nullptr);
-  }
-  static EntryText OwnEntry(std::string_view guid, std::string_view value = "V") {
-    return {.component = "OWN", .component_string = "Valmere", .guid = guid, .value = value};
-  }
-  // Whether another thread could take the subscriber list's lock.
-  bool ListIsFree() NO_THREAD_SAFETY_ANALYSIS {
-    bool entered = false;
-    test::TestThread other([&]() NO_THREAD_SAFETY_ANALYSIS {
-      entered = subscribers->lock.TryEnter();
-      if (entered) subscribers->lock.Leave();
-    });
-    other.Join();
-    return entered;
-  }
-  // How many passes it takes until the client is written to; at most `most`.
-  int PassesUntilWritten(Client& receiver, int most) {
-    for (int pass = 1; pass <= most; ++pass) {
-      publisher.PushChange(property);
-      publisher.Pass();
-      if (!receiver.TakeTexts().empty()) return pass;
-    }
-    return 0;
-  }
-
-  const std::shared_ptr<Property> own =
-      StringProperty::Make("Valmere", "OWN", "Valmere", "COMPONENTS", "Components");
-  const std::shared_ptr<UIntProperty> period =
-      UIntProperty::Make(500, "PERIOD", "Period", "General", "General");
-  const std::shared_ptr<SubscriberList> subscribers = std::make_shared<SubscriberList>();
-  const std::shared_ptr<test::CollectingLog> log = std::make_shared<test::CollectingLog>();
-  int subscribed_all = 0;
-  std::function<void()> on_subscribe_all = [] {};
-  ChangePublisher publisher{own, period, subscribers, log, [this] {
-                              ++subscribed_all;
-                              on_subscribe_all();
-                            }};
-  const std::shared_ptr<Property> property = Own("P");
-  Client client;
-};
 
 TEST_F(Publishing, TellsTheWholePeriodAtItsEndOnly) {
   Subscribe(client);
-  publisher.PushChange(Own("1"));
+  pending->PushChange(Own("1"));
   publisher.Pass();
   EXPECT_TRUE(client.TakeTexts().empty());
-  publisher.PushChange(Own("2"));
+  pending->PushChange(Own("2"));
   publisher.Pass();
   EXPECT_EQ((Texts{Responses({OwnEntry("1"), OwnEntry("2")})}), client.TakeTexts());
   EndPeriod();
@@ -115,10 +32,10 @@ TEST_F(Publishing, TellsTheWholePeriodAtItsEndOnly) {
 TEST_F(Publishing, TellsTheNewestOfAPassFirst) {
   Subscribe(client);
   for (const char* guid : {"1", "2", "3"})
-    publisher.PushChange(Own(guid));
+    pending->PushChange(Own(guid));
   publisher.Pass();
   for (const char* guid : {"4", "5"})
-    publisher.PushChange(Own(guid));
+    pending->PushChange(Own(guid));
   publisher.Pass();
   EXPECT_EQ((Texts{Responses(
                 {OwnEntry("3"), OwnEntry("2"), OwnEntry("1"), OwnEntry("5"), OwnEntry("4")})}),
@@ -128,7 +45,7 @@ TEST_F(Publishing, TellsTheNewestOfAPassFirst) {
 TEST_F(Publishing, DoesNotMergeTheChangesOfAProperty) {
   Subscribe(client);
   for (int i = 0; i < 3; ++i)
-    publisher.PushChange(property);
+    pending->PushChange(property);
   property->SetFromString("last");
   EndPeriod();
   EXPECT_EQ(
@@ -138,15 +55,15 @@ TEST_F(Publishing, DoesNotMergeTheChangesOfAProperty) {
 
 TEST_F(Publishing, TellsOwnChangesThenComponentsThenNewThenVanished) {
   Subscribe(client);
-  publisher.AnnounceVanished(Published("1"));
-  publisher.AnnounceVanished(Published("2"));
-  publisher.AnnounceNew(Published("3"));
-  publisher.AnnounceNew(Own("4"));
-  publisher.PushComponentChange(Published("5"));
-  publisher.PushComponentChange(Published("6"));
-  publisher.PushChange(Own("7"));
-  publisher.PushChange(Own("8"));
-  publisher.PublishPeriodically(Own("9"));
+  pending->announcements.AddVanished(Published("1"));
+  pending->announcements.AddVanished(Published("2"));
+  pending->announcements.AddNew(Published("3"));
+  pending->announcements.AddNew(Own("4"));
+  pending->PushChange(Published("5"));
+  pending->PushChange(Published("6"));
+  pending->PushChange(Own("7"));
+  pending->PushChange(Own("8"));
+  pending->periodic.Add(Own("9"));
   EndPeriod();
   EXPECT_EQ((Texts{Responses({OwnEntry("8"),
                               OwnEntry("7"),
@@ -160,35 +77,19 @@ TEST_F(Publishing, TellsOwnChangesThenComponentsThenNewThenVanished) {
             client.TakeTexts());
 }
 
-// Says when its value is read.
-class WatchedProperty final : public ComponentProperty {
- public:
-  static std::shared_ptr<WatchedProperty> Make() {
-    return std::make_shared<WatchedProperty>(
-        MakeToken(), "V", PropertyIdentity("W", "Name", "G", "Group", "C", "Client"), nullptr);
-  }
-  using ComponentProperty::ComponentProperty;
-  std::string GetValueString() const override {
-    on_read();
-    return ComponentProperty::GetValueString();
-  }
-
-  std::function<void()> on_read;
-};
-
 // A change that the pass no longer takes, and the going right after it.
-TEST_F(Publishing, TellsOfAGoingAfterTheChangesBeforeIt) {
+TEST_F(Publishing, TellsThatAPropertyIsGoneAfterTheChangesBeforeIt) {
   Subscribe(client);
   const auto leaving = Published("1");
   const auto busy = WatchedProperty::Make();
   std::uint32_t reads = 0;
   busy->on_read = [&] {
-    if (++reads < ChangeStack::kSlots) publisher.PushComponentChange(busy);
+    if (++reads < ChangeStack::kSlots) pending->PushChange(busy);
     if (reads != ChangeStack::kSlots) return;
-    publisher.PushComponentChange(leaving);
-    publisher.AnnounceVanished(leaving);
+    pending->PushChange(leaving);
+    pending->announcements.AddVanished(leaving);
   };
-  publisher.PushComponentChange(busy);
+  pending->PushChange(busy);
   EndPeriod();
   EndPeriod();
   std::string told;
@@ -203,225 +104,39 @@ TEST_F(Publishing, TellsOfAGoingAfterTheChangesBeforeIt) {
 
 TEST_F(Publishing, TakesChangesAgainAfterThePassThatEmptiedTheStack) {
   Subscribe(client);
-  EXPECT_FALSE(publisher.HasChanges());
+  const auto published = Published("1");
+  EXPECT_FALSE(pending->changes.HasChanges());
   for (int i = 0; i < 499; ++i) {
-    EXPECT_TRUE(publisher.PushChange(property));
-    EXPECT_TRUE(publisher.PushComponentChange(property));
+    EXPECT_TRUE(pending->PushChange(property));
+    EXPECT_TRUE(pending->PushChange(published));
   }
-  EXPECT_FALSE(publisher.PushChange(property));
-  EXPECT_FALSE(publisher.PushComponentChange(property));
-  EXPECT_TRUE(publisher.HasChanges());
+  EXPECT_FALSE(pending->PushChange(property));
+  EXPECT_FALSE(pending->PushChange(published));
+  EXPECT_TRUE(pending->changes.HasChanges());
   publisher.Pass();
-  EXPECT_FALSE(publisher.HasChanges());
-  EXPECT_TRUE(publisher.PushChange(property));
-  EXPECT_TRUE(publisher.PushComponentChange(property));
-}
-
-TEST_F(Publishing, PublishesEverySecondPassAtFirst) {
-  Subscribe(client);
-  EXPECT_EQ(2, PassesUntilWritten(client, 10));
-  EXPECT_EQ(2, PassesUntilWritten(client, 10));
-}
-
-TEST_F(Publishing, RoundsThePeriodDownToWholePasses) {
-  Subscribe(client);
-  period->SetValue(999);
-  PassesUntilWritten(client, 10);
-  EXPECT_EQ(3, PassesUntilWritten(client, 10));
-  period->SetValue(250);
-  PassesUntilWritten(client, 10);
-  EXPECT_EQ(1, PassesUntilWritten(client, 10));
-}
-
-TEST_F(Publishing, ReadsThePeriodOnlyAtAPeriodsEnd) {
-  Subscribe(client);
-  publisher.PushChange(property);
-  publisher.Pass();
-  period->SetValue(1000);
-  EXPECT_EQ(1, PassesUntilWritten(client, 10)) << "the running period ends when it was to end";
-  EXPECT_EQ(4, PassesUntilWritten(client, 10));
-  period->SetValue(0);
-  period->SetValue(500);
-  EXPECT_EQ(4, PassesUntilWritten(client, 10));
-  EXPECT_EQ(2, PassesUntilWritten(client, 10));
-}
-
-TEST_F(Publishing, NeverEndsAPeriodOfLessThanOnePass) {
-  Subscribe(client);
-  for (const std::uint32_t milliseconds : {0u, 1u, 249u}) {
-    const auto short_period = UIntProperty::Make(milliseconds, "S", "S", "General", "General");
-    ChangePublisher never(own, short_period, subscribers, log, [] {});
-    for (int pass = 0; pass < 1000; ++pass) {
-      never.PushChange(property);
-      never.Pass();
-    }
-    EXPECT_TRUE(client.TakeTexts().empty()) << milliseconds;
-  }
-}
-
-TEST_F(Publishing, EndsAPeriodWithoutEntriesAsWell) {
-  Subscribe(client);
-  EndPeriod();
-  EXPECT_TRUE(client.TakeTexts().empty());
-  EXPECT_EQ(2, PassesUntilWritten(client, 10));
-}
-
-TEST_F(Publishing, TellsAClientOnlyWhatItNamed) {
-  Client other, nothing;
-  Subscribe(client, {{"C", "G", "1"}, {"OWN", "G", "2"}});
-  Subscribe(other, {{"C", "G", "2"}});
-  Subscribe(nothing, {{"C", "G", ""}});
-  publisher.PushChange(Own("1"));
-  publisher.PushChange(Own("2"));
-  publisher.PushComponentChange(Published("1"));
-  publisher.PushComponentChange(Published("2"));
-  EndPeriod();
-  EXPECT_EQ((Texts{Responses({OwnEntry("2"), {.guid = "1"}})}), client.TakeTexts());
-  EXPECT_EQ((Texts{Responses({{.guid = "2"}})}), other.TakeTexts());
-  EXPECT_TRUE(nothing.TakeTexts().empty()) << "nothing of it, so no frame";
-  EXPECT_EQ(0, subscribed_all);
-}
-
-TEST_F(Publishing, GivesAllWhoSubscribedToAllTheSameBytes) {
-  std::vector<Client> clients(3);
-  for (const Client& each : clients)
-    Subscribe(each);
-  publisher.PushChange(Own("1"));
-  publisher.PushComponentChange(Published("2"));
-  EndPeriod();
-  const Texts frames = clients[0].stream->writes();
-  ASSERT_EQ(1u, frames.size());
-  EXPECT_EQ(test::FrameOf(Responses({OwnEntry("1"), {.guid = "2"}})), frames[0]);
-  for (const Client& each : clients)
-    EXPECT_EQ(frames, each.stream->writes());
-}
-
-TEST_F(Publishing, DropsAClientWhoseWriteFailsAtOnceAndGoesOn) {
-  for (const int result : {0, 1, Connection::kGone, Connection::kFailed, Connection::kDrained}) {
-    Client broken, named, healthy;
-    Subscribe(broken);
-    Subscribe(named, {{"OWN", "G", "P"}});
-    Subscribe(healthy);
-    broken.stream->GiveToWrites(result);
-    named.stream->GiveToWrites(result);
-    publisher.PushChange(property);
-    EndPeriod();
-    EXPECT_EQ((Texts{Responses({OwnEntry("P")})}), healthy.TakeTexts());
-    EXPECT_EQ(1u, CountSubscribers());
-    EXPECT_EQ(1, broken.connection.use_count()) << "nothing holds it any more";
-    broken.TakeTexts();
-    named.TakeTexts();
-    publisher.PushChange(property);
-    EndPeriod();
-    EXPECT_TRUE(broken.TakeTexts().empty());
-    EXPECT_TRUE(named.TakeTexts().empty());
-    EXPECT_EQ((Texts{Responses({OwnEntry("P")})}), healthy.TakeTexts());
-    const ScopedLock hold(subscribers->lock);
-    EXPECT_EQ(nullptr, subscribers->Find(*broken.connection));
-    subscribers->Remove(*healthy.connection);
-  }
-}
-
-// Refuses what is written to it; says how it goes.
-class RefusingConnection final : public Connection {
- public:
-  explicit RefusingConnection(std::function<void()> on_end) : on_end_(std::move(on_end)) {}
-  ~RefusingConnection() override { on_end_(); }
-  int Read(void*, int) override { return kFailed; }
-  int Write(const void*, int) override { return kGone; }
-  void Close() override {}
-  bool IsOpen() const override { return false; }
-
- private:
-  const std::function<void()> on_end_;
-};
-
-TEST_F(Publishing, LetsADroppedClientGoWhenTheListIsFree) {
-  int ended = 0;
-  bool free = false;
-  Subscribe(Client(std::make_shared<RefusingConnection>([&] {
-    ++ended;
-    free = ListIsFree();
-  })));
-  publisher.PushChange(property);
-  EndPeriod();
-  EXPECT_EQ(1, ended);
-  EXPECT_TRUE(free);
-}
-
-TEST_F(Publishing, TakesTheKeyOfAVanishedPropertyFromThoseWhoWereTold) {
-  Subscribe(client, {{"C", "G", "1"}, {"C", "G", "2"}});
-  publisher.AnnounceVanished(Published("1"));
-  EndPeriod();
-  EXPECT_EQ((Texts{Responses({{.guid = "1", .status = kGone}})}), client.TakeTexts());
-  EXPECT_EQ((UpdateEntries::Keys{"C:G:2"}), KeysOf(client));
-  publisher.AnnounceNew(Published("1"));
-  EndPeriod();
-  EXPECT_TRUE(client.TakeTexts().empty());
-  EXPECT_EQ(0, subscribed_all);
-}
-
-TEST_F(Publishing, TakesAClientWithoutKeysLeftForOneThatSubscribedToAll) {
-  const Client after_it;
-  Subscribe(client, {{"C", "G", "1"}});
-  Subscribe(after_it, {{"C", "G", "2"}});
-  publisher.AnnounceVanished(Published("1"));
-  publisher.PushChange(Own("2"));
-  EndPeriod();
-  EXPECT_EQ((Texts{Responses({{.guid = "1", .status = kGone}})}), client.TakeTexts());
-  EXPECT_EQ(1, subscribed_all);
-  publisher.PushChange(Own("2"));
-  EndPeriod();
-  EXPECT_EQ((Texts{Responses({OwnEntry("2")})}), client.TakeTexts());
-  EXPECT_EQ(1, subscribed_all) << "told once";
-}
-
-TEST_F(Publishing, TellsOfASubscriptionToAllWhenTheListIsFree) {
-  bool free = false;
-  on_subscribe_all = [&] { free = ListIsFree(); };
-  Subscribe(client, {{"C", "G", "1"}});
-  publisher.AnnounceVanished(Published("1"));
-  EndPeriod();
-  EXPECT_EQ(1, subscribed_all);
-  EXPECT_TRUE(free);
-}
-
-TEST_F(Publishing, GoesOnWithTheNextPeriodWhenASubscriptionToAllCannotBeMade) {
-  on_subscribe_all = [] { throw std::bad_alloc(); };
-  Subscribe(client, {{"C", "G", "1"}});
-  publisher.AnnounceVanished(Published("1"));
-  publisher.Pass();
-  EXPECT_THROW(publisher.Pass(), std::bad_alloc);
-  client.TakeTexts();
-  EXPECT_EQ(2, PassesUntilWritten(client, 10));
-}
-
-TEST_F(Publishing, DoesNotTakeADroppedClientForOneThatSubscribedToAll) {
-  Subscribe(client, {{"C", "G", "1"}});
-  client.stream->GiveToWrites(Connection::kGone);
-  publisher.AnnounceVanished(Published("1"));
-  EndPeriod();
-  EXPECT_EQ(0, subscribed_all);
+  EXPECT_FALSE(pending->changes.HasChanges());
+  EXPECT_TRUE(pending->PushChange(property));
+  EXPECT_TRUE(pending->PushChange(published));
 }
 
 TEST_F(Publishing, TellsPeriodicPropertiesAtEveryEndUntilTheyGo) {
   Subscribe(client);
-  publisher.PublishPeriodically(property);
+  pending->periodic.Add(property);
   publisher.Pass();
   property->SetFromString("W");
   publisher.Pass();
   EndPeriod();
   EXPECT_EQ((Texts{Responses({OwnEntry("P", "W")}), Responses({OwnEntry("P", "W")})}),
             client.TakeTexts());
-  publisher.PublishNoLonger(property);
+  pending->periodic.Remove(property);
   EndPeriod();
   EXPECT_TRUE(client.TakeTexts().empty());
 }
 
-TEST_F(Publishing, TellsNobodyWhatChangedWhenThereWasNobody) {
-  publisher.PushChange(property);
-  publisher.AnnounceNew(property);
-  publisher.AnnounceVanished(property);
+TEST_F(Publishing, TellsNoSubscriberWhatChangedBeforeItCame) {
+  pending->PushChange(property);
+  pending->announcements.AddNew(property);
+  pending->announcements.AddVanished(property);
   publisher.Pass();
   EXPECT_EQ(1, property.use_count()) << "it is let go all the same";
   Subscribe(client);
@@ -429,340 +144,46 @@ TEST_F(Publishing, TellsNobodyWhatChangedWhenThereWasNobody) {
   EXPECT_TRUE(client.TakeTexts().empty());
 }
 
-// Counts how often its value is asked for, and can refuse to give it.
-class AskedProperty final : public StringProperty {
- public:
-  AskedProperty() : StringProperty(MakeToken(), "V", PropertyIdentity("P", "Name", "G", "Group")) {}
-  std::string GetValueString() const override {
-    ++asked;
-    if (out_of_memory) throw std::bad_alloc();
-    return StringProperty::GetValueString();
-  }
-  mutable int asked = 0;
-  bool out_of_memory = false;
-};
-
-TEST_F(Publishing, RendersNothingForNobodyAndOnceForMany) {
+TEST_F(Publishing, RendersNothingForNoSubscriberAndOnceForMany) {
   const auto asked = std::make_shared<AskedProperty>();
-  publisher.PushChange(asked);
-  publisher.PublishPeriodically(asked);
+  pending->PushChange(asked);
+  pending->periodic.Add(asked);
   EndPeriod();
   EXPECT_EQ(0, asked->asked);
-  publisher.PublishNoLonger(asked);
+  pending->periodic.Remove(asked);
   std::vector<Client> clients(3);
   for (const Client& each : clients)
     Subscribe(each);
-  publisher.PushChange(asked);
+  pending->PushChange(asked);
   EndPeriod();
   EXPECT_EQ(1, asked->asked);
-}
-
-TEST_F(Publishing, LosesOnlyTheEntryThatThereIsNoMemoryFor) {
-  Subscribe(client);
-  const auto broken = std::make_shared<AskedProperty>();
-  broken->out_of_memory = true;
-  publisher.PublishPeriodically(broken);
-  publisher.PushChange(Own("1"));
-  publisher.PushChange(broken);
-  publisher.AnnounceNew(Own("2"));
-  EndPeriod();
-  EXPECT_EQ((Texts{Responses({OwnEntry("1"), OwnEntry("2")})}), client.TakeTexts());
-  EXPECT_EQ(2, PassesUntilWritten(client, 10)) << "and periods go on ending";
-}
-
-TEST_F(Publishing, KeepsWhatComesAndGoesForAPassWithMoreMemory) {
-  Subscribe(client);
-  publisher.AnnounceVanished(Published("1"));
-  publisher.AnnounceNew(Published("1", "W"));
-  publisher.AnnounceNew(Own("2"));
-  {
-    const test::LimitedAllocations none(0);
-    publisher.Pass();
-  }
-  publisher.Pass();
-  EXPECT_EQ((Texts{Responses({OwnEntry("2"), {.guid = "1", .status = kGone}})}),
-            client.TakeTexts());
-  EndPeriod();
-  EXPECT_EQ((Texts{Responses({{.guid = "1", .value = "W"}})}), client.TakeTexts());
-}
-
-TEST_F(Publishing, GivesTheMemoryOfABurstBack) {
-  Client to_all;
-  Subscribe(to_all);
-  Subscribe(client, {{"OWN", "G", "P"}});
-  property->SetFromString(std::string(1'000'000, 'x'));
-  EndPeriod();
-  const std::size_t before = test::BytesInUse();
-  publisher.PushChange(property);
-  EndPeriod();
-  for (Client* const each : {&client, &to_all})
-    EXPECT_EQ(1u, each->TakeTexts().size());
-  EXPECT_GT(before + 100'000, test::BytesInUse());
 }
 
 // Changes again each time that it is asked for its value.
 class RestlessProperty final : public StringProperty {
  public:
-  explicit RestlessProperty(ChangePublisher& publisher)
+  explicit RestlessProperty(PendingUpdates& pending)
       : StringProperty(MakeToken(), "V", PropertyIdentity("P", "Name", "G", "Group")),
-        publisher_(publisher) {}
+        pending_(pending) {}
   std::string GetValueString() const override {
     if (++asked < 10'000)
-      publisher_.PushChange(std::const_pointer_cast<Property>(shared_from_this()));
+      pending_.PushChange(std::const_pointer_cast<Property>(shared_from_this()));
     return StringProperty::GetValueString();
   }
   mutable std::uint32_t asked = 0;
 
  private:
-  ChangePublisher& publisher_;
+  PendingUpdates& pending_;
 };
 
 TEST_F(Publishing, EndsAPassThoughChangesComeAsFastAsTheyAreTaken) {
   Subscribe(client);
-  const auto restless = std::make_shared<RestlessProperty>(publisher);
-  publisher.PushChange(restless);
+  const auto restless = std::make_shared<RestlessProperty>(*pending);
+  pending->PushChange(restless);
   publisher.Pass();
   EXPECT_EQ(ChangeStack::kSlots, restless->asked);
-  EXPECT_TRUE(publisher.HasChanges());
-}
-
-class ThrowingConnection final : public Connection {
- public:
-  int Read(void*, int) override { return kFailed; }
-  int Write(const void*, int) override { throw std::bad_alloc(); }
-  void Close() override {}
-  bool IsOpen() const override { return true; }
-};
-
-TEST_F(Publishing, TellsThoseBehindASubscriberForWhomThereIsNoMemory) {
-  const Client throwing(std::make_shared<ThrowingConnection>());
-  Subscribe(throwing);
-  Subscribe(client);
-  for (int i = 0; i < 3; ++i)
-    EXPECT_EQ(2, PassesUntilWritten(client, 10));
-  EXPECT_EQ(2u, CountSubscribers());
-}
-
-TEST_F(Publishing, TellsOfAGoingHoweverMuchElseThePeriodHas) {
-  Subscribe(client, {{"C", "G", "1"}});
-  property->SetFromString(std::string(UpdateEntries::kMostBytes - 200, 'x'));
-  publisher.PushChange(property);
-  publisher.AnnounceVanished(Published("1"));
-  EndPeriod();
-  EXPECT_EQ((Texts{Responses({{.guid = "1", .status = kGone}})}), client.TakeTexts());
-  EXPECT_EQ(0u, KeysOf(client).size());
-}
-
-TEST_F(Publishing, MakesNothingForASubscriberWhoseConnectionHasEnded) {
-  Client to_all, named, staying;
-  Subscribe(to_all);
-  Subscribe(named, {{"OWN", "G", "P"}});
-  Subscribe(staying);
-  to_all.stream->Close();
-  named.stream->Close();
-  publisher.PushChange(property);
-  EndPeriod();
-  EXPECT_TRUE(to_all.TakeTexts().empty());
-  EXPECT_TRUE(named.TakeTexts().empty());
-  EXPECT_EQ(1u, staying.TakeTexts().size());
-  EXPECT_EQ(1u, CountSubscribers());
-}
-
-TEST_F(Publishing, PublishesNothingOnceItIsStopped) {
-  Subscribe(client);
-  publisher.PushChange(property);
-  publisher.Pass();
-  publisher.PushChange(property);
-  publisher.Stop();
-  EndPeriod();
-  EXPECT_TRUE(client.TakeTexts().empty());
-  EXPECT_TRUE(publisher.HasChanges());
-}
-
-TEST_F(Publishing, LeavesOffAPassWhenItIsStopped) {
-  Subscribe(client);
-  const auto stopping = WatchedProperty::Make();
-  const auto behind = WatchedProperty::Make();
-  bool read = false;
-  stopping->on_read = [&] { publisher.Stop(); };
-  behind->on_read = [&] { read = true; };
-  publisher.PushChange(stopping);
-  publisher.PushComponentChange(behind);
-  publisher.AnnounceNew(behind);
-  publisher.AnnounceVanished(behind);
-  publisher.PublishPeriodically(behind);
-  EndPeriod();
-  EXPECT_FALSE(read);
-  EXPECT_TRUE(client.TakeTexts().empty());
-}
-
-TEST_F(Publishing, TellsNoFurtherSubscriberWhenItIsStopped) {
-  class StoppingConnection final : public Connection {
-   public:
-    explicit StoppingConnection(ChangePublisher& publisher) : publisher_(publisher) {}
-    int Read(void*, int) override { return kFailed; }
-    int Write(const void*, int length) override {
-      publisher_.Stop();
-      return length;
-    }
-    void Close() override {}
-    bool IsOpen() const override { return true; }
-
-   private:
-    ChangePublisher& publisher_;
-  };
-  const Client stopping(std::make_shared<StoppingConnection>(publisher));
-  Subscribe(stopping);
-  Subscribe(client);
-  publisher.PushChange(property);
-  EndPeriod();
-  EXPECT_TRUE(client.TakeTexts().empty());
-  EXPECT_EQ(2u, CountSubscribers());
-}
-
-TEST_F(Publishing, TellsNobodyOfASubscriptionToAllOnceItIsDisconnected) {
-  Subscribe(client, {{"C", "G", "1"}});
-  publisher.AnnounceVanished(Published("1"));
-  publisher.Disconnect();
-  EndPeriod();
-  EXPECT_EQ(1u, client.TakeTexts().size());
-  EXPECT_EQ(0, subscribed_all);
-}
-
-TEST_F(Publishing, SaysOnceAPeriodThatItHasNoRoomForMore) {
-  Subscribe(client);
-  property->SetFromString(std::string(UpdateEntries::kMostBytes / 2, 'x'));
-  for (int period_number = 0; period_number < 2; ++period_number) {
-    for (int i = 0; i < 3; ++i)
-      publisher.PushChange(property);
-    publisher.Pass();
-    publisher.PushChange(property);
-    publisher.Pass();
-    EXPECT_EQ((Texts{"More happens in a publishing period than subscribers can be told of"}),
-              log->TakeLines());
-  }
-  publisher.PushChange(property);
-  EndPeriod();
-  EXPECT_TRUE(log->TakeLines().empty());
-}
-
-// What is not told anew by a change must not be kept for it either.
-TEST_F(Publishing, RemembersNothingThatItHadNoRoomFor) {
-  Subscribe(client, {{"C", "G", "other"}});
-  property->SetFromString(std::string(UpdateEntries::kMostBytes - 1000, 'x'));
-  publisher.PushChange(property);
-  const auto refused = Published("1", std::string(10'000, 'x'));
-  publisher.AnnounceNew(refused);
-  publisher.Pass();
-  EXPECT_EQ(1, refused.use_count());
-}
-
-TEST_F(Publishing, KeepsNothingThatHasGoneThoughItsGoingIsNotTold) {
-  period->SetValue(0);
-  EndPeriod();
-  Subscribe(client, {{"C", "G", "other"}});
-  const auto told = Published("1");
-  publisher.AnnounceNew(told);
-  publisher.Pass();
-  EXPECT_EQ(2, told.use_count()) << "its value may be overtaken";
-  property->SetFromString(std::string(UpdateEntries::kMostBytes - 1000, 'x'));
-  publisher.PushChange(property);
-  for (int i = 0; i < 6; ++i)
-    publisher.AnnounceVanished(Published("2", std::string(1'000'000, 'x')));
-  publisher.AnnounceVanished(told);
-  told->SetFromString(std::string(1'000'000, 'x'));
-  publisher.Pass();
-  EXPECT_EQ(1, told.use_count());
-}
-
-TEST_F(Publishing, KeepsNothingOfWhoseGoingNoAnnouncementCame) {
-  period->SetValue(0);
-  EndPeriod();
-  Subscribe(client, {{"C", "G", "other"}});
-  const auto told = Published("1");
-  publisher.AnnounceNew(told);
-  publisher.Pass();
-  EXPECT_EQ(2, told.use_count());
-  const auto other = Published("2");
-  for (std::size_t i = 0; i < Announcements::kMostWaiting; ++i)
-    publisher.AnnounceVanished(other);
-  publisher.AnnounceVanished(told);
-  publisher.Pass();
-  EXPECT_EQ(1, told.use_count());
-}
-
-// Says when it was written to.
-class SignallingConnection final : public Connection {
- public:
-  int Read(void*, int) override { return kFailed; }
-  int Write(const void*, int length) override {
-    written.Release();
-    return length;
-  }
-  void Close() override {}
-  bool IsOpen() const override { return true; }
-  platform::Semaphore written;
-};
-
-bool WaitForWrite(SignallingConnection& stream) {
-  return stream.written.WaitUntil(platform::MonotonicNow() +
-                                  10'000 * platform::kTicksPerMillisecond);
-}
-
-TEST_F(Publishing, RunsOnItsOwnThreadUntilItIsDestroyed) {
-  const auto stream = std::make_shared<SignallingConnection>();
-  const std::uint32_t workers = LiveWorkerThreads::Live();
-  {
-    period->SetValue(0);
-    const auto running = MakeRunning();
-    PublishingThread thread(running);
-    period->SetValue(250);  // read again when the thread starts
-    Subscribe(Client(stream));
-    thread.Start(249);
-    EXPECT_EQ(workers + 1, LiveWorkerThreads::Live());
-    running->PushChange(property);
-    EXPECT_TRUE(WaitForWrite(*stream));
-    running->PushChange(property);
-    EXPECT_TRUE(WaitForWrite(*stream));
-  }
-  EXPECT_EQ(workers, LiveWorkerThreads::Live());
-}
-
-TEST_F(Publishing, TakesNoLessThanAPeriodForAPeriod) {
-  const auto stream = std::make_shared<SignallingConnection>();
-  Subscribe(Client(stream));
-  period->SetValue(1000);
-  const auto running = MakeRunning();
-  PublishingThread thread(running);
-  running->PushChange(property);
-  const platform::Ticks start = platform::MonotonicNow();
-  thread.Start(249);
-  EXPECT_TRUE(WaitForWrite(*stream));
-  const platform::Ticks taken = platform::MonotonicNow() - start;
-  EXPECT_GE(taken, 1000 * platform::kTicksPerMillisecond);
-}
-
-TEST_F(Publishing, RunsOnWhenAPassHasNoMemory) {
-  const auto stream = std::make_shared<SignallingConnection>();
-  Subscribe(Client(stream), {{"C", "G", "1"}});
-  period->SetValue(250);
-  const auto running = MakeRunning([] { throw std::bad_alloc(); });
-  PublishingThread thread(running);
-  running->AnnounceVanished(Published("1"));
-  thread.Start(249);
-  EXPECT_TRUE(WaitForWrite(*stream));
-  running->PushChange(property);
-  EXPECT_TRUE(WaitForWrite(*stream));
-}
-
-TEST_F(Publishing, IsDestroyedWithoutWaitingForThePass) {
-  const platform::Ticks start = platform::MonotonicNow();
-  for (int i = 0; i < 20; ++i) {
-    PublishingThread thread(MakeRunning());
-    thread.Start(249);
-  }
-  EXPECT_GT(20 * 250 * platform::kTicksPerMillisecond, platform::MonotonicNow() - start);
+  EXPECT_TRUE(pending->changes.HasChanges());
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -12,7 +12,7 @@
 #include "tests/store/engine/start_gate.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 std::shared_ptr<Property> Make(std::uint32_t value = 0) {
@@ -68,9 +68,9 @@ TEST(ChangeStack, LosesNoneOfTheChangesOfManyThreads) {
   constexpr int kChanges = 400;
   ChangeStack stack;
   const auto property = Make();
-  test::StartGate gate(kThreads + 1);
+  StartGate gate(kThreads + 1);
   std::atomic<int> taken{0};
-  std::vector<test::TestThread> threads;
+  std::vector<TestThread> threads;
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&] {
       gate.Pass();
@@ -87,4 +87,4 @@ TEST(ChangeStack, LosesNoneOfTheChangesOfManyThreads) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

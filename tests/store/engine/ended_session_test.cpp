@@ -10,12 +10,8 @@
 
 #include "tests/store/engine/engine_fixture.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Client;
-using test::EntryText;
-using test::Responses;
 
 constexpr int kEntries = 1000;
 
@@ -47,7 +43,7 @@ std::string Address(std::string_view guid) {
   return R"({"Component": "OWN","GUID": "G:)" + std::string(guid) + R"("})";
 }
 
-class EndedSession : public test::EngineTest {
+class EndedSession : public EngineTest {
  protected:
   // What happens at an unload: the service closes its end.
   void EndSession() { client.connection->Close(); }
@@ -172,4 +168,4 @@ TEST_F(EndedSession, IsNotOneThatTheClientClosedItself) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

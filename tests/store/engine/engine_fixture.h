@@ -14,12 +14,15 @@
 
 #include "store/engine/property_engine.h"
 #include "store/property/property_key.h"
+#include "store/property/string_property.h"
 #include "tests/support/frames.h"
 #include "tests/support/scripted_connection.h"
 #include "tests/support/stream_fakes.h"
 #include "tests/support/test_engine.h"
 
 namespace valmere::test {
+
+using Texts = std::vector<std::string>;
 
 inline constexpr std::string_view kGone = kStatusNoLongerAvailable;
 
@@ -93,6 +96,30 @@ inline std::string NotFound(std::string_view component, std::string_view joined_
          R"(","GroupString": "Unknown Group","NameString": "Unknown Property",)"
          R"("Status": "Property Not Found","Value": "Invalid Value"})";
 }
+
+// The messages with this answer to a get and with these members.
+inline std::string Answer(std::string_view entry) {
+  return R"({"PropertyGetResponses": [)" + std::string(entry) + "]}";
+}
+inline std::string Message(std::initializer_list<std::string> members) {
+  std::string text = "{";
+  for (const std::string& member : members) {
+    if (text.size() > 1) text += ",";
+    text += member;
+  }
+  return text + "}";
+}
+
+// Members of messages, and one message.
+inline constexpr const char* kGetAllText = R"({"GetAllProperties": true})";
+inline constexpr const char* kSetOwn =
+    R"("PropertySetRequests": [{"Component": "OWN","GUID": "G:P",)"
+    R"("Value": "new"}])";
+inline constexpr const char* kGetOwn =
+    R"("PropertyGetRequests": [{"Component": "OWN","GUID": "G:P"}])";
+inline constexpr const char* kSubscribe =
+    R"("PropertySubscribeRequests": [{"Component": "OWN","GUID": "G:P"}])";
+inline constexpr const char* kSubscribeAll = R"("SubscribeAllCurrentAndNewProperties": true)";
 
 class EngineTest : public ::testing::Test {
  protected:

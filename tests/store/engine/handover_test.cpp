@@ -1,4 +1,4 @@
-// Who owns a property that several clients publish, and who is told what of it.
+// Which client owns a property that several publish, and what each is told of it.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -12,19 +12,10 @@
 #include "tests/store/engine/start_gate.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::Client;
-using test::EntryText;
-using test::kGone;
-using test::NotFound;
-using test::Responses;
-using test::TestThread;
-
-using Texts = std::vector<std::string>;
-
-class Handover : public test::EngineTest {
+class Handover : public EngineTest {
  protected:
   static std::string Set(std::string_view guid = "P") {
     return R"({"PropertySetRequests": [{"Component": "C","GUID": "G:)" + std::string(guid) +
@@ -68,7 +59,7 @@ TEST_F(Handover, MakesALivingClientThatPublishedSinceTheOwner) {
   EXPECT_EQ((Texts{Responses({{.status = kGone, .value = "W"}})}), EndPeriod(subscriber));
 }
 
-TEST_F(Handover, PrefersTheOneWhoPublishedLast) {
+TEST_F(Handover, PrefersTheClientThatPublishedLast) {
   Publish(owner, EntryText{});
   Publish(second, EntryText{});
   Publish(third, EntryText{});
@@ -81,7 +72,7 @@ TEST_F(Handover, PrefersTheOneWhoPublishedLast) {
   EXPECT_FALSE(IsThere());
 }
 
-TEST_F(Handover, PassesOverThoseWhoHaveGone) {
+TEST_F(Handover, PassesOverClientsThatHaveGone) {
   Publish(owner, EntryText{});
   Publish(second, EntryText{});
   Publish(third, EntryText{});
@@ -140,7 +131,7 @@ TEST_F(Handover, LeavesAWithdrawalByMessageAsItIs) {
   EXPECT_EQ(1, second.connection.use_count());
   Publish(third, EntryText{});
   Leave(third);
-  EXPECT_FALSE(IsThere()) << "who published before the withdrawal has no claim";
+  EXPECT_FALSE(IsThere()) << "a client that published before the withdrawal has no claim";
 }
 
 TEST_F(Handover, TakesPlaceAtTheFirstSetAfterTheOwnersEnd) {
@@ -152,7 +143,7 @@ TEST_F(Handover, TakesPlaceAtTheFirstSetAfterTheOwnersEnd) {
   EXPECT_TRUE(IsOwner(second));
 }
 
-TEST_F(Handover, GoesToWhoPublishesAfterTheOwnersEndBeforeThoseWhoDidEarlier) {
+TEST_F(Handover, PrefersAPublisherAfterTheOwnersEndToEarlierHeirs) {
   Publish(owner, EntryText{});
   Publish(second, EntryText{});
   owner.stream->Close();
@@ -183,7 +174,7 @@ TEST_F(Handover, LeavesNoDeadOwnerWhenTwoEndAtOnce) {
       Publish(i % 2 != 0 ? first : other, {.guid = guid});
       Publish(i % 2 != 0 ? other : first, {.guid = guid});
     }
-    test::StartGate gate(2);
+    StartGate gate(2);
     TestThread ending([&] {
       gate.Pass();
       engine->ConnectionEnded(*first.connection);
@@ -225,13 +216,13 @@ TEST_F(Handover, LeavesOffWhenTheServiceEndsTheSession) {
   EXPECT_TRUE(IsThere(std::to_string(kStep)));
 }
 
-// Publications and ends of two clients in every order: whoever is there in the end owns it.
+// Publications and ends of two clients in every order: the one that is there in the end owns it.
 TEST_F(Handover, LosesNoPublicationAmidTheEndOfTheOwner) {
   constexpr int kRounds = 200;
   for (int round = 0; round < kRounds; ++round) {
     Client leaving, staying;
     Publish(leaving, EntryText{});
-    test::StartGate gate(2);
+    StartGate gate(2);
     TestThread ending([&] {
       gate.Pass();
       engine->ConnectionEnded(*leaving.connection);  // its stream is open: it said goodbye
@@ -269,7 +260,7 @@ TEST_F(OwnComponent, OfAPublicationIsAnnouncedToSubscribersToAll) {
             EndPeriod(subscriber));
 }
 
-TEST_F(OwnComponent, OfAPublicationIsAnnouncedToWhoNamedItBefore) {
+TEST_F(OwnComponent, OfAPublicationIsAnnouncedToAClientThatNamedItBefore) {
   EXPECT_TRUE(Send(subscriber, Subscription()));
   PublishAsService(owner);
   EXPECT_EQ((Texts{Responses({{.component = "OWN"}})}), EndPeriod(subscriber));
@@ -296,7 +287,7 @@ TEST_F(OwnComponent, OfAPublicationIsNamedBesideTheServicesPropertyOfThatKey) {
             EndPeriod(subscriber));
 }
 
-TEST_F(OwnComponent, OfAQuietPublicationIsToldAtEveryPeriodsEnd) {
+TEST_F(OwnComponent, OfAQuietPublicationIsPublishedAtEveryPeriodsEnd) {
   engine->DeclareQuiet("OWN", "G", "P");
   EXPECT_TRUE(Send(subscriber, R"({"SubscribeAllCurrentAndNewProperties": true})"));
   PublishAsService(owner);
@@ -313,4 +304,4 @@ TEST_F(OwnComponent, IsNotLookedForAmongPublications) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -12,13 +12,13 @@
 #include "tests/support/allocations.h"
 #include "tests/support/scripted_connection.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 using Keys = std::set<std::string, std::less<>>;
 
 std::shared_ptr<ClientConnection> MakeClient() {
-  return std::make_shared<ClientConnection>(std::make_shared<test::ScriptedConnection>());
+  return std::make_shared<ClientConnection>(std::make_shared<ScriptedConnection>());
 }
 
 Subscriber& Add(SubscriberList& list, const std::shared_ptr<ClientConnection>& client,
@@ -28,7 +28,7 @@ Subscriber& Add(SubscriberList& list, const std::shared_ptr<ClientConnection>& c
   return subscriber;
 }
 
-TEST(SubscriberList, FindsNobodyAtFirst) {
+TEST(SubscriberList, FindsNoClientAtFirst) {
   SubscriberList list;
   const ScopedLock hold(list.lock);
   EXPECT_EQ(nullptr, list.Find(*MakeClient()));
@@ -161,7 +161,7 @@ TEST(SubscriberList, KeepsThoseThatAVisitorWantsInTheirOrder) {
   EXPECT_FALSE(list.Any());
 }
 
-TEST(SubscriberList, LosesNobodyWhenAVisitorThrows) {
+TEST(SubscriberList, LosesNoSubscriberWhenAVisitorThrows) {
   SubscriberList list;
   const auto first = MakeClient(), second = MakeClient(), third = MakeClient();
   const ScopedLock hold(list.lock);
@@ -187,13 +187,13 @@ TEST(SubscriberList, RegistersAClientWithAllItsKeysOrNotAtAll) {
   const Keys named{"C:G:" + std::string(100, 'P'), "C:H:" + std::string(100, 'P')};
   Keys keys = named;
   const ScopedLock hold(list.lock);
-  test::FailEachAllocation([&]() NO_THREAD_SAFETY_ANALYSIS { list.Add(client, keys); },
-                           [&]() NO_THREAD_SAFETY_ANALYSIS {
-                             EXPECT_EQ(named, keys);
-                             EXPECT_EQ(0u, list.size());
-                             EXPECT_EQ(nullptr, list.Find(*client));
-                             EXPECT_FALSE(list.Any());
-                           });
+  FailEachAllocation([&]() NO_THREAD_SAFETY_ANALYSIS { list.Add(client, keys); },
+                     [&]() NO_THREAD_SAFETY_ANALYSIS {
+                       EXPECT_EQ(named, keys);
+                       EXPECT_EQ(0u, list.size());
+                       EXPECT_EQ(nullptr, list.Find(*client));
+                       EXPECT_FALSE(list.Any());
+                     });
   EXPECT_EQ(named, list.Find(*client)->keys);
   EXPECT_NE(nullptr, list.Remove(*client));
   EXPECT_EQ(0u, list.size());
@@ -210,7 +210,7 @@ TEST(SubscriberList, AddsManyKeysStepByStepWithoutMemory) {
   Add(list, client, {"1", "a"});
   std::size_t steps = 0;
   {
-    const test::LimitedAllocations none(0);
+    const LimitedAllocations none(0);
     for (; !keys.empty(); ++steps)
       list.Add(client, keys);
   }
@@ -242,4 +242,4 @@ TEST(SubscriberList, LetsTheConnectionGoWithTheEntry) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

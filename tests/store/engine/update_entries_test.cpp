@@ -10,14 +10,8 @@
 #include "tests/support/allocations.h"
 #include "tests/support/frames.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::EntryText;
-using test::FrameOf;
-using test::Responses;
-
-using test::kGone;
 
 const std::atomic<bool> kWanted{false};
 
@@ -123,23 +117,23 @@ TEST(UpdateEntries, ForgetsWhatWasCleared) {
 
 TEST(UpdateEntries, GivesTheMemoryOfABurstBack) {
   UpdateEntries entries(kWanted);
-  const std::size_t before = test::BytesInUse();
+  const std::size_t before = BytesInUse();
   for (int i = 0; i < 10'000; ++i)
     entries.Append(Record("1"));
   EXPECT_LT(1'000'000u, entries.WholeFrame().size());
   entries.Clear();
-  EXPECT_GT(100'000u, test::BytesInUse() - before);
+  EXPECT_GT(100'000u, BytesInUse() - before);
 }
 
 TEST(UpdateEntries, StayAsTheyAreWhenThereIsNoMemoryForOneMore) {
   UpdateEntries entries(kWanted);
   entries.Append(Record("1"));
   const std::string guid(100, '2');
-  test::FailEachAllocation([&] { entries.Append(Record(guid)); },
-                           [&] {
-                             EXPECT_EQ(1u, entries.size());
-                             EXPECT_EQ(FrameOf(Responses({{.guid = "1"}})), entries.WholeFrame());
-                           });
+  FailEachAllocation([&] { entries.Append(Record(guid)); },
+                     [&] {
+                       EXPECT_EQ(1u, entries.size());
+                       EXPECT_EQ(FrameOf(Responses({{.guid = "1"}})), entries.WholeFrame());
+                     });
   EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = guid}})), entries.WholeFrame());
 }
 
@@ -150,11 +144,11 @@ TEST(UpdateEntries, LeaveTheKeysAsTheyAreWhenThereIsNoMemoryForTheirText) {
   entries.Append(Record("2", value));
   UpdateEntries::Keys keys{"C:G:1", "C:G:2"};
   std::string frame;
-  test::FailEachAllocation([&] { entries.FrameFor(keys, frame, IsWanted); },
-                           [&] {
-                             EXPECT_EQ(2u, keys.size());
-                             std::string().swap(frame);
-                           });
+  FailEachAllocation([&] { entries.FrameFor(keys, frame, IsWanted); },
+                     [&] {
+                       EXPECT_EQ(2u, keys.size());
+                       std::string().swap(frame);
+                     });
   EXPECT_EQ(UpdateEntries::Keys{"C:G:2"}, keys);
 }
 
@@ -199,7 +193,7 @@ TEST(UpdateEntries, RefusesWhatComesAfterTheMostThatAPeriodTakes) {
   EXPECT_TRUE(entries.Append(Record("2")));
 }
 
-TEST(UpdateEntries, LeaveOffForASubscriberWhoHasGone) {
+TEST(UpdateEntries, LeaveOffForASubscriberThatHasGone) {
   UpdateEntries entries(kWanted);
   entries.Append(Record("1", "V", kGone));
   for (int i = 0; i < 1000; ++i)
@@ -226,4 +220,4 @@ TEST(UpdateEntries, LeaveOffWhenThePublisherStops) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -10,12 +10,8 @@
 #include "tests/store/property/change_counter.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::ChangeCounter;
-using test::StartGate;
-using test::TestThread;
 
 std::shared_ptr<BoolProperty> MakeFlag(bool value) {
   return BoolProperty::Make(value, "GUID", "Name", "GROUP", "Group");
@@ -117,4 +113,4 @@ TEST(BoolProperty, AnnouncesOnceWhatSeveralThreadsSetAtOnce) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -8,17 +8,11 @@
 #include "net/client_connection.h"
 #include "tests/store/engine/start_gate.h"
 #include "tests/store/property/change_counter.h"
-#include "tests/store/property/make_connection.h"
+#include "tests/store/property/published_property.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::ChangeCounter;
-using test::StartGate;
-using test::TestThread;
-
-using test::MakeConnection;
 
 std::shared_ptr<ComponentProperty> MakePublished(std::shared_ptr<ClientConnection> connection) {
   return ComponentProperty::Make("value", "GUID", "Name", "GROUP", "Group", "COMPONENT",
@@ -90,4 +84,4 @@ TEST(ComponentProperty, ChangesItsConnectionWhileOthersReadIt) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

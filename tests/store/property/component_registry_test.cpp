@@ -13,27 +13,17 @@
 
 #include "net/client_connection.h"
 #include "tests/store/engine/start_gate.h"
-#include "tests/store/property/make_connection.h"
+#include "tests/store/property/published_property.h"
 #include "tests/support/allocations.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::StartGate;
-using test::TestThread;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 using Handle = ComponentRegistry::Handle;
-
-using test::MakeConnection;
-
-Handle Make(std::string_view component, std::string_view group_guid, std::string_view guid,
-            std::shared_ptr<ClientConnection> connection = nullptr) {
-  return ComponentProperty::Make("value", guid, "Name", group_guid, "Group", component, "Component",
-                                 std::move(connection));
-}
 
 std::vector<std::string> Keys(const std::vector<Handle>& properties) {
   std::vector<std::string> keys;
@@ -57,10 +47,6 @@ std::vector<std::string> RemoveOwnedBy(ComponentRegistry& registry,
   return keys;
 }
 
-bool AnyCanOwn(const ClientConnection&) {
-  return true;
-}
-
 std::vector<std::string> GroupOf(const ComponentRegistry& registry, std::string_view group_guid) {
   std::vector<Handle> properties;
   for (std::uint64_t next = 0; registry.ListGroup(group_guid, next, properties);) {
@@ -77,28 +63,27 @@ std::vector<std::string> AllOf(const ComponentRegistry& registry) {
 
 TEST(ComponentRegistry, IsAsItWasWhenThereIsNoMemoryToAdd) {
   ComponentRegistry registry(AnyCanOwn);
-  const auto present = Make("c", "g", "b");
+  const auto present = MakeOfComponent("c", "g", "b");
   registry.Add(present);
-  const auto property = Make("c", "g", "a");
-  test::FailEachAllocation([&] { registry.Add(property); },
-                           [&] { EXPECT_EQ(registry.Find("a", "g", "c"), nullptr); });
+  const auto property = MakeOfComponent("c", "g", "a");
+  FailEachAllocation([&] { registry.Add(property); },
+                     [&] { EXPECT_EQ(registry.Find("a", "g", "c"), nullptr); });
   EXPECT_EQ(registry.Find("a", "g", "c"), property);
   EXPECT_THAT(GroupOf(registry, "g"), ElementsAre(present->key(), property->key()));
 }
 
 TEST(ComponentRegistry, KeepsNoGroupThatThereWasNoMemoryToFill) {
   ComponentRegistry registry(AnyCanOwn);
-  const auto property = Make("c", std::string(100, 'g'), "a");
-  const std::size_t before = test::BytesInUse();
-  test::FailEachAllocation([&] { registry.Add(property); },
-                           [&] { EXPECT_EQ(test::BytesInUse(), before); });
+  const auto property = MakeOfComponent("c", std::string(100, 'g'), "a");
+  const std::size_t before = BytesInUse();
+  FailEachAllocation([&] { registry.Add(property); }, [&] { EXPECT_EQ(BytesInUse(), before); });
   EXPECT_THAT(AllOf(registry), ElementsAre(property->key()));
 }
 
 TEST(ComponentRegistry, FindsWhatWasAdded) {
   ComponentRegistry registry(AnyCanOwn);
-  const auto first = Make("c", "g", "a");
-  const auto second = Make("d", "g", "a");
+  const auto first = MakeOfComponent("c", "g", "a");
+  const auto second = MakeOfComponent("d", "g", "a");
   EXPECT_TRUE(registry.Add(first));
   EXPECT_TRUE(registry.Add(second));
   EXPECT_EQ(registry.Find("a", "g", "c"), first);
@@ -110,37 +95,37 @@ TEST(ComponentRegistry, FindsWhatWasAdded) {
 
 TEST(ComponentRegistry, RefusesASecondPropertyOfTheSameKeyAndKeepsTheFirst) {
   ComponentRegistry registry(AnyCanOwn);
-  const auto first = Make("c", "g", "a");
+  const auto first = MakeOfComponent("c", "g", "a");
   EXPECT_TRUE(registry.Add(first));
-  EXPECT_FALSE(registry.Add(Make("c", "g", "a")));
+  EXPECT_FALSE(registry.Add(MakeOfComponent("c", "g", "a")));
   EXPECT_EQ(registry.Find("a", "g", "c"), first);
   EXPECT_THAT(GroupOf(registry, "g"), ElementsAre("c:g:a"));
 }
 
 TEST(ComponentRegistry, ListsAGroupOfAllComponentsInTheOrderOfRegistration) {
   ComponentRegistry registry(AnyCanOwn);
-  registry.Add(Make("d", "g", "a"));
-  registry.Add(Make("c", "g", "z"));
-  registry.Add(Make("d", "h", "a"));
-  registry.Add(Make("c", "g", "a"));
+  registry.Add(MakeOfComponent("d", "g", "a"));
+  registry.Add(MakeOfComponent("c", "g", "z"));
+  registry.Add(MakeOfComponent("d", "h", "a"));
+  registry.Add(MakeOfComponent("c", "g", "a"));
   EXPECT_THAT(GroupOf(registry, "g"), ElementsAre("d:g:a", "c:g:z", "c:g:a"));
   EXPECT_THAT(GroupOf(registry, "i"), IsEmpty());
 }
 
 TEST(ComponentRegistry, ListsAllByGroupThenByOrderOfRegistration) {
   ComponentRegistry registry(AnyCanOwn);
-  registry.Add(Make("a", "h", "1"));
-  registry.Add(Make("z", "g", "2"));
-  registry.Add(Make("a", "g", "1"));
-  registry.Add(Make("a", "h", "0"));
+  registry.Add(MakeOfComponent("a", "h", "1"));
+  registry.Add(MakeOfComponent("z", "g", "2"));
+  registry.Add(MakeOfComponent("a", "g", "1"));
+  registry.Add(MakeOfComponent("a", "h", "0"));
   EXPECT_THAT(AllOf(registry), ElementsAre("z:g:2", "a:g:1", "a:h:1", "a:h:0"));
 }
 
 TEST(ComponentRegistry, RemovesAPropertyFromTheLookUpAndFromItsGroup) {
   ComponentRegistry registry(AnyCanOwn);
-  const auto a = Make("c", "g", "a");
+  const auto a = MakeOfComponent("c", "g", "a");
   registry.Add(a);
-  registry.Add(Make("c", "g", "b"));
+  registry.Add(MakeOfComponent("c", "g", "b"));
   EXPECT_EQ(registry.Remove("c", "g", "a"), a);
   EXPECT_EQ(registry.Find("a", "g", "c"), nullptr);
   EXPECT_THAT(GroupOf(registry, "g"), ElementsAre("c:g:b"));
@@ -153,25 +138,25 @@ TEST(ComponentRegistry, RemovesAPropertyFromTheLookUpAndFromItsGroup) {
 TEST(ComponentRegistry, ListsAPropertyThatComesBackAsItsGroupsLast) {
   ComponentRegistry registry(AnyCanOwn);
   for (const char* guid : {"a", "b", "c"})
-    registry.Add(Make("c", "g", guid));
+    registry.Add(MakeOfComponent("c", "g", guid));
   EXPECT_TRUE(registry.Add(registry.Remove("c", "g", "b")));
   EXPECT_THAT(GroupOf(registry, "g"), ElementsAre("c:g:a", "c:g:c", "c:g:b"));
 }
 
 TEST(ComponentRegistry, TakesAnEmptiedGroupAnew) {
   ComponentRegistry registry(AnyCanOwn);
-  registry.Add(Make("c", "g", "a"));
+  registry.Add(MakeOfComponent("c", "g", "a"));
   registry.Remove("c", "g", "a");
   EXPECT_THAT(GroupOf(registry, "g"), IsEmpty());
-  EXPECT_TRUE(registry.Add(Make("c", "g", "a")));
+  EXPECT_TRUE(registry.Add(MakeOfComponent("c", "g", "a")));
   EXPECT_THAT(GroupOf(registry, "g"), ElementsAre("c:g:a"));
 }
 
 TEST(ComponentRegistry, TakesAColonWithinATextAsPartOfTheJoinedKey) {
   ComponentRegistry registry(AnyCanOwn);
-  const auto property = Make("c", "g:h", "a");
+  const auto property = MakeOfComponent("c", "g:h", "a");
   EXPECT_TRUE(registry.Add(property));
-  EXPECT_FALSE(registry.Add(Make("c:g", "h", "a")));
+  EXPECT_FALSE(registry.Add(MakeOfComponent("c:g", "h", "a")));
   EXPECT_EQ(registry.Find("h:a", "g", "c"), property);
   EXPECT_EQ(registry.Remove("c:g", "h", "a"), property);
   EXPECT_THAT(GroupOf(registry, "g:h"), IsEmpty());
@@ -181,11 +166,11 @@ TEST(ComponentRegistry, RemovesWhatWasPublishedLastOnAConnection) {
   ComponentRegistry registry(AnyCanOwn);
   const auto leaving = MakeConnection();
   const auto staying = MakeConnection();
-  registry.Add(Make("c", "h", "1", leaving));
-  registry.Add(Make("c", "g", "2", leaving));
-  registry.Add(Make("d", "g", "1", staying));
-  registry.Add(Make("c", "g", "1", leaving));
-  const auto came_back = Make("c", "g", "0", leaving);
+  registry.Add(MakeOfComponent("c", "h", "1", leaving));
+  registry.Add(MakeOfComponent("c", "g", "2", leaving));
+  registry.Add(MakeOfComponent("d", "g", "1", staying));
+  registry.Add(MakeOfComponent("c", "g", "1", leaving));
+  const auto came_back = MakeOfComponent("c", "g", "0", leaving);
   registry.Add(came_back);
   came_back->set_connection(staying);
 
@@ -202,15 +187,15 @@ TEST(ComponentRegistry, LooksAtSoManyInOneStep) {
   const auto leaving = MakeConnection();
   for (const char* group : {"g", "h", "i"}) {
     for (std::size_t i = 0; i < kStep; ++i)
-      registry.Add(Make("c", group, std::to_string(i), leaving));
+      registry.Add(MakeOfComponent("c", group, std::to_string(i), leaving));
   }
   ComponentRegistry::Place place;
   ComponentRegistry::Arrivals removed;
   EXPECT_TRUE(registry.RemoveOwnedBy(*leaving, place, removed));
   EXPECT_EQ(removed.size(), kStep);
   EXPECT_EQ(registry.size(), 2 * kStep);
-  registry.Add(Make("c", "a", "before the place", leaving));
-  registry.Add(Make("c", "z", "behind it", leaving));
+  registry.Add(MakeOfComponent("c", "a", "before the place", leaving));
+  registry.Add(MakeOfComponent("c", "z", "behind it", leaving));
   EXPECT_TRUE(registry.RemoveOwnedBy(*leaving, place, removed));
   EXPECT_TRUE(registry.RemoveOwnedBy(*leaving, place, removed));
   EXPECT_FALSE(registry.RemoveOwnedBy(*leaving, place, removed));
@@ -224,7 +209,7 @@ TEST(ComponentRegistry, ListsEachOnceThoughOthersComeAndGoMeanwhile) {
   std::vector<std::string> staying;
   for (std::size_t i = 0; i < 4 * kStep; ++i) {
     const std::string guid = std::to_string(i);
-    registry.Add(Make("c", i % 2 == 0 ? "g" : "h", guid));
+    registry.Add(MakeOfComponent("c", i % 2 == 0 ? "g" : "h", guid));
     if (i % 3 != 0) staying.push_back((i % 2 == 0 ? "c:g:" : "c:h:") + guid);
   }
   std::vector<Handle> listed;
@@ -234,7 +219,7 @@ TEST(ComponentRegistry, ListsEachOnceThoughOthersComeAndGoMeanwhile) {
     for (std::size_t i = 0; i < kStep; ++i, going += 3) {
       const std::string guid = std::to_string(going);
       registry.Remove("c", going % 2 == 0 ? "g" : "h", guid);
-      registry.Add(Make("c", "a", guid));
+      registry.Add(MakeOfComponent("c", "a", guid));
     }
   }
   std::vector<std::string> met = Keys(listed);
@@ -250,8 +235,8 @@ TEST(ComponentRegistry, HoldsAndRemovesTensOfThousandsOfProperties) {
   const auto connection = MakeConnection();
   const auto other = MakeConnection();
   for (int i = 0; i < kProperties; ++i) {
-    ASSERT_TRUE(
-        registry.Add(Make("c", "one group", std::to_string(i), i % 3 == 0 ? other : connection)));
+    ASSERT_TRUE(registry.Add(
+        MakeOfComponent("c", "one group", std::to_string(i), i % 3 == 0 ? other : connection)));
   }
   for (int i = 0; i < kProperties; i += 7)
     ASSERT_NE(registry.Find(std::to_string(i), "one group", "c"), nullptr);
@@ -281,7 +266,7 @@ TEST(ComponentRegistry, AnswersManyThreadsAtOnce) {
         const auto connection = MakeConnection();
         for (int n = 0; n < kRounds; ++n) {
           const std::string guid = std::to_string(n % 20);
-          if (!registry.Add(Make(component, "g", guid, connection))) ++refused;
+          if (!registry.Add(MakeOfComponent(component, "g", guid, connection))) ++refused;
           if (n % 20 == 19 && RemoveOwnedBy(registry, *connection).size() != 20) ++refused;
           if (n % 10 == 0) GroupOf(registry, "g");
         }
@@ -295,4 +280,4 @@ TEST(ComponentRegistry, AnswersManyThreadsAtOnce) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

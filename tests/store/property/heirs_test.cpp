@@ -1,4 +1,4 @@
-// Who comes after the owner of a property.
+// Which client owns a property after its owner has gone.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -9,30 +9,19 @@
 
 #include "net/client_connection.h"
 #include "store/property/component_registry.h"
-#include "tests/store/property/make_connection.h"
+#include "tests/store/property/published_property.h"
 #include "tests/support/allocations.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere::test {
 namespace {
 
-std::shared_ptr<ComponentProperty> Make(std::string_view component, std::string_view group_guid,
-                                        std::string_view guid,
-                                        std::shared_ptr<ClientConnection> connection = nullptr) {
-  return ComponentProperty::Make("value", guid, "Name", group_guid, "Group", component, "Component",
-                                 std::move(connection));
-}
-
-bool AnyCanOwn(const ClientConnection&) {
-  return true;
-}
-
 TEST(Heirs, GivesWhatAnOwnerLeavesToItsLastHeirWithoutMemory) {
   ComponentRegistry registry(AnyCanOwn);
   const auto owner = MakeConnection(), first = MakeConnection(), last = MakeConnection();
-  const auto property = Make("c", "g", "a", owner);
+  const auto property = MakeOfComponent("c", "g", "a", owner);
   registry.Add(property);
-  registry.Add(Make("c", "g", "b", owner));
+  registry.Add(MakeOfComponent("c", "g", "b", owner));
   EXPECT_FALSE(registry.HasHeirs());
   EXPECT_TRUE(registry.AddHeir(property, *owner, last));
   EXPECT_TRUE(registry.AddHeir(property, *owner, first));
@@ -49,15 +38,15 @@ TEST(Heirs, GivesWhatAnOwnerLeavesToItsLastHeirWithoutMemory) {
   EXPECT_EQ(property->connection(), last);
   EXPECT_EQ(registry.TakeOver(property, *last), first);
   EXPECT_FALSE(registry.HasHeirs());
-  EXPECT_EQ(registry.TakeOver(property, *first), first) << "nobody is left to take it";
+  EXPECT_EQ(registry.TakeOver(property, *first), first) << "no heir is left to take it";
   EXPECT_EQ(last.use_count(), 1);
 }
 
-TEST(Heirs, ForgetsHeirsThatCannotOwnAnyMore) {
+TEST(Heirs, ForgetsHeirsThatCantOwnAnyMore) {
   static const ClientConnection* gone;
   ComponentRegistry registry([](const ClientConnection& client) { return &client != gone; });
   const auto owner = MakeConnection(), first = MakeConnection(), second = MakeConnection();
-  const auto property = Make("c", "g", "a", owner);
+  const auto property = MakeOfComponent("c", "g", "a", owner);
   registry.Add(property);
   EXPECT_TRUE(registry.AddHeir(property, *owner, first));
   gone = first.get();
@@ -84,7 +73,7 @@ TEST(Heirs, LetsGoOfNoConnectionUnderItsLock) {
   };
   const auto leave = [](std::shared_ptr<ClientConnection> client) { client->Close(); };
   auto owner = make();
-  const auto property = Make("c", "g", "a", owner);
+  const auto property = MakeOfComponent("c", "g", "a", owner);
   registry.Add(property);
   auto first = make(), second = make(), third = make(), last = make();
   EXPECT_TRUE(registry.AddHeir(property, *owner, first));
@@ -104,7 +93,7 @@ TEST(Heirs, LetsGoOfNoConnectionUnderItsLock) {
   leave(std::move(second));
   ComponentRegistry::Place place;
   ComponentRegistry::Arrivals removed;
-  registry.Add(Make("c", "g", "b"));
+  registry.Add(MakeOfComponent("c", "g", "b"));
   registry.RemoveOwnedBy(heir, place, removed);
   EXPECT_EQ(removed.size(), 1u);
   EXPECT_EQ(gone, 4);
@@ -113,7 +102,7 @@ TEST(Heirs, LetsGoOfNoConnectionUnderItsLock) {
 TEST(Heirs, HasTheHeirsThatItHadWhenThereIsNoMemoryForOneMore) {
   ComponentRegistry registry(AnyCanOwn);
   const auto owner = MakeConnection(), first = MakeConnection(), second = MakeConnection();
-  const auto property = Make("c", "g", "a", owner);
+  const auto property = MakeOfComponent("c", "g", "a", owner);
   registry.Add(property);
   FailEachAllocation([&] { registry.AddHeir(property, *owner, first); },
                      [&] { EXPECT_FALSE(registry.HasHeirs()); });

@@ -10,11 +10,9 @@
 #include "tests/store/engine/start_gate.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::StartGate;
-using test::TestThread;
 using ::testing::ElementsAre;
 
 void CallAll(const ListenerList& list) {
@@ -88,4 +86,4 @@ TEST(ListenerList, LosesNoListenerOfThreadsThatAppendAtOnce) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -14,11 +14,9 @@
 #include "tests/store/engine/start_gate.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::StartGate;
-using test::TestThread;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -211,4 +209,4 @@ TEST(LocalRegistry, AnswersManyThreadsAtOnce) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

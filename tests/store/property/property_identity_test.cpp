@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 TEST(PropertyIdentity, KeepsTheStringsOfALocalProperty) {
@@ -59,4 +59,4 @@ TEST(PropertyIdentity, CopiesTheCallersTexts) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

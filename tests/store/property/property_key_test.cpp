@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 int Sign(int value) {
@@ -58,4 +58,4 @@ TEST(PropertyKey, FindsJoinedTextsInAnOrderedSet) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

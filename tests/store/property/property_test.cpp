@@ -17,12 +17,9 @@
 #include "tests/store/property/change_counter.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::ChangeCounter;
-using test::StartGate;
-using test::TestThread;
 using ::testing::ElementsAre;
 
 using Self = const std::shared_ptr<Property>&;
@@ -230,7 +227,7 @@ TEST(Property, FailsOnAnEmptyKeyedCallbackAndLetsGoOfItsLock) {
   EXPECT_NO_THROW(property->NotifyChanged());
 }
 
-TEST(Property, CannotBeAnnouncedOnceItsLastOwnerHasGone) {
+TEST(Property, CantBeAnnouncedOnceItsLastOwnerHasGone) {
   std::string error;
   auto property = std::make_shared<AnnouncesAtItsEnd>(error);
   property->AddListener([](Self) {});
@@ -244,7 +241,7 @@ TEST(Property, CannotBeAnnouncedOnceItsLastOwnerHasGone) {
   EXPECT_EQ(error, "bad weak pointer");
 }
 
-TEST(Property, NeedsNoOwnerWhenNobodyListens) {
+TEST(Property, NeedsNoOwnerWhenNothingListens) {
   std::string error;
   std::make_shared<AnnouncesAtItsEnd>(error).reset();
   EXPECT_EQ(error, "");
@@ -307,4 +304,4 @@ TEST(Property, TakesKeyedCallbacksOfSeveralThreadsAtOnce) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -10,11 +10,8 @@
 #include "tests/store/property/change_counter.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::ChangeCounter;
-using test::TestThread;
 
 std::shared_ptr<StringProperty> MakeText(std::string_view value) {
   return StringProperty::Make(value, "GUID", "Name", "GROUP", "Group");
@@ -163,4 +160,4 @@ TEST(StringProperty, GivesWholeTextsWhileOthersSetIt) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

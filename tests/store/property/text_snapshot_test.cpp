@@ -11,10 +11,8 @@
 
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::TestThread;
 
 TEST(SharedText, HoldsACopyOfAnyBytes) {
   std::string given("a\0\xff", 3);
@@ -97,4 +95,4 @@ TEST(TextLock, SpreadsCellsOverSeveralLocks) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

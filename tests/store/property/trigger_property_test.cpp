@@ -6,10 +6,8 @@
 
 #include "tests/store/property/change_counter.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::ChangeCounter;
 
 std::shared_ptr<TriggerProperty> MakeTrigger(bool value) {
   return TriggerProperty::Make(value, "GUID", "Name", "GROUP", "Group");
@@ -72,4 +70,4 @@ TEST(TriggerProperty, IsDisarmedBeforeItsListenersHearOfTheCommand) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -11,12 +11,8 @@
 #include "tests/store/property/change_counter.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::ChangeCounter;
-using test::StartGate;
-using test::TestThread;
 
 std::shared_ptr<UIntProperty> MakeNumber(std::uint32_t value) {
   return UIntProperty::Make(value, "GUID", "Name", "GROUP", "Group");
@@ -95,7 +91,7 @@ TEST(UIntProperty, ChangesSilently) {
   EXPECT_EQ(changes.count(), 0);
 }
 
-TEST(UIntProperty, KeepsItsValueWhenATextCannotBeTaken) {
+TEST(UIntProperty, KeepsItsValueWhenATextCantBeTaken) {
   const auto number = MakeNumber(42);
   const ChangeCounter changes(*number);
   EXPECT_THROW(number->SetFromString("abc"), std::invalid_argument);
@@ -125,4 +121,4 @@ TEST(UIntProperty, AnnouncesOnceWhatSeveralThreadsSetAtOnce) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

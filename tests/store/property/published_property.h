@@ -1,11 +1,13 @@
-// A connection that publishes properties, and is no more than an identity here.
+// Published properties, and connections that are no more than an identity here.
 #pragma once
 
 #include <functional>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include "net/client_connection.h"
+#include "store/property/component_property.h"
 
 namespace valmere::test {
 
@@ -13,7 +15,7 @@ inline std::shared_ptr<ClientConnection> MakeConnection() {
   return std::make_shared<ClientConnection>(nullptr);
 }
 
-// The same, which calls a function when it goes.
+// The same, which calls a function when it is destroyed.
 inline std::shared_ptr<ClientConnection> MakeConnectionThatTells(std::function<void()> on_gone) {
   class Stream final : public Connection {
    public:
@@ -28,6 +30,17 @@ inline std::shared_ptr<ClientConnection> MakeConnectionThatTells(std::function<v
     const std::function<void()> on_gone_;
   };
   return std::make_shared<ClientConnection>(std::make_shared<Stream>(std::move(on_gone)));
+}
+
+inline std::shared_ptr<ComponentProperty> MakeOfComponent(
+    std::string_view component, std::string_view group_guid, std::string_view guid,
+    std::shared_ptr<ClientConnection> connection = nullptr) {
+  return ComponentProperty::Make("value", guid, "Name", group_guid, "Group", component, "Component",
+                                 std::move(connection));
+}
+
+inline bool AnyCanOwn(const ClientConnection&) {
+  return true;
 }
 
 }  // namespace valmere::test

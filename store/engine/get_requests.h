@@ -1,0 +1,26 @@
+// What gets are answered with.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "net/client_connection.h"
+#include "protocol/message/property_message.h"
+#include "store/engine/property_catalog.h"
+
+namespace valmere {
+
+// The frame that a session answers with, kept by the session from reply to reply.
+using ReplyBuffer = std::string;
+
+// A longer one is not sent: the session that asks for it ends.
+inline constexpr std::size_t kMostReplyBytes = std::size_t{64} << 20;
+
+enum class Reply { kNone, kReady, kTooLong };
+
+// Builds in `reply` the frame that answers the message's gets. kNone when the sender has gone. Any
+// thread. std::bad_alloc.
+Reply BuildReply(const PropertyCatalog& catalog, const PropertyMessage& message,
+                 const ClientConnection& sender, ReplyBuffer& reply);
+
+}  // namespace valmere

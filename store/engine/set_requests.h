@@ -1,0 +1,25 @@
+// What set requests do: the service's own properties are set, the others' owners are asked to.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "net/client_connection.h"
+#include "persist/log/log_sink.h"
+#include "protocol/message/property_message.h"
+#include "store/engine/property_catalog.h"
+
+namespace valmere {
+
+// A message of sets may grow sixfold by escapes and stay below; what grows more are entries without
+// most of their fields.
+inline constexpr std::size_t kMostForwardBytes = std::size_t{32} << 20;
+
+// Sets the service's own properties that clients may set; passes the other sets on to the owners of
+// their properties, one message for each owner. Those of unknown properties, and texts that a
+// property can't take, are passed over and logged; `log` may be empty. False when the messages
+// would be longer than kMostForwardBytes together; then none is sent. Any thread. std::bad_alloc.
+bool HandleSetRequests(PropertyCatalog& catalog, const PropertyMessage& message,
+                       const ClientConnection& sender, const std::shared_ptr<LogSink>& log);
+
+}  // namespace valmere
