@@ -10,13 +10,13 @@
 #include <thread>
 
 #include "client/client.h"
+#include "client/service_properties.h"
 #include "tests/host/subprocess.h"
 #include "tests/tools/command_run.h"
 #include "tests/tools/desk_samples.h"
 #include "tools/propfile/propfile_text.h"
 #include "tools/service/connections.h"
 #include "tools/service/service_file.h"
-#include "tools/service/service_properties.h"
 #include "tools/service/storing.h"
 
 namespace valmere::test {
@@ -33,7 +33,7 @@ using tools::ServiceFile;
 
 const std::string kPeriod = "Property Publishing Period in ms";
 const std::string kPeriodKey =
-    std::string(tools::kGeneralGroup) + ":DA821DC5-948D-4659-9B52-177E4C102129";
+    std::string(client::kGeneralGroup) + ":DA821DC5-948D-4659-9B52-177E4C102129";
 const std::string kFileName = "/Store/ValmereProperties.ini";
 constexpr std::size_t kStoredProperties = 26;
 
@@ -139,7 +139,7 @@ class StoringTest : public DurableTest {
     client_ = connections_.Open(Deadline::After(kPatience)).value();
   }
   tools::Storing Begin(const std::string& root, Deadline deadline) {
-    const client::PropertyAddress address = tools::PublishingPeriod();
+    const client::PropertyAddress address = client::PublishingPeriod();
     const auto period = client_->Get({&address, 1}, deadline);
     tools::Storing storing(connections_, *client_,
                            std::get<ServiceFile>(ServiceFile::Find(root, "", kFileName)), deadline);
@@ -229,7 +229,7 @@ TEST_F(DurableTest, WhatOthersPublishUnderTheServicesNameIsNotWaitedFor) {
   StartService();
   auto publisher = Client::Connect(folder_.Path("PRN1"), Deadline::After(kPatience));
   client::Property foreign = kSpeed;
-  foreign.component = tools::kServiceComponent;
+  foreign.component = client::kServiceComponent;
   const auto address = foreign.address();
   ASSERT_TRUE(publisher && publisher->Publish({&foreign, 1}, Deadline::After(kPatience)));
   ASSERT_TRUE(publisher->Get({&address, 1}, Deadline::After(kPatience)));
@@ -355,7 +355,7 @@ class Flood {
       : thread_([this, socket, guid] {
           auto client = Client::Connect(socket, Deadline::After(kPatience));
           ASSERT_TRUE(client);
-          const client::PropertyAddress address{tools::kServiceComponent, tools::kGeneralGroup,
+          const client::PropertyAddress address{client::kServiceComponent, client::kGeneralGroup,
                                                 guid};
           for (unsigned value = 1000; !stop_.load(); ++value) {
             const client::SetRequest request{address, std::to_string(value)};

@@ -57,10 +57,10 @@ TEST_F(Propfile, ShowsACorruptFileAndSaysThatItIs) {
 
 TEST_F(Propfile, ShowsAFileAsJsonLines) {
   Put(Sealed(kSpeedLine + "rubbish\nA:B|n:m=\xff\n"));
-  tools::OutputStyle style;
-  style.form = tools::OutputForm::kJson;
+  tools::OutputOptions options;
+  options.form = tools::OutputForm::kJson;
   const CommandOutcome outcome =
-      RunCommand(tools::AddPropfileCommand, {"propfile", "show", path_}, style);
+      RunCommand(tools::AddPropfileCommand, {"propfile", "show", path_}, options);
   EXPECT_EQ(outcome.code, 1);
   const std::string crc = tools::CrcText(ReadPropfileText(Get()).computed_crc);
   EXPECT_EQ(outcome.output,

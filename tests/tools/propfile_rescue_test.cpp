@@ -197,13 +197,13 @@ TEST(RescueLines, JoinsPiecesOfOneKindThatFollowEachOther) {
 
 TEST(RescueLines, HoldsNoMoreThanItTellsOf) {
   std::string bytes;
-  for (std::size_t i = 0; i < tools::kMostTold + 7; ++i) {
+  for (std::size_t i = 0; i < tools::kMostListed + 7; ++i) {
     bytes += "rubbish\nA:B|n:m=1\n";
   }
   const Rescue rescue = RescueLines(bytes);
-  EXPECT_EQ(rescue.left_out.size(), tools::kMostTold);
-  EXPECT_EQ(rescue.untold, 7u);
-  EXPECT_EQ(rescue.lines.size(), tools::kMostTold + 7);
+  EXPECT_EQ(rescue.left_out.size(), tools::kMostListed);
+  EXPECT_EQ(rescue.unlisted, 7u);
+  EXPECT_EQ(rescue.lines.size(), tools::kMostListed + 7);
 }
 
 TEST(RescueLines, KeepsNoMoreLinesThanItsLimit) {
@@ -231,11 +231,11 @@ TEST(RescueLines, TakesNoLongerForHostileBytesThanForOthers) {
 
 class RescueCommand : public ::testing::Test {
  protected:
-  CommandOutcome Run(const std::vector<std::string>& words, tools::OutputStyle style = {}) {
+  CommandOutcome Run(const std::vector<std::string>& words, tools::OutputOptions options = {}) {
     std::vector<std::string> line{"propfile", "rescue", path_};
     line.insert(line.end(), words.begin(), words.end());
     ::testing::internal::CaptureStderr();
-    const CommandOutcome outcome = RunCommand(tools::AddPropfileCommand, line, std::move(style));
+    const CommandOutcome outcome = RunCommand(tools::AddPropfileCommand, line, std::move(options));
     told_ = ::testing::internal::GetCapturedStderr();
     return outcome;
   }
@@ -278,9 +278,9 @@ TEST_F(RescueCommand, EndsWellWithASoundFile) {
 
 TEST_F(RescueCommand, PrintsJsonLines) {
   Put("A1:B2|General:Speed=\xff\n");
-  tools::OutputStyle style;
-  style.form = tools::OutputForm::kJson;
-  const CommandOutcome outcome = Run({}, style);
+  tools::OutputOptions options;
+  options.form = tools::OutputForm::kJson;
+  const CommandOutcome outcome = Run({}, options);
   EXPECT_THAT(outcome.output,
               StartsWith("{\"line\":1,\"key\":\"A1:B2\",\"names\":\"General:Speed\","
                          "\"value_base64\":\"/w==\"}\n{\"computed_crc\":\""));

@@ -23,10 +23,10 @@ const Property kNote{"GG2", "Texts", "PG3", "Note", "a long remark", client::kSu
                      "CG1", "Head"};
 const Property kOther{"GG2", "Texts", "PG3", "Note", "x\ty", client::kSuccessful, "CG2", "Spare"};
 
-OutputStyle Colored(ColorChoice choice) {
-  OutputStyle style;
-  style.color = choice;
-  return style;
+OutputOptions Colored(ColorChoice choice) {
+  OutputOptions options;
+  options.color = choice;
+  return options;
 }
 
 // A terminal of a width; what is printed on it can be read back.
@@ -171,9 +171,9 @@ TEST(InAPipe, LinesHaveNoColourUnlessItIsAskedFor) {
 
 TEST(InAPipe, LinesEndWithNulWhenItIsAskedFor) {
   std::FILE* file = std::tmpfile();
-  OutputStyle style;
-  style.null_ends = true;
-  Output out(file, style);
+  OutputOptions options;
+  options.null_ends = true;
+  Output out(file, options);
   PrintProperty(kSpeed, TextForm::kValue, out);
   PrintProperty(kLimit, TextForm::kValue, out);
   std::rewind(file);
