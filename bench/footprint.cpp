@@ -1,6 +1,6 @@
-// What the library takes of a small device: its memory at rest, the peak of a message of the largest
-// size, and the stack of its worker threads. Stands before the C library's allocator and thread
-// start, so that it counts every byte asked for, under an emulator too.
+// What the library takes of a small device: its memory at rest, the peak of a message of the
+// largest size, and the stack of its worker threads. Stands before the C library's allocator and
+// thread start, so that it counts every byte asked for, under an emulator too.
 #include <dlfcn.h>
 #include <malloc.h>
 #include <pthread.h>

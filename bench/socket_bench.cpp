@@ -1,5 +1,5 @@
-// Requests through valmered's socket, beside a bare ping-pong of as many bytes between two processes
-// over the same kind of socket. Percentiles are of single exchanges.
+// Requests through valmered's socket, beside a bare ping-pong of as many bytes between two
+// processes over the same kind of socket. Percentiles are of single exchanges.
 #include <benchmark/benchmark.h>
 #include <poll.h>
 #include <sys/socket.h>

@@ -1,6 +1,6 @@
-// What an end of the service takes beyond its grace of 3 s, while clients keep it at work on messages
-// of the full length. Prints a line for each kind of message and number of clients: the median and the
-// largest of some ends beside the aim and the limit, and how many were clean.
+// What an end of the service takes beyond its grace of 3 s, while clients keep it at work on
+// messages of the full length. Prints a line for each kind of message and number of clients: the
+// median and the largest of some ends beside the aim and the limit, and how many were clean.
 #include <algorithm>
 #include <chrono>
 #include <cstdint>

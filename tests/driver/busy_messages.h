@@ -1,5 +1,5 @@
-// Messages of the full length, made so that each keeps another part of the service at work for as long
-// as one message can.
+// Messages of the full length, made so that each keeps another part of the service at work for as
+// long as one message can.
 #pragma once
 
 #include <cstddef>

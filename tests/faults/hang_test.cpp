@@ -85,7 +85,8 @@ TEST_F(HungFileCall, OfTheLineWriterKeepsNoLaterServiceFromItsFile) {
   }));
 }
 
-// The load lock is held: the thread goes on when the call comes back, and the unload is no clean one.
+// The load lock is held: the thread goes on when the call comes back, and the unload is no clean
+// one.
 TEST_F(HungFileCall, OfALoadIsLeftBehindAndNobodyWaitsForIt) {
   auto hung = std::make_unique<HungCall>(Fault::kRead);
   FaultClient client;

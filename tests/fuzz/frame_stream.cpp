@@ -25,8 +25,9 @@ void Write(DriverSession& session, std::string_view bytes) {
   Require(session.Write(bytes.data(), length) == length, "a session takes all bytes");
 }
 
-// Whether a session that has read all of `bytes` field by field waits for a next one: for a frame, or
-// for the length of one. One that finds too little for a field, or a length that no frame has, ends.
+// Whether a session that has read all of `bytes` field by field waits for a next one: for a frame,
+// or for the length of one. One that finds too little for a field, or a length that no frame has,
+// ends.
 bool EndsBetweenFields(std::string_view bytes) {
   while (bytes.size() >= kFrameHeaderBytes) {
     const std::uint32_t length = DecodeLength(reinterpret_cast<const unsigned char*>(bytes.data()) +
@@ -65,9 +66,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     left.remove_prefix(piece.size());
   }
   Write(*session, left);
-  // A stream of frames ends by a last one wherever it stopped: what waits for the rest of a field is
-  // given too much or too little. A text that takes just so much of that frame that a session goes on
-  // after it is followed by another. Any other stream ends with its handle alone.
+  // A stream of frames ends by a last one wherever it stopped: what waits for the rest of a field
+  // is given too much or too little. A text that takes just so much of that frame that a session
+  // goes on after it is followed by another. Any other stream ends with its handle alone.
   if (const std::string ended = stream + Goodbye(); ended.starts_with(test::IdentifierBytes())) {
     Write(*session, Goodbye());
     if (EndsBetweenFields(ended)) Write(*session, Goodbye());

@@ -26,7 +26,8 @@ inline void RequireMessage(std::string_view text) {
 // A client that asks for everything again and again is told the same again and again.
 inline constexpr std::size_t kTextBytesRead = 10'000;
 
-// Looks at each frame, and into the first texts; what is left is the beginning of one that did not come whole.
+// Looks at each frame, and into the first texts; what is left is the beginning of one that did not
+// come whole.
 inline std::string_view RequireFrames(std::string_view bytes) {
   const std::string identifier = test::IdentifierBytes();
   std::size_t read = 0;

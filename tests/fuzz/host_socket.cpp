@@ -1,6 +1,7 @@
-// A client of valmered's socket: server, connection and driver in one process. The input's first byte
-// tells how the client ends, the second the number of pieces but the last; the next bytes are their
-// lengths, a pause behind them where the highest bit is set; the rest is what the client sends.
+// A client of valmered's socket: server, connection and driver in one process. The input's first
+// byte tells how the client ends, the second the number of pieces but the last; the next bytes are
+// their lengths, a pause behind them where the highest bit is set; the rest is what the client
+// sends.
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -65,8 +66,8 @@ int MakeListener() {
   return listener;
 }
 
-// For the threads that ask for no size: an address sanitizer clears what it keeps of the whole stack
-// whenever a thread starts.
+// For the threads that ask for no size: an address sanitizer clears what it keeps of the whole
+// stack whenever a thread starts.
 void MakeStacksSmall() {
   constexpr std::size_t kStackBytes = std::size_t{1} << 20;
   pthread_attr_t attributes;

@@ -1,5 +1,5 @@
-// A property file: what is read of it comes back when it is written line by line, and a line that is
-// replaced costs no other.
+// A property file: what is read of it comes back when it is written line by line, and a line that
+// is replaced costs no other.
 #include <iterator>
 #include <string>
 #include <utility>

@@ -1,5 +1,5 @@
-// Runs one target, without a fuzzer, on every file of a folder: as it stands, and cut off at up to so
-// many lengths.
+// Runs one target, without a fuzzer, on every file of a folder: as it stands, and cut off at up to
+// so many lengths.
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>

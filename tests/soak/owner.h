@@ -48,10 +48,9 @@ class Owner {
   std::map<std::string, std::uint64_t> last_set_;  // by who sent it
 };
 
-// Purpose: sets properties of owners. What it sends is marked with its name and a number that grows,
-// so that the owner sees if one is lost, doubled or out of order.
-// Owner: the run.
-// Threads: one at a time.
+// Purpose: sets properties of owners. What it sends is marked with its name and a number that
+// grows, so that the owner sees if one is lost, doubled or out of order. Owner: the run. Threads:
+// one at a time.
 class Setter {
  public:
   Setter(World& world, std::uint32_t number, const std::vector<Owner*>& owners);

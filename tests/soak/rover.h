@@ -13,10 +13,8 @@
 namespace valmere::test {
 
 // Purpose: a component that comes and goes: it withdraws and publishes again, and its handle is
-// closed without a goodbye, in the middle of a frame or with replies that nobody has read; sometimes
-// it is back on another handle at once.
-// Owner: the run.
-// Threads: one at a time.
+// closed without a goodbye, in the middle of a frame or with replies that nobody has read;
+// sometimes it is back on another handle at once. Owner: the run. Threads: one at a time.
 class Rover {
  public:
   Rover(World& world, std::uint32_t number, std::uint32_t properties);
