@@ -123,7 +123,7 @@ class FaultTest : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
     device_.Put("root/windows/version.ini", "OSVersion=\"8.3\"\r\nOSBuildNumber=\"6250\"\r\n");
     // What is logged must not cost anything either.
     SetZones([](std::size_t) { return true; });
-    // What a first life leaves for ever, such as the C library's time zone, is no leak.
+    // What a first life leaves for good, such as the C library's time zone, is no leak.
     Start();
     Use();
     Stop();

@@ -25,8 +25,11 @@ enum class Fault {
 // As part of a test's name: "TornWrite".
 std::string TestNameOf(Fault fault);
 
-// Whether the call at hand is to fail; asked by what stands in for calls.
+// For what stands in for calls: whether the call at hand is to fail; how it fails, with its cause
+// in errno; and whether it is made by a thread that the system has started.
 bool Refused(Fault fault);
+int Refuse(int error);
+bool OnWorker();
 
 // How long a fault lasts.
 enum class Extent {

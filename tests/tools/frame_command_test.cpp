@@ -27,7 +27,7 @@ class FrameCommand : public ::testing::Test {
 
   const TemporaryFolder folder_;
   const std::string path_ = folder_.Path("input");
-  const std::string example_ = test::HexExample(VALMERE_FORMATS "/frame.md");
+  const std::string example_ = HexExample(VALMERE_FORMATS "/frame.md");
 };
 
 TEST_F(FrameCommand, MakesTheDocumentedExample) {
