@@ -14,13 +14,8 @@
 
 extern char** environ;
 
+namespace valmere::bench {
 namespace {
-
-using valmere::bench::Daemon;
-using valmere::bench::Frame;
-using valmere::bench::GetText;
-using valmere::bench::PublicationFrame;
-using valmere::bench::RawClient;
 
 constexpr int kProperties = 10'000;
 
@@ -47,7 +42,7 @@ class ManyProperties {
  public:
   ManyProperties() : owner_(daemon_.socket_path()) {
     // The answer to the get says that the publication has been handled.
-    if (!owner_.Send(PublicationFrame(kProperties)) || !owner_.Send(Frame(GetText())) ||
+    if (!owner_.Send(PublicationFrame(kProperties)) || !owner_.Send(FrameOf(GetText())) ||
         owner_.ReceiveFrame() == 0)
       throw std::runtime_error("nothing published");
   }
@@ -100,3 +95,4 @@ void BM_NothingAtAll(benchmark::State& state) {
 BENCHMARK(BM_NothingAtAll)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
+}  // namespace valmere::bench

@@ -1,18 +1,17 @@
 #include "bench/daemon.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 
 #include "protocol/wire/message_frame.h"
+#include "tests/support/unix_socket.h"
 
 namespace valmere::bench {
 namespace {
@@ -23,16 +22,6 @@ std::string MakeFolder() {
   std::string name = (std::filesystem::temp_directory_path() / "valmere-bench-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder for the service");
   return name;
-}
-
-int Connected(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
-    throw std::runtime_error("valmered can't be reached");
-  return descriptor;
 }
 
 }  // namespace
@@ -61,19 +50,14 @@ Daemon::~Daemon() {
 }
 
 RawClient::RawClient(const std::string& path)
-    : descriptor_(Connected(path)), buffer_(kUsualFrame) {}
+    : descriptor_(test::ConnectedTo(path)), buffer_(kUsualFrame) {}
 
 RawClient::~RawClient() {
   close(descriptor_);
 }
 
 bool RawClient::Send(std::string_view frame) const {
-  while (!frame.empty()) {
-    const ssize_t sent = send(descriptor_, frame.data(), frame.size(), MSG_NOSIGNAL);
-    if (sent <= 0) return false;
-    frame.remove_prefix(static_cast<std::size_t>(sent));
-  }
-  return true;
+  return test::SendAll(descriptor_, frame);
 }
 
 std::size_t RawClient::ReceiveFrame() {
@@ -92,14 +76,6 @@ std::size_t RawClient::ReceiveFrame() {
   return whole;
 }
 
-std::string Frame(std::string_view text) {
-  std::string frame;
-  BeginFrame(frame);
-  frame += text;
-  EndFrame(frame);
-  return frame;
-}
-
 std::string PublicationFrame(int count) {
   std::string text = R"({"PropertyGetResponses": [)";
   for (int i = 0; i < count; ++i) {
@@ -113,7 +89,7 @@ std::string PublicationFrame(int count) {
                   i == 0 ? "" : ",", i, i, i);
     text += entry;
   }
-  return Frame(text + "]}");
+  return FrameOf(text + "]}");
 }
 
 std::string_view GetText() {

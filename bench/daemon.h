@@ -7,7 +7,11 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support/frames.h"
+
 namespace valmere::bench {
+
+using test::FrameOf;
 
 // valmered on a root of its own under the system's folder for temporary files; ended and removed
 // with it. Throws std::runtime_error when it does not start.
@@ -27,7 +31,7 @@ class Daemon {
   pid_t child_ = -1;
 };
 
-// A connected socket, closed with it. Throws std::runtime_error when nobody answers.
+// A connected socket, closed with it. Throws std::runtime_error when no service answers.
 class RawClient {
  public:
   explicit RawClient(const std::string& path);
@@ -46,8 +50,6 @@ class RawClient {
   std::vector<char> buffer_;
 };
 
-// The message as a frame.
-std::string Frame(std::string_view text);
 // A publication of `count` properties of one group, named "Measured Property 0" and so on, with
 // values of eight digits.
 std::string PublicationFrame(int count);

@@ -80,7 +80,7 @@ void BM_EventFlagsTwoObjects(benchmark::State& state) {
 }
 BENCHMARK(BM_EventFlagsTwoObjects)->UseRealTime();
 
-// What it costs when nobody has to sleep.
+// What it costs when no thread has to sleep.
 void BM_EventFlagsSetAndPoll(benchmark::State& state) {
   EventFlags flags(EventFlags::AutoClear::kYes);
   for (auto _ : state) {

@@ -1,6 +1,6 @@
-// What the library takes of a small device: its memory at rest, the peak of a message of the largest
-// size, and the stack of its worker threads. Stands before the C library's allocator and thread
-// start, so that it counts every byte asked for, under an emulator too.
+// What the library takes of a small device: its memory at rest, the peak of a message of the
+// largest size, and the stack of its worker threads. Stands before the C library's allocator and
+// thread start, so that it counts every byte asked for, under an emulator too.
 #include <dlfcn.h>
 #include <malloc.h>
 #include <pthread.h>
@@ -21,6 +21,7 @@
 
 #include "driver/prn.h"
 #include "protocol/wire/message_frame.h"
+#include "tests/support/frames.h"
 
 namespace {
 
@@ -45,7 +46,7 @@ void Uncount(void* memory) {
   if (memory != nullptr) g_held -= malloc_usable_size(memory) + kBlockOverhead;
 }
 
-// A worker's stack is memory that nobody has written to yet, so that it shows how far it was used.
+// A worker's stack is memory that was not written to yet, so that it shows how far it was used.
 struct Stack {
   unsigned char* bytes;
   std::size_t size;
@@ -140,15 +141,6 @@ class Root {
   char name_[40] = "/tmp/valmere-footprint-XXXXXX";
 };
 
-std::string FrameOf(std::string_view text) {
-  std::string frame;
-  frame.reserve(valmere::kFrameHeaderBytes + text.size());
-  valmere::BeginFrame(frame);
-  frame += text;
-  valmere::EndFrame(frame);
-  return frame;
-}
-
 // False when the session has ended instead.
 bool ReceiveReply(std::uint32_t handle) {
   unsigned char header[valmere::kFrameHeaderBytes] = {};
@@ -207,9 +199,9 @@ void AwaitRelease() {
 void MeasurePeak(const char* what, std::string_view begin, std::string_view piece,
                  std::string_view end) {
   AwaitRelease();
-  const std::string frame = FrameOf(Filled(begin, piece, end));
+  const std::string frame = valmere::test::FrameOf(Filled(begin, piece, end));
   const std::uint32_t handle = PRN_Open(1, 0, 0);
-  Ask(handle, FrameOf(kGetAll));
+  Ask(handle, valmere::test::FrameOf(kGetAll));
   const std::size_t before = g_held;
   g_peak = before;
   const bool answered = Ask(handle, frame);
@@ -220,7 +212,7 @@ void MeasurePeak(const char* what, std::string_view begin, std::string_view piec
 
 void MeasureStack(const char* what, const std::string& text) {
   const std::uint32_t handle = PRN_Open(1, 0, 0);
-  const bool answered = Ask(handle, FrameOf(text));
+  const bool answered = Ask(handle, valmere::test::FrameOf(text));
   std::printf("deepest stack, %-24s %10zu bytes%s\n", what, DeepestStack(),
               answered ? "" : ", refused");
   PRN_Close(handle);

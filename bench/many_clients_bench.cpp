@@ -14,26 +14,22 @@
 
 #include "bench/daemon.h"
 
+namespace valmere::bench {
 namespace {
-
-using valmere::bench::Daemon;
-using valmere::bench::Frame;
-using valmere::bench::GetText;
-using valmere::bench::RawClient;
 
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kClients = 1000;
 constexpr double kAimKilobytes = 40;
 constexpr int kRounds = 5;
-// A change is told at the end of a publishing period, which nobody can wait out sooner.
+// A change is told at the end of a publishing period, before which there is nothing to wait for.
 constexpr int kPeriodMilliseconds = 500;
 
 constexpr char kSubscribeAll[] = R"({"SubscribeAllCurrentAndNewProperties": true})";
 
 // Switches a property that nothing on the way depends on.
 std::string SetFrame(bool on) {
-  return Frame(
+  return FrameOf(
       std::string(
           R"({"PropertySetRequests": [{"Component": "955CFDC2-8EA6-478E-A927-7C870022EA03",)"
           R"("GUID": "E96B0063-C2EF-4545-92E1-AC4990BA1B37:8D6BC3E1-3943-4E0D-97E7-601690F93C1E",)"
@@ -85,7 +81,7 @@ Clients Connect(const Daemon& daemon, const std::string& request) {
   Clients clients;
   for (std::size_t i = 0; i < kClients; ++i) {
     clients.push_back(std::make_unique<RawClient>(daemon.socket_path()));
-    Send(*clients.back(), request + Frame(GetText()));
+    Send(*clients.back(), request + FrameOf(GetText()));
   }
   for (const auto& client : clients)
     Receive(*client);
@@ -99,7 +95,7 @@ std::vector<pollfd> Readable(const Clients& clients) {
   return wanted;
 }
 
-// Reads whatever comes until nothing came for more than a period.
+// Reads all that comes until nothing came for more than a period.
 void Quieten(const Clients& clients) {
   std::vector<pollfd> wanted = Readable(clients);
   while (poll(wanted.data(), wanted.size(), 3 * kPeriodMilliseconds) > 0) {
@@ -145,7 +141,7 @@ void Run() {
   const Clients idle = Connect(daemon, "");
   const Cost with_idle = CostOf(daemon);
   PrintCost("1,000 idle clients:", none, with_idle);
-  const Clients subscribed = Connect(daemon, Frame(kSubscribeAll));
+  const Clients subscribed = Connect(daemon, FrameOf(kSubscribeAll));
   Quieten(subscribed);
   PrintCost("1,000 subscribed clients:", with_idle, CostOf(daemon));
   for (int round = 0; round < kRounds; ++round)
@@ -154,10 +150,11 @@ void Run() {
 }
 
 }  // namespace
+}  // namespace valmere::bench
 
 int main() {
   try {
-    Run();
+    valmere::bench::Run();
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "many_clients_bench: %s\n", error.what());

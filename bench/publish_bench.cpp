@@ -1,5 +1,5 @@
-// The end of a publishing period with both stacks full, for 1, 16 and 256 subscribers to everything,
-// beside what a further subscriber must cost at least: copying the text into its pipe.
+// The end of a publishing period with both stacks full, for 1, 16 and 256 subscribers to
+// everything, beside what a further subscriber must cost at least: copying the text into its pipe.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>

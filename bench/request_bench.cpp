@@ -13,19 +13,16 @@
 #include "bench/ping_pong.h"
 #include "driver/prn.h"
 #include "protocol/wire/message_frame.h"
+#include "tests/support/frames.h"
 
 namespace {
 
 using valmere::kFrameHeaderBytes;
 
 std::string GetFrame() {
-  std::string frame;
-  valmere::BeginFrame(frame);
-  frame +=
-      "{\"PropertyGetRequests\": [{\"Component\": \"955CFDC2-8EA6-478E-A927-7C870022EA03\","
-      "\"GUID\": \"ADC1E631-2C12-4267-B128-95830EC9857D:955CFDC2-8EA6-478E-A927-7C870022EA03\"}]}";
-  valmere::EndFrame(frame);
-  return frame;
+  return valmere::test::FrameOf(
+      R"({"PropertyGetRequests": [{"Component": "955CFDC2-8EA6-478E-A927-7C870022EA03",)"
+      R"("GUID": "ADC1E631-2C12-4267-B128-95830EC9857D:955CFDC2-8EA6-478E-A927-7C870022EA03"}]})");
 }
 
 // An open handle on the running service.
@@ -139,10 +136,7 @@ double PeakOf(Work work) {
 void BM_GetAllThroughHandle(benchmark::State& state) {
   const Publisher publisher(static_cast<int>(state.range(0)));
   Handle handle;
-  std::string frame;
-  valmere::BeginFrame(frame);
-  frame += "{\"GetAllProperties\": true}";
-  valmere::EndFrame(frame);
+  const std::string frame = valmere::test::FrameOf(R"({"GetAllProperties": true})");
   std::uint32_t bytes = handle.Get(frame);
   // The client's own buffer is there already.
   const double peak = PeakOf([&] { bytes = handle.Get(frame); });

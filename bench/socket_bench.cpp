@@ -1,5 +1,5 @@
-// Requests through valmered's socket, beside a bare ping-pong of as many bytes between two processes
-// over the same kind of socket. Percentiles are of single exchanges.
+// Requests through valmered's socket, beside a bare ping-pong of as many bytes between two
+// processes over the same kind of socket. Percentiles are of single exchanges.
 #include <benchmark/benchmark.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -14,13 +14,8 @@
 
 #include "bench/daemon.h"
 
+namespace valmere::bench {
 namespace {
-
-using valmere::bench::Daemon;
-using valmere::bench::Frame;
-using valmere::bench::GetText;
-using valmere::bench::PublicationFrame;
-using valmere::bench::RawClient;
 
 constexpr int kMostClients = 8;
 constexpr std::size_t kReplyBytes = 330;
@@ -77,7 +72,7 @@ void EndDaemon(const benchmark::State&) {
 }
 
 void BM_GetThroughSocket(benchmark::State& state) {
-  RunExchanges(state, *shared_daemon, Frame(GetText()));
+  RunExchanges(state, *shared_daemon, FrameOf(GetText()));
 }
 BENCHMARK(BM_GetThroughSocket)
     ->UseRealTime()
@@ -86,7 +81,7 @@ BENCHMARK(BM_GetThroughSocket)
     ->Setup(StartDaemon)
     ->Teardown(EndDaemon);
 
-// The child sends back as many bytes as a reply has for every request that it reads, whoever asks.
+// The child sends back as many bytes as a reply has for each request that it reads.
 class Echo {
  public:
   Echo() {
@@ -138,7 +133,7 @@ std::unique_ptr<Echo> shared_echo;
 
 void BM_SocketPingPong(benchmark::State& state) {
   const int descriptor = shared_echo->client(state.thread_index());
-  const std::string request = Frame(GetText());
+  const std::string request = FrameOf(GetText());
   char reply[kReplyBytes];
   Latencies latencies;
   for (auto _ : state) {
@@ -161,13 +156,14 @@ void BM_GetAllThousandThroughSocket(benchmark::State& state) {
   const Daemon daemon;
   RawClient owner(daemon.socket_path());
   // The answer to the get says that the publication has been handled.
-  if (!owner.Send(PublicationFrame(1000)) || !owner.Send(Frame(GetText())) ||
+  if (!owner.Send(PublicationFrame(1000)) || !owner.Send(FrameOf(GetText())) ||
       owner.ReceiveFrame() == 0) {
     state.SkipWithError("nothing published");
     return;
   }
-  RunExchanges(state, daemon, Frame(R"({"GetAllProperties": true})"));
+  RunExchanges(state, daemon, FrameOf(R"({"GetAllProperties": true})"));
 }
 BENCHMARK(BM_GetAllThousandThroughSocket)->UseRealTime();
 
 }  // namespace
+}  // namespace valmere::bench

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "driver/prn.h"
-#include "protocol/wire/message_frame.h"
+#include "tests/support/frames.h"
 
 namespace {
 
@@ -25,10 +25,7 @@ class Root {
 };
 
 void Ask(std::uint32_t handle) {
-  std::string frame;
-  valmere::BeginFrame(frame);
-  frame += R"({"PropertyGetRequests": []})";
-  valmere::EndFrame(frame);
+  const std::string frame = valmere::test::FrameOf(R"({"PropertyGetRequests": []})");
   PRN_Write(handle, frame.data(), static_cast<std::uint32_t>(frame.size()));
   char reply[256];
   PRN_Read(handle, reply, sizeof reply);

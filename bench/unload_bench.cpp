@@ -1,6 +1,6 @@
-// What an end of the service takes beyond its grace of 3 s, while clients keep it at work on messages
-// of the full length. Prints a line for each kind of message and number of clients: the median and the
-// largest of some ends beside the aim and the limit, and how many were clean.
+// What an end of the service takes beyond its grace of 3 s, while clients keep it at work on
+// messages of the full length. Prints a line for each kind of message and number of clients: the
+// median and the largest of some ends beside the aim and the limit, and how many were clean.
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -16,24 +16,18 @@
 #include "driver/prn.h"
 #include "protocol/wire/message_frame.h"
 #include "tests/driver/busy_messages.h"
+#include "tests/support/frames.h"
 
 namespace {
 
 using valmere::test::BusyMessage;
+using valmere::test::FrameOf;
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
 constexpr int kEnds = 3;
 constexpr double kAim = 50;
 constexpr double kLimit = 500;
-
-std::string FrameOf(std::string_view text) {
-  std::string frame;
-  valmere::BeginFrame(frame);
-  frame += text;
-  valmere::EndFrame(frame);
-  return frame;
-}
 
 void Send(std::uint32_t handle, const std::string& bytes) {
   PRN_Write(handle, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
@@ -45,7 +39,7 @@ void AwaitReply(std::uint32_t handle) {
   PRN_Read(handle, &byte, 1);
 }
 
-// Who publishes what the clients ask for.
+// Publishes what the clients ask for.
 void Publish() {
   const std::uint32_t owner = PRN_Open(1, 0, 0);
   Send(owner, FrameOf(valmere::test::EmptyGroupText(20)));

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "platform/posix/write_all.h"
+
 namespace valmere::host {
 namespace {
 
@@ -44,12 +46,7 @@ platform::Descriptor MakeFile(int folder, const char* name, unsigned mode) {
 }
 
 void WriteAll(int file, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = write(file, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) ThrowSystemError(count < 0 ? errno : EIO);
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
+  if (!platform::WriteAll(file, bytes)) ThrowSystemError(errno);
 }
 
 void Sync(int descriptor) {

@@ -20,9 +20,6 @@ struct KeptProperties {
   bool operator==(const KeptProperties&) const = default;
 };
 
-// The key of a property's line in the property file.
-std::string LineKey(const client::Property& property);
-
 // A client of the service over a handle of its own, which must go before the driver is ended.
 client::Result<client::Client> ConnectToService(const DriverLibrary& driver);
 

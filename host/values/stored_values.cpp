@@ -17,6 +17,7 @@
 #include <thread>
 #include <utility>
 
+#include "client/service_properties.h"
 #include "host/root/property_file_place.h"
 #include "host/system/file_calls.h"
 #include "host/system/report.h"
@@ -151,7 +152,7 @@ void StoredValues::ReadInitialValues() noexcept {
     if (!kept) return ReportUnanswered(kept.error());
     first_kept_ = std::move(*kept);
     for (const client::Property& property : first_kept_.properties)
-      first_values_.emplace(LineKey(property), property.value);
+      first_values_.emplace(client::LineKey(property), property.value);
   });
 }
 
@@ -204,7 +205,7 @@ StoredValues::Names StoredValues::MissingFrom(const KeptProperties& now) const {
   PropertyMap override_missing = override_.Missing(other_lines.empty() ? lines : other_lines);
   Names names;
   for (const client::Property& property : now.properties) {
-    const std::string key = LineKey(property);
+    const std::string key = client::LineKey(property);
     override_missing.erase(key);  // the property has the value that counts
     const std::string* const other = ValueIn(other_lines, key);
     if ((other == nullptr || *other != property.value) && !IsStored(key, property.value, lines))

@@ -5,17 +5,14 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstring>
+
+#include "tests/support/unix_socket.h"
 
 namespace valmere::test {
 namespace {
-
-constexpr unsigned char kIdentifier[16] = {0xb3, 0xec, 0x09, 0x9a, 0x22, 0x92, 0x48, 0xfa,
-                                           0x83, 0xd0, 0x06, 0x84, 0x0b, 0xc9, 0x91, 0x02};
 
 std::string ReceiveExactly(int socket, std::size_t count) {
   std::string bytes(count, '\0');
@@ -24,14 +21,6 @@ std::string ReceiveExactly(int socket, std::size_t count) {
 }
 
 }  // namespace
-
-std::string FrameOf(const std::string& text) {
-  std::string frame(reinterpret_cast<const char*>(kIdentifier), sizeof(kIdentifier));
-  for (int shift = 0; shift < 32; shift += 8) {
-    frame += static_cast<char>(text.size() >> shift & 0xff);
-  }
-  return frame + text;
-}
 
 std::string ResponseText(const std::vector<client::Property>& properties) {
   std::string text = R"({"PropertyGetResponses": [)";
@@ -59,12 +48,7 @@ std::string FakeConnection::Receive() const {
 }
 
 void FakeConnection::SendBytes(const std::string& bytes) const {
-  std::size_t sent = 0;
-  while (sent < bytes.size()) {
-    const ssize_t count = send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-    if (count <= 0) return;
-    sent += static_cast<std::size_t>(count);
-  }
+  SendAll(socket_, bytes);
 }
 
 void FakeConnection::WaitForEnd() const {
@@ -73,12 +57,7 @@ void FakeConnection::WaitForEnd() const {
 }
 
 FakeService::FakeService(Script script)
-    : listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)), stop_(eventfd(0, EFD_CLOEXEC)) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path_.c_str(), sizeof(address.sun_path) - 1);
-  EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-  EXPECT_EQ(listen(listener_, 10), 0);
+    : listener_(ListenOn(path_, 10)), stop_(eventfd(0, EFD_CLOEXEC)) {
   thread_ = std::thread([this, script = std::move(script)] { Run(script); });
 }
 
@@ -96,10 +75,7 @@ void FakeService::Run(const Script& script) {
     poll(wanted, 2, -1);
     if (wanted[1].revents != 0) return;
     const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-    timeval patience{};
-    patience.tv_sec = static_cast<decltype(patience.tv_sec)>(kPatience.count());
-    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
-    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
+    SetPatience(socket, kPatience);
     script(FakeConnection(socket));
     close(socket);
   }

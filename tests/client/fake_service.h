@@ -8,11 +8,10 @@
 
 #include "client/property.h"
 #include "tests/host/subprocess.h"
+#include "tests/support/frames.h"
 
 namespace valmere::test {
 
-// A frame around `text`.
-std::string FrameOf(const std::string& text);
 // A reply's text with these properties in it, written by hand.
 std::string ResponseText(const std::vector<client::Property>& properties);
 

@@ -4,12 +4,11 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <utility>
+
+#include "tests/support/unix_socket.h"
 
 namespace valmere::test {
 
@@ -32,10 +31,7 @@ PlayedConnection PlayedService::Accept() const {
   const std::chrono::milliseconds patience = kPatience;
   EXPECT_EQ(poll(&wanted, 1, static_cast<int>(patience.count())), 1) << "nobody connects";
   const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-  timeval time{};
-  time.tv_sec = static_cast<decltype(time.tv_sec)>(kPatience.count());
-  setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof(time));
-  setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time));
+  SetPatience(socket, kPatience);
   return PlayedConnection(socket);
 }
 
@@ -46,12 +42,7 @@ void PlayedService::StopListening() {
 }
 
 void PlayedService::Listen() {
-  listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path_.c_str(), sizeof(address.sun_path) - 1);
-  EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-  EXPECT_EQ(listen(listener_, 10), 0);
+  listener_ = ListenOn(path_, 10, SOCK_NONBLOCK);
 }
 
 }  // namespace valmere::test

@@ -1,5 +1,5 @@
-// Messages of the full length, made so that each keeps another part of the service at work for as long
-// as one message can.
+// Messages of the full length, made so that each keeps another part of the service at work for as
+// long as one message can.
 #pragma once
 
 #include <cstddef>
@@ -20,9 +20,9 @@ struct BusyMessage {
 // for all properties is short, and sent often.
 std::vector<BusyMessage> MakeBusyMessages(std::size_t bytes);
 
-// What those who ask for groups are to find: properties in the group without a GUID.
+// What requests for groups are to find: properties in the group without a GUID.
 std::string EmptyGroupText(int properties);
-// What those who ask for all are to find.
+// What requests for all are to find.
 std::string ManyPropertiesText();
 
 }  // namespace valmere::test

@@ -28,7 +28,7 @@ std::string FrameClaiming(std::string_view text, std::uint32_t length) {
 
 class BadInputTest : public EntryTest {
  protected:
-  // Another session, open all the time, must be answered after whatever was sent.
+  // Another session, open all the time, must be answered after anything that was sent.
   void TearDown() override {
     if (bystander_) ExpectOthersServed();
     bystander_.reset();
@@ -43,7 +43,7 @@ class BadInputTest : public EntryTest {
   }
 
   // Sends the bytes, on a session just opened and on one in use; both must end, keep taking bytes
-  // and hurt nobody else.
+  // and hurt no other.
   void ExpectEnded(const std::string& bytes) {
     for (const bool in_use : {false, true}) {
       Client client;

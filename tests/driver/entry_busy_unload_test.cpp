@@ -1,6 +1,6 @@
-// The end of a service that is at work on the longest messages, and what comes after it. Each thread
-// must let go of its message by itself: where one had to be ended by force or was left behind, the log
-// says so.
+// The end of a service that is at work on the longest messages, and what comes after it. Each
+// thread must let go of its message by itself: where one had to be ended by force or was left
+// behind, the log says so.
 #include <gtest/gtest.h>
 
 #include <atomic>

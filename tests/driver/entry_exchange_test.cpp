@@ -163,7 +163,7 @@ TEST_F(ExchangeTest, OneMessageDoesAllThatItAsksFor) {
   Client client;
   const std::string entry =
       Entry(kSpeed, "Some Component", "Some Group", "Some Name", "Successful", "6");
-  // The get is answered from before the publication, whatever the order of the keys.
+  // The get is answered from before the publication, in any order of the keys.
   EXPECT_EQ(client.Ask(R"({"PropertyGetResponses": [)" + entry + R"(],"Unheard Of": [1, 2],)" +
                        R"("PropertyGetRequests": [{"Component": "C0000001",)" +
                        R"("GUID": "G0000001:P0000001"}]})"),

@@ -31,8 +31,8 @@ class Client : public FrameClient {
 };
 
 // Gives every test a service of its own: each PRN_Init replaces the one of the test before. The
-// suite ends with the one PRN_Deinit, which takes seconds, and whatever its tests did, that unload
-// must have been a clean one.
+// suite ends with the one PRN_Deinit, which takes seconds; after all that its tests did, that
+// unload must have been a clean one.
 class EntryTest : public ::testing::Test {
  protected:
   static void TearDownTestSuite() {

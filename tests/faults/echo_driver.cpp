@@ -1,5 +1,5 @@
-// A driver library that gives every frame back. It takes no memory and starts no thread, so that all
-// that is refused is refused to valmered. What it is asked to end, as valmered asks, it ends.
+// A driver library that gives every frame back. It takes no memory and starts no thread, so that
+// all that is refused is refused to valmered. What it is asked to end, as valmered asks, it ends.
 #include <algorithm>
 #include <array>
 #include <condition_variable>

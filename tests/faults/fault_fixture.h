@@ -1,5 +1,5 @@
-// What the tests of faults share: the driver's entry points in this very program, over a device root
-// of the test's own.
+// What the tests of faults share: the driver's entry points in this very program, over a device
+// root of the test's own.
 #pragma once
 
 #include <dirent.h>
@@ -110,8 +110,8 @@ struct Remains {
 #define VALMERE_ALLOCATION_STEP 1
 #endif
 
-// One kind of fault; runs an act with the first, the second, the third ... call of its kind failing,
-// until the act comes to its end without that.
+// One kind of fault; runs an act with the first, the second, the third ... call of its kind
+// failing, until the act comes to its end without that.
 class FaultTest : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
  protected:
   static constexpr const char* kFile = "root/Store/ValmereProperties.ini";
@@ -123,7 +123,7 @@ class FaultTest : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
     device_.Put("root/windows/version.ini", "OSVersion=\"8.3\"\r\nOSBuildNumber=\"6250\"\r\n");
     // What is logged must not cost anything either.
     SetZones([](std::size_t) { return true; });
-    // What a first life leaves for ever, such as the C library's time zone, is no leak.
+    // What a first life leaves for good, such as the C library's time zone, is no leak.
     Start();
     Use();
     Stop();
@@ -180,9 +180,9 @@ class FaultTest : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
            Eventually([&] { return device_.Get(kFile) == PropertyFile(value); });
   }
 
-  // A new session is answered, that many others are being served, each by a thread, and none is left
-  // of the threads that were. One whose end could not be told of for want of memory goes with the
-  // next session that ends; that may be one after the first.
+  // A new session is answered, that many others are being served, each by a thread, and none is
+  // left of the threads that were. One whose end could not be told of for want of memory goes with
+  // the next session that ends; that may be one after the first.
   static bool Serves(std::uint32_t sessions) {
     constexpr std::uint32_t kOwnThreads = 6;  // task queue, acceptor, publisher, lines (2), log
     const auto at_rest = [sessions] {

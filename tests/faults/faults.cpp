@@ -2,20 +2,15 @@
 // the f of the C library, or to a sanitizer's.
 #include "tests/faults/faults.h"
 
-#include <fcntl.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <sys/types.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -35,9 +30,6 @@ std::atomic<std::int64_t> g_left{0};  // calls until the fault, that one include
 std::atomic<bool> g_reached{false};
 std::atomic<std::int64_t> g_blocks{0};
 std::atomic<std::uint64_t> g_publishing_waits{0};
-std::atomic<int> g_hung{kNone};  // what hangs the next time
-std::atomic<bool> g_hangs{false};
-std::array<int, 2> g_never_written{};  // a pipe
 
 // What a crash would not tell.
 void TellOfFault() {
@@ -47,7 +39,7 @@ void TellOfFault() {
 }
 [[maybe_unused]] const std::terminate_handler g_terminate = std::set_terminate(TellOfFault);
 
-// Ends a test that a fault has made wait for ever.
+// Ends a test that a fault has made wait without end.
 constexpr unsigned kPatienceSeconds = 60;
 [[maybe_unused]] const auto g_alarm = signal(SIGALRM, [](int) { TellOfFault(); });
 
@@ -59,6 +51,15 @@ bool Refused(Fault fault) {
   if (left > 1 || (left < 1 && !g_onward)) return false;
   g_reached = true;
   return true;
+}
+
+int Refuse(int error) {
+  errno = error;
+  return -1;
+}
+
+bool OnWorker() {
+  return t_in_system != 0 && t_worker;
 }
 
 std::string TestNameOf(Fault fault) {
@@ -90,21 +91,6 @@ bool OrderedFault::reached() const {
   return g_reached;
 }
 
-HungCall::HungCall(Fault fault) {
-  if (pipe(g_never_written.data()) != 0) std::abort();
-  g_hangs = false;
-  g_hung = static_cast<int>(fault);
-}
-
-HungCall::~HungCall() {
-  g_hung = kNone;
-  close(g_never_written[1]);
-}
-
-bool HungCall::hangs() const {
-  return g_hangs;
-}
-
 InSystem::InSystem() {
   ++t_in_system;
 }
@@ -121,12 +107,7 @@ std::uint64_t PublishingWaits() {
   return g_publishing_waits;
 }
 
-}  // namespace valmere::test
-
 namespace {
-
-using valmere::test::Fault;
-using valmere::test::Refused;
 
 // Before each block stands whether it is the system's.
 constexpr std::size_t kHeader = alignof(std::max_align_t);
@@ -135,16 +116,16 @@ void* Allocate(std::size_t size) {
   if (Refused(Fault::kMemory)) return nullptr;
   void* const block = std::malloc(size + kHeader);
   if (block == nullptr) return nullptr;
-  const bool of_system = valmere::test::t_in_system != 0;
+  const bool of_system = t_in_system != 0;
   *static_cast<bool*>(block) = of_system;
-  if (of_system) valmere::test::g_blocks.fetch_add(1);
+  if (of_system) g_blocks.fetch_add(1);
   return static_cast<char*>(block) + kHeader;
 }
 
 void Free(void* memory) {
   if (memory == nullptr) return;
   void* const block = static_cast<char*>(memory) - kHeader;
-  if (*static_cast<bool*>(block)) valmere::test::g_blocks.fetch_sub(1);
+  if (*static_cast<bool*>(block)) g_blocks.fetch_sub(1);
   std::free(block);
 }
 
@@ -156,14 +137,9 @@ struct SystemThread {
 void* RunInSystem(void* started) {
   const SystemThread thread = *static_cast<SystemThread*>(started);
   std::free(started);
-  const valmere::test::InSystem in_system;
-  valmere::test::t_worker = true;
+  const InSystem in_system;
+  t_worker = true;
   return thread.entry(thread.argument);
-}
-
-int Refuse(int error) {
-  errno = error;
-  return -1;
 }
 
 constexpr long kNanosecondsPerMillisecond = 1'000'000;
@@ -188,41 +164,13 @@ timespec InMilliseconds(long milliseconds) {
 
 }  // namespace
 
-void* operator new(std::size_t size) {
-  void* const memory = Allocate(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-void* operator new(std::size_t size, const std::nothrow_t& /*nothrow*/) noexcept {
-  return Allocate(size);
-}
-void* operator new[](std::size_t size) {
-  return operator new(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t& nothrow) noexcept {
-  return operator new(size, nothrow);
-}
-void operator delete(void* memory) noexcept {
-  Free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-  Free(memory);
-}
-void operator delete[](void* memory) noexcept {
-  Free(memory);
-}
-void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-  Free(memory);
-}
-
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
 
 int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*entry)(void*), void* argument) {
-  if (valmere::test::t_in_system == 0)
-    return __real_pthread_create(thread, attributes, entry, argument);
+  if (t_in_system == 0) return __real_pthread_create(thread, attributes, entry, argument);
   if (Refused(Fault::kThread)) return EAGAIN;
   void* const started = std::malloc(sizeof(SystemThread));
   *static_cast<SystemThread*>(started) = {entry, argument};
@@ -249,118 +197,45 @@ int __wrap_sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* dead
   constexpr long kStopMilliseconds = 260;     // less than what a thread that ends is given
   constexpr long kRetryMilliseconds = 150;    // more than a retry waits
   constexpr long kShortMilliseconds = 1;
-  const long wait = valmere::test::t_in_system == 0 ? 0 : MillisecondsUntil(*deadline);
+  const long wait = t_in_system == 0 ? 0 : MillisecondsUntil(*deadline);
   timespec shortened = *deadline;
-  if (wait > kUnloadMilliseconds && !valmere::test::t_worker) {
+  if (wait > kUnloadMilliseconds && !t_worker) {
     shortened = InMilliseconds(0);
-  } else if (valmere::test::t_worker && wait > kRetryMilliseconds && wait < kStopMilliseconds) {
-    valmere::test::g_publishing_waits.fetch_add(1);
+  } else if (t_worker && wait > kRetryMilliseconds && wait < kStopMilliseconds) {
+    g_publishing_waits.fetch_add(1);
     shortened = InMilliseconds(kShortMilliseconds);
   }
   return __real_sem_clockwait(semaphore, clock, &shortened);
 }
 
-int __real_openat(int, const char*, int, ...);
-int __wrap_openat(int folder, const char* name, int flags, ...) {
-  va_list rest;
-  va_start(rest, flags);
-  const mode_t mode = va_arg(rest, mode_t);
-  va_end(rest);
-  if (Refused(Fault::kOpen)) return Refuse(EMFILE);
-  return __real_openat(folder, name, flags, mode);
-}
-
-int __real_fstat(int, struct stat*);
-int __wrap_fstat(int file, struct stat* status) {
-  if (Refused(Fault::kLook)) return Refuse(EIO);
-  return __real_fstat(file, status);
-}
-
-int __real_fstatat(int, const char*, struct stat*, int);
-int __wrap_fstatat(int folder, const char* name, struct stat* status, int flags) {
-  if (Refused(Fault::kLook)) return Refuse(EIO);
-  return __real_fstatat(folder, name, status, flags);
-}
-
-int __real_ftruncate(int, off_t);
-int __wrap_ftruncate(int file, off_t size) {
-  if (Refused(Fault::kLook)) return Refuse(EIO);
-  return __real_ftruncate(file, size);
-}
-
-int __real_unlinkat(int, const char*, int);
-int __wrap_unlinkat(int folder, const char* name, int flags) {
-  if (Refused(Fault::kLook)) return Refuse(EIO);
-  return __real_unlinkat(folder, name, flags);
-}
-
-int __real_renameat(int, const char*, int, const char*);
-int __wrap_renameat(int from, const char* old_name, int to, const char* new_name) {
-  if (Refused(Fault::kLook)) return Refuse(EIO);
-  return __real_renameat(from, old_name, to, new_name);
-}
-
-int __real_statx(int, const char*, int, unsigned, struct statx*);
-int __wrap_statx(int folder, const char* name, int flags, unsigned mask, struct statx* status) {
-  if (Refused(Fault::kLook)) return Refuse(EIO);
-  return __real_statx(folder, name, flags, mask, status);
-}
-
-int __real_faccessat(int, const char*, int, int);
-int __wrap_faccessat(int folder, const char* name, int mode, int flags) {
-  if (Refused(Fault::kLook)) return Refuse(EIO);
-  return __real_faccessat(folder, name, mode, flags);
-}
-
-int __real_fchmod(int, mode_t);
-int __wrap_fchmod(int file, mode_t mode) {
-  if (Refused(Fault::kLook)) return Refuse(EIO);
-  return __real_fchmod(file, mode);
-}
-
-int __real_flock(int, int);
-int __wrap_flock(int file, int operation) {
-  if (Refused(Fault::kLook)) return Refuse(ENOLCK);
-  return __real_flock(file, operation);
-}
-
-int __real_fsync(int);
-int __wrap_fsync(int file) {
-  if (Refused(Fault::kWrite)) return Refuse(EIO);
-  return __real_fsync(file);
-}
-
-ssize_t __real_read(int, void*, size_t);
-
-// Where a thread hangs: in the kernel, until the pipe is closed.
-void HangIfOrdered(Fault fault) {
-  int expected = static_cast<int>(fault);
-  if (valmere::test::t_in_system == 0 || !valmere::test::t_worker ||
-      !valmere::test::g_hung.compare_exchange_strong(expected, valmere::test::kNone))
-    return;
-  valmere::test::g_hangs = true;
-  char byte;
-  while (__real_read(valmere::test::g_never_written[0], &byte, 1) < 0 && errno == EINTR) {
-  }
-  valmere::test::g_hangs = false;
-}
-
-ssize_t __wrap_read(int file, void* buffer, size_t count) {
-  HangIfOrdered(Fault::kRead);
-  if (Refused(Fault::kRead)) return Refuse(EIO);
-  return __real_read(file, buffer, count);
-}
-
-ssize_t __real_write(int, const void*, size_t);
-ssize_t __wrap_write(int file, const void* buffer, size_t count) {
-  HangIfOrdered(Fault::kWrite);
-  if (Refused(Fault::kWrite)) return Refuse(ENOSPC);
-  if (Refused(Fault::kTornWrite)) {
-    if (__real_write(file, buffer, count / 2) < 0) return -1;
-    return Refuse(EIO);
-  }
-  return __real_write(file, buffer, count);
-}
-
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier)
+
+}  // namespace valmere::test
+
+void* operator new(std::size_t size) {
+  void* const memory = valmere::test::Allocate(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void* operator new(std::size_t size, const std::nothrow_t& /*nothrow*/) noexcept {
+  return valmere::test::Allocate(size);
+}
+void* operator new[](std::size_t size) {
+  return operator new(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& nothrow) noexcept {
+  return operator new(size, nothrow);
+}
+void operator delete(void* memory) noexcept {
+  valmere::test::Free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+  valmere::test::Free(memory);
+}
+void operator delete[](void* memory) noexcept {
+  valmere::test::Free(memory);
+}
+void operator delete[](void* memory, std::size_t /*size*/) noexcept {
+  valmere::test::Free(memory);
+}

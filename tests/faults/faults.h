@@ -1,7 +1,7 @@
-// Faults on order: the n-th thing of a kind that the system asks for is refused. What counts is what
-// the system does, not the test: calls of a thread within an InSystem scope, and all of the threads
-// that such calls start. A program that links faults.cpp has its operator new replaced and some
-// calls of the C library wrapped (see CMakeLists.txt).
+// Faults on order: the n-th thing of a kind that the system asks for is refused. What counts is
+// what the system does, not the test: calls of a thread within an InSystem scope, and all of the
+// threads that such calls start. A program that links faults.cpp has its operator new replaced and
+// some calls of the C library wrapped (see CMakeLists.txt).
 #pragma once
 
 #include <cstdint>
@@ -25,8 +25,11 @@ enum class Fault {
 // As part of a test's name: "TornWrite".
 std::string TestNameOf(Fault fault);
 
-// Whether the call at hand is to fail; asked by what stands in for calls.
+// For what stands in for calls: whether the call at hand is to fail; how it fails, with its cause
+// in errno; and whether it is made by a thread that the system has started.
 bool Refused(Fault fault);
+int Refuse(int error);
+bool OnWorker();
 
 // How long a fault lasts.
 enum class Extent {
@@ -34,11 +37,9 @@ enum class Extent {
   kOnward,  // the n-th call fails and so do all after it
 };
 
-// Purpose: while it lives, the n-th call of the kind fails (1 is the next). A test that has not come
-// to its end after a minute is ended with the fault's number.
-// Owner: the test; one at a time.
-// Threads: the test's.
-// Errors: none.
+// Purpose: while it lives, the n-th call of the kind fails (1 is the next). A test that has not
+// come to its end after a minute is ended with the fault's number. Owner: the test; one at a time.
+// Threads: the test's. Errors: none.
 class OrderedFault {
  public:
   OrderedFault(Fault fault, std::uint64_t n, Extent extent);
@@ -51,11 +52,9 @@ class OrderedFault {
   bool reached() const;
 };
 
-// Purpose: while it lives, the next read or write of a file does not come back from the kernel, as on a
-// file system that has gone.
-// Owner: the test; one at a time.
-// Threads: the test's.
-// Errors: none.
+// Purpose: while it lives, the next read or write of a file does not come back from the kernel, as
+// on a file system that has gone. Owner: the test; one at a time. Threads: the test's. Errors:
+// none.
 class HungCall {
  public:
   // kRead or kWrite.

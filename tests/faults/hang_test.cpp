@@ -4,22 +4,16 @@
 #include "platform/posix/sanitizers.h"
 #include "tests/faults/fault_fixture.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::Eventually;
-using test::Fault;
-using test::FaultClient;
-using test::HungCall;
-
-const test::Address kReadOnly = {
-    test::kOwnComponent.component,
+const Address kReadOnly = {
+    kOwnComponent.component,
     "99A61D40-20CE-41EA-A579-EB92C6ED94C6:ACEB1224-1DAF-42A2-BBAA-4678D5D3C8DA"};
-const test::Address kLoad = {
-    test::kOwnComponent.component,
-    "99A61D40-20CE-41EA-A579-EB92C6ED94C6:0D9B0F83-2282-4728-A78E-FE2FF4E3A13C"};
-const test::Address kLoadingError = {
-    test::kOwnComponent.component,
+const Address kLoad = {kOwnComponent.component,
+                       "99A61D40-20CE-41EA-A579-EB92C6ED94C6:0D9B0F83-2282-4728-A78E-FE2FF4E3A13C"};
+const Address kLoadingError = {
+    kOwnComponent.component,
     "2EBF9DEF-D51C-47FE-935E-5EDCC530B867:A32AFFED-7C37-47FE-80DB-B21875E226BD"};
 
 // One process each: what a thread that was ended by force held for itself is never given back.
@@ -27,22 +21,22 @@ class HungFileCall : public ::testing::Test {
  protected:
   HungFileCall() {
     device_.MakeFolder("root/Store");
-    device_.Put("root/Store/ValmereProperties.ini", test::PropertyFile("750"));
+    device_.Put("root/Store/ValmereProperties.ini", PropertyFile("750"));
     Start();
   }
   ~HungFileCall() override { Stop(); }
 
   static void Start() {
-    const test::InSystem in_system;
+    const InSystem in_system;
     PRN_Init(0);
   }
   static void Stop() {
-    const test::InSystem in_system;
+    const InSystem in_system;
     PRN_Deinit(1);
   }
   static bool Serves() {
     FaultClient client;
-    return client.Ask(test::GetText(test::kOwnComponent)) == test::OwnComponentText();
+    return client.Ask(GetText(kOwnComponent)) == OwnComponentText();
   }
   std::size_t Markers() const {
     constexpr const char* kMarker = "root/DriverUnloadSuccessful";
@@ -52,13 +46,13 @@ class HungFileCall : public ::testing::Test {
     return device_.Get("root/Store/ValmereLog.txt").find(text) != std::string::npos;
   }
 
-  test::DeviceRoot device_;
+  DeviceRoot device_;
 };
 
 TEST_F(HungFileCall, OfTheLogIsEndedByForce) {
   const HungCall hung(Fault::kWrite);
   FaultClient client;
-  EXPECT_TRUE(client.Send(test::SetText(kReadOnly, "refused, which is logged")));
+  EXPECT_TRUE(client.Send(SetText(kReadOnly, "refused, which is logged")));
   ASSERT_TRUE(Eventually([&] { return hung.hangs(); }));
   Stop();
   EXPECT_EQ(Markers(), 1u) << "nothing but the thread was in it";
@@ -72,24 +66,24 @@ TEST_F(HungFileCall, OfTheLineWriterKeepsNoLaterServiceFromItsFile) {
 #endif
   const HungCall hung(Fault::kRead);
   FaultClient client;
-  EXPECT_TRUE(client.Send(test::SetText(test::kPeriod, "1000")));
+  EXPECT_TRUE(client.Send(SetText(kPeriod, "1000")));
   ASSERT_TRUE(Eventually([&] { return hung.hangs(); }));
   Stop();
   Start();
   EXPECT_TRUE(Serves());
   FaultClient later;
-  EXPECT_TRUE(test::Holds(later.Ask(test::GetText(kLoadingError)), test::ValueText("False")));
-  EXPECT_TRUE(later.Send(test::SetText(test::kPeriod, "1250")));
-  EXPECT_TRUE(Eventually([&] {
-    return device_.Get("root/Store/ValmereProperties.ini") == test::PropertyFile("1250");
-  }));
+  EXPECT_TRUE(Holds(later.Ask(GetText(kLoadingError)), ValueText("False")));
+  EXPECT_TRUE(later.Send(SetText(kPeriod, "1250")));
+  EXPECT_TRUE(Eventually(
+      [&] { return device_.Get("root/Store/ValmereProperties.ini") == PropertyFile("1250"); }));
 }
 
-// The load lock is held: the thread goes on when the call comes back, and the unload is no clean one.
+// The load lock is held: the thread goes on when the call comes back, and the unload is no clean
+// one.
 TEST_F(HungFileCall, OfALoadIsLeftBehindAndNobodyWaitsForIt) {
   auto hung = std::make_unique<HungCall>(Fault::kRead);
   FaultClient client;
-  EXPECT_TRUE(client.Send(test::SetText(kLoad, "True")));
+  EXPECT_TRUE(client.Send(SetText(kLoad, "True")));
   ASSERT_TRUE(Eventually([&] { return hung->hangs(); }));
   Stop();
   EXPECT_EQ(Markers(), 0u);
@@ -97,7 +91,7 @@ TEST_F(HungFileCall, OfALoadIsLeftBehindAndNobodyWaitsForIt) {
   Start();
   EXPECT_TRUE(Serves());
   FaultClient later;
-  EXPECT_TRUE(test::Holds(later.Ask(test::GetText(kLoadingError)), test::ValueText("False")));
+  EXPECT_TRUE(Holds(later.Ask(GetText(kLoadingError)), ValueText("False")));
   hung.reset();
   EXPECT_TRUE(Serves());
   later.Close();
@@ -109,4 +103,4 @@ TEST_F(HungFileCall, OfALoadIsLeftBehindAndNobodyWaitsForIt) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

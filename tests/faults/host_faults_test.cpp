@@ -1,14 +1,12 @@
-// The server of valmered in this program. What is refused to it costs at most the client whom it
+// The server of valmered in this program. What is refused to it costs at most the client that it
 // concerns.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
-#include <cstring>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -19,30 +17,10 @@
 #include "tests/platform/device_root.h"
 #include "tests/support/frames.h"
 #include "tests/support/test_thread.h"
+#include "tests/support/unix_socket.h"
 
-namespace valmere::host {
+namespace valmere::test {
 namespace {
-
-using test::Extent;
-using test::Fault;
-using test::FrameOf;
-using test::InSystem;
-using test::OrderedFault;
-
-sockaddr_un AddressOf(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path.data(), path.size());
-  return address;
-}
-
-int MakeListener(const std::string& path) {
-  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  const sockaddr_un address = AddressOf(path);
-  EXPECT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(listen(listener, 16), 0);
-  return listener;
-}
 
 int CountDescriptors() {
   DIR* const folder = opendir("/proc/self/fd");
@@ -55,10 +33,7 @@ int CountDescriptors() {
 
 class Peer {
  public:
-  explicit Peer(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    const sockaddr_un address = AddressOf(path);
-    EXPECT_EQ(connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  }
+  explicit Peer(const std::string& path) : socket_(ConnectedTo(path)) {}
   ~Peer() { close(socket_); }
   Peer(const Peer&) = delete;
   Peer& operator=(const Peer&) = delete;
@@ -92,11 +67,11 @@ class Peer {
 
 class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
  protected:
-  // What a first life leaves for ever, such as the loop's own descriptors, is no leak.
+  // What a first life leaves for good, such as the loop's own descriptors, is no leak.
   HostFaults() {
     Start();
     Stop();
-    blocks_ = test::SystemBlocks();
+    blocks_ = SystemBlocks();
     descriptors_ = CountDescriptors();
     Start();
   }
@@ -105,10 +80,10 @@ class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
 
   void Start() {
     unlink(path_.c_str());
-    listener_.emplace(MakeListener(path_));
+    listener_.emplace(ListenOn(path_, 16, SOCK_NONBLOCK));
     thread_.emplace([this] {
       const InSystem in_system;
-      Server server(*listener_, driver_, limits_);
+      host::Server server(*listener_, driver_, limits_);
       server.Start();
       server.Run();
     });
@@ -122,7 +97,7 @@ class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
   }
   void StopCleanly() {
     Stop();
-    EXPECT_EQ(test::SystemBlocks(), blocks_);
+    EXPECT_EQ(SystemBlocks(), blocks_);
     EXPECT_EQ(CountDescriptors(), descriptors_);
   }
 
@@ -138,14 +113,14 @@ class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
     }
   }
 
-  const test::DeviceRoot folder_;
+  const DeviceRoot folder_;
   const std::string path_ = folder_.At("socket");
-  const DriverLibrary driver_{ECHO_DRIVER};
-  const Limits limits_;
-  std::optional<ListeningSocket> listener_;
+  const host::DriverLibrary driver_{ECHO_DRIVER};
+  const host::Limits limits_;
+  std::optional<host::ListeningSocket> listener_;
   std::int64_t blocks_ = 0;
   int descriptors_ = 0;
-  std::optional<test::TestThread> thread_;
+  std::optional<TestThread> thread_;
 };
 
 TEST_P(HostFaults, CostAtMostTheClientConcerned) {
@@ -192,12 +167,10 @@ TEST_P(HostFaults, CostAtMostALoadOfThePropertyFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, HostFaults,
-                         test::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kLoop),
-                         test::FaultName);
-// While nobody can be accepted, clients wait.
+                         EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kLoop), FaultName);
+// While no client can be accepted, clients wait.
 INSTANTIATE_TEST_SUITE_P(Single, HostFaults,
-                         ::testing::Values(std::tuple(Fault::kSocket, Extent::kOnce)),
-                         test::FaultName);
+                         ::testing::Values(std::tuple(Fault::kSocket, Extent::kOnce)), FaultName);
 
 }  // namespace
-}  // namespace valmere::host
+}  // namespace valmere::test

@@ -14,26 +14,20 @@
 #include "tests/support/stream_fakes.h"
 #include "tests/support/test_engine.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::Extent;
-using test::Fault;
-using test::InSystem;
-using test::OrderedFault;
-using test::Remains;
-
-// A service with nothing but its network.
+// A service with its network alone.
 class ListeningService {
  public:
   ListeningService() {
     const InSystem in_system;
-    tasks_ = std::make_shared<TaskQueue>(test::kTestPriority);
-    handlers_ = std::make_shared<DataHandlerManager>(ServiceContext{test::MakeTestEngine()},
-                                                     nullptr, tasks_, test::kTestPriority);
+    tasks_ = std::make_shared<TaskQueue>(kTestPriority);
+    handlers_ = std::make_shared<DataHandlerManager>(ServiceContext{MakeTestEngine()}, nullptr,
+                                                     tasks_, kTestPriority);
     handlers_->RegisterFactory(std::make_shared<JsonMessageFactory>());
     listener_ = std::make_shared<TcpListener>(std::uint16_t{0}, 10);
-    acceptor_.emplace(listener_, handlers_, test::kTestPriority);
+    acceptor_.emplace(listener_, handlers_, kTestPriority);
   }
   ~ListeningService() {
     const InSystem in_system;
@@ -46,8 +40,8 @@ class ListeningService {
   // Whether a new peer is answered; false when its connection is closed instead.
   bool Answers() const {
     const auto socket = platform::ConnectLoopback(listener_->bound_port());
-    const std::string request = test::FrameOf(test::GetText({"C", "G:P"}));
-    const std::string reply = test::FrameOf(test::NotFoundText({"C", "G:P"}));
+    const std::string request = FrameOf(GetText({"C", "G:P"}));
+    const std::string reply = FrameOf(NotFoundText({"C", "G:P"}));
     socket->Send(request.data(), static_cast<int>(request.size()));
     std::string received(reply.size(), '\0');
     for (std::size_t at = 0; at < reply.size();) {
@@ -60,7 +54,7 @@ class ListeningService {
   }
   // Whether each stream is released once its peer has gone.
   bool KeepsNoStream() const {
-    return test::Eventually([&] { return handlers_->LiveStreams() == 0; });
+    return Eventually([&] { return handlers_->LiveStreams() == 0; });
   }
 
  private:
@@ -91,7 +85,7 @@ TEST_P(ListenerFaults, CostThatPeer) {
 }
 
 std::string NameOfListenerFault(const ::testing::TestParamInfo<Fault>& info) {
-  return test::TestNameOf(info.param);
+  return TestNameOf(info.param);
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, ListenerFaults,
@@ -100,4 +94,4 @@ INSTANTIATE_TEST_SUITE_P(Every, ListenerFaults,
                          NameOfListenerFault);
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

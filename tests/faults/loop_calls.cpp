@@ -3,8 +3,7 @@
 
 #include "tests/faults/faults.h"
 
-using valmere::test::Fault;
-using valmere::test::Refused;
+namespace valmere::test {
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
@@ -17,3 +16,5 @@ int __wrap_uv_poll_init(uv_loop_t* loop, uv_poll_t* poll, int file) {
 
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier)
+
+}  // namespace valmere::test

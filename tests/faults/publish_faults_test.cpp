@@ -2,23 +2,10 @@
 // session: a session that lives on hears of what comes after the fault.
 #include "tests/faults/fault_fixture.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::Address;
-using test::Eventually;
-using test::Extent;
-using test::Fault;
-using test::FaultClient;
-using test::GetText;
-using test::Holds;
-using test::kOwnComponent;
-using test::OrderedFault;
-using test::PublishedText;
-using test::PublishingWaits;
-using test::ValueText;
-
-class PublishFaults : public test::FaultTest {
+class PublishFaults : public FaultTest {
  protected:
   void SetUp() override {
     FaultTest::SetUp();
@@ -70,7 +57,7 @@ TEST_P(PublishFaults, OfAnUpdateCostNoMoreThanThatUpdate) {
     } else {
       // The component's session has ended, and its property went with it.
       EXPECT_FALSE(component.Ask(get));
-      EXPECT_EQ(FaultClient().Ask(get), test::NotFoundText(address));
+      EXPECT_EQ(FaultClient().Ask(get), NotFoundText(address));
       if (extent() == Extent::kOnce) {
         EXPECT_TRUE(Hears(subscriber, "Property No Longer Available"));
       }
@@ -96,7 +83,7 @@ TEST_P(PublishFaults, OfASubscriptionAndAPublicationEndTheirSessionsOrNothing) {
     EXPECT_TRUE(PeriodEnds());
     const bool reached = ordered.End();
 
-    // Who was heard and is still there is a subscriber.
+    // A client that was heard and is still there is a subscriber.
     const bool one_lives = one_sent && Lives(to_one);
     const bool all_lives = all_sent && Lives(to_all);
     if (published && Holds(component.Ask(GetText(address)), ValueText("before"))) {
@@ -121,7 +108,7 @@ TEST_P(PublishFaults, OfASetForAnotherComponentLeaveBothSidesInStep) {
     EXPECT_TRUE(Holds(component.Ask(GetText(address)), ValueText("before")));
     FaultClient client;
     OrderedFault ordered(fault(), n, extent());
-    const bool sent = client.Send(test::SetText(address, "wanted"));
+    const bool sent = client.Send(SetText(address, "wanted"));
     const bool done = sent && client.Ask(GetText(kOwnComponent)).has_value();
     const bool reached = ordered.End();
     if (done) {
@@ -137,8 +124,8 @@ TEST_P(PublishFaults, OfASetForAnotherComponentLeaveBothSidesInStep) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, PublishFaults,
-                         test::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject),
-                         test::FaultName);
+                         EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject),
+                         FaultName);
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

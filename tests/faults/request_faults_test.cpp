@@ -1,23 +1,16 @@
-// A request that meets a fault is answered rightly, refused, or ends its session; nobody else's.
+// A request that meets a fault is answered rightly, refused, or ends its session and no other.
 #include "tests/faults/fault_fixture.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::Extent;
-using test::Fault;
-using test::FaultClient;
-using test::Holds;
-using test::kPeriod;
-using test::OrderedFault;
-
-class RequestFaults : public test::FaultTest {};
+class RequestFaults : public FaultTest {};
 
 TEST_P(RequestFaults, CostNoMoreThanTheSession) {
   Start();
   ASSERT_TRUE(Use());
   FaultClient bystander;
-  ASSERT_EQ(bystander.Ask(test::GetText(test::kOwnComponent)), test::OwnComponentText());
+  ASSERT_EQ(bystander.Ask(GetText(kOwnComponent)), OwnComponentText());
   ForEachFault([&](std::uint64_t n) {
     const std::string value = std::to_string(500 + n);
     OrderedFault ordered(fault(), n, extent());
@@ -25,15 +18,15 @@ TEST_P(RequestFaults, CostNoMoreThanTheSession) {
       FaultClient client;
       const auto set = client.Ask(SetAndGetText(kPeriod, value));
       if (set) {
-        EXPECT_TRUE(Holds(set, test::ValueText(value)));
+        EXPECT_TRUE(Holds(set, ValueText(value)));
       }
       const auto all = client.Ask(R"({"GetAllProperties": true})");
       if (set && all) {
-        EXPECT_TRUE(Holds(all, test::ValueText(value)));
+        EXPECT_TRUE(Holds(all, ValueText(value)));
       }
     }
     const bool reached = ordered.End();
-    EXPECT_TRUE(bystander.Ask(test::GetText(test::kOwnComponent)));
+    EXPECT_TRUE(bystander.Ask(GetText(kOwnComponent)));
     EXPECT_TRUE(Serves(1));
     return reached;
   });
@@ -58,7 +51,7 @@ TEST_P(RequestFaults, CostNoMoreThanTheSessionOfALongMessage) {
   Start();
   ASSERT_TRUE(Use());
   FaultClient bystander;
-  ASSERT_EQ(bystander.Ask(test::GetText(test::kOwnComponent)), test::OwnComponentText());
+  ASSERT_EQ(bystander.Ask(GetText(kOwnComponent)), OwnComponentText());
   const std::string text = LongText();
   ForEachFault([&](std::uint64_t n) {
     OrderedFault ordered(fault(), n, extent());
@@ -69,7 +62,7 @@ TEST_P(RequestFaults, CostNoMoreThanTheSessionOfALongMessage) {
       }
     }
     const bool reached = ordered.End();
-    EXPECT_TRUE(bystander.Ask(test::GetText(test::kOwnComponent)));
+    EXPECT_TRUE(bystander.Ask(GetText(kOwnComponent)));
     EXPECT_TRUE(Serves(1));
     return reached;
   });
@@ -79,8 +72,8 @@ TEST_P(RequestFaults, CostNoMoreThanTheSessionOfALongMessage) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, RequestFaults,
-                         test::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject),
-                         test::FaultName);
+                         EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject),
+                         FaultName);
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

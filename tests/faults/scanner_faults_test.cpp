@@ -27,7 +27,7 @@ void* __wrap_malloc(std::size_t size) {
 
 }  // extern "C"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 using ::testing::AllOf;
@@ -52,4 +52,4 @@ TEST(ScannerDeathTest, EndsTheProcessAtOnceAndSaysWhy) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

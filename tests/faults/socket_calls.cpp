@@ -6,39 +6,36 @@
 
 #include "tests/faults/faults.h"
 
-using valmere::test::Fault;
-using valmere::test::Refused;
+namespace valmere::test {
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
 
 int __real_accept4(int, sockaddr*, socklen_t*, int);
 int __wrap_accept4(int listener, sockaddr* address, socklen_t* size, int flags) {
-  if (!Refused(Fault::kSocket)) return __real_accept4(listener, address, size, flags);
-  errno = EMFILE;
-  return -1;
+  if (Refused(Fault::kSocket)) return Refuse(EMFILE);
+  return __real_accept4(listener, address, size, flags);
 }
 
 ssize_t __real_recv(int, void*, size_t, int);
 ssize_t __wrap_recv(int socket, void* buffer, size_t size, int flags) {
-  if (!Refused(Fault::kSocket)) return __real_recv(socket, buffer, size, flags);
-  errno = ECONNRESET;
-  return -1;
+  if (Refused(Fault::kSocket)) return Refuse(ECONNRESET);
+  return __real_recv(socket, buffer, size, flags);
 }
 
 ssize_t __real_send(int, const void*, size_t, int);
 ssize_t __wrap_send(int socket, const void* buffer, size_t size, int flags) {
-  if (!Refused(Fault::kSocket)) return __real_send(socket, buffer, size, flags);
-  errno = ENOBUFS;
-  return -1;
+  if (Refused(Fault::kSocket)) return Refuse(ENOBUFS);
+  return __real_send(socket, buffer, size, flags);
 }
 
 ssize_t __real_sendmsg(int, const msghdr*, int);
 ssize_t __wrap_sendmsg(int socket, const msghdr* message, int flags) {
-  if (!Refused(Fault::kSocket)) return __real_sendmsg(socket, message, flags);
-  errno = ENOBUFS;
-  return -1;
+  if (Refused(Fault::kSocket)) return Refuse(ENOBUFS);
+  return __real_sendmsg(socket, message, flags);
 }
 
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier)
+
+}  // namespace valmere::test

@@ -2,18 +2,13 @@
 #include "store/property/string_property.h"
 #include "tests/faults/fault_fixture.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Extent;
-using test::Fault;
-using test::FaultClient;
-using test::OrderedFault;
 
 // So many starts are followed by one look at every thread of the service.
 constexpr std::uint64_t kStartsForEachUse = 32;
 
-class StartFaults : public test::FaultTest {
+class StartFaults : public FaultTest {
  protected:
   static std::size_t Properties() {
     const std::string all = FaultClient().Ask(R"({"GetAllProperties": true})").value_or("");
@@ -44,7 +39,7 @@ TEST_P(StartFaults, LeaveAWholeServiceOrNone) {
   });
 }
 
-class ReplacementFaults : public test::FaultTest {};
+class ReplacementFaults : public FaultTest {};
 
 // Handles count from one again in a new service.
 TEST_P(ReplacementFaults, LeaveTheNewServiceOrNone) {
@@ -69,7 +64,7 @@ TEST(FirstText, IsRefusedWhereItsLocksAreAndMadeOnceTheyAreNot) {
   for (std::uint64_t n = 1;; ++n) {
     OrderedFault ordered(Fault::kKernelObject, n, Extent::kOnce);
     try {
-      const test::InSystem in_system;
+      const InSystem in_system;
       EXPECT_EQ(StringProperty::Make("value", "P", "Name", "G", "Group")->ToString(), "value");
     } catch (const std::bad_alloc&) {
     }
@@ -78,14 +73,13 @@ TEST(FirstText, IsRefusedWhereItsLocksAreAndMadeOnceTheyAreNot) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, StartFaults,
-                         test::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
-                                            Fault::kOpen, Fault::kLook, Fault::kRead,
-                                            Fault::kWrite),
-                         test::FaultName);
+                         EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
+                                      Fault::kOpen, Fault::kLook, Fault::kRead, Fault::kWrite),
+                         FaultName);
 
 INSTANTIATE_TEST_SUITE_P(Every, ReplacementFaults,
-                         test::EveryFaultOf(Fault::kThread, Fault::kKernelObject, Fault::kOpen),
-                         test::FaultName);
+                         EveryFaultOf(Fault::kThread, Fault::kKernelObject, Fault::kOpen),
+                         FaultName);
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -1,4 +1,4 @@
-// The rewrite of the property file. Whatever is refused, the file is the old or the new one, whole.
+// The rewrite of the property file. With each refusal, the file is the old or the new one, whole.
 #include <algorithm>
 #include <filesystem>
 #include <map>
@@ -10,26 +10,16 @@
 #include "store/property/uint_property.h"
 #include "tests/faults/fault_fixture.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::Eventually;
-using test::Extent;
-using test::Fault;
-using test::FaultClient;
-using test::Holds;
-using test::InSystem;
-using test::kPeriod;
-using test::OrderedFault;
-using test::PropertyFile;
-
-class StoreFaults : public test::FaultTest {
+class StoreFaults : public FaultTest {
  protected:
   static RewriteResult Rewrite(platform::FileSystem& files, std::string_view value) {
     const InSystem in_system;
-    const std::string_view left_side = test::kPeriodLine.substr(0, test::kPeriodLine.size() - 1);
+    const std::string_view left_side = kPeriodLine.substr(0, kPeriodLine.size() - 1);
     try {
-      return RewriteLine(files, MakeWriteRequest(left_side, value, test::kPropertyFile));
+      return RewriteLine(files, MakeWriteRequest(left_side, value, kPropertyFile));
     } catch (const std::bad_alloc&) {
       return RewriteResult::kShortRead;
     }
@@ -73,7 +63,7 @@ TEST_P(StoreFaults, DoNotMakeAFileAMissingOne) {
     OrderedFault ordered(fault(), n, extent());
     try {
       const InSystem in_system;
-      EXPECT_TRUE(files->Exists(test::kPropertyFile));
+      EXPECT_TRUE(files->Exists(kPropertyFile));
     } catch (const std::bad_alloc&) {
     }
     return ordered.End();
@@ -89,7 +79,7 @@ TEST_P(StoreFaults, OfAServiceCostItNothing) {
     OrderedFault ordered(fault(), n, extent());
     {
       FaultClient client;
-      client.Ask(test::SetAndGetText(kPeriod, meanwhile));
+      client.Ask(SetAndGetText(kPeriod, meanwhile));
       EXPECT_TRUE(Eventually(
           [&] { return ordered.reached() || device_.Get(kFile) == PropertyFile(meanwhile); }));
     }
@@ -97,14 +87,14 @@ TEST_P(StoreFaults, OfAServiceCostItNothing) {
 
     FaultClient client;
     const std::string after = std::to_string(20'000 + n);
-    EXPECT_TRUE(Holds(client.Ask(test::SetAndGetText(kPeriod, after)), test::ValueText(after)));
+    EXPECT_TRUE(Holds(client.Ask(SetAndGetText(kPeriod, after)), ValueText(after)));
     EXPECT_TRUE(Eventually([&] { return device_.Get(kFile) == PropertyFile(after); }));
     return reached;
   });
   StopCleanly();
 }
 
-// Whatever was refused, the command comes to its end, and a load that gave no value says so.
+// With each refusal, the command comes to its end, and a load that gave no value says so.
 TEST_P(StoreFaults, OfACommandAreToldByItsProperties) {
   struct Sink final : PropertySink {
     bool AddProperty(std::shared_ptr<Property> property) override {
@@ -116,7 +106,7 @@ TEST_P(StoreFaults, OfACommandAreToldByItsProperties) {
   const auto sink = std::make_shared<Sink>();
   const auto persistence = [] {
     const InSystem in_system;
-    return Persistence::Make(platform::MakeDeviceFileSystem(), test::kPropertyFile, u"/none");
+    return Persistence::Make(platform::MakeDeviceFileSystem(), kPropertyFile, u"/none");
   }();
   persistence->AttachEngine(sink);
   const auto number = UIntProperty::Make(0, "B2", "Of another program", "A1", "Group");
@@ -124,8 +114,7 @@ TEST_P(StoreFaults, OfACommandAreToldByItsProperties) {
   const auto load = sink->properties.at("Load Properties");
   const auto store = sink->properties.at("Store Properties");
   ForEachFault([&](std::uint64_t n) {
-    device_.Put(kFile,
-                test::WithTrailer("A1:B2|Group:Of another program=" + std::to_string(n) + "\n"));
+    device_.Put(kFile, WithTrailer("A1:B2|Group:Of another program=" + std::to_string(n) + "\n"));
     OrderedFault ordered(fault(), n, extent());
     {
       const InSystem in_system;
@@ -161,9 +150,9 @@ TEST_P(StoreFaults, OfALineLeaveTheChangeToTheOtherListeners) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, StoreFaults,
-                         test::EveryFaultOf(Fault::kMemory, Fault::kOpen, Fault::kLook,
-                                            Fault::kRead, Fault::kWrite, Fault::kTornWrite),
-                         test::FaultName);
+                         EveryFaultOf(Fault::kMemory, Fault::kOpen, Fault::kLook, Fault::kRead,
+                                      Fault::kWrite, Fault::kTornWrite),
+                         FaultName);
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -1,30 +1,24 @@
-// Whatever is refused while the service ends, nothing is left of it.
+// A refusal while the service ends leaves nothing of it.
 #include "tests/faults/fault_fixture.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::Extent;
-using test::Fault;
-using test::FaultClient;
-using test::OrderedFault;
-using test::Remains;
-
-class UnloadFaults : public test::FaultTest {};
+class UnloadFaults : public FaultTest {};
 
 TEST_P(UnloadFaults, LeaveNothingOfTheService) {
   ForEachFault([this](std::uint64_t n) {
     Start();
     {
-      const test::Address address = {"component", "group:property"};
+      const Address address = {"component", "group:property"};
       FaultClient subscriber;
       FaultClient component;
       FaultClient unfinished;
       FaultClient never_used;
       EXPECT_TRUE(subscriber.Send(R"({"SubscribeAllCurrentAndNewProperties": true})"));
-      EXPECT_TRUE(component.Send(test::PublishedText(address, "value")));
-      EXPECT_TRUE(component.Ask(test::GetText(address)));
-      EXPECT_TRUE(component.Send(test::SetText(test::kPeriod, "1000")));
+      EXPECT_TRUE(component.Send(PublishedText(address, "value")));
+      EXPECT_TRUE(component.Ask(GetText(address)));
+      EXPECT_TRUE(component.Send(SetText(kPeriod, "1000")));
       EXPECT_TRUE(unfinished.SendBytes("half a frame"));
 
       OrderedFault ordered(fault(), n, extent());
@@ -46,10 +40,9 @@ TEST_P(UnloadFaults, LeaveNothingOfTheService) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, UnloadFaults,
-                         test::EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
-                                            Fault::kOpen, Fault::kLook, Fault::kRead,
-                                            Fault::kWrite),
-                         test::FaultName);
+                         EveryFaultOf(Fault::kMemory, Fault::kThread, Fault::kKernelObject,
+                                      Fault::kOpen, Fault::kLook, Fault::kRead, Fault::kWrite),
+                         FaultName);
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

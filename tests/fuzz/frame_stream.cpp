@@ -7,15 +7,13 @@
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/fuzz/memory_service.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Require;
 
 constexpr unsigned kMostPieces = 8;
 
 const std::string& Goodbye() {
-  static const std::string frame = test::FrameOf(R"({"Disconnect": true})");
+  static const std::string frame = FrameOf(R"({"Disconnect": true})");
   return frame;
 }
 
@@ -47,13 +45,11 @@ std::string ReadToTheEnd(DriverSession& session) {
 }
 
 }  // namespace
-}  // namespace valmere
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace valmere;
-  static test::MemoryService service;
+  static MemoryService service;
   service.BeginRun();
-  test::Choices choices(data, size);
+  Choices choices(data, size);
   std::string_view lengths = choices.Bytes(choices.Byte() % kMostPieces);
   const std::string stream(choices.Rest());
 
@@ -69,11 +65,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // A stream of frames ends by a last one wherever it stopped: what waits for the rest of a field
   // is given too much or too little. A text that takes just so much of that frame that a session
   // goes on after it is followed by another. Any other stream ends with its handle alone.
-  if (const std::string ended = stream + Goodbye(); ended.starts_with(test::IdentifierBytes())) {
+  if (const std::string ended = stream + Goodbye(); ended.starts_with(IdentifierBytes())) {
     Write(*session, Goodbye());
     if (EndsBetweenFields(ended)) Write(*session, Goodbye());
-    Require(test::RequireFrames(ReadToTheEnd(*session)).empty(), "frames are received whole");
+    Require(RequireFrames(ReadToTheEnd(*session)).empty(), "frames are received whole");
   }
   Require(service->CloseSession(handle), "a handle is open until it is closed");
   return 0;
 }
+
+}  // namespace valmere::test

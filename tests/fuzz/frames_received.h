@@ -29,7 +29,7 @@ inline constexpr std::size_t kTextBytesRead = 10'000;
 // Looks at each frame, and into the first texts; what is left is the beginning of one that did not
 // come whole.
 inline std::string_view RequireFrames(std::string_view bytes) {
-  const std::string identifier = test::IdentifierBytes();
+  const std::string identifier = IdentifierBytes();
   std::size_t read = 0;
   while (bytes.size() >= kFrameHeaderBytes) {
     Require(bytes.starts_with(identifier), "what is received is frames");

@@ -24,11 +24,10 @@
 #include "tests/fuzz/frames_received.h"
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/fuzz/memory_service.h"
+#include "tests/support/unix_socket.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Require;
 
 constexpr unsigned kMostPieces = 8;
 constexpr long kPauseNanoseconds = 50'000;
@@ -38,7 +37,7 @@ constexpr std::size_t kUnreadBytes = 8192;
 // The service behind the entry points below. A call holds the lock only to look its session up, so
 // that a read that waits does not keep the service.
 std::mutex g_service_lock;
-test::MemoryService* g_service = nullptr;
+MemoryService* g_service = nullptr;
 platform::Semaphore g_closed;  // released for each handle that the host has closed
 
 std::shared_ptr<DriverSession> FindSession(std::uint32_t handle) {
@@ -124,7 +123,7 @@ class RunningServer {
  private:
   static constexpr std::array kSignals = {SIGTERM, SIGINT, SIGHUP};
 
-  test::MemoryService service_;
+  MemoryService service_;
   host::ListeningSocket listener_;
   // The program itself: its entry points are below.
   host::DriverLibrary driver_{""};
@@ -133,15 +132,6 @@ class RunningServer {
   std::unique_ptr<host::Server> server_;
   std::thread thread_;
 };
-
-bool Send(int client, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = send(client, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    if (count <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
 
 // Receives what comes until the end, or until there is nothing at once.
 void Receive(int client, int flags, std::string& received) {
@@ -156,17 +146,17 @@ void Pause(int client, std::string& received) {
   if (ppoll(&readable, 1, &patience, nullptr) > 0) Receive(client, MSG_DONTWAIT, received);
 }
 
-void SendInPieces(int client, test::Choices& choices, std::string& received) {
+void SendInPieces(int client, Choices& choices, std::string& received) {
   const std::string_view lengths = choices.Bytes(choices.Byte() % kMostPieces);
   for (const char byte : lengths) {
     const auto length = static_cast<unsigned char>(byte);
-    if (!Send(client, choices.Bytes(length & 0x7F))) return;
+    if (!SendAll(client, choices.Bytes(length & 0x7F))) return;
     if ((length & 0x80) != 0) Pause(client, received);
   }
-  Send(client, choices.Rest());
+  SendAll(client, choices.Rest());
 }
 
-void Talk(int client, test::Choices choices) {
+void Talk(int client, Choices choices) {
   enum End : unsigned { kHalfClose, kCloseAtOnce, kShutDown, kEnds };
   const unsigned end = choices.Byte() % kEnds;
   std::string received;
@@ -174,13 +164,12 @@ void Talk(int client, test::Choices choices) {
   if (end == kCloseAtOnce) return;
   shutdown(client, end == kHalfClose ? SHUT_WR : SHUT_RDWR);
   Receive(client, 0, received);
-  const std::string_view cut = test::RequireFrames(received);
+  const std::string_view cut = RequireFrames(received);
   Require(end != kHalfClose || cut.empty() || received.size() > kUnreadBytes,
           "frames are received whole, unless too many were left unread");
 }
 
 }  // namespace
-}  // namespace valmere
 
 #define FUZZ_ENTRY extern "C" __attribute__((visibility("default")))
 
@@ -193,27 +182,26 @@ FUZZ_ENTRY uint32_t PRN_Deinit(uint32_t) {
 }
 
 FUZZ_ENTRY uint32_t PRN_Open(uint32_t, uint32_t, uint32_t) {
-  const std::lock_guard hold(valmere::g_service_lock);
-  return (*valmere::g_service)->OpenSession();
+  const std::lock_guard hold(g_service_lock);
+  return (*g_service)->OpenSession();
 }
 
 FUZZ_ENTRY uint32_t PRN_Close(uint32_t handle) {
   {
-    const std::lock_guard hold(valmere::g_service_lock);
-    valmere::Require((*valmere::g_service)->CloseSession(handle), "a handle is closed once");
+    const std::lock_guard hold(g_service_lock);
+    Require((*g_service)->CloseSession(handle), "a handle is closed once");
   }
-  valmere::g_closed.Release();
+  g_closed.Release();
   return 1;
 }
 
 FUZZ_ENTRY uint32_t PRN_Read(uint32_t handle, void* buffer, uint32_t count) {
-  if (const auto session = valmere::FindSession(handle))
-    session->Read(buffer, static_cast<int>(count));
+  if (const auto session = FindSession(handle)) session->Read(buffer, static_cast<int>(count));
   return count;
 }
 
 FUZZ_ENTRY int32_t PRN_Write(uint32_t handle, const void* buffer, uint32_t count) {
-  const auto session = valmere::FindSession(handle);
+  const auto session = FindSession(handle);
   return session ? session->Write(buffer, static_cast<int>(count)) : -1;
 }
 
@@ -222,12 +210,13 @@ FUZZ_ENTRY uint32_t PRN_IOControl(uint32_t, uint32_t, void*, uint32_t, void*, ui
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace valmere;
   static RunningServer server;
   server.BeginRun();
   const int client = server.Connect();
-  Talk(client, test::Choices(data, size));
+  Talk(client, Choices(data, size));
   close(client);
   g_closed.Wait();
   return 0;
 }
+
+}  // namespace valmere::test

@@ -7,10 +7,8 @@
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Require;
 
 constexpr platform::WidePathView kVersionFile = u"\\windows\\version.ini";
 
@@ -39,16 +37,16 @@ void Check(const std::string& value, const std::string& line, const std::string&
 }
 
 }  // namespace
-}  // namespace valmere
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace valmere;
   const std::string input(reinterpret_cast<const char*>(data), size);
   const std::size_t end = std::min(input.find('\n'), input.size());
   const std::string key = input.substr(0, end);
   const std::string text = input.substr(std::min(end + 1, input.size()));
-  test::MemoryFileSystem files;
+  MemoryFileSystem files;
   files.Put(kVersionFile, text);
   Check(ReadIniValue(files, platform::WidePath(kVersionFile), key), LineOf(text, key), key);
   return 0;
 }
+
+}  // namespace valmere::test

@@ -6,10 +6,8 @@
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Require;
 
 constexpr platform::WidePathView kNameFile = u"/Store/LogFileName.txt";
 constexpr platform::WidePathView kDefault = u"/Store/ValmereLog.txt";
@@ -32,12 +30,10 @@ std::string FirstLine(std::string_view text) {
 }
 
 }  // namespace
-}  // namespace valmere
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace valmere;
   const std::string_view text(reinterpret_cast<const char*>(data), size);
-  test::MemoryFileSystem files;
+  MemoryFileSystem files;
   files.Put(kNameFile, text);
   const platform::WidePath path = ReadLogFileName(files, kNameFile);
   const std::string line = FirstLine(text);
@@ -47,3 +43,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(platform::WidenPath(narrow) == path, "a wide path survives being told as text");
   return 0;
 }
+
+}  // namespace valmere::test

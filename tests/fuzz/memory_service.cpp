@@ -10,7 +10,7 @@ namespace valmere::test {
 // The old one goes first: the debug zones that clients have switched are one set for both.
 void MemoryService::Renew() {
   service_.reset();
-  auto files = std::make_shared<test::MemoryFileSystem>();
+  auto files = std::make_shared<MemoryFileSystem>();
   files->Put(kMainFile, Sealed("99A61D40-20CE-41EA-A579-EB92C6ED94C6:DA821DC5-948D-4659-9B52-"
                                "177E4C102129|General:Property Publishing Period in ms=500\n"));
   constexpr StorePaths kPaths = {kMainFile, kOverrideFile, u"/Store/LogFileName.txt"};

@@ -20,11 +20,8 @@
 #include "tests/support/message_records.h"
 #include "tests/support/scripted_connection.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Require;
-using test::Written;
 
 // The plain reading takes the third power of a text's length.
 constexpr std::size_t kLongestForReference = 24;
@@ -67,7 +64,7 @@ JsonValue ForWriting(const JsonValue& value) {
 void ReadAsTheRulesSay(const std::string& text, const std::optional<JsonValue>& parsed) {
   if (text.size() > kLongestForReference) return;
   try {
-    const std::optional<JsonValue> reference = test::ReferenceParse(text);
+    const std::optional<JsonValue> reference = ReferenceParse(text);
     Require(parsed.has_value(), "the parser throws only where the rules do");
     Require(*parsed == reference.value_or(JsonValue()), "the parser gives what the rules give");
   } catch (const std::invalid_argument&) {
@@ -86,16 +83,16 @@ void WriteAndReadAgain(const JsonValue& value) {
 
 struct Requests {
   explicit Requests(const PropertyMessage& message)
-      : sets(test::SetRequestsOf(message)), responses(test::GetResponsesOf(message)) {
+      : sets(SetRequestsOf(message)), responses(GetResponsesOf(message)) {
     for (const PropertySetRecord& set : sets)
       texts.insert(texts.end(), {set.guid, set.group_guid, set.component, set.value});
     for (const PropertyResponseRecord& response : responses)
       texts.insert(texts.end(),
                    {response.group_guid, response.group_name, response.guid, response.name,
                     response.value, response.status, response.component, response.component_name});
-    for (const PropertyAddress& address : test::GetRequestsOf(message))
+    for (const PropertyAddress& address : GetRequestsOf(message))
       addresses.push_back(address);
-    for (const PropertyAddress& address : test::SubscribeRequestsOf(message))
+    for (const PropertyAddress& address : SubscribeRequestsOf(message))
       subscriptions.insert(subscriptions.end(),
                            {address.component, address.group_guid, address.guid});
   }
@@ -108,7 +105,7 @@ struct Requests {
 };
 
 bool Read(PropertyMessage& message, const std::string& text) {
-  test::ScriptedConnection connection(test::FieldsOf(text));
+  ScriptedConnection connection(FieldsOf(text));
   return message.Read(connection);
 }
 
@@ -119,7 +116,7 @@ void SayRequestsAgain(const PropertyMessage& message) {
   said.SetRequests(requests.sets);
   said.GetResponses(requests.responses);
   said.SubscribeList({});
-  for (const PropertyAddress& address : test::SubscribeRequestsOf(message))
+  for (const PropertyAddress& address : SubscribeRequestsOf(message))
     said.AddSubscribeEntry(address);
   PropertyMessage heard;
   Require(Read(heard, Written(said.object())), "requests that were built can be read");
@@ -129,10 +126,8 @@ void SayRequestsAgain(const PropertyMessage& message) {
 }
 
 }  // namespace
-}  // namespace valmere
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace valmere;
   const std::string text(reinterpret_cast<const char*>(data), size);
   const std::optional<JsonValue> value = Parsed(text);
   ReadAsTheRulesSay(text, value);
@@ -144,3 +139,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (read) SayRequestsAgain(message);
   return 0;
 }
+
+}  // namespace valmere::test

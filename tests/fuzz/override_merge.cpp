@@ -11,21 +11,17 @@
 #include "tests/fuzz/sealed_file.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::kMainFile;
-using test::kOverrideFile;
-using test::Require;
 
 enum Fault : unsigned { kMainUnsealed = 1, kOverrideUnsealed = 2, kNoOverride = 4, kKept = 8 };
 
-void Put(test::MemoryFileSystem& files, platform::WidePathView path, std::string_view body,
+void Put(MemoryFileSystem& files, platform::WidePathView path, std::string_view body,
          bool unsealed) {
-  files.Put(path, unsealed ? std::string(body) : test::Sealed(body));
+  files.Put(path, unsealed ? std::string(body) : Sealed(body));
 }
 
-PropertyMap ReadOf(test::MemoryFileSystem& files, platform::WidePathView path,
+PropertyMap ReadOf(MemoryFileSystem& files, platform::WidePathView path,
                    PropertyFileResult& result) {
   PropertyMap map;
   result = ReadPropertyFile(files, path, map);
@@ -51,7 +47,7 @@ bool SameValues(const PropertyMap& left, const PropertyMap& right) {
                     });
 }
 
-void Merge(test::MemoryFileSystem& files, bool one_line_for_each, bool removals_fail) {
+void Merge(MemoryFileSystem& files, bool one_line_for_each, bool removals_fail) {
   PropertyFileResult main_result = PropertyFileResult::kRead;
   PropertyFileResult override_result = PropertyFileResult::kRead;
   PropertyMap expected = ReadOf(files, kMainFile, main_result);
@@ -85,15 +81,13 @@ void Merge(test::MemoryFileSystem& files, bool one_line_for_each, bool removals_
 }
 
 }  // namespace
-}  // namespace valmere
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace valmere;
-  test::Choices choices(data, size);
+  Choices choices(data, size);
   const unsigned faults = choices.Byte();
   const std::size_t low = choices.Byte();
   const std::string_view main_body = choices.Bytes(low + 256 * std::size_t{choices.Byte()});
-  test::MemoryFileSystem files;
+  MemoryFileSystem files;
   Put(files, kMainFile, main_body, (faults & kMainUnsealed) != 0);
   if ((faults & kNoOverride) == 0)
     Put(files, kOverrideFile, choices.Rest(), (faults & kOverrideUnsealed) != 0);
@@ -101,7 +95,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   PropertyMap map;
   const bool sound = ReadPropertyFile(files, kMainFile, map) == PropertyFileResult::kRead;
-  Merge(files, sound && (faults & kMainUnsealed) == 0 && test::HasOneLineForEach(main_body, map),
+  Merge(files, sound && (faults & kMainUnsealed) == 0 && HasOneLineForEach(main_body, map),
         (faults & kKept) != 0);
   return 0;
 }
+
+}  // namespace valmere::test

@@ -9,19 +9,16 @@
 #include "tests/fuzz/sealed_file.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
-using test::kMainFile;
-using test::Require;
-
-void Rewrite(test::MemoryFileSystem& files, const PropertyLine& line) {
+void Rewrite(MemoryFileSystem& files, const PropertyLine& line) {
   Require(RewriteLine(files, MakeWriteRequest(line.left_side, line.value, kMainFile)) ==
               RewriteResult::kWritten,
           "a line can be written");
 }
 
-PropertyMap ReadBack(test::MemoryFileSystem& files, PropertyFileResult& result) {
+PropertyMap ReadBack(MemoryFileSystem& files, PropertyFileResult& result) {
   PropertyMap map;
   result = ReadPropertyFile(files, kMainFile, map);
   return map;
@@ -33,7 +30,7 @@ constexpr std::size_t kLinesWrittenAnew = 4;
 void WriteLinesAnew(PropertyMap map) {
   while (map.size() > kLinesWrittenAnew)
     map.erase(std::prev(map.end()));
-  test::MemoryFileSystem files;
+  MemoryFileSystem files;
   for (const auto& [key, line] : map)
     Rewrite(files, line);
   PropertyFileResult result = PropertyFileResult::kRead;
@@ -43,7 +40,7 @@ void WriteLinesAnew(PropertyMap map) {
 }
 
 // Also in a file with a wrong trailer, whose lines are not read.
-void ReplaceOneLine(test::MemoryFileSystem& files, PropertyMap map, bool lines_end) {
+void ReplaceOneLine(MemoryFileSystem& files, PropertyMap map, bool lines_end) {
   const PropertyLine line =
       map.empty() ? PropertyLine{"k|g:n", "1"} : PropertyLine{map.begin()->second.left_side, "new"};
   Rewrite(files, line);
@@ -61,23 +58,23 @@ void ReplaceOneLine(test::MemoryFileSystem& files, PropertyMap map, bool lines_e
 }
 
 }  // namespace
-}  // namespace valmere
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace valmere;
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  test::MemoryFileSystem files;
-  files.Put(test::kMainFile, bytes);
+  MemoryFileSystem files;
+  files.Put(kMainFile, bytes);
   PropertyMap map;
-  const PropertyFileResult result = ReadPropertyFile(files, test::kMainFile, map);
+  const PropertyFileResult result = ReadPropertyFile(files, kMainFile, map);
   const bool taken =
       result == PropertyFileResult::kRead || result == PropertyFileResult::kMalformedLine;
   Require(taken || map.empty(), "a file that is refused gives nothing");
   const std::string_view body = taken ? bytes.substr(0, size - kPropertyFileTrailer) : "";
   Require(taken == (size > kPropertyFileTrailer &&
-                    test::Sealed(bytes.substr(0, size - kPropertyFileTrailer)) == bytes),
+                    Sealed(bytes.substr(0, size - kPropertyFileTrailer)) == bytes),
           "a file counts if its trailer does");
   WriteLinesAnew(map);
   ReplaceOneLine(files, std::move(map), body.ends_with('\n'));
   return 0;
 }
+
+}  // namespace valmere::test

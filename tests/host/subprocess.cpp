@@ -14,6 +14,7 @@
 #include <stdexcept>
 
 #include "platform/posix/sanitizers.h"
+#include "tests/support/exec_words.h"
 
 extern char** environ;
 
@@ -29,15 +30,6 @@ constexpr bool kSignalsGetLost = true;
 constexpr bool kSignalsGetLost = false;
 #endif
 constexpr int kSilenceMilliseconds = 10'000;
-
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (std::string& text : texts) {
-    pointers.push_back(text.data());
-  }
-  pointers.push_back(nullptr);
-  return pointers;
-}
 
 void ReadSome(int& descriptor, std::string& text) {
   char buffer[65536];
@@ -84,7 +76,7 @@ Subprocess::Subprocess(const std::vector<std::string>& command,
     variables.emplace_back(*variable);
   }
   const int result = posix_spawn(&process_, command[0].c_str(), &actions, nullptr,
-                                 Pointers(arguments).data(), Pointers(variables).data());
+                                 ExecWords(arguments).data(), ExecWords(variables).data());
   posix_spawn_file_actions_destroy(&actions);
   close(output[1]);
   close(errors[1]);

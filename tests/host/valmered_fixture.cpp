@@ -5,11 +5,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -19,53 +17,20 @@
 
 namespace valmere::test {
 
-std::string FrameOf(const std::string& text) {
-  std::string frame;
-  BeginFrame(frame);
-  frame += text;
-  EndFrame(frame);
-  return frame;
-}
-
-int ListenOn(const std::string& path) {
-  const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-  EXPECT_EQ(bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-  EXPECT_EQ(listen(socket, 1), 0);
-  return socket;
-}
-
 std::size_t ThreadsOf(pid_t process) {
   const auto tasks =
       std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task");
   return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
 }
 
-RawClient::RawClient(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STREAM, 0)) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-  timeval patience{};
-  patience.tv_sec = static_cast<decltype(patience.tv_sec)>(kPatience.count());
-  setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
-  setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
-  if (connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
-    throw std::runtime_error("cannot connect to " + path);
-}
+RawClient::RawClient(const std::string& path) : socket_(ConnectedTo(path, kPatience)) {}
 
 RawClient::~RawClient() {
   close(socket_);
 }
 
 void RawClient::Send(const std::string& bytes) const {
-  std::size_t sent = 0;
-  while (sent < bytes.size()) {
-    const ssize_t count = send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-    ASSERT_GT(count, 0) << "cannot send";
-    sent += static_cast<std::size_t>(count);
-  }
+  ASSERT_TRUE(SendAll(socket_, bytes)) << "cannot send";
 }
 
 bool RawClient::TrySend(const std::string& bytes) const {
@@ -156,13 +121,9 @@ std::vector<std::string> CallLog::Until(const std::string& last) {
 
 NoticeSocket::NoticeSocket(const std::string& path)
     : socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-  EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-  timeval patience{};
-  patience.tv_sec = static_cast<decltype(patience.tv_sec)>(kPatience.count());
-  setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+  const sockaddr_un address = UnixAddress(path);
+  EXPECT_EQ(bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+  SetPatience(socket_, kPatience);
 }
 
 NoticeSocket::~NoticeSocket() {

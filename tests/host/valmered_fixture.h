@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "tests/host/subprocess.h"
+#include "tests/support/frames.h"
+#include "tests/support/unix_socket.h"
 
 namespace valmere::test {
-
-std::string FrameOf(const std::string& text);
 
 // Takes step after step until `done`; a test whose `done` never comes fails after kPatience.
 template <class Done, class Step>
@@ -24,9 +24,6 @@ void RepeatUntil(Done done, Step step) {
     ASSERT_NO_FATAL_FAILURE(step());
   }
 }
-
-// A socket that listens on `path`, as another program has it; the caller closes it.
-int ListenOn(const std::string& path);
 
 // How many threads a process has.
 std::size_t ThreadsOf(pid_t process);

@@ -3,12 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
@@ -39,12 +37,10 @@ class DeafSender {
  private:
   void SendUntilClosed() {
     const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path_.c_str(), sizeof(address.sun_path) - 1);
+    const sockaddr_un address = UnixAddress(path_);
     const timeval patience{0, 100'000};  // so that it learns of the end
     setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
-    if (connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) {
+    if (connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
       shutdown(socket, SHUT_RD);
       bool open = true;
       while (open && !end_)

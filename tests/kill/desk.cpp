@@ -163,8 +163,8 @@ Expectation Desk::AfterStop(const std::vector<bool>& zones, const Load* flood,
   return expected;
 }
 
-// The service runs when it returns. After a failure it does so on a fresh root, lest one be counted
-// twice.
+// The service runs when it returns. After a failure it does so on a fresh root, so that none is
+// counted twice.
 void Desk::Examine(const Expectation& expected, Outcome& outcome) {
   const PropertyFile file = ReadPropertyFile(service_.property_file());
   if (!file.fault.empty()) Note(outcome.refused, outcome, "property file: " + file.fault);

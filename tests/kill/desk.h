@@ -13,8 +13,8 @@
 
 namespace valmere::test {
 
-// What has been read back for this long is to be there after a kill. Who is patient adds the time
-// for which the disk held everybody up, and asks for a hundred looks since, which take longer where
+// What has been read back for this long is to be there after a kill. A patient desk adds the time
+// for which the disk held all up, and asks for a hundred looks since, which take longer where
 // the machine has no time for the service either.
 inline constexpr std::chrono::seconds kSettled{1};
 inline constexpr std::chrono::seconds kRecently{3};
@@ -25,7 +25,7 @@ struct Outcome {
   bool unclean = false;    // a stop that did not end as a clean one
   bool refused = false;    // the property file was
   bool lost = false;       // a setting has a value from before the one that it has to have
-  bool wrong = false;      // a setting has a value that nobody gave it
+  bool wrong = false;      // a setting has a value that it was not given
   bool leftovers = false;  // an unfinished rewrite is still there after the next start
   std::chrono::milliseconds behind{0};  // the age of the oldest read-back value that was not kept
   std::string text;                     // what there is to say, a line each

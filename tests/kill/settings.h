@@ -33,7 +33,7 @@ std::optional<std::uint32_t> NumberIn(const std::string& text);
 // Purpose: the publishing period, which counts messages, and the thirteen debug zones.
 // Owner: the caller.
 // Threads: any, once made.
-// Errors: std::runtime_error from whatever asks the service.
+// Errors: std::runtime_error from all that asks the service.
 class Settings {
  public:
   // Learns from the service what its debug zones are.
@@ -46,8 +46,8 @@ class Settings {
   // What stands before the "=" of a setting's line.
   const std::vector<std::string>& left_sides() const { return left_sides_; }
 
-  // Message `number` sets one zone, each in its turn, and then the period to `number`: whoever
-  // reads that period knows that this message and all before it have been handled.
+  // Message `number` sets one zone, each in its turn, and then the period to `number`: a
+  // client that reads that period knows that this message and all before it have been handled.
   std::vector<client::SetRequest> Message(std::uint32_t number) const;
   static std::size_t ZoneOf(std::uint32_t number) { return number % kZones; }
   // The first zones change often, the last ones seldom.

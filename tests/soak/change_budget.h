@@ -29,7 +29,7 @@ class ChangeBudget {
     left_ = kOfAWindow;
     next_window_.notify_all();
   }
-  // Nobody waits any more: no window will begin, because the run has failed.
+  // No thread waits any more: no window will begin, because the run has failed.
   void End() {
     const std::lock_guard hold(lock_);
     over_ = true;

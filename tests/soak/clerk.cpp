@@ -52,7 +52,7 @@ std::string KeyOf(const PropertyAddress& address) {
 
 }  // namespace
 
-Clerk::Clerk(World& world, std::uint32_t number, test::DeviceRoot& device)
+Clerk::Clerk(World& world, std::uint32_t number, DeviceRoot& device)
     : world_(world), dice_(world.seed, number), client_(Connect()), device_(device) {}
 
 void Clerk::Live(const std::atomic<bool>& stop) {
@@ -95,7 +95,7 @@ void Clerk::SetAndCheck(const PropertyAddress& address, const std::string& value
   if (got != value) world_.summary.Fail(NameOf(address) + " was set to " + value + ", is " + got);
 }
 
-// A load may change whatever the file has.
+// A load may change all that the file has.
 void Clerk::Command(const PropertyAddress& address, Kind kind) {
   world_.budget.Take(10);
   SetOwn(address, "True");

@@ -16,7 +16,7 @@ namespace valmere::test {
 // Threads: one at a time.
 class Clerk {
  public:
-  Clerk(World& world, std::uint32_t number, test::DeviceRoot& device);
+  Clerk(World& world, std::uint32_t number, DeviceRoot& device);
 
   void Live(const std::atomic<bool>& stop);
   // Stores all, waits until the file has it, and loads it; sometimes with another value for one.
@@ -37,7 +37,7 @@ class Clerk {
   World& world_;
   Dice dice_;
   client::Client client_;
-  test::DeviceRoot& device_;
+  DeviceRoot& device_;
 };
 
 }  // namespace valmere::test

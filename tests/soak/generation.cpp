@@ -62,7 +62,7 @@ bool Beacon::AwaitTold() {
   });
 }
 
-Generation::Generation(World& world, std::uint32_t number, test::DeviceRoot& device)
+Generation::Generation(World& world, std::uint32_t number, DeviceRoot& device)
     : world_(world),
       dice_(world.seed, 1000 * number),
       clerk_(world, 1000 * number + 1, device),

@@ -53,7 +53,7 @@ class Beacon {
 // Threads: one.
 class Generation {
  public:
-  Generation(World& world, std::uint32_t number, test::DeviceRoot& device);
+  Generation(World& world, std::uint32_t number, DeviceRoot& device);
 
   // All of them at once for some seconds, and others that come in the middle of it.
   void Live();

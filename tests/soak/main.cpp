@@ -31,12 +31,12 @@ constexpr char kUsage[] =
     "Runs for about SECONDS (60), with the choices that SEED gives (a new one each time).\n";
 
 struct Resources {
-  std::size_t threads = test::ThreadCount();
-  std::size_t handles = test::HandleCount();
-  std::size_t memory = test::BytesInUse();
+  std::size_t threads = ThreadCount();
+  std::size_t handles = HandleCount();
+  std::size_t memory = BytesInUse();
 };
 
-std::size_t MarkerBytes(const test::DeviceRoot& device) {
+std::size_t MarkerBytes(const DeviceRoot& device) {
   constexpr char kMarker[] = "root/DriverUnloadSuccessful";
   return device.Has(kMarker) ? device.Get(kMarker).size() : 0;
 }
@@ -59,13 +59,13 @@ void AwaitAllGone(World& world, const Resources& before) {
 }
 
 // Ends the service while it is at work on long messages of every kind, and starts the next.
-void UnloadAtWork(World& world, const test::DeviceRoot& device) {
-  constexpr test::EntryPoints kEntry = {PRN_Open, PRN_Close, PRN_Read, PRN_Write};
+void UnloadAtWork(World& world, const DeviceRoot& device) {
+  constexpr EntryPoints kEntry = {PRN_Open, PRN_Close, PRN_Read, PRN_Write};
   const std::size_t marker = MarkerBytes(device);
   {
-    std::vector<std::unique_ptr<test::FrameClient>> clients;
-    for (const test::BusyMessage& message : test::MakeBusyMessages(kLongTextBytes)) {
-      clients.push_back(std::make_unique<test::FrameClient>(kEntry));
+    std::vector<std::unique_ptr<FrameClient>> clients;
+    for (const BusyMessage& message : MakeBusyMessages(kLongTextBytes)) {
+      clients.push_back(std::make_unique<FrameClient>(kEntry));
       clients.back()->Send(message.text);
       clients.back()->Send(message.text);
     }
@@ -79,7 +79,7 @@ void UnloadAtWork(World& world, const test::DeviceRoot& device) {
 
 // The first generation leaves what grows once, such as buffers that are kept. It also outlives the
 // thread that serves the service's own device, which ends soon after a start.
-void RunGenerations(World& world, Deadline end, test::DeviceRoot& device) {
+void RunGenerations(World& world, Deadline end, DeviceRoot& device) {
   Resources before;
   before.memory += kMostKept;
   for (std::uint32_t number = 1; number == 1 || !end.passed(); ++number) {
@@ -102,7 +102,7 @@ void RunGenerations(World& world, Deadline end, test::DeviceRoot& device) {
 int Run(std::chrono::seconds time, std::uint32_t seed) {
   std::printf("soak: %lld seconds, seed %u\n", static_cast<long long>(time.count()), seed);
   std::fflush(stdout);
-  test::DeviceRoot device;
+  DeviceRoot device;
   device.MakeFolder("root/Store");
   World world;
   world.seed = seed;
@@ -113,7 +113,7 @@ int Run(std::chrono::seconds time, std::uint32_t seed) {
   const std::size_t marker = MarkerBytes(device);
   PRN_Deinit(1);
   if (MarkerBytes(device) != marker + kMarkerOfOne) world.summary.Fail("the unload was not clean");
-  if (test::ThreadCount() != before.threads || test::HandleCount() != before.handles)
+  if (ThreadCount() != before.threads || HandleCount() != before.handles)
     world.summary.Fail("threads or descriptors are left behind the unload");
   world.summary.Print();
   if (world.summary.Failed()) std::printf("soak: FAILED with seed %u\n", seed);

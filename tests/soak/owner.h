@@ -29,7 +29,7 @@ class Owner {
   void AddTo(Values& truth) const;
 
   const std::vector<PropertyAddress>& addresses() const { return addresses_; }
-  // The sets that were sent for this owner, counted by who sends them.
+  // The sets that were sent for this owner, counted by their sender.
   std::atomic<std::uint64_t> sets_sent{0};
 
  private:
@@ -45,13 +45,12 @@ class Owner {
   Values values_;
   std::uint64_t number_ = 0;
   std::uint64_t sets_received_ = 0;
-  std::map<std::string, std::uint64_t> last_set_;  // by who sent it
+  std::map<std::string, std::uint64_t> last_set_;  // by their sender
 };
 
-// Purpose: sets properties of owners. What it sends is marked with its name and a number that grows,
-// so that the owner sees if one is lost, doubled or out of order.
-// Owner: the run.
-// Threads: one at a time.
+// Purpose: sets properties of owners. What it sends is marked with its name and a number that
+// grows, so that the owner sees if one is lost, doubled or out of order. Owner: the run. Threads:
+// one at a time.
 class Setter {
  public:
   Setter(World& world, std::uint32_t number, const std::vector<Owner*>& owners);

@@ -10,14 +10,14 @@
 namespace valmere::test {
 namespace {
 
-constexpr test::EntryPoints kEntry = {PRN_Open, PRN_Close, PRN_Read, PRN_Write};
+constexpr EntryPoints kEntry = {PRN_Open, PRN_Close, PRN_Read, PRN_Write};
 
-std::unique_ptr<test::FrameClient> OpenHandle() {
-  return std::make_unique<test::FrameClient>(kEntry);
+std::unique_ptr<FrameClient> OpenHandle() {
+  return std::make_unique<FrameClient>(kEntry);
 }
 
 std::string GetOwnComponent() {
-  return test::GetText(test::kOwnComponent);
+  return GetText(kOwnComponent);
 }
 
 }  // namespace
@@ -86,7 +86,7 @@ std::unique_ptr<Rover::Handle> Rover::Forsake() {
   if (!handle_->Ask(GetOwnComponent())) world_.summary.Fail("a rover got no answer");
   switch (dice_.Below(4)) {
     case 0:
-      handle_->SendBytes(test::FrameOf(GetOwnComponent()).substr(0, 1 + dice_.Below(60)));
+      handle_->SendBytes(FrameOf(GetOwnComponent()).substr(0, 1 + dice_.Below(60)));
       break;
     case 1:
       for (std::uint32_t i = dice_.Below(30); i > 0; --i)
@@ -122,7 +122,7 @@ void Rover::AddTo(Values& truth) const {
 }
 
 Stranger::Stranger(World& world, std::uint32_t number) : world_(world), dice_(world.seed, number) {
-  for (test::BusyMessage& message : test::MakeBusyMessages(kLongTextBytes)) {
+  for (BusyMessage& message : MakeBusyMessages(kLongTextBytes)) {
     if (!message.changes_properties) long_texts_.push_back(std::move(message.text));
   }
 }
@@ -130,7 +130,7 @@ Stranger::Stranger(World& world, std::uint32_t number) : world_(world), dice_(wo
 void Stranger::Live(const std::atomic<bool>& stop) {
   while (!stop) {
     {
-      test::FrameClient handle(kEntry);
+      FrameClient handle(kEntry);
       Abuse(handle);
       if (dice_.OneIn(3)) dice_.Pause(400);
     }
@@ -139,16 +139,16 @@ void Stranger::Live(const std::atomic<bool>& stop) {
   }
 }
 
-void Stranger::Abuse(test::FrameClient& handle) {
+void Stranger::Abuse(FrameClient& handle) {
   switch (dice_.Below(10)) {
     case 0:
       handle.SendBytes(std::string(dice_.Below(200), 'n'));
       break;
     case 1:
-      handle.SendBytes(test::IdentifierBytes() + test::LengthBytes(1000) + "{\"Get");
+      handle.SendBytes(IdentifierBytes() + LengthBytes(1000) + "{\"Get");
       break;
     case 2:
-      handle.SendBytes(test::IdentifierBytes() + test::LengthBytes(5 << 20) + "{");
+      handle.SendBytes(IdentifierBytes() + LengthBytes(5 << 20) + "{");
       break;
     case 3:
       // The service tells of a syntax error on its standard error, so there are few.
@@ -165,7 +165,7 @@ void Stranger::Abuse(test::FrameClient& handle) {
       handle.Send(long_texts_[dice_.Below(static_cast<std::uint32_t>(long_texts_.size()))]);
       break;
     case 7:
-      handle.SendInPieces(test::FrameOf(GetOwnComponent()), 1 + dice_.Below(40));
+      handle.SendInPieces(FrameOf(GetOwnComponent()), 1 + dice_.Below(40));
       break;
     default:
       break;  // a handle that is never written to

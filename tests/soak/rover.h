@@ -13,10 +13,8 @@
 namespace valmere::test {
 
 // Purpose: a component that comes and goes: it withdraws and publishes again, and its handle is
-// closed without a goodbye, in the middle of a frame or with replies that nobody has read; sometimes
-// it is back on another handle at once.
-// Owner: the run.
-// Threads: one at a time.
+// closed without a goodbye, in the middle of a frame or with unread replies;
+// sometimes it is back on another handle at once. Owner: the run. Threads: one at a time.
 class Rover {
  public:
   Rover(World& world, std::uint32_t number, std::uint32_t properties);
@@ -26,7 +24,7 @@ class Rover {
   const std::vector<PropertyAddress>& addresses() const { return addresses_; }
 
  private:
-  using Handle = test::FrameClient;
+  using Handle = FrameClient;
 
   void PublishSome();
   void WithdrawSome();
@@ -46,7 +44,7 @@ class Rover {
 };
 
 // Purpose: opens handles and abuses them: bytes that are no frame, frames that never end, lengths
-// that are too long, long texts, subscriptions and requests whose answers nobody reads.
+// that are too long, long texts, subscriptions and requests whose answers are not read.
 // Owner: the run.
 // Threads: one at a time.
 class Stranger {
@@ -56,7 +54,7 @@ class Stranger {
   void Live(const std::atomic<bool>& stop);
 
  private:
-  void Abuse(test::FrameClient& handle);
+  void Abuse(FrameClient& handle);
 
   World& world_;
   Dice dice_;

@@ -82,8 +82,8 @@ class MemoryFileSystem final : public platform::FileSystem {
     platform::ScopedLock hold(lock_);
     return steps_;
   }
-  // What comes after the next `steps` steps never reaches the disk, though its callers, who in
-  // truth would be gone, are told that it did.
+  // What comes after the next `steps` steps never reaches the disk, though its callers, which
+  // in truth would be gone, are told that it did.
   void CutPowerAfter(std::uint64_t steps) {
     platform::ScopedLock hold(lock_);
     steps_left_ = steps;

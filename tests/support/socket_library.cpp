@@ -1,5 +1,5 @@
-// A program whose tests use sockets without the service, which starts the socket library, does so by
-// itself: this lies among its sources.
+// A program whose tests use sockets without the service, which starts the socket library, does so
+// by itself: this lies among its sources.
 #include <gtest/gtest.h>
 
 #include "platform/sockets.h"

@@ -23,7 +23,7 @@ std::string ReadStream(std::FILE* file) {
 }  // namespace
 
 CommandOutcome RunCommand(void (*add)(CLI::App&, tools::Invocation&),
-                          std::vector<std::string> words, tools::OutputStyle style) {
+                          std::vector<std::string> words, tools::OutputOptions options) {
   CLI::App app;
   tools::Invocation invocation;
   add(app, invocation);
@@ -33,7 +33,7 @@ CommandOutcome RunCommand(void (*add)(CLI::App&, tools::Invocation&),
     return {tools::kExitUsage, "", error.what()};
   }
   std::FILE* file = std::tmpfile();
-  tools::Output out(file, std::move(style));
+  tools::Output out(file, std::move(options));
   const std::optional<tools::Failure> failure = invocation.run(out);
   out.Flush();
   const std::string output = ReadStream(file);

@@ -20,7 +20,7 @@ struct CommandOutcome {
 
 // Adds the command by `add` and runs the command line; a usage error has the code 2.
 CommandOutcome RunCommand(void (*add)(CLI::App&, tools::Invocation&),
-                          std::vector<std::string> words, tools::OutputStyle style = {});
+                          std::vector<std::string> words, tools::OutputOptions options = {});
 
 std::string BytesOf(const std::string& path);
 void WriteBytes(const std::string& path, const std::string& bytes);

@@ -1,5 +1,5 @@
-// The shells' completion scripts, each typed at in its own shell on a terminal: a candidate is right
-// when the finished line gets the value of the property.
+// The shells' completion scripts, each typed at in its own shell on a terminal: a candidate is
+// right when the finished line gets the value of the property.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

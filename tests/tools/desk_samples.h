@@ -20,16 +20,13 @@ struct Outcome {
   std::string errors;
 };
 
+// The programs that are tested.
+std::string CommandProgram();
+std::string ServiceProgram();
+
 // The command, with time for a busy machine.
-inline std::unique_ptr<Subprocess> StartCommand(const std::vector<std::string>& arguments,
-                                                const std::vector<std::string>& environment) {
-  std::vector<std::string> command{VALMERE, "--timeout", "60"};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return std::make_unique<Subprocess>(command, environment);
-}
-inline Outcome Finish(Subprocess& process) {
-  const int code = process.Wait();
-  return {code, process.output(), process.errors()};
-}
+std::unique_ptr<Subprocess> StartCommand(const std::vector<std::string>& arguments,
+                                         const std::vector<std::string>& environment);
+Outcome Finish(Subprocess& process);
 
 }  // namespace valmere::test

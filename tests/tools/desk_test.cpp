@@ -2,17 +2,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <thread>
 
 #include "client/client.h"
 #include "tests/host/subprocess.h"
 #include "tests/support/test_thread.h"
-#include "tests/tools/desk_samples.h"
+#include "tests/tools/desk_fixture.h"
 
 namespace valmere::test {
 namespace {
@@ -21,60 +18,10 @@ using client::Client;
 using client::Deadline;
 using client::Property;
 using ::testing::AllOf;
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
 using ::testing::StartsWith;
-
-class DeskTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::filesystem::create_directories(folder_.Path("root/Store"));
-    StartService();
-  }
-
-  void StartService() {
-    service_ = std::make_unique<Subprocess>(std::vector<std::string>{
-        VALMERED, "--root", folder_.Path("root"), "--socket", folder_.Path("PRN1")});
-    ASSERT_THAT(service_->ReadLine(), HasSubstr("ready"));
-  }
-  void StopService() {
-    service_->Signal(SIGTERM);
-    EXPECT_EQ(service_->Wait(), 0);
-  }
-  std::unique_ptr<Subprocess> Start(const std::vector<std::string>& arguments) const {
-    return StartCommand(arguments, environment_);
-  }
-  Outcome Run(const std::vector<std::string>& arguments) const { return Finish(*Start(arguments)); }
-  // A line for the shell in which $valmere is the command.
-  Outcome RunShell(const std::string& line) const {
-    std::vector<std::string> environment = environment_;
-    environment.emplace_back(std::string("valmere=") + VALMERE);
-    environment.push_back("dir=" + folder_.Path(""));
-    Subprocess shell({"/bin/bash", "-c", line}, environment);
-    return Finish(shell);
-  }
-  // A component that holds "Head/Motion/Speed" and takes every value over.
-  std::unique_ptr<Subprocess> Publish(const std::string& assignment) const {
-    auto publisher = Start({"publish", "--hold", "--component", "Head", assignment});
-    EXPECT_THAT(publisher->ReadErrorLine(), StartsWith("valmere: published"));
-    return publisher;
-  }
-  // A component in this process, which holds kSpeed and does what the test says.
-  Client Own() const {
-    const Deadline deadline = Deadline::After(kPatience);
-    auto owner = Client::Connect(folder_.Path("PRN1"), deadline);
-    EXPECT_TRUE(owner && owner->Publish({&kSpeed, 1}, deadline));
-    const auto address = kSpeed.address();
-    EXPECT_TRUE(owner->Get({&address, 1}, deadline));
-    return std::move(*owner);
-  }
-
-  TemporaryFolder folder_;
-  const std::vector<std::string> environment_{"VALMERE_SOCKET=" + folder_.Path("PRN1")};
-  std::unique_ptr<Subprocess> service_;
-};
 
 TEST_F(DeskTest, ListsByComponentAndGroup) {
   const auto publisher = Publish("Motion/Speed=42");
@@ -199,94 +146,6 @@ TEST_F(DeskTest, EndsWithFiveForAPropertyThatCannotBeSet) {
   EXPECT_THAT(outcome.errors, HasSubstr("did not take \"x\""));
 }
 
-TEST_F(DeskTest, WaitsForAPropertyThatIsNotThereYet) {
-  const auto waiting = Start({"wait", "Head/Motion/Speed=43"});
-  const auto publisher = Publish("Motion/Speed=42");
-  EXPECT_EQ(Run({"set", "Speed", "43"}).code, 0);
-  EXPECT_EQ(waiting->Wait(), 0);
-  EXPECT_EQ(waiting->output() + waiting->errors(), "");
-  EXPECT_EQ(Run({"wait", "Speed"}).code, 0);
-}
-
-TEST_F(DeskTest, WaitsForNoNameThatCouldBeSeveral) {
-  const auto first = Publish("Motion/Speed=1");
-  const auto second = Publish("Fan/Speed=2");
-  const Outcome outcome = Run({"wait", "Speed=3"});
-  EXPECT_EQ(outcome.code, 2);
-  EXPECT_THAT(outcome.errors, AllOf(HasSubstr("Head/Motion/Speed"), HasSubstr("Head/Fan/Speed")));
-}
-
-TEST_F(DeskTest, WaitsNoLongerThanItMay) {
-  const auto publisher = Publish("Motion/Speed=42");
-  const Outcome outcome = Run({"wait", "--timeout", "0.2", "Speed=43"});
-  EXPECT_EQ(outcome.code, 6);
-  EXPECT_EQ(outcome.errors, "valmere: time-out: Head/Motion/Speed is \"42\"\n");
-  EXPECT_EQ(Run({"wait", "--timeout", "0.2", "Weight"}).code, 6);
-}
-
-TEST_F(DeskTest, WatchesFromTheCurrentValuesOn) {
-  const auto witness = Start({"watch", "Head/*"});
-  EXPECT_EQ(witness->ReadErrorLine(), "valmere: watching");
-  const auto publisher = Publish("Motion/Speed=42");
-  const auto watching = Start({"watch", "--initial", "--count", "2", "Head/*"});
-  EXPECT_EQ(watching->ReadLine(), "Head/Motion/Speed=42");
-  // Both are told now that the property has come; only one has printed it before.
-  EXPECT_EQ(witness->ReadLine(), "Head/Motion/Speed=42");
-  EXPECT_EQ(Run({"set", "Speed", "43"}).code, 0);
-  EXPECT_EQ(watching->ReadLine(), "Head/Motion/Speed=43");
-  EXPECT_EQ(watching->Wait(), 0);
-}
-
-TEST_F(DeskTest, WatchesOnlyWhatMatches) {
-  const auto fan = Publish("Fan/Rate=1");
-  const auto motion = Publish("Motion/Speed=42");
-  const auto watch = Start({"watch", "--count", "1", "Head/Motion/*"});
-  EXPECT_EQ(watch->ReadErrorLine(), "valmere: watching");
-  // The fan's line would come first.
-  EXPECT_EQ(Run({"set", "--verify", "Rate", "2"}).code, 0);
-  EXPECT_EQ(Run({"set", "--verify", "Speed", "43"}).code, 0);
-  EXPECT_THAT(Finish(*watch).output, StartsWith("Head/Motion/Speed="));
-}
-
-TEST_F(DeskTest, WatchesUntilTheTimeIsUp) {
-  EXPECT_EQ(Run({"watch", "--timeout", "0.2", "Speed"}).code, 0);
-  const Outcome outcome = Run({"watch", "--timeout", "0.2", "--count", "1", "Speed"});
-  EXPECT_EQ(outcome.code, 6);
-  EXPECT_EQ(outcome.errors, "valmere: watching\nvalmere: time-out after 0 of 1 lines\n");
-}
-
-TEST_F(DeskTest, WatchesOnWhenTheServiceComesBack) {
-  auto publisher = Publish("Motion/Speed=42");
-  const auto watching = Start({"watch", "--initial", "--reconnect", "--count", "2", "Head/*"});
-  EXPECT_EQ(watching->ReadErrorLine(), "valmere: watching");
-  EXPECT_EQ(watching->ReadLine(), "Head/Motion/Speed=42");
-  StopService();
-  EXPECT_THAT(watching->ReadErrorLine(), MatchesRegex("valmere: connection lost.*; trying again"));
-  StartService();
-  publisher = Publish("Motion/Speed=43");
-  EXPECT_EQ(watching->ReadErrorLine(), "valmere: connected again");
-  // Depending on who was there first it was gone in between.
-  const std::string line = watching->ReadLine();
-  EXPECT_THAT(line, ::testing::AnyOf("Head/Motion/Speed=43", "Head/Motion/Speed is gone"));
-  EXPECT_EQ(watching->Wait(), 0);
-}
-
-TEST_F(DeskTest, EndsWithSevenWhenItMayNotReconnect) {
-  const auto watching = Start({"watch"});
-  EXPECT_EQ(watching->ReadErrorLine(), "valmere: watching");
-  StopService();
-  EXPECT_EQ(watching->Wait(), 7);
-}
-
-TEST_F(DeskTest, EndsWellWhenItIsInterruptedWhileItTriesAgain) {
-  const auto watching = Start({"watch", "--reconnect"});
-  EXPECT_EQ(watching->ReadErrorLine(), "valmere: watching");
-  StopService();
-  EXPECT_THAT(watching->ReadErrorLine(), HasSubstr("trying again"));
-  watching->Signal(SIGINT);
-  EXPECT_EQ(watching->Wait(), 0);
-}
-
 TEST_F(DeskTest, TellsAllAboutAProperty) {
   const Client owner = Own();
   EXPECT_EQ(Run({"info", "Speed"}).output,
@@ -332,78 +191,17 @@ TEST_F(DeskTest, StoresAndLoads) {
     return text.str().find(line_part) != std::string::npos;
   };
   // The service writes behind our back, this line as the last; a load of half a file would fail.
-  EXPECT_TRUE(test::Eventually(
+  EXPECT_TRUE(Eventually(
       [&] { return holds("Qt Common Modules Build Number=") && Run({"load"}).code == 0; }));
   // A load writes its lines back; the one that is asked for now comes behind them.
   EXPECT_EQ(Run({"set", "Property Publishing Period in ms", "750"}).code, 0);
-  EXPECT_TRUE(test::Eventually([&] {
+  EXPECT_TRUE(Eventually([&] {
     return holds("Period in ms=750\n") && Run({"propfile", "check", file}).code == 0;
   }));
   std::ofstream(file) << "no property file";
   const Outcome outcome = Run({"load"});
   EXPECT_EQ(outcome.code, 1);
   EXPECT_THAT(outcome.errors, HasSubstr("could not load"));
-}
-
-TEST_F(DeskTest, ImportsWhatItExported) {
-  const auto publisher = Publish("Motion/Speed=\xff 42");
-  const std::string period = "'Property Publishing Period in ms'";
-  const Outcome outcome = RunShell(
-      "set -e; cd $dir; $valmere export >a; $valmere set --verify Speed 1; $valmere set " + period +
-      " 750; $valmere import a >set; $valmere export >b; cmp a b; cat set; echo again; $valmere "
-      "import a");
-  EXPECT_EQ(outcome.code, 0) << outcome.errors;
-  EXPECT_THAT(outcome.output,
-              AllOf(HasSubstr("Head/Motion/Speed=\xff 42\n"),
-                    HasSubstr("Property Publishing Period in ms=500\n"), EndsWith("again\n")));
-}
-
-TEST_F(DeskTest, ImportsWhatItCanAndNamesTheRest) {
-  const Client owner = Own();
-  const std::string lines =
-      R"({"value":"1","component_guid":"C1","group_guid":"G1","guid":"P2","name":"Weight"}
-{"value":"600","component_guid":"955CFDC2-8EA6-478E-A927-7C870022EA03",)"
-      R"("group_guid":"99A61D40-20CE-41EA-A579-EB92C6ED94C6",)"
-      R"("guid":"DA821DC5-948D-4659-9B52-177E4C102129"})";
-  std::ofstream(folder_.Path("lines")) << lines << "\n";
-  EXPECT_EQ(Run({"import", "--dry-run", folder_.Path("lines")}).output,
-            "Valmere/General/Property Publishing Period in ms=600\n");
-  const Outcome outcome = Run({"import", folder_.Path("lines")});
-  EXPECT_EQ(outcome.code, 4);
-  EXPECT_EQ(outcome.output, "Valmere/General/Property Publishing Period in ms=600\n");
-  EXPECT_EQ(outcome.errors,
-            "valmere: no property C1/G1/Weight\nvalmere: 1 of the properties are not there\n");
-}
-
-TEST_F(DeskTest, ImportsNothingOfAFileThatItDoesNotUnderstand) {
-  std::ofstream(folder_.Path("lines")) << "\n{\"value\":\"1\"}\n";
-  const Outcome outcome = Run({"import", folder_.Path("lines")});
-  EXPECT_EQ(outcome.code, 2);
-  EXPECT_EQ(outcome.errors, "valmere: line 2 is no exported property\n");
-}
-
-TEST_F(DeskTest, ImportsNothingOfAFileThatItCannotRead) {
-  const Outcome outcome = Run({"import", folder_.Path("")});
-  EXPECT_EQ(outcome.code, 1);
-  EXPECT_THAT(outcome.errors, HasSubstr("cannot read " + folder_.Path("")));
-}
-
-TEST_F(DeskTest, ImportsTheLaterOfTwoLinesForOneProperty) {
-  const auto publisher = Publish("Motion/Speed=42");
-  EXPECT_EQ(RunShell("cd $dir; $valmere export '*/Speed' >a; sed s/42/41/ a | cat - a >b").code, 0);
-  const Outcome outcome = Run({"import", folder_.Path("b")});
-  EXPECT_EQ(outcome.code, 0);
-  EXPECT_EQ(outcome.output, "");
-  EXPECT_EQ(Run({"get", "Speed"}).output, "42\n");
-}
-
-TEST_F(DeskTest, ImportsWithTimeOutWhenTheOwnerDoesNothing) {
-  const Client owner = Own();
-  std::ofstream(folder_.Path("lines"))
-      << R"({"value":"1","component_guid":"C1","group_guid":"G1","guid":"P1"})";
-  const Outcome outcome = Run({"--timeout", "1", "import", folder_.Path("lines")});
-  EXPECT_EQ(outcome.code, 6);
-  EXPECT_THAT(outcome.errors, HasSubstr("  Head/Motion/Speed\n"));
 }
 
 TEST_F(DeskTest, EndsQuietlyWhenNobodyReads) {

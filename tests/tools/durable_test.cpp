@@ -6,18 +6,11 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
-#include <memory>
 #include <thread>
 
 #include "client/client.h"
-#include "tests/host/subprocess.h"
-#include "tests/tools/command_run.h"
-#include "tests/tools/desk_samples.h"
-#include "tools/propfile/propfile_text.h"
-#include "tools/service/service_clients.h"
-#include "tools/service/service_file.h"
-#include "tools/service/service_properties.h"
-#include "tools/service/storing.h"
+#include "client/service_properties.h"
+#include "tests/tools/durable_fixture.h"
 
 namespace valmere::test {
 namespace {
@@ -27,63 +20,7 @@ using client::Deadline;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using tools::FileLook;
 using tools::Sealed;
-using tools::ServiceFile;
-
-const std::string kPeriod = "Property Publishing Period in ms";
-const std::string kPeriodKey =
-    std::string(tools::kGeneralGroup) + ":DA821DC5-948D-4659-9B52-177E4C102129";
-const std::string kFileName = "/Store/ValmereProperties.ini";
-constexpr std::size_t kStoredProperties = 26;
-
-class DurableTest : public ::testing::Test {
- protected:
-  void SetUp() override { std::filesystem::create_directories(root_ + "/Store"); }
-
-  // Where it works must not matter but to the one test that is about it.
-  void StartService(const std::string& folder = "/") {
-    service_ = std::make_unique<Subprocess>(
-        std::vector<std::string>{"/bin/bash", "-c", "cd \"$1\" && shift && exec \"$@\"", "", folder,
-                                 VALMERED, "--root", root_, "--socket", folder_.Path("PRN1")});
-    ASSERT_THAT(service_->ReadLine(), HasSubstr("ready"));
-  }
-  void KillService() {
-    service_->Signal(SIGKILL);
-    EXPECT_EQ(service_->Wait(), -SIGKILL);
-  }
-  std::unique_ptr<Subprocess> Start(const std::vector<std::string>& arguments) const {
-    return StartCommand(arguments, environment_);
-  }
-  Outcome Run(const std::vector<std::string>& arguments) const { return Finish(*Start(arguments)); }
-  Outcome SetDurably(const std::string& name, const std::string& value) const {
-    return Run({"set", "--durable", "--root", root_, name, value});
-  }
-  Outcome StoreAndWait() const { return Run({"store", "--wait", "--root", root_}); }
-
-  tools::PropfileText File() const { return tools::ReadPropfileText(BytesOf(path_)); }
-  // Of the last line with the key, in a file with a good CRC.
-  std::string Stored(const std::string& key) const {
-    std::string value = "nothing";
-    const tools::PropfileText file = File();
-    EXPECT_TRUE(file.crc_is_good());
-    for (const tools::PropfileLine& line : file.lines) {
-      if (line.key == key) value = line.value;
-    }
-    return value;
-  }
-  // One that the service does not rewrite, because it is too long.
-  void PutUnwritableFile() const {
-    WriteBytes(path_, Sealed("A:B|n:m=" + std::string(17u << 20, 'x') + "\n"));
-  }
-
-  TemporaryFolder folder_;
-  const std::string root_ = folder_.Path("root");
-  const std::string path_ = root_ + kFileName;
-  const std::vector<std::string> environment_{"VALMERE_SOCKET=" + folder_.Path("PRN1"),
-                                              "VALMERE_ROOT="};
-  std::unique_ptr<Subprocess> service_;
-};
 
 TEST_F(DurableTest, AStoreThatWaitsLeavesALineForEachProperty) {
   StartService();
@@ -129,65 +66,6 @@ TEST_F(DurableTest, AValueThatIsSetAlreadyIsStoredAllTheSame) {
   EXPECT_EQ(SetDurably(kPeriod, "500").code, 0);
 }
 
-// The wait by itself, at a file that the test writes or leaves alone; the service reports 500.
-class StoringTest : public DurableTest {
- protected:
-  void SetUp() override {
-    DurableTest::SetUp();
-    StartService();
-    std::filesystem::create_directories(folder_.Path("other/Store"));
-    client_ = clients_.Open(Deadline::After(kPatience)).value();
-  }
-  tools::Storing Begin(const std::string& root, Deadline deadline) {
-    const client::PropertyAddress address = tools::PublishingPeriod();
-    const auto period = client_->Get({&address, 1}, deadline);
-    tools::Storing storing(clients_, *client_,
-                           std::get<ServiceFile>(ServiceFile::Find(root, "", kFileName)), deadline);
-    EXPECT_TRUE(period && !storing.Begin(*period).has_value());
-    return storing;
-  }
-  void Write(int value) const {
-    const std::string path = folder_.Path("other") + kFileName;
-    WriteBytes(path + ".new", Sealed(kPeriodKey + "|n:m=" + std::to_string(value) + "\n"));
-    std::filesystem::rename(path + ".new", path);
-  }
-
-  tools::ServiceClients clients_{folder_.Path("PRN1")};
-  Client* client_ = nullptr;
-};
-
-// Where another client has set the same value a moment before, its line is written already.
-TEST_F(StoringTest, RequestsLinesWhereNoneComesByItself) {
-  ASSERT_EQ(SetDurably(kPeriod, "500").code, 0);
-  tools::Storing storing = Begin(root_, Deadline::After(kPatience));
-  EXPECT_FALSE(storing.Await().has_value());
-  EXPECT_EQ(File().lines.size(), kStoredProperties);
-}
-
-TEST_F(StoringTest, DoesNotTakeTheFirstOtherValueThatIsWritten) {
-  Write(1);
-  tools::Storing storing = Begin(folder_.Path("other"), Deadline::After(std::chrono::seconds(1)));
-  Write(2);
-  const auto failure = storing.Await();
-  ASSERT_TRUE(failure.has_value());
-  EXPECT_EQ(failure->code, tools::kExitTimeout);
-}
-
-TEST_F(StoringTest, TakesValuesThatChangeFasterThanTheyAreReported) {
-  Write(1);
-  tools::Storing storing = Begin(folder_.Path("other"), Deadline::After(kPatience));
-  std::atomic<bool> stop{false};
-  std::thread writing([&] {
-    for (int value = 1000; !stop.load(); ++value) {
-      Write(value);
-    }
-  });
-  const auto failure = storing.Await();
-  stop.store(true);
-  writing.join();
-  EXPECT_FALSE(failure.has_value()) << failure->text;
-}
-
 TEST_F(DurableTest, AValueIsVerifiedAndStored) {
   StartService();
   EXPECT_EQ(Run({"set", "--verify", "--durable", "--root", root_, kPeriod, "750"}).code, 0);
@@ -229,7 +107,7 @@ TEST_F(DurableTest, WhatOthersPublishUnderTheServicesNameIsNotWaitedFor) {
   StartService();
   auto publisher = Client::Connect(folder_.Path("PRN1"), Deadline::After(kPatience));
   client::Property foreign = kSpeed;
-  foreign.component = tools::kServiceComponent;
+  foreign.component = client::kServiceComponent;
   const auto address = foreign.address();
   ASSERT_TRUE(publisher && publisher->Publish({&foreign, 1}, Deadline::After(kPatience)));
   ASSERT_TRUE(publisher->Get({&address, 1}, Deadline::After(kPatience)));
@@ -355,7 +233,7 @@ class Flood {
       : thread_([this, socket, guid] {
           auto client = Client::Connect(socket, Deadline::After(kPatience));
           ASSERT_TRUE(client);
-          const client::PropertyAddress address{tools::kServiceComponent, tools::kGeneralGroup,
+          const client::PropertyAddress address{client::kServiceComponent, client::kGeneralGroup,
                                                 guid};
           for (unsigned value = 1000; !stop_.load(); ++value) {
             const client::SetRequest request{address, std::to_string(value)};
@@ -384,90 +262,6 @@ TEST_F(DurableTest, AFloodOfSetsByAnotherClientDoesNotHoldItUp) {
   EXPECT_EQ(same.code, 0) << same.errors;
   const Outcome store = StoreAndWait();
   EXPECT_EQ(store.code, 0) << store.errors;
-}
-
-class ServiceFileTest : public ::testing::Test {
- protected:
-  void SetUp() override { std::filesystem::create_directories(root_ + "/Store"); }
-  std::variant<ServiceFile, tools::Failure> Find(const std::string& path) const {
-    return ServiceFile::Find(root_, "", path);
-  }
-  std::string NameOf(const std::string& path) const {
-    const auto file = Find(path);
-    const auto* found = std::get_if<ServiceFile>(&file);
-    return found != nullptr ? found->name() : std::get<tools::Failure>(file).text;
-  }
-  FileLook Look() const {
-    return std::get<FileLook>(std::get<ServiceFile>(Find(kFileName)).Look());
-  }
-
-  TemporaryFolder folder_;
-  const std::string root_ = folder_.Path("root");
-  const std::string path_ = root_ + kFileName;
-};
-
-TEST_F(ServiceFileTest, NoPathLeadsOutOfTheRoot) {
-  for (const char* path : {"/Store/x", "\\Store\\x", "Store/x", "/../../Store/x",
-                           "Store/../Store/./x", "//Store\\\\x"}) {
-    EXPECT_EQ(NameOf(path), root_ + "/Store/x") << path;
-  }
-  for (const std::string& path : {std::string("/"), std::string(".."), std::string(""),
-                                  std::string("/Store/COM1:"), std::string("/Store/x\0y", 10)}) {
-    EXPECT_THAT(NameOf(path), HasSubstr("is no file below its root"));
-  }
-}
-
-TEST_F(ServiceFileTest, NoLinkIsFollowedBelowTheRoot) {
-  const std::string elsewhere = folder_.Path("elsewhere");
-  std::filesystem::create_directory(elsewhere);
-  WriteBytes(elsewhere + "/x.ini", Sealed("A:B|n:m=1\n"));
-  std::filesystem::create_directory_symlink(elsewhere, root_ + "/Link");
-  EXPECT_THAT(NameOf("/Link/x.ini"), HasSubstr("name the service's root with --root"));
-  std::filesystem::create_symlink(elsewhere + "/x.ini", path_);
-  EXPECT_TRUE(
-      std::holds_alternative<tools::Failure>(std::get<ServiceFile>(Find(kFileName)).Look()));
-}
-
-TEST_F(ServiceFileTest, TheRootItselfMayBeALink) {
-  const std::string link = folder_.Path("link");
-  std::filesystem::create_directory_symlink(root_, link);
-  WriteBytes(path_, Sealed("A:B|n:m=1\n"));
-  const auto file = ServiceFile::Find(link, "", kFileName);
-  EXPECT_TRUE(std::get<FileLook>(std::get<ServiceFile>(file).Look()).sound);
-}
-
-TEST_F(ServiceFileTest, AFileThatIsMissingOrTornIsNotSound) {
-  EXPECT_FALSE(Look().version.has_value());
-  const std::string sound = Sealed("A:B|n:m=1\nA:C|n:o=2\nA:B|n:m=3\n");
-  for (std::size_t length = 0; length < sound.size(); ++length) {
-    WriteBytes(path_, sound.substr(0, length));
-    EXPECT_FALSE(Look().sound) << length;
-    EXPECT_TRUE(Look().values.empty()) << length;
-  }
-  WriteBytes(path_, sound);
-  EXPECT_TRUE(Look().sound);
-  EXPECT_THAT(Look().values,
-              ::testing::ElementsAre(::testing::Pair("A:B", "3"), ::testing::Pair("A:C", "2")));
-}
-
-TEST_F(ServiceFileTest, AFileThatWasReplacedIsCurrentNoMore) {
-  WriteBytes(path_, Sealed("A:B|n:m=1\n"));
-  const ServiceFile file = std::get<ServiceFile>(Find(kFileName));
-  const FileLook look = Look();
-  EXPECT_TRUE(file.IsCurrent(look));
-  EXPECT_FALSE(file.Sync(look).has_value());
-  WriteBytes(path_ + ".new", Sealed("A:B|n:m=1\n"));
-  std::filesystem::rename(path_ + ".new", path_);
-  EXPECT_FALSE(file.IsCurrent(look));
-  EXPECT_NE(look.version, Look().version);
-  std::filesystem::remove(path_);
-  EXPECT_FALSE(file.IsCurrent(look));
-}
-
-TEST_F(ServiceFileTest, WhatIsNoFileIsToldOf) {
-  std::filesystem::create_directory(path_);
-  const auto look = std::get<ServiceFile>(Find(kFileName)).Look();
-  EXPECT_THAT(std::get<tools::Failure>(look).text, HasSubstr("is no regular file"));
 }
 
 }  // namespace

@@ -18,16 +18,16 @@ using ::testing::HasSubstr;
 class FrameCommand : public ::testing::Test {
  protected:
   CommandOutcome Run(std::vector<std::string> words, const std::string& input,
-                     tools::OutputStyle style = {}) const {
+                     tools::OutputOptions options = {}) const {
     WriteBytes(path_, input);
     words.insert(words.begin(), "frame");
     words.push_back(path_);
-    return RunCommand(tools::AddFrameCommand, words, std::move(style));
+    return RunCommand(tools::AddFrameCommand, words, std::move(options));
   }
 
   const TemporaryFolder folder_;
   const std::string path_ = folder_.Path("input");
-  const std::string example_ = test::HexExample(VALMERE_FORMATS "/frame.md");
+  const std::string example_ = HexExample(VALMERE_FORMATS "/frame.md");
 };
 
 TEST_F(FrameCommand, MakesTheDocumentedExample) {
@@ -49,9 +49,9 @@ TEST_F(FrameCommand, FindsNoFrameInNothing) {
 TEST_F(FrameCommand, PrintsEachTextOnOneLine) {
   const std::string frame = FrameOf("{\n\"a\": 1\n}");
   EXPECT_EQ(Run({"decode"}, frame).output, "{ \"a\": 1 }\n");
-  tools::OutputStyle style;
-  style.null_ends = true;
-  EXPECT_EQ(Run({"decode"}, frame, style).output, std::string("{\n\"a\": 1\n}\0", 11));
+  tools::OutputOptions options;
+  options.null_ends = true;
+  EXPECT_EQ(Run({"decode"}, frame, options).output, std::string("{\n\"a\": 1\n}\0", 11));
 }
 
 TEST_F(FrameCommand, DumpsTheHeader) {

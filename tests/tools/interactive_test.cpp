@@ -12,7 +12,7 @@
 #include "tests/client/fake_service.h"
 #include "tests/tools/command_run.h"
 #include "tests/tools/pseudo_terminal.h"
-#include "tools/interactive/interactive_history.h"
+#include "tools/interactive/history_file.h"
 
 namespace valmere::test {
 namespace {

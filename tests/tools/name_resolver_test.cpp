@@ -5,12 +5,12 @@
 
 #include <vector>
 
-namespace valmere::tools {
+namespace valmere::test {
 namespace {
 
 using client::Property;
 
-const std::vector<Property> kProperties{
+const std::vector<Property> kNamed{
     {"GG1", "General", "PG1", "Speed", "1", client::kSuccessful, "CG1", "Head"},
     {"GG1", "General", "PG2", "Name", "a", client::kSuccessful, "CG1", "Head"},
     {"GG2", "Motor", "PG3", "Speed", "2", client::kSuccessful, "CG1", "Head"},
@@ -20,9 +20,9 @@ const std::vector<Property> kProperties{
 
 // The number of the property that a name means; the exit code below 0 if it means none.
 int Meaning(std::string_view name) {
-  const auto resolved = Resolve(name, kProperties);
-  if (const Failure* failure = std::get_if<Failure>(&resolved)) return -failure->code;
-  return static_cast<int>(std::get<const Property*>(resolved) - kProperties.data());
+  const auto resolved = tools::Resolve(name, kNamed);
+  if (const tools::Failure* failure = std::get_if<tools::Failure>(&resolved)) return -failure->code;
+  return static_cast<int>(std::get<const Property*>(resolved) - kNamed.data());
 }
 
 TEST(NameResolver, TakesANameThatIsTheOnlyOneOfItsKind) {
@@ -57,33 +57,33 @@ TEST(NameResolver, TakesNamesThatContainSlashes) {
 TEST(NameResolver, SaysThatThereIsNone) {
   for (const char* name : {"", "speed", "Speed ", "Motor", "Motor/", "/Speed", "Head/Speed",
                            "Head/Motor/", "Head//Speed", "General/Speed/"}) {
-    EXPECT_EQ(Meaning(name), -kExitNoSuchProperty) << name;
+    EXPECT_EQ(Meaning(name), -tools::kExitNoSuchProperty) << name;
   }
-  const auto resolved = Resolve("bogus", kProperties);
-  EXPECT_EQ(std::get<Failure>(resolved).text, "no property \"bogus\"");
+  const auto resolved = tools::Resolve("bogus", kNamed);
+  EXPECT_EQ(std::get<tools::Failure>(resolved).text, "no property \"bogus\"");
 }
 
 TEST(NameResolver, SuggestsWhatIsNear) {
-  EXPECT_EQ(std::get<Failure>(Resolve("Nmae", kProperties)).text,
+  EXPECT_EQ(std::get<tools::Failure>(tools::Resolve("Nmae", kNamed)).text,
             "no property \"Nmae\"; did you mean\n  Head/General/Name");
-  EXPECT_EQ(std::get<Failure>(Resolve("motor/sped", kProperties)).text,
+  EXPECT_EQ(std::get<tools::Failure>(tools::Resolve("motor/sped", kNamed)).text,
             "no property \"motor/sped\"; did you mean\n"
             "  Head/Motor/Speed\n  Spare Head/Motor/Speed");
-  EXPECT_EQ(std::get<Failure>(Resolve("Heat/General/Speed", kProperties)).text,
+  EXPECT_EQ(std::get<tools::Failure>(tools::Resolve("Heat/General/Speed", kNamed)).text,
             "no property \"Heat/General/Speed\"; did you mean\n  Head/General/Speed");
-  EXPECT_EQ(std::get<Failure>(Resolve("nam", kProperties)).text,
+  EXPECT_EQ(std::get<tools::Failure>(tools::Resolve("nam", kNamed)).text,
             "no property \"nam\"; did you mean\n  Head/General/Name");
 }
 
 TEST(NameResolver, NamesTheCandidatesOfAnAmbiguousName) {
-  const auto resolved = Resolve("Motor/Speed", kProperties);
-  EXPECT_EQ(std::get<Failure>(resolved).code, kExitUsage);
-  EXPECT_EQ(std::get<Failure>(resolved).text,
+  const auto resolved = tools::Resolve("Motor/Speed", kNamed);
+  EXPECT_EQ(std::get<tools::Failure>(resolved).code, tools::kExitUsage);
+  EXPECT_EQ(std::get<tools::Failure>(resolved).text,
             "\"Motor/Speed\" is ambiguous; it could be\n"
             "  Head/Motor/Speed  (CG1/GG2/PG3)\n"
             "  Spare Head/Motor/Speed  (CG2/GG2/PG4)");
-  EXPECT_EQ(Meaning("Speed"), -kExitUsage);
+  EXPECT_EQ(Meaning("Speed"), -tools::kExitUsage);
 }
 
 }  // namespace
-}  // namespace valmere::tools
+}  // namespace valmere::test

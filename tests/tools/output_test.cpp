@@ -7,22 +7,22 @@
 
 #include <cstdlib>
 
-namespace valmere::tools {
+namespace valmere::test {
 namespace {
 
 TEST(Output, EscapesWhatSteersATerminal) {
-  EXPECT_EQ(EscapeControls("plain \xc3\xa9 text"), "plain \xc3\xa9 text");
-  EXPECT_EQ(EscapeControls("a\nb\tc\rd"), "a\\nb\\tc\\rd");
-  EXPECT_EQ(EscapeControls("\x1b[2J\x7f"), "\\x1B[2J\\x7F");
-  EXPECT_EQ(EscapeControls("\xc2\x9b"
-                           "1m \xc2\xa0"),
+  EXPECT_EQ(tools::EscapeControls("plain \xc3\xa9 text"), "plain \xc3\xa9 text");
+  EXPECT_EQ(tools::EscapeControls("a\nb\tc\rd"), "a\\nb\\tc\\rd");
+  EXPECT_EQ(tools::EscapeControls("\x1b[2J\x7f"), "\\x1B[2J\\x7F");
+  EXPECT_EQ(tools::EscapeControls("\xc2\x9b"
+                                  "1m \xc2\xa0"),
             "\\xC2\\x9B1m \xc2\xa0");
-  EXPECT_EQ(EscapeControls(std::string("\0\xc2", 2)), "\\x00\xc2");
+  EXPECT_EQ(tools::EscapeControls(std::string("\0\xc2", 2)), "\\x00\xc2");
 }
 
 TEST(Output, LeavesAPipeUnchanged) {
   std::FILE* file = std::tmpfile();
-  Output out(file);
+  tools::Output out(file);
   out.Line(
       "a\x1b"
       "b");
@@ -44,7 +44,7 @@ TEST(Output, EscapesOnATerminal) {
   ASSERT_EQ(unlockpt(terminal), 0);
   std::FILE* file = std::fopen(ptsname(terminal), "r+");
   ASSERT_NE(file, nullptr);
-  Output out(file);
+  tools::Output out(file);
   out.Line(
       "a\x1b"
       "b");
@@ -59,7 +59,7 @@ TEST(Output, EscapesOnATerminal) {
 TEST(Output, NoticesThatNothingCanBeWritten) {
   std::FILE* file = std::fopen("/dev/full", "w");
   ASSERT_NE(file, nullptr);
-  Output out(file);
+  tools::Output out(file);
   out.Line("text");
   out.Flush();
   EXPECT_TRUE(out.failed());
@@ -67,4 +67,4 @@ TEST(Output, NoticesThatNothingCanBeWritten) {
 }
 
 }  // namespace
-}  // namespace valmere::tools
+}  // namespace valmere::test

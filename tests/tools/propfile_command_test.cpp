@@ -41,7 +41,7 @@ class Propfile : public ::testing::Test {
 };
 
 TEST_F(Propfile, ShowsKeyNamesAndValueOfEachLine) {
-  Put(test::HexExample(VALMERE_FORMATS "/property-file.md"));
+  Put(HexExample(VALMERE_FORMATS "/property-file.md"));
   const CommandOutcome outcome = Run({"show"});
   EXPECT_EQ(outcome.code, 0) << outcome.errors;
   EXPECT_EQ(outcome.output, "A1:B2\tGeneral:Speed\t6=six\nA1:C3\tGeneral:Name\t\n");
@@ -57,10 +57,10 @@ TEST_F(Propfile, ShowsACorruptFileAndSaysThatItIs) {
 
 TEST_F(Propfile, ShowsAFileAsJsonLines) {
   Put(Sealed(kSpeedLine + "rubbish\nA:B|n:m=\xff\n"));
-  tools::OutputStyle style;
-  style.form = tools::OutputForm::kJson;
+  tools::OutputOptions options;
+  options.form = tools::OutputForm::kJson;
   const CommandOutcome outcome =
-      RunCommand(tools::AddPropfileCommand, {"propfile", "show", path_}, style);
+      RunCommand(tools::AddPropfileCommand, {"propfile", "show", path_}, options);
   EXPECT_EQ(outcome.code, 1);
   const std::string crc = tools::CrcText(ReadPropfileText(Get()).computed_crc);
   EXPECT_EQ(outcome.output,
@@ -72,7 +72,7 @@ TEST_F(Propfile, ShowsAFileAsJsonLines) {
 }
 
 TEST_F(Propfile, FindsNoFaultWithTheDocumentedExample) {
-  Put(test::HexExample(VALMERE_FORMATS "/property-file.md"));
+  Put(HexExample(VALMERE_FORMATS "/property-file.md"));
   const CommandOutcome outcome = Run({"check"});
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.output, path_ + ": sound, 48 bytes, 2 lines, CRC 0AED\n");
@@ -225,7 +225,7 @@ TEST_F(Propfile, WantsToKnowWhatToDo) {
 
 // What the service takes of `bytes`, as key to left side and value.
 PropertyFileResult ReadByTheService(const std::string& bytes, PropertyMap& map) {
-  test::MemoryFileSystem files;
+  MemoryFileSystem files;
   files.Put(u"/file", bytes);
   return ReadPropertyFile(files, u"/file", map);
 }

@@ -3,38 +3,21 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 
-#include "tests/host/subprocess.h"
-#include "tests/tools/command_run.h"
-#include "tools/commands/commands.h"
+#include "tests/tools/propfile_samples.h"
 
 namespace valmere::test {
 namespace {
 
-using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
 using tools::Rescue;
 using tools::RescueLines;
 using tools::Sealed;
 using namespace std::string_literals;
-
-const std::string kSomeGroup = "99A61D40-20CE-41EA-A579-EB92C6ED94C6";
-const std::string kPeriodLine =
-    kSomeGroup + ":DA821DC5-948D-4659-9B52-177E4C102129|General:Period=750";
-const std::string kZoneLine =
-    kSomeGroup + ":CD31503F-4949-40E1-BA2C-B2A88CF420F0|Debug Zone:Init=True";
-const std::string kBarLine =
-    kSomeGroup + ":C8B8886D-A101-47A9-BC60-477938C53648|General:Name=a=b|c";
-const std::string kThreeLines = kPeriodLine + "\n" + kZoneLine + "\n" + kBarLine + "\n";
 
 std::vector<std::string> LinesOf(const Rescue& rescue) {
   std::vector<std::string> lines;
@@ -197,13 +180,13 @@ TEST(RescueLines, JoinsPiecesOfOneKindThatFollowEachOther) {
 
 TEST(RescueLines, HoldsNoMoreThanItTellsOf) {
   std::string bytes;
-  for (std::size_t i = 0; i < tools::kMostTold + 7; ++i) {
+  for (std::size_t i = 0; i < tools::kMostListed + 7; ++i) {
     bytes += "rubbish\nA:B|n:m=1\n";
   }
   const Rescue rescue = RescueLines(bytes);
-  EXPECT_EQ(rescue.left_out.size(), tools::kMostTold);
-  EXPECT_EQ(rescue.untold, 7u);
-  EXPECT_EQ(rescue.lines.size(), tools::kMostTold + 7);
+  EXPECT_EQ(rescue.left_out.size(), tools::kMostListed);
+  EXPECT_EQ(rescue.unlisted, 7u);
+  EXPECT_EQ(rescue.lines.size(), tools::kMostListed + 7);
 }
 
 TEST(RescueLines, KeepsNoMoreLinesThanItsLimit) {
@@ -227,160 +210,6 @@ TEST(RescueLines, TakesNoLongerForHostileBytesThanForOthers) {
     }
     EXPECT_THAT(Rescued(bytes), IsEmpty());
   }
-}
-
-class RescueCommand : public ::testing::Test {
- protected:
-  CommandOutcome Run(const std::vector<std::string>& words, tools::OutputStyle style = {}) {
-    std::vector<std::string> line{"propfile", "rescue", path_};
-    line.insert(line.end(), words.begin(), words.end());
-    ::testing::internal::CaptureStderr();
-    const CommandOutcome outcome = RunCommand(tools::AddPropfileCommand, line, std::move(style));
-    told_ = ::testing::internal::GetCapturedStderr();
-    return outcome;
-  }
-  void Put(const std::string& bytes) const { WriteBytes(path_, bytes); }
-  std::size_t FileCount() const {
-    const std::filesystem::directory_iterator files(folder_.Path(""));
-    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
-  }
-  static mode_t ModeOf(const std::string& path) {
-    struct stat status {};
-    EXPECT_EQ(stat(path.c_str(), &status), 0);
-    return status.st_mode & 07777;
-  }
-
-  const TemporaryFolder folder_;
-  const std::string path_ = folder_.Path("Properties.ini");
-  const std::string out_ = folder_.Path("out.ini");
-  std::string told_;
-};
-
-TEST_F(RescueCommand, PrintsTheGoodLinesAndTellsOfTheRest) {
-  Put("A1:B2|General:Speed=6=six\nrub\x1b[2Jbish\n" + kZoneLine + "\nxx");
-  const CommandOutcome outcome = Run({});
-  EXPECT_EQ(outcome.code, 0) << outcome.errors;
-  const std::string key = kZoneLine.substr(0, kZoneLine.find('|'));
-  EXPECT_EQ(outcome.output, "A1:B2\tGeneral:Speed\t6=six\n" + key + "\tDebug Zone:Init\tTrue\n");
-  EXPECT_THAT(told_, StartsWith("valmere: " + path_ +
-                                ":2 (bytes 27 to 37): left out: it is no text: "
-                                "\"rub\\x1B[2Jbish\"\n"));
-  EXPECT_THAT(told_, HasSubstr(path_ + ": the CRC is wrong: 7878 is stored, "));
-  EXPECT_THAT(told_, HasSubstr(path_ + ": 2 of 3 lines\n"));
-}
-
-TEST_F(RescueCommand, EndsWellWithASoundFile) {
-  Put(Sealed(kThreeLines));
-  EXPECT_EQ(Run({}).code, 0);
-  EXPECT_THAT(told_, AllOf(HasSubstr("the CRC is good: "), HasSubstr(": 3 of 3 lines\n"),
-                           Not(HasSubstr("left out"))));
-}
-
-TEST_F(RescueCommand, PrintsJsonLines) {
-  Put("A1:B2|General:Speed=\xff\n");
-  tools::OutputStyle style;
-  style.form = tools::OutputForm::kJson;
-  const CommandOutcome outcome = Run({}, style);
-  EXPECT_THAT(outcome.output,
-              StartsWith("{\"line\":1,\"key\":\"A1:B2\",\"names\":\"General:Speed\","
-                         "\"value_base64\":\"/w==\"}\n{\"computed_crc\":\""));
-  EXPECT_THAT(outcome.output, ::testing::EndsWith("\"rescued\":1,\"lines\":1}\n"));
-  EXPECT_THAT(told_, HasSubstr("the CRC is missing"));
-}
-
-TEST_F(RescueCommand, EndsWithOneWhenNothingCouldBeRead) {
-  const std::string nothing[] = {"",        "x",        "xx",          "\n",
-                                 "rubbish", Sealed(""), "a\nb\nc\nxx", std::string(5000, '\0')};
-  for (const std::string& bytes : nothing) {
-    Put(bytes);
-    const CommandOutcome outcome = Run({"--output", out_});
-    EXPECT_EQ(outcome.code, 1) << ::testing::PrintToString(bytes);
-    EXPECT_EQ(outcome.output, "");
-    EXPECT_EQ(outcome.errors, path_ + ": nothing could be read");
-    EXPECT_EQ(FileCount(), 1u);
-  }
-}
-
-TEST_F(RescueCommand, ShowsBytesThatAreNoTextAsEscapes) {
-  Put(kPeriodLine +
-      "\n\xff\xfe\x9b"
-      "2J\nxx");
-  EXPECT_EQ(Run({}).code, 0);
-  EXPECT_THAT(told_, HasSubstr("\"\\xFF\\xFE\\x9B2J\""));
-}
-
-TEST_F(RescueCommand, CutsLongTextsInWhatItTells) {
-  Put(kPeriodLine + "\n" + std::string(5000, 'x') + "\nxx");
-  EXPECT_EQ(Run({}).code, 0);
-  EXPECT_THAT(told_, AllOf(HasSubstr("xxx...\""), Not(HasSubstr(std::string(100, 'x')))));
-}
-
-TEST_F(RescueCommand, WritesASoundFileOfTheGoodLines) {
-  Put(kPeriodLine + "\nrubbish\n" + kZoneLine + "\n" + kPeriodLine + "\n" + kBarLine);
-  ASSERT_EQ(chmod(path_.c_str(), 0640), 0);
-  EXPECT_EQ(Run({"--output", out_}).code, 0);
-  EXPECT_EQ(BytesOf(out_), Sealed(kPeriodLine + "\n" + kZoneLine + "\n" + kPeriodLine + "\n"));
-  EXPECT_EQ(ModeOf(out_), 0640u);
-  EXPECT_EQ(FileCount(), 2u);
-}
-
-TEST_F(RescueCommand, ReplacesAFileOnlyByForce) {
-  Put(kPeriodLine + "\n");
-  WriteBytes(out_, "precious");
-  const CommandOutcome refused = Run({"--output", out_});
-  EXPECT_EQ(refused.code, 1);
-  EXPECT_EQ(refused.errors, out_ + " is there already; --force replaces it");
-  EXPECT_EQ(BytesOf(out_), "precious");
-  EXPECT_EQ(Run({"--output", out_, "--force"}).code, 0);
-  EXPECT_EQ(BytesOf(out_), Sealed(kPeriodLine + "\n"));
-}
-
-TEST_F(RescueCommand, DoesNotReplaceALinkThatLeadsNowhere) {
-  Put(kPeriodLine + "\n");
-  std::filesystem::create_symlink(folder_.Path("nowhere"), out_);
-  EXPECT_EQ(Run({"--output", out_}).code, 1);
-  EXPECT_TRUE(std::filesystem::is_symlink(out_));
-}
-
-TEST_F(RescueCommand, MendsTheFileItself) {
-  Put(kPeriodLine + "\n" + kZoneLine);
-  ASSERT_EQ(chmod(path_.c_str(), 0604), 0);
-  EXPECT_EQ(Run({"--output", path_}).code, 1);
-  EXPECT_EQ(BytesOf(path_), kPeriodLine + "\n" + kZoneLine);
-  EXPECT_EQ(Run({"--output", path_, "--force"}).code, 0);
-  EXPECT_EQ(BytesOf(path_), Sealed(kPeriodLine + "\n"));
-  EXPECT_EQ(ModeOf(path_), 0604u);
-  EXPECT_EQ(FileCount(), 1u);
-}
-
-TEST_F(RescueCommand, LeavesNothingBehindWhenItCannotWrite) {
-  Put(kPeriodLine + "\n");
-  EXPECT_EQ(Run({"--output", folder_.Path("no/such/folder")}).code, 1);
-  std::filesystem::create_directory(out_);
-  EXPECT_EQ(Run({"--output", out_, "--force"}).errors, out_ + " is no regular file");
-  EXPECT_EQ(FileCount(), 2u);
-}
-
-TEST_F(RescueCommand, WritesNoFileThatTheServiceWouldNotTake) {
-  Put("A:B|n:m=" + std::string(17u << 20, 'x') + "\n");
-  const CommandOutcome outcome = Run({"--output", out_});
-  EXPECT_EQ(outcome.code, 1);
-  EXPECT_THAT(outcome.errors, HasSubstr("the service takes no file above 16 MiB"));
-  EXPECT_EQ(FileCount(), 1u);
-}
-
-TEST_F(RescueCommand, LooksAtTheFirstPartOfAnEndlessFileAlone) {
-  Put(kPeriodLine + "\n");
-  std::filesystem::resize_file(path_, 100u << 20);
-  const CommandOutcome outcome = Run({});
-  EXPECT_EQ(outcome.code, 0);
-  EXPECT_THAT(told_, HasSubstr("what lies behind the first 64 MiB"));
-}
-
-TEST_F(RescueCommand, RefusesWhatIsNoFile) {
-  EXPECT_EQ(Run({}).errors, "cannot read " + path_ + ": No such file or directory");
-  ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
-  EXPECT_EQ(Run({}).errors, path_ + " is no regular file");
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <stdexcept>
 
 #include "tests/host/subprocess.h"
+#include "tests/support/exec_words.h"
 
 namespace valmere::test {
 namespace {
@@ -21,23 +22,14 @@ namespace {
 constexpr unsigned short kColumns = 80;
 constexpr unsigned short kRows = 24;
 
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (std::string& text : texts) {
-    pointers.push_back(text.data());
-  }
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
 }  // namespace
 
 PseudoTerminal::PseudoTerminal(const std::vector<std::string>& command,
                                const std::vector<std::string>& environment) {
   std::vector<std::string> arguments = command;
   std::vector<std::string> variables = environment;
-  const std::vector<char*> argument_pointers = Pointers(arguments);
-  const std::vector<char*> variable_pointers = Pointers(variables);
+  const std::vector<char*> argument_pointers = ExecWords(arguments);
+  const std::vector<char*> variable_pointers = ExecWords(variables);
   winsize size{kRows, kColumns, 0, 0};
   process_ = forkpty(&terminal_, nullptr, nullptr, &size);
   if (process_ < 0) throw std::runtime_error("forkpty failed");

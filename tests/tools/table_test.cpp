@@ -12,21 +12,21 @@
 #include "tools/output/property_output.h"
 #include "tools/output/property_tree.h"
 
-namespace valmere::tools {
+namespace valmere::test {
 namespace {
 
 using client::Property;
 
-const Property kSpeed{"GG1", "Motor", "PG1", "Speed", "42", client::kSuccessful, "CG1", "Head"};
+const Property kSpeedRow{"GG1", "Motor", "PG1", "Speed", "42", client::kSuccessful, "CG1", "Head"};
 const Property kLimit{"GG1", "Motor", "PG2", "Limit", "99", client::kSuccessful, "CG1", "Head"};
 const Property kNote{"GG2", "Texts", "PG3", "Note", "a long remark", client::kSuccessful,
                      "CG1", "Head"};
 const Property kOther{"GG2", "Texts", "PG3", "Note", "x\ty", client::kSuccessful, "CG2", "Spare"};
 
-OutputStyle Colored(ColorChoice choice) {
-  OutputStyle style;
-  style.color = choice;
-  return style;
+tools::OutputOptions Colored(tools::ColorChoice choice) {
+  tools::OutputOptions options;
+  options.color = choice;
+  return options;
 }
 
 // A terminal of a width; what is printed on it can be read back.
@@ -49,7 +49,7 @@ class Terminal {
 
   std::FILE* file() const { return file_; }
   // Everything up to a last line "end", with plain line ends.
-  std::string Shown(Output& out) const {
+  std::string Shown(tools::Output& out) const {
     out.ShownLine("end");
     out.Flush();
     std::string shown;
@@ -80,17 +80,17 @@ class OnTerminal : public ::testing::Test {
 
   static std::string TableOf(unsigned short columns) {
     const Terminal terminal(columns);
-    Output out(terminal.file(), Colored(ColorChoice::kNever));
-    Table table({"NAME", "VALUE"});
+    tools::Output out(terminal.file(), Colored(tools::ColorChoice::kNever));
+    tools::Table table({"NAME", "VALUE"});
     table.AddRow({"Speed", "42"});
     table.AddRow({"Note", "a long\tremark"});
     table.Print(out);
     return terminal.Shown(out);
   }
-  static std::string LineOf(ColorChoice choice) {
+  static std::string LineOf(tools::ColorChoice choice) {
     const Terminal terminal(80);
-    Output out(terminal.file(), Colored(choice));
-    PrintProperty(kSpeed, TextForm::kAssignment, out);
+    tools::Output out(terminal.file(), Colored(choice));
+    tools::PrintProperty(kSpeedRow, tools::TextForm::kAssignment, out);
     return terminal.Shown(out);
   }
 };
@@ -104,8 +104,8 @@ TEST_F(OnTerminal, ATableIsAsWideAsItNeedsToBe) {
 
 TEST_F(OnTerminal, ATableHasNoBlanksAtTheEndOfItsLines) {
   const Terminal terminal(80);
-  Output out(terminal.file(), Colored(ColorChoice::kNever));
-  Table table({"NAME", "VALUE"});
+  tools::Output out(terminal.file(), Colored(tools::ColorChoice::kNever));
+  tools::Table table({"NAME", "VALUE"});
   table.AddRow({"Speed", ""});
   table.Print(out);
   EXPECT_EQ(terminal.Shown(out), "NAME   VALUE\nSpeed\n");
@@ -121,20 +121,20 @@ TEST_F(OnTerminal, COLUMNSGoesBeforeTheTerminalsOwnWidth) {
 }
 
 TEST_F(OnTerminal, ColoursAreThereUnlessSomebodyObjects) {
-  EXPECT_EQ(LineOf(ColorChoice::kAuto), kColoredLine);
-  EXPECT_EQ(LineOf(ColorChoice::kNever), kPlainLine);
+  EXPECT_EQ(LineOf(tools::ColorChoice::kAuto), kColoredLine);
+  EXPECT_EQ(LineOf(tools::ColorChoice::kNever), kPlainLine);
   setenv("NO_COLOR", "1", 1);
-  EXPECT_EQ(LineOf(ColorChoice::kAuto), kPlainLine);
-  EXPECT_EQ(LineOf(ColorChoice::kAlways), kColoredLine);
+  EXPECT_EQ(LineOf(tools::ColorChoice::kAuto), kPlainLine);
+  EXPECT_EQ(LineOf(tools::ColorChoice::kAlways), kColoredLine);
   unsetenv("NO_COLOR");
   setenv("TERM", "dumb", 1);
-  EXPECT_EQ(LineOf(ColorChoice::kAuto), kPlainLine);
+  EXPECT_EQ(LineOf(tools::ColorChoice::kAuto), kPlainLine);
 }
 
 TEST_F(OnTerminal, ATreeShortensItsLeaves) {
   const Terminal terminal(20);
-  Output out(terminal.file(), Colored(ColorChoice::kNever));
-  PrintTree({&kSpeed, &kLimit, &kNote, &kOther}, out);
+  tools::Output out(terminal.file(), Colored(tools::ColorChoice::kNever));
+  tools::PrintTree({&kSpeedRow, &kLimit, &kNote, &kOther}, out);
   EXPECT_EQ(terminal.Shown(out),
             "Head\n"
             "├─ Motor\n"
@@ -150,32 +150,32 @@ TEST_F(OnTerminal, ATreeShortensItsLeaves) {
 TEST_F(OnTerminal, ATreeIsTypedWhereTheLocaleHasNoLines) {
   std::setlocale(LC_CTYPE, "C");
   const Terminal terminal(80);
-  Output out(terminal.file(), Colored(ColorChoice::kNever));
-  PrintTree({&kSpeed, &kNote}, out);
+  tools::Output out(terminal.file(), Colored(tools::ColorChoice::kNever));
+  tools::PrintTree({&kSpeedRow, &kNote}, out);
   EXPECT_EQ(terminal.Shown(out),
             "Head\n|- Motor\n|  `- Speed = 42\n`- Texts\n   `- Note = a long remark\n");
 }
 
 TEST(InAPipe, LinesHaveNoColourUnlessItIsAskedFor) {
-  for (const ColorChoice choice : {ColorChoice::kAuto, ColorChoice::kAlways}) {
+  for (const tools::ColorChoice choice : {tools::ColorChoice::kAuto, tools::ColorChoice::kAlways}) {
     std::FILE* file = std::tmpfile();
-    Output out(file, Colored(choice));
-    PrintProperty(kSpeed, TextForm::kAssignment, out);
+    tools::Output out(file, Colored(choice));
+    tools::PrintProperty(kSpeedRow, tools::TextForm::kAssignment, out);
     std::rewind(file);
     char line[64] = {};
     ASSERT_NE(std::fgets(line, sizeof(line), file), nullptr);
-    EXPECT_STREQ(line, choice == ColorChoice::kAlways ? kColoredLine : kPlainLine);
+    EXPECT_STREQ(line, choice == tools::ColorChoice::kAlways ? kColoredLine : kPlainLine);
     std::fclose(file);
   }
 }
 
 TEST(InAPipe, LinesEndWithNulWhenItIsAskedFor) {
   std::FILE* file = std::tmpfile();
-  OutputStyle style;
-  style.null_ends = true;
-  Output out(file, style);
-  PrintProperty(kSpeed, TextForm::kValue, out);
-  PrintProperty(kLimit, TextForm::kValue, out);
+  tools::OutputOptions options;
+  options.null_ends = true;
+  tools::Output out(file, options);
+  tools::PrintProperty(kSpeedRow, tools::TextForm::kValue, out);
+  tools::PrintProperty(kLimit, tools::TextForm::kValue, out);
   std::rewind(file);
   constexpr char kEnded[] = {'4', '2', '\0', '9', '9', '\0'};
   char text[8] = {};
@@ -185,4 +185,4 @@ TEST(InAPipe, LinesEndWithNulWhenItIsAskedFor) {
 }
 
 }  // namespace
-}  // namespace valmere::tools
+}  // namespace valmere::test

@@ -4,14 +4,11 @@
 
 #include <csignal>
 #include <future>
-#include <iterator>
-#include <memory>
 #include <mutex>
 #include <sstream>
 
 #include "tests/client/fake_service.h"
-#include "tests/tools/desk_samples.h"
-#include "tools/names/name_guid.h"
+#include "tests/tools/valmere_fixture.h"
 
 namespace valmere::test {
 namespace {
@@ -31,43 +28,6 @@ const Property kVersion{"G3",
                         client::kSuccessful,
                         "955CFDC2-8EA6-478E-A927-7C870022EA03",
                         "Valmere"};
-
-// Answers every get with everything it holds, or a get by address with `after`.
-struct Answers {
-  std::vector<Property> all;
-  Property after;
-};
-
-FakeService::Script Answering(const Answers& answers) {
-  return [answers](const FakeConnection& connection) {
-    for (std::string text = connection.Receive(); !text.empty(); text = connection.Receive()) {
-      if (text.find("GetAllProperties") != std::string::npos)
-        connection.Send(ResponseText(answers.all));
-      else if (text.find("PropertyGetRequests") != std::string::npos)
-        connection.Send(ResponseText({answers.after}));
-    }
-  };
-}
-
-class ValmereTest : public ::testing::Test {
- protected:
-  void Serve(FakeService::Script script) {
-    service_ = std::make_unique<FakeService>(std::move(script));
-  }
-  std::unique_ptr<Subprocess> Start(std::vector<std::string> arguments) const {
-    const std::string path = service_ ? service_->path() : "/nonexistent/PRN1";
-    std::vector<std::string> command{VALMERE, "--socket", path, "--timeout", "60"};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return std::make_unique<Subprocess>(command);
-  }
-  Outcome Run(const std::vector<std::string>& arguments) const {
-    const auto process = Start(arguments);
-    const int code = process->Wait();
-    return {code, process->output(), process->errors()};
-  }
-
-  std::unique_ptr<FakeService> service_;
-};
 
 TEST_F(ValmereTest, ListsEverything) {
   Serve(Answering({{kSpeed, kColour}, {}}));
@@ -249,65 +209,6 @@ TEST_F(ValmereTest, EndsWith130WhenItIsInterrupted) {
     EXPECT_EQ(process->errors(), "valmere: interrupted\n");
     service_.reset();
   }
-}
-
-TEST_F(ValmereTest, PublishesAnswersSetsAndWithdraws) {
-  const std::string group = tools::NameGuid("group:Motion");
-  const Property published{group,
-                           "Motion",
-                           tools::NameGuid("property:" + group + ":Speed"),
-                           "Speed",
-                           "42",
-                           client::kSuccessful,
-                           tools::NameGuid("component:Head"),
-                           "Head"};
-  const std::string address = R"("Component": ")" + published.component + R"(","GUID": ")" +
-                              published.group_guid + ":" + published.guid + "\"";
-  std::mutex lock;
-  std::vector<std::string> received;
-  Serve([&](const FakeConnection& connection) {
-    for (std::string text = connection.Receive(); !text.empty(); text = connection.Receive()) {
-      const std::lock_guard hold(lock);
-      received.push_back(text);
-      if (text.find("PropertyGetRequests") == std::string::npos) continue;
-      connection.Send(ResponseText({published}));
-      if (received.size() == 2)
-        connection.Send(R"({"PropertySetRequests": [{)" + address + R"(,"Value": "50"},)" +
-                        R"({"Component": "other","GUID": "x:y","Value": "1"}]})");
-    }
-  });
-  const auto process = Start({"publish", "--hold", "--component", "Head", "Motion/Speed=42"});
-  EXPECT_EQ(process->ReadErrorLine(), "valmere: published Head/Motion/Speed");
-  EXPECT_EQ(process->ReadLine(), "Motion/Speed=50");
-  process->Signal(SIGTERM);
-  EXPECT_EQ(process->Wait(), 0);
-  EXPECT_EQ(process->output(), "");
-  EXPECT_EQ(process->errors(), "");
-  service_.reset();
-  ASSERT_EQ(received.size(), 5U);
-  EXPECT_THAT(received[0], HasSubstr(R"("Status": "Successful","Value": "42")"));
-  EXPECT_THAT(received[1], HasSubstr("PropertyGetRequests"));
-  EXPECT_THAT(received[2], HasSubstr(R"("Status": "Successful","Value": "50")"));
-  EXPECT_THAT(received[3], HasSubstr(R"("Status": "Property No Longer Available")"));
-  EXPECT_THAT(received[4], HasSubstr("PropertyGetRequests"));
-}
-
-TEST_F(ValmereTest, StopsHoldingWhenTheConnectionIsLost) {
-  Serve([](const FakeConnection& connection) {
-    connection.Receive();
-    connection.Receive();
-    connection.Send(ResponseText({kSpeed}));
-  });
-  EXPECT_EQ(Run({"publish", "--hold", "Speed=1"}).code, 7);
-}
-
-TEST_F(ValmereTest, SaysThatAPropertyWasNotTaken) {
-  Property refused = kSpeed;
-  refused.status = client::kNotFound;
-  Serve(Answering({{}, refused}));
-  const Outcome outcome = Run({"publish", "--hold", "Speed=1"});
-  EXPECT_EQ(outcome.code, 1);
-  EXPECT_EQ(outcome.errors, "valmere: the service did not take valmere/Desk/Speed\n");
 }
 
 TEST_F(ValmereTest, ExplainsItself) {

@@ -86,7 +86,7 @@ void NameCommonOptions(CLI::App& app) {
   }
 }
 
-int ComplainUsage(const char* text) {
+int UsageError(const char* text) {
   std::fprintf(stderr, "valmere: %s\nvalmere: see valmere --help\n", text);
   return kExitUsage;
 }
@@ -107,7 +107,7 @@ int ReportUsage(const CLI::App& app, const CLI::ParseError& error) {
   }
   std::string text = error.what();
   std::erase(text, kMark);
-  return ComplainUsage(text.c_str());
+  return UsageError(text.c_str());
 }
 
 bool NeedsMark(std::string_view value) {
@@ -211,7 +211,7 @@ int Start(const std::vector<std::string>& words) {
   if (const std::optional<int> refused = Parse(app, words)) return *refused;
   if (invocation.run) return Run(invocation);
   if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0)
-    return ComplainUsage("a command is required");
+    return UsageError("a command is required");
   // What was given here holds for each line.
   const auto run_line = [&](std::vector<std::string> line) {
     line.insert(line.begin(), words.begin(), words.end());
@@ -226,18 +226,18 @@ int RunCommandLine(std::vector<std::string> words) {
   Invocation invocation;
   BuildCommandLine(app, invocation);
   if (const std::optional<int> refused = Parse(app, std::move(words))) return *refused;
-  return invocation.run ? Run(invocation) : ComplainUsage("a command is required");
+  return invocation.run ? Run(invocation) : UsageError("a command is required");
 }
 
 int Conclude(const std::optional<Failure>& failure, Output& out) {
   out.Flush();
   if (out.closed()) return kExitOk;
   if (failure) {
-    Complain(failure->text);
+    Report(failure->text);
     return failure->code;
   }
   if (!out.failed()) return kExitOk;
-  Complain("cannot write to standard output");
+  Report("cannot write to standard output");
   return kExitRefused;
 }
 

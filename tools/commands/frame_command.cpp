@@ -79,7 +79,7 @@ std::optional<Failure> Encode(const FrameOptions& arguments, Output& out) {
 void PrintFrame(const FrameReader& frames, const FrameOptions& arguments, Output& out) {
   if (arguments.hex) Dump(frames.header(), out);
   std::string text = frames.text();
-  if (!out.style().null_ends) std::replace(text.begin(), text.end(), '\n', ' ');
+  if (!out.options().null_ends) std::replace(text.begin(), text.end(), '\n', ' ');
   out.Line(text);
   out.Flush();
 }

@@ -9,7 +9,7 @@
 namespace valmere::tools {
 
 // Purpose: reads the frames of a file or a pipe as they come.
-// Owner: the caller, who also closes the file.
+// Owner: the caller, which also closes the file.
 // Threads: one.
 // Errors: Next says kBad, and error() what is wrong and at which byte of the input; nothing can be
 // read after it.

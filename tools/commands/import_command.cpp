@@ -1,11 +1,12 @@
-// Sets what differs, and waits until the properties report it. Nothing is set before the whole input
-// has been understood. The service tells of its own properties at once whether they took a value;
-// one that can't be set does not, and that is no failure: an export has all of them.
+// Sets what differs, and waits until the properties report it. Nothing is set before the whole
+// input has been understood. The service tells of its own properties at once whether they took a
+// value; one that can't be set does not, and that is no failure: an export has all of them.
 #include <map>
 #include <memory>
 #include <sstream>
 #include <variant>
 
+#include "client/service_properties.h"
 #include "tools/commands/command.h"
 #include "tools/commands/commands.h"
 #include "tools/names/address_order.h"
@@ -15,7 +16,6 @@
 #include "tools/process/input.h"
 #include "tools/service/observation.h"
 #include "tools/service/service_clients.h"
-#include "tools/service/service_properties.h"
 
 namespace valmere::tools {
 namespace {
@@ -108,7 +108,7 @@ void Import::Compare(const std::vector<Property>& imported, const std::vector<Pr
     wanted_.erase(property.address());  // of two lines for one property the later one counts
     if (found == by_address.end()) {
       ++missing_;
-      Complain("no property " + FullName(property));
+      Report("no property " + FullName(property));
     } else if (found->second->value != property.value) {
       Property& wanted = wanted_[property.address()];
       wanted = *found->second;
@@ -142,8 +142,8 @@ client::Result<std::vector<Property>> Import::Ask() {
   if (!answer) return answer;
   for (const Property& seen : *answer) {
     See(seen);
-    if (seen.component != kServiceComponent || wanted_.erase(seen.address()) == 0) continue;
-    Complain(FullName(seen) + " is still \"" + seen.value + "\"");
+    if (seen.component != client::kServiceComponent || wanted_.erase(seen.address()) == 0) continue;
+    Report(FullName(seen) + " is still \"" + seen.value + "\"");
   }
   return answer;
 }

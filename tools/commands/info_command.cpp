@@ -31,7 +31,7 @@ void PrintFields(const Property& property, Output& out) {
   for (const auto& [title, text] : fields) {
     const std::string label = std::string(title) + ":";
     const std::string gap(kTitleWidth - label.size(), ' ');
-    out.ShownLine(out.Painted(Ink::kTitle, label) + gap + out.Shown(text));
+    out.ShownLine(out.Styled(TextStyle::kTitle, label) + gap + out.Shown(text));
   }
 }
 

@@ -46,7 +46,7 @@ void Print(const std::vector<const Property*>& properties, bool tree, Output& ou
   const bool text = out.form() == OutputForm::kText;
   if (tree)
     PrintTree(properties, out);
-  else if (text && out.terminal() && !out.style().null_ends)
+  else if (text && out.terminal() && !out.options().null_ends)
     PrintTable(properties, out);
   else
     PrintProperties(properties, TextForm::kAssignment, out);

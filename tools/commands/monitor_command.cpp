@@ -87,15 +87,15 @@ class Monitor {
   }
 
   void ShowText(const char* verb, std::string_view text) {
-    out_.ShownLine(out_.Painted(Ink::kFaint, Now("%H:%M:%S")) + " " +
-                   out_.Painted(Ink::kTitle, verb) + " " +
+    out_.ShownLine(out_.Styled(TextStyle::kFaint, Now("%H:%M:%S")) + " " +
+                   out_.Styled(TextStyle::kTitle, verb) + " " +
                    std::to_string(kFrameHeaderBytes + text.size()) + " bytes");
     for (const std::string& line : DescribeMessage(text)) {
       out_.Line("  " + line);
     }
     if (!options_.hex) return;
     for (const std::string& line : HexDump(FrameOf(text))) {
-      out_.ShownLine(out_.Painted(Ink::kFaint, "  " + line));
+      out_.ShownLine(out_.Styled(TextStyle::kFaint, "  " + line));
     }
   }
 

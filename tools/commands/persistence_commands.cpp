@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
+#include "client/service_properties.h"
 #include "tools/commands/command.h"
 #include "tools/commands/commands.h"
 #include "tools/service/service_clients.h"
 #include "tools/service/service_commands.h"
-#include "tools/service/service_properties.h"
 #include "tools/service/storing.h"
 
 namespace valmere::tools {
@@ -31,7 +31,7 @@ struct StoreOptions {
 };
 
 std::optional<Failure> Load(Client& client, Deadline deadline) {
-  const auto error = Trigger(client, deadline, LoadCommand(), LoadingError());
+  const auto error = Trigger(client, deadline, client::LoadCommand(), client::LoadingError());
   if (!error) return FailureOf(error.error());
   if (!error->found()) return Failure{kExitNoSuchProperty, "the service loads no properties"};
   if (error->value != "False")
@@ -44,9 +44,9 @@ std::optional<Failure> Load(Client& client, Deadline deadline) {
 client::Result<std::vector<Property>> StoredProperties(Client& client, Deadline deadline) {
   const auto all = client.GetAll(deadline);
   if (!all) return all.error();
-  std::vector<PropertyAddress> addresses{PropertyFileName()};
+  std::vector<PropertyAddress> addresses{client::PropertyFileName()};
   for (const Property& property : *all) {
-    if (IsStored(property.address())) addresses.push_back(property.address());
+    if (client::IsStored(property.address())) addresses.push_back(property.address());
   }
   auto own = client.Get(addresses, deadline);
   if (!own) return own;
@@ -61,7 +61,7 @@ std::optional<Failure> StoreAndWait(const GlobalOptions& global, const StoreOpti
   if (!client) return FailureOf(client.error());
   auto properties = StoredProperties(**client, deadline);
   if (!properties) return FailureOf(properties.error());
-  if (properties->size() < 2 || properties->front().address() != PropertyFileName())
+  if (properties->size() < 2 || properties->front().address() != client::PropertyFileName())
     return Failure{kExitNoSuchProperty, "the service stores no properties"};
   auto file = ServiceFile::Find(options.root, global.socket, properties->front().value);
   if (const Failure* failure = std::get_if<Failure>(&file)) return *failure;

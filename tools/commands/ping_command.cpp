@@ -1,4 +1,5 @@
-// A round trip is a get of a property that nobody has: all the way to the registries and back.
+// A round trip is a get of a property that no component has: all the way to the registries and
+// back.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

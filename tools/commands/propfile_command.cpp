@@ -1,5 +1,5 @@
-// The service reads these files only when it loads them, so each command looks at the whole file and
-// puts a whole one in its place.
+// The service reads these files only when it loads them, so each command looks at the whole file
+// and puts a whole one in its place.
 #include <memory>
 #include <string>
 #include <utility>
@@ -63,7 +63,7 @@ std::optional<Failure> Show(const PropfileOptions& arguments, Output& out) {
   out.Flush();  // messages about it come after it
   const std::vector<PropfileFault> faults = FaultsOf(file);
   if (!faults.empty()) return Failure{kExitRefused, AllFaults(arguments.file, faults)};
-  Complain(arguments.file + ": the CRC is good: " + CrcText(file.computed_crc));
+  Report(arguments.file + ": the CRC is good: " + CrcText(file.computed_crc));
   return std::nullopt;
 }
 

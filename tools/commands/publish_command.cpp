@@ -1,6 +1,6 @@
 // A component in miniature: it makes its properties known, takes over each value that it is asked
 // to, says so, and takes the properties back at the end. A set is printed when its new value has
-// been reported, so that whoever waits for the line finds it.
+// been reported, so that a program that waits for the line finds it.
 #include <algorithm>
 #include <memory>
 #include <utility>
@@ -35,7 +35,8 @@ std::vector<Property> PropertiesOf(const std::vector<Published>& publication) {
   return properties;
 }
 
-// Runs until it is interrupted, which is its proper end, or until nobody reads its output any more.
+// Runs until it is interrupted, which is its proper end, or until the reader of its output has
+// gone.
 class Publishing {
  public:
   Publishing(Client& client, std::vector<Published> publication, std::chrono::milliseconds timeout,
@@ -64,7 +65,7 @@ class Publishing {
     for (const Property& property : properties) {
       names += " " + FullName(property);
     }
-    Complain("published" + names);
+    Report("published" + names);
     return std::nullopt;
   }
 
@@ -90,7 +91,7 @@ class Publishing {
     const auto sent = client_.Publish({&target->property, 1}, Deadline::After(timeout_));
     if (!sent) return FailureOf(sent.error());
     if (out_.form() == OutputForm::kText)
-      out_.ShownLine(out_.Painted(Ink::kName, target->name) + "=" + out_.Shown(set.value));
+      out_.ShownLine(out_.Styled(TextStyle::kName, target->name) + "=" + out_.Shown(set.value));
     else
       PrintProperty(target->property, TextForm::kAssignment, out_);
     out_.Flush();

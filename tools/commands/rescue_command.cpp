@@ -1,4 +1,4 @@
-// What can be read goes to standard output, what was left out is told on standard error.
+// What can be read goes to standard output; standard error lists what was left out.
 #include <memory>
 #include <string>
 #include <variant>
@@ -41,7 +41,7 @@ std::string Range(std::size_t first, std::size_t last) {
 }
 
 // "FILE:3-9 (bytes 120 to 409): left out: it is no text: "..."".
-std::string Told(const std::string& path, const LeftOut& piece) {
+std::string LeftOutText(const std::string& path, const LeftOut& piece) {
   const std::string bytes = piece.begin == piece.end ? "no byte"
                                                      : "bytes " + std::to_string(piece.begin + 1) +
                                                            " to " + std::to_string(piece.end);
@@ -59,13 +59,13 @@ std::string AboutCrc(const Rescue& rescue) {
 
 void Tell(const std::string& path, const Rescue& rescue) {
   for (const LeftOut& piece : rescue.left_out) {
-    Complain(Told(path, piece));
+    Report(LeftOutText(path, piece));
   }
-  if (rescue.untold > 0)
-    Complain(path + ": left out: " + Count(rescue.untold, "more piece") + " that are not listed");
-  Complain(path + ": " + AboutCrc(rescue));
-  Complain(path + ": " + std::to_string(rescue.lines.size()) + " of " +
-           Count(rescue.line_count, "line"));
+  if (rescue.unlisted > 0)
+    Report(path + ": left out: " + Count(rescue.unlisted, "more piece") + " that are not listed");
+  Report(path + ": " + AboutCrc(rescue));
+  Report(path + ": " + std::to_string(rescue.lines.size()) + " of " +
+         Count(rescue.line_count, "line"));
 }
 
 void Print(const Rescue& rescue, Output& out) {
@@ -104,7 +104,7 @@ std::optional<Failure> Run(const RescueOptions& options, Output& out) {
   Print(rescue, out);
   out.Flush();  // messages about it come after it
   if (bytes.size() == kMostBytes)
-    Complain(options.file + ": left out: what lies behind the first 64 MiB, if anything does");
+    Report(options.file + ": left out: what lies behind the first 64 MiB, if anything does");
   Tell(options.file, rescue);
   if (rescue.lines.empty()) return Failure{kExitRefused, options.file + ": nothing could be read"};
   return options.output ? Write(options, rescue) : std::nullopt;

@@ -1,5 +1,5 @@
-// A set has no answer; the answer to a get behind it says that the service has handled it. Names are
-// resolved against the list of everything: the service looks properties up by GUID alone.
+// A set has no answer; the answer to a get behind it says that the service has handled it. Names
+// are resolved against the list of everything: the service looks properties up by GUID alone.
 #include <strings.h>
 
 #include <algorithm>
@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "client/service_properties.h"
 #include "tools/commands/command.h"
 #include "tools/commands/commands.h"
 #include "tools/names/name_resolver.h"
@@ -14,7 +15,6 @@
 #include "tools/service/observation.h"
 #include "tools/service/service_clients.h"
 #include "tools/service/service_file.h"
-#include "tools/service/service_properties.h"
 #include "tools/service/storing.h"
 
 namespace valmere::tools {
@@ -75,7 +75,7 @@ std::optional<Failure> Judge(const Property& before, const Property& after,
   if (!after.found())
     return Failure{kExitNoSuchProperty, FullName(before) + " has gone: " + after.status};
   // Many texts mean the same boolean.
-  const bool can_tell = before.component == kServiceComponent && !IsBool(before);
+  const bool can_tell = before.component == client::kServiceComponent && !IsBool(before);
   if (can_tell && after.value == before.value && after.value != wanted)
     return Failure{kExitBadValue, FullName(before) + " did not take " + Quoted(wanted) +
                                       "; it is still " + Quoted(after.value)};
@@ -105,8 +105,8 @@ std::optional<Failure> Verify(Client& client, Client& hearing, const Property& b
 
 // Why a property's value is not the service's to store.
 std::optional<Failure> CheckIsStored(const Property& property) {
-  if (IsStored(property.address())) return std::nullopt;
-  if (property.component == kServiceComponent)
+  if (client::IsStored(property.address())) return std::nullopt;
+  if (property.component == client::kServiceComponent)
     return Failure{kExitUsage, FullName(property) + " is not stored, so --durable means nothing"};
   return Failure{kExitUsage, FullName(property) + " is stored by its owner or not at all: " +
                                  "--durable is for the service's own properties"};
@@ -137,7 +137,8 @@ class Setting {
     const auto resolved = Resolve(options_.name, *properties);
     if (const Failure* failure = std::get_if<Failure>(&resolved)) return *failure;
     const Property& property = *std::get<const Property*>(resolved);
-    if (options_.durable) return SetDurably(property, ValueOf(PropertyFileName(), *properties));
+    if (options_.durable)
+      return SetDurably(property, ValueOf(client::PropertyFileName(), *properties));
     return SetAndVerify(property);
   }
 

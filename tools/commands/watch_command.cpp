@@ -1,9 +1,9 @@
-// Changes come to a subscribed client; what it asks is asked on a second connection, because answers
-// look like changes.
+// Changes come to a subscribed client; what it asks is asked on a second connection, because
+// answers look like changes.
 //
 // Values that were read may be reported again: a change of just before the reading is delivered up
 // to one publishing period later. For that long a change that repeats what was read, or that is
-// older than it, is not printed. Later ones are printed whatever they say, because the commands
+// older than it, is not printed. Later ones are all printed, because the commands
 // among the properties tell of being set by a change to the same value.
 #include <algorithm>
 #include <charconv>
@@ -11,13 +11,13 @@
 #include <memory>
 #include <utility>
 
+#include "client/service_properties.h"
 #include "tools/commands/command.h"
 #include "tools/commands/commands.h"
 #include "tools/names/address_order.h"
 #include "tools/names/property_pattern.h"
 #include "tools/output/property_output.h"
 #include "tools/service/service_clients.h"
-#include "tools/service/service_properties.h"
 
 namespace valmere::tools {
 namespace {
@@ -51,7 +51,7 @@ struct WatchOptions {
 milliseconds PeriodAmong(const std::vector<Property>& properties) {
   unsigned period = 0;
   for (const Property& property : properties) {
-    if (property.address() == PublishingPeriod())
+    if (property.address() == client::PublishingPeriod())
       std::from_chars(property.value.data(), property.value.data() + property.value.size(), period);
   }
   return period == 0 ? kUsualPeriod : milliseconds(period);
@@ -76,7 +76,7 @@ class Watching {
   void TakeInitial(const std::vector<Property>& properties);
   void TakeDifferences(const std::vector<Property>& properties);
   void TakeChange(const Property& change);
-  bool AlreadyTold(const Property& change);
+  bool IsKnown(const Property& change);
   void Print(const Property& property);
   std::optional<Failure> Conclude(const client::Error& error) const;
   bool keeps_state() const { return options_.initial || options_.reconnect; }
@@ -99,13 +99,13 @@ std::optional<Failure> Watching::Run() {
   std::vector<Property> properties;
   std::optional<client::Error> error = Connect(properties);
   if (error) return FailureOf(*error);
-  Complain("watching");
+  Report("watching");
   TakeInitial(properties);
   while (!done()) {
     error = Follow();
     if (!error) break;
     if (options_.reconnect && error->kind == ErrorKind::kConnectionLost) {
-      Complain(error->text + "; trying again");
+      Report(error->text + "; trying again");
       error = Reconnect();
       if (!error) continue;
     }
@@ -164,7 +164,7 @@ std::optional<client::Error> Watching::Reconnect() {
     std::vector<Property> properties;
     std::optional<client::Error> error = Connect(properties);
     if (!error) {
-      Complain("connected again");
+      Report("connected again");
       TakeDifferences(properties);
       return std::nullopt;
     }
@@ -195,7 +195,7 @@ void Watching::TakeDifferences(const std::vector<Property>& properties) {
 }
 
 void Watching::TakeChange(const Property& change) {
-  if (!settled_.passed() && AlreadyTold(change)) return;
+  if (!settled_.passed() && IsKnown(change)) return;
   if (keeps_state()) {
     if (change.found())
       known_[change.address()] = change;
@@ -205,19 +205,19 @@ void Watching::TakeChange(const Property& change) {
   Print(change);
 }
 
-bool Watching::AlreadyTold(const Property& change) {
-  const auto told = known_.find(change.address());
-  if (told == known_.end()) return !change.found();
-  if (told->second.value == change.value && change.found()) return true;
+bool Watching::IsKnown(const Property& change) {
+  const auto known = known_.find(change.address());
+  if (known == known_.end()) return !change.found();
+  if (known->second.value == change.value && change.found()) return true;
   const PropertyAddress address = change.address();
   const auto now = asking_->Get({&address, 1}, Deadline::After(global_.timeout));
   return now && now->size() == 1 && now->front().found() &&
-         now->front().value == told->second.value;
+         now->front().value == known->second.value;
 }
 
 void Watching::Print(const Property& property) {
   PrintChange(property, out_);
-  out_.Flush();  // whoever reads it acts on changes as they happen
+  out_.Flush();  // the reader acts on changes as they happen
   ++printed_;
 }
 

@@ -83,7 +83,7 @@ std::vector<std::string> ValueCandidates(const CLI::Option& option, const std::s
       option.get_positional() ? option.get_name(true) : type.substr(0, type.find(':'));
   if (std::vector<std::string> choices = ChoicesIn(label); !choices.empty()) return choices;
   const std::vector<std::string> words = LabelWords(label);
-  // Who publishes NAME=VALUE makes a property; there is none to complete it with.
+  // A publish of NAME=VALUE makes a new property, so there is none to complete it with.
   const bool is_new = label.find("NAME=VALUE") != std::string::npos;
   if (Names(words, {"NAME", "PATTERN"}) && !is_new) return NameCandidates(typed, source(socket));
   if (Names(words, {"FILE", "PATH"})) return FileCandidates(typed);

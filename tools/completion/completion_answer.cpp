@@ -13,7 +13,7 @@
 namespace valmere::tools {
 namespace {
 
-// Ample for a service on a loaded machine; who waits that long has one that hangs.
+// Ample for a service on a loaded machine; one that takes longer hangs.
 constexpr std::chrono::seconds kServicePatience{1};
 
 void PrintLines(const std::vector<std::string>& lines) {
@@ -66,7 +66,7 @@ bool AnswerCompletion(const CLI::App& app, std::span<const std::string> argument
     else if (!words.empty() && words[0] == "--")
       PrintLines(CandidatesHere(app, words.subspan(1)));
   } catch (const std::exception&) {
-    // There is nobody to tell.
+    // A shell that completes shows no errors.
   }
   return true;
 }

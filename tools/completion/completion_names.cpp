@@ -81,7 +81,7 @@ std::vector<std::string> NameCandidates(std::string_view typed,
     WriteGuids(property, text);
     if (text.starts_with(typed)) guids.push_back(text);
   }
-  // GUIDs begin with letters too; whoever types the beginning of a name wants none.
+  // GUIDs begin with letters too; a user who types the beginning of a name wants none.
   if (typed.empty() || names.empty()) names.insert(names.end(), guids.begin(), guids.end());
   std::sort(names.begin(), names.end());
   return names;

@@ -19,7 +19,7 @@ std::vector<const CLI::Option*> OptionsOf(const CLI::App& app);
 bool TakesValue(const CLI::Option& option);
 
 // Purpose: follows the words of a command line, good or not, as far as they can be understood.
-// Owner: whoever completes the word behind them; the tree must stay.
+// Owner: the code that completes the word behind them; the tree must stay.
 // Threads: one.
 // Errors: none; a word that nothing expects is taken for a positional.
 class CommandWalk {

@@ -85,7 +85,7 @@ std::string Bare(std::string_view text) {
   std::string quoted;
   for (const char character : text) {
     const bool ascii = static_cast<unsigned char>(character) < 0x80;
-    // A tilde at the beginning of a path means the home folder, which is what whoever typed it wants.
+    // A tilde at the beginning of a path means the home folder, which is what the user wants.
     const bool home = character == '~' && quoted.empty() && text.starts_with("~/");
     if (ascii && !home && !Holds(kPlain, character)) quoted += '\\';
     quoted += character;

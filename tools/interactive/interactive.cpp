@@ -13,8 +13,8 @@
 
 #include "tools/completion/completion.h"
 #include "tools/completion/completion_words.h"
-#include "tools/interactive/interactive_editor.h"
-#include "tools/interactive/interactive_history.h"
+#include "tools/interactive/history_file.h"
+#include "tools/interactive/line_editor.h"
 
 namespace valmere::tools {
 namespace {
@@ -53,7 +53,7 @@ void RunWords(std::vector<std::string> words, const RunLine& run_line) {
   try {
     run_line(words);
   } catch (const std::exception& error) {
-    Complain(error.what());
+    Report(error.what());
   }
   if (is_help && words.size() == 1) std::fputs(kAboutLines, stdout);
   std::fflush(stdout);
@@ -66,7 +66,7 @@ void RunWords(std::vector<std::string> words, const RunLine& run_line) {
 bool HandleLine(SplitLine split, const RunLine& run_line) {
   if (split.words.empty()) return true;
   if (split.open != '\0') {
-    Complain(std::string("the line ends within ") + split.open);
+    Report(std::string("the line ends within ") + split.open);
     return true;
   }
   if (split.words.front() == "exit" || split.words.front() == "quit") return false;
@@ -100,7 +100,7 @@ class Memory {
   std::string last_;
 };
 
-// What is typed is UTF-8, as all texts of the service are, whatever the user's locale.
+// What is typed is UTF-8, as all texts of the service are, in every locale of the user.
 void ReadUtf8() {
   std::setlocale(LC_CTYPE, "");
   if (std::string_view(nl_langinfo(CODESET)) != "UTF-8") std::setlocale(LC_CTYPE, "C.UTF-8");

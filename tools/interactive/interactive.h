@@ -18,10 +18,10 @@ namespace valmere::tools {
 using RunLine = std::function<int(const std::vector<std::string>& words)>;
 
 // Reads lines from the terminal that standard input is and runs each, until "exit", "quit" or the
-// end of input. `app` is the command tree that completion follows; `global` says whom it asks.
-// Meanwhile SIGINT drops the line, SIGTERM and SIGHUP end the program in order; while a command runs
-// they are its business, except that SIGINT never ends the program. A Failure when the terminal
-// cannot be used; what became of the lines does not count.
+// end of input. `app` is the command tree that completion follows; `global` says which service it
+// asks. Meanwhile SIGINT drops the line, SIGTERM and SIGHUP end the program in order; while a
+// command runs they are its business, except that SIGINT never ends the program. A Failure when the
+// terminal can't be used; what became of the lines does not count.
 std::optional<Failure> RunInteractive(const GlobalOptions& global, const CLI::App& app,
                                       const RunLine& run_line);
 

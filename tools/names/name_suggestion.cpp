@@ -1,5 +1,5 @@
-// Letters that are missing, too many, wrong or swapped are counted; case is not. A piece of a name is
-// near it too. A name is compared with as many parts of each property's as it has itself.
+// Letters that are missing, too many, wrong or swapped are counted; case is not. A piece of a name
+// is near it too. A name is compared with as many parts of each property's as it has itself.
 #include "tools/names/name_suggestion.h"
 
 #include <algorithm>

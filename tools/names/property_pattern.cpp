@@ -1,4 +1,4 @@
-// The shell's own matching, so that nobody has to learn another.
+// The shell's own matching, so that users have no other to learn.
 #include "tools/names/property_pattern.h"
 
 #include <fnmatch.h>

@@ -19,7 +19,7 @@ class PropertyPatterns {
   explicit PropertyPatterns(std::vector<std::string> patterns) : patterns_(std::move(patterns)) {}
 
   // True when there is no pattern, or one that matches "component/group/name", "group/name" or the
-  // name. A name as NameResolver takes it matches its property whatever characters it has.
+  // name. A name as Resolve takes it matches its property, with any characters in it.
   bool Match(const client::Property& property) const;
   // Pointers into `properties`, in the same order.
   std::vector<const client::Property*> Pick(const std::vector<client::Property>& properties) const;

@@ -1,5 +1,5 @@
-// GUIDs follow from the names alone, so a script can publish the same property again tomorrow and
-// whoever kept its address finds it.
+// GUIDs follow from the names alone, so a script can publish the same property again tomorrow, and
+// a client that kept its address finds it.
 #include "tools/names/publication.h"
 
 #include <algorithm>

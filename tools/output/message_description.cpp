@@ -1,5 +1,4 @@
-// Members are described in the order in which the service handles them, whatever their order in the
-// text.
+// Members are described in the order in which the service handles them, not in that of the text.
 #include "tools/output/message_description.h"
 
 #include <cstdio>

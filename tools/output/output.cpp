@@ -50,17 +50,17 @@ bool UsesColor(ColorChoice choice, bool terminal) {
   return terminal && Variable("NO_COLOR").empty() && Variable("TERM") != "dumb";
 }
 
-std::string_view CodeOf(Ink ink) {
-  switch (ink) {
-    case Ink::kTitle:
+std::string_view CodeOf(TextStyle style) {
+  switch (style) {
+    case TextStyle::kTitle:
       return "1";
-    case Ink::kName:
+    case TextStyle::kName:
       return "36";
-    case Ink::kFaint:
+    case TextStyle::kFaint:
       return "2";
-    case Ink::kWarning:
+    case TextStyle::kWarning:
       return "33";
-    case Ink::kPlain:
+    case TextStyle::kPlain:
       break;
   }
   return "";
@@ -86,11 +86,11 @@ std::string EscapeControls(std::string_view text) {
   return out;
 }
 
-Output::Output(std::FILE* file, OutputStyle style)
+Output::Output(std::FILE* file, OutputOptions options)
     : file_(file),
-      style_(std::move(style)),
+      options_(std::move(options)),
       terminal_(isatty(fileno(file)) == 1),
-      colored_(UsesColor(style_.color, terminal_)) {}
+      colored_(UsesColor(options_.color, terminal_)) {}
 
 void Output::Line(std::string_view text) {
   ShownLine(terminal_ ? EscapeControls(text) : text);
@@ -98,7 +98,7 @@ void Output::Line(std::string_view text) {
 
 void Output::ShownLine(std::string_view text) {
   Write(text);
-  const bool null = style_.null_ends && style_.form != OutputForm::kJson;
+  const bool null = options_.null_ends && options_.form != OutputForm::kJson;
   Write(null ? std::string_view("\0", 1) : std::string_view("\n"));
 }
 
@@ -106,11 +106,11 @@ std::string Output::Shown(std::string_view text) const {
   return terminal_ ? EscapeControls(text) : std::string(text);
 }
 
-std::string Output::Painted(Ink ink, std::string_view text) const {
-  const std::string_view code = CodeOf(ink);
+std::string Output::Styled(TextStyle style, std::string_view text) const {
+  const std::string_view code = CodeOf(style);
   if (!colored_ || code.empty()) return Shown(text);
-  std::string painted = "\x1b[";
-  return painted.append(code).append("m").append(Shown(text)).append("\x1b[0m");
+  std::string styled = "\x1b[";
+  return styled.append(code).append("m").append(Shown(text)).append("\x1b[0m");
 }
 
 void Output::Flush() {
@@ -136,7 +136,7 @@ void Output::NoteFailure() {
   if (!std::exchange(failed_, true)) closed_ = errno == EPIPE;
 }
 
-void Complain(std::string_view text) {
+void Report(std::string_view text) {
   std::string message = "valmere: ";
   // Lists of candidates have lines; what else steers a terminal stays out.
   for (std::size_t start = 0; start <= text.size();) {

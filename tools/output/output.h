@@ -11,9 +11,9 @@ namespace valmere::tools {
 enum class ColorChoice { kAuto, kAlways, kNever };
 enum class OutputForm { kText, kJson, kFormat };
 // What a piece of text is, which a terminal shows by its colour.
-enum class Ink { kPlain, kTitle, kName, kFaint, kWarning };
+enum class TextStyle { kPlain, kTitle, kName, kFaint, kWarning };
 
-struct OutputStyle {
+struct OutputOptions {
   ColorChoice color = ColorChoice::kAuto;
   OutputForm form = OutputForm::kText;
   std::string format;      // of kFormat
@@ -26,23 +26,23 @@ std::string EscapeControls(std::string_view text);
 // Purpose: prints lines of data, escaped when a terminal shows them and as they are otherwise.
 // Owner: main.
 // Threads: one.
-// Errors: failed() tells whether a line could not be written, closed() that nobody reads any more.
+// Errors: failed() tells whether a line could not be written, closed() that its reader has gone.
 class Output {
  public:
-  explicit Output(std::FILE* file, OutputStyle style = {});
+  explicit Output(std::FILE* file, OutputOptions options = {});
 
   void Line(std::string_view text);
-  // As Shown and Painted return it; pieces can be put together.
+  // As Shown and Styled return it; pieces can be put together.
   void ShownLine(std::string_view text);
   // Bytes as they are, on a terminal too.
   void Raw(std::string_view bytes) { Write(bytes); }
   std::string Shown(std::string_view text) const;
-  std::string Painted(Ink ink, std::string_view text) const;
+  std::string Styled(TextStyle style, std::string_view text) const;
   // Makes what was printed visible now.
   void Flush();
 
-  const OutputStyle& style() const { return style_; }
-  OutputForm form() const { return style_.form; }
+  const OutputOptions& options() const { return options_; }
+  OutputForm form() const { return options_.form; }
   bool terminal() const { return terminal_; }
   // The width of the terminal; without one, 80.
   std::size_t columns() const;
@@ -54,7 +54,7 @@ class Output {
   void NoteFailure();
 
   std::FILE* const file_;
-  const OutputStyle style_;
+  const OutputOptions options_;
   const bool terminal_;
   const bool colored_;
   bool failed_ = false;
@@ -62,6 +62,6 @@ class Output {
 };
 
 // "valmere: TEXT" on standard error.
-void Complain(std::string_view text);
+void Report(std::string_view text);
 
 }  // namespace valmere::tools

@@ -14,7 +14,8 @@ void PrintText(const Property& property, TextForm text, Output& out) {
   if (text == TextForm::kValue)
     out.Line(property.value);
   else
-    out.ShownLine(out.Painted(Ink::kName, FullName(property)) + "=" + out.Shown(property.value));
+    out.ShownLine(out.Styled(TextStyle::kName, FullName(property)) + "=" +
+                  out.Shown(property.value));
 }
 
 }  // namespace
@@ -25,7 +26,7 @@ void PrintProperty(const Property& property, TextForm text, Output& out) {
       out.Line(ToJson(property).dump());
       break;
     case OutputForm::kFormat:
-      out.Line(Format(out.style().format, property));
+      out.Line(Format(out.options().format, property));
       break;
     case OutputForm::kText:
       PrintText(property, text, out);
@@ -46,8 +47,8 @@ void PrintProperties(const std::vector<const Property*>& properties, TextForm te
 
 void PrintChange(const Property& property, Output& out) {
   if (out.form() == OutputForm::kText && property.status == client::kNoLongerAvailable)
-    out.ShownLine(out.Painted(Ink::kName, FullName(property)) +
-                  out.Painted(Ink::kWarning, " is gone"));
+    out.ShownLine(out.Styled(TextStyle::kName, FullName(property)) +
+                  out.Styled(TextStyle::kWarning, " is gone"));
   else
     PrintProperty(property, TextForm::kAssignment, out);
 }

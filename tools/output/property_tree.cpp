@@ -42,7 +42,7 @@ class Tree {
       : out_(out), lines_(TerminalShowsUtf8() || !out.terminal() ? kDrawn : kTyped) {}
 
   void Component(Properties properties) {
-    out_.ShownLine(out_.Painted(Ink::kTitle, properties.front()->component_name));
+    out_.ShownLine(out_.Styled(TextStyle::kTitle, properties.front()->component_name));
     while (!properties.empty()) {
       const Properties group =
           TakeFront(properties, [](const Property& left, const Property& right) {
@@ -54,8 +54,8 @@ class Tree {
 
  private:
   void Group(Properties properties, bool last) {
-    out_.ShownLine(out_.Painted(Ink::kFaint, last ? lines_.last : lines_.more) +
-                   out_.Painted(Ink::kName, properties.front()->group_name));
+    out_.ShownLine(out_.Styled(TextStyle::kFaint, last ? lines_.last : lines_.more) +
+                   out_.Styled(TextStyle::kName, properties.front()->group_name));
     const std::string indent(last ? kBlank : lines_.beside);
     for (std::size_t i = 0; i < properties.size(); ++i) {
       const bool end = i + 1 == properties.size();
@@ -68,7 +68,7 @@ class Tree {
     if (!out_.terminal()) return out_.ShownLine(before + text);
     const std::size_t taken = DisplayWidth(before);
     const std::size_t room = out_.columns() > taken ? out_.columns() - taken : 1;
-    out_.ShownLine(out_.Painted(Ink::kFaint, before) + Shorten(text, room));
+    out_.ShownLine(out_.Styled(TextStyle::kFaint, before) + Shorten(text, room));
   }
 
   Output& out_;

@@ -18,11 +18,12 @@ constexpr std::size_t kLeastOfLast = 16;
 using Cells = std::vector<std::string>;
 
 // The last cell is not filled up: a line must not end in blanks.
-void PrintRow(const Cells& cells, const std::vector<std::size_t>& widths, Ink ink, Output& out) {
+void PrintRow(const Cells& cells, const std::vector<std::size_t>& widths, TextStyle style,
+              Output& out) {
   std::string line;
   for (std::size_t i = 0; i < cells.size(); ++i) {
     const std::string shown = Shorten(cells[i], widths[i]);
-    line += out.Painted(ink, shown);
+    line += out.Styled(style, shown);
     if (i + 1 < cells.size()) line.append(widths[i] - DisplayWidth(shown) + kGap, ' ');
   }
   if (cells.back().empty()) line.erase(line.find_last_not_of(' ') + 1);
@@ -47,9 +48,9 @@ void Table::AddRow(const Cells& cells) {
 
 void Table::Print(Output& out) const {
   const std::vector<std::size_t> widths = Widths(out.columns());
-  PrintRow(titles_, widths, Ink::kTitle, out);
+  PrintRow(titles_, widths, TextStyle::kTitle, out);
   for (const Cells& row : rows_) {
-    PrintRow(row, widths, Ink::kPlain, out);
+    PrintRow(row, widths, TextStyle::kPlain, out);
   }
 }
 

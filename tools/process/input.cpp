@@ -1,5 +1,6 @@
-// By the C library's streams: unlike those of C++, standard input is fresh again for the next command
-// of an interactive session once its flags are cleared, and they tell an end from a failure.
+// Uses the C library's streams: unlike those of C++, standard input is fresh again for the next
+// command of an interactive session once its flags are cleared, and they tell an end from a
+// failure.
 #include "tools/process/input.h"
 
 #include <cerrno>

@@ -12,7 +12,7 @@
 
 namespace valmere::tools {
 
-// Standard input is nobody's to close.
+// Standard input stays open.
 struct InputCloser {
   void operator()(std::FILE* file) const {
     if (file != stdin) std::fclose(file);
@@ -28,7 +28,7 @@ Failure UnreadableInput(const std::string& path);
 
 // All of a file, or of standard input for "-"; of one that has more than `most` bytes little more
 // than that. The failure names what could not be read; what had come until then is dropped, so that
-// nobody acts on half of it.
+// no command acts on half of it.
 std::variant<std::string, Failure> ReadInput(const std::string& path, std::size_t most = SIZE_MAX);
 
 }  // namespace valmere::tools

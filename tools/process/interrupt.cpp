@@ -1,6 +1,6 @@
 // The handler only writes to event descriptors: the transports', and one that a wait without a
-// transport polls; once written, that one stays readable. Handlers are installed without SA_RESTART,
-// so that they break off a connect, which has no such descriptor yet.
+// transport polls; once written, that one stays readable. Handlers are installed without
+// SA_RESTART, so that they break off a connect, which has no such descriptor yet.
 #include "tools/process/interrupt.h"
 
 #include <poll.h>

@@ -40,7 +40,7 @@ void PrintPropfileLines(const std::vector<PropfileLine>& lines, Output& out) {
     }
     return;
   }
-  if (out.terminal() && !out.style().null_ends) return PrintTable(lines, out);
+  if (out.terminal() && !out.options().null_ends) return PrintTable(lines, out);
   for (const PropfileLine& line : lines) {
     out.Line(line.fault.empty() ? line.key + "\t" + line.names + "\t" + line.value : line.text);
   }

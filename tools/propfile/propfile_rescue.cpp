@@ -1,4 +1,4 @@
-// A rewrite of the file seals whatever body it finds, and blocks that never reached the disk read
+// A rewrite of the file seals any body that it finds, and blocks that never reached the disk read
 // as NULs: so each line is judged by itself, whether or not the CRC is good. Megabytes of rubbish
 // may be full of line feeds; nothing is allocated for a line that is no good.
 #include "tools/propfile/propfile_rescue.h"
@@ -142,16 +142,16 @@ void Rescuing::Keep(std::string_view line, std::size_t start) {
 }
 
 void Rescuing::Leave(std::string_view piece, std::size_t start, const char* why) {
-  std::vector<LeftOut>& told = rescue_.left_out;
+  std::vector<LeftOut>& listed = rescue_.left_out;
   const std::size_t number = rescue_.line_count;
   const std::size_t end = start + piece.size();
-  if (!told.empty() && told.back().why == why && told.back().last_line + 1 == number) {
-    told.back().last_line = number;
-    told.back().end = end;
-  } else if (told.size() < kMostTold) {
-    told.push_back({number, number, start, end, why, Beginning(piece)});
+  if (!listed.empty() && listed.back().why == why && listed.back().last_line + 1 == number) {
+    listed.back().last_line = number;
+    listed.back().end = end;
+  } else if (listed.size() < kMostListed) {
+    listed.push_back({number, number, start, end, why, Beginning(piece)});
   } else {
-    ++rescue_.untold;
+    ++rescue_.unlisted;
   }
 }
 

@@ -24,8 +24,8 @@ struct LeftOut {
 
 struct Rescue {
   std::vector<PropfileLine> lines;          // the good ones, in the file's order
-  std::vector<LeftOut> left_out;            // the first kMostTold
-  std::size_t untold = 0;                   // pieces beyond those
+  std::vector<LeftOut> left_out;            // the first kMostListed
+  std::size_t unlisted = 0;                 // pieces beyond those
   std::size_t line_count = 0;               // good and bad
   std::optional<std::uint16_t> stored_crc;  // nothing when it is not there whole, and last
   std::uint16_t computed_crc = 0;           // of all that lies before the trailer
@@ -35,7 +35,7 @@ struct Rescue {
 
 // More of the service's own, which have 77 bytes at least, fit into no file that it takes.
 inline constexpr std::size_t kMostRescuedLines = 250'000;
-inline constexpr std::size_t kMostTold = 100;
+inline constexpr std::size_t kMostListed = 100;
 
 // Takes the lines that the service would take, but for those that no service writes: with control
 // characters or bytes that are no UTF-8 before their value, or NULs in it. Of a piece that is no

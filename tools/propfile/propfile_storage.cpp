@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "platform/posix/descriptor.h"
+#include "platform/posix/write_all.h"
 
 namespace valmere::tools {
 namespace {
@@ -22,22 +23,13 @@ Failure Refused(const std::string& doing, const std::string& path) {
   return {kExitRefused, doing + " " + path + ": " + std::strerror(errno)};
 }
 
-bool WriteAll(int file, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = write(file, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
-
 // The content must be on the disk before the name is: a power cut in between would leave an empty
 // file otherwise.
 bool Fill(int file, std::string_view bytes, const struct stat& old) {
   // Only root may give a file away; without that the new one is the user's own, as any editor's.
   if (fchown(file, old.st_uid, old.st_gid) != 0 && errno != EPERM) return false;
-  return fchmod(file, old.st_mode & 07777) == 0 && WriteAll(file, bytes) && fsync(file) == 0;
+  return fchmod(file, old.st_mode & 07777) == 0 && platform::WriteAll(file, bytes) &&
+         fsync(file) == 0;
 }
 
 // The folder's entries are on the disk too.
@@ -116,7 +108,7 @@ std::optional<Failure> CreateFile(const std::string& path, const std::string& li
                                   std::string_view bytes) {
   struct stat status {};
   if (stat(like.c_str(), &status) != 0) return Refused("cannot read", like);
-  // The owner is whoever makes it.
+  // The owner is the user who makes it.
   status.st_uid = geteuid();
   status.st_gid = getegid();
   return WriteBeside(path, status, bytes, Name::kFree);

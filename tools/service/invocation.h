@@ -11,7 +11,7 @@
 
 namespace valmere::tools {
 
-struct GlobalOptions : OutputStyle {
+struct GlobalOptions : OutputOptions {
   std::string socket;
   std::chrono::milliseconds timeout{5000};  // for connecting and answering together
 };

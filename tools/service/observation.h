@@ -1,4 +1,4 @@
-// Waiting for properties to become what they shall be.
+// Waiting for properties to become what a command waits for.
 #pragma once
 
 #include <functional>

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "tools/service/service_properties.h"
+#include "client/service_properties.h"
 
 namespace valmere::tools {
 
@@ -23,7 +23,7 @@ client::Result<Property> Trigger(Client& client, Deadline deadline, const Proper
 }
 
 std::optional<Failure> RequestStore(Client& client, Deadline deadline) {
-  const auto command = Trigger(client, deadline, StoreCommand(), StoreCommand());
+  const auto command = Trigger(client, deadline, client::StoreCommand(), client::StoreCommand());
   if (!command) return FailureOf(command.error());
   if (!command->found()) return Failure{kExitNoSuchProperty, "the service stores no properties"};
   return std::nullopt;

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -36,21 +37,17 @@ FileVersion VersionOf(const struct stat& status) {
 
 // The names from the root down, as the service finds them; none when the path can't be a file's.
 std::vector<std::string> SplitDevicePath(std::string_view path) {
-  // What is no UTF-8 has other bytes in the service's file names.
-  const std::string text = platform::NarrowPath(platform::WidenPath(path));
+  const platform::WidePath wide = platform::WidenPath(path);
+  // Bytes that aren't UTF-8 are others in the service's file names, and so they are here.
+  const std::string normal = platform::NarrowPath(platform::NormalPath(wide));
+  const bool device = normal.ends_with(':');
   std::vector<std::string> names;
-  if (text.find('\0') != std::string::npos) return names;
-  for (std::size_t start = 0; start <= text.size();) {
-    const std::size_t end = std::min(text.find_first_of("/\\", start), text.size());
-    std::string name = text.substr(start, end - start);
-    start = end + 1;
-    if (name.empty() || name == ".") continue;
-    if (name != "..")
-      names.push_back(std::move(name));
-    else if (!names.empty())
-      names.pop_back();
+  if (device || wide.find(u'\0') != platform::WidePath::npos) return names;
+  for (std::size_t slash = 0; slash < normal.size();) {
+    const std::size_t end = std::min(normal.find('/', slash + 1), normal.size());
+    names.push_back(normal.substr(slash + 1, end - slash - 1));
+    slash = end;
   }
-  if (!names.empty() && names.back().back() == ':') names.clear();  // a device
   return names;
 }
 

@@ -1,6 +1,6 @@
 // The service writes one line at a time, in order, and the line of a property that waits gives way
 // to a later one. So when a request is handled at most one line is being written that is older, and
-// the first rewrite that ends after it may be of that one; whatever is written then is of the
+// the first rewrite that ends after it may be of that one; all that is written then is of the
 // values that the request has left, or of later ones. A value that the file already held says
 // nothing before that rewrite. Where others change a property faster than the file can be looked
 // at, no value that it reports is ever met there: the second change of its line shows the same.
@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "client/service_properties.h"
 #include "tools/names/name_resolver.h"
 #include "tools/service/service_commands.h"
 
@@ -35,10 +36,6 @@ constexpr milliseconds kLineIsLate{250};
 // For a file that is about to be replaced again: as many times it is brought to the disk.
 constexpr int kMostSyncs = 3;
 constexpr std::size_t kMostNamed = 10;
-
-std::string LineKey(const Property& property) {
-  return property.group_guid + ":" + property.guid;
-}
 
 }  // namespace
 
@@ -66,7 +63,7 @@ std::optional<Failure> Storing::Begin(const std::vector<Property>& properties) {
   for (const Property& property : properties) {
     Wanted& wanted = wanted_.emplace_back();
     wanted.property = property;
-    const auto held = before_.values.find(LineKey(property));
+    const auto held = before_.values.find(client::LineKey(property));
     if (held != before_.values.end()) wanted.stored = held->second;
   }
   return std::nullopt;
@@ -128,7 +125,7 @@ std::optional<Failure> Storing::LookAtFile() {
 }
 
 void Storing::Compare(Wanted& wanted) const {
-  const auto held = look_.values.find(LineKey(wanted.property));
+  const auto held = look_.values.find(client::LineKey(wanted.property));
   if (held == look_.values.end() || wanted.stored == held->second) return;
   wanted.stored = held->second;
   ++wanted.changes;

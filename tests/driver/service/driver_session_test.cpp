@@ -9,11 +9,8 @@
 #include "tests/driver/service/recording_sink.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::RecordingSink;
-using test::TestThread;
 
 class DriverSessionTest : public ::testing::Test {
  protected:
@@ -139,7 +136,7 @@ TEST_F(DriverSessionTest, KeepsNoHoldOnTheSinkOnceAttachedOrClosed) {
   EXPECT_EQ(sink_.use_count(), 1);
 }
 
-// Nobody reads such a session: its own reader must not wait for a reply, nor its bytes pile up.
+// No client reads such a session: its own reader must not wait for a reply, nor its bytes pile up.
 TEST_F(DriverSessionTest, IsClosedWhenItCannotBeAttached) {
   class FailingSink : public StreamSink {
    public:
@@ -168,7 +165,7 @@ TEST_F(DriverSessionTest, ManyFirstWritesAtOnceAttachItOnce) {
   }
 }
 
-// Whichever comes first, a stream that the sink was given does end.
+// In either order, a stream that the sink was given does end.
 TEST_F(DriverSessionTest, TheFirstWriteMayMeetTheClose) {
   for (int round = 0; round < 50; ++round) {
     const auto sink = std::make_shared<RecordingSink>();
@@ -188,4 +185,4 @@ TEST_F(DriverSessionTest, TheFirstWriteMayMeetTheClose) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -6,7 +6,7 @@
 
 #include "tests/support/memory_file_system.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 constexpr platform::WidePathView kPath = u"\\windows\\version.ini";
@@ -18,7 +18,7 @@ class IniReaderTest : public ::testing::Test {
     return ReadIniValue(files_, platform::WidePath(kPath), key);
   }
 
-  test::MemoryFileSystem files_;
+  MemoryFileSystem files_;
 };
 
 TEST_F(IniReaderTest, ReadsAValueInQuotes) {
@@ -95,4 +95,4 @@ TEST_F(IniReaderTest, ReadsTheFileAnewForEachKey) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -12,11 +12,8 @@
 #include "tests/support/allocations.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Eventually;
-using test::TestThread;
 
 // Sizes on both sides of the powers of two that a queue may be cut up by.
 constexpr int kOddSizes[] = {1, 2, 3, 1000, 1023, 1024, 1025, 2047, 2048, 2049, 70'000};
@@ -131,7 +128,7 @@ TEST(PipeBuffer, NeedsNoMemoryForAWriteThatFitsWhereADrainedOneWas) {
   ReadText(buffer, 7);
   const std::string sent = Pattern(100'000);
   {
-    const test::LimitedAllocations none(0);
+    const LimitedAllocations none(0);
     EXPECT_EQ(buffer.Write(sent.data(), 1024), 1024);
   }
   WriteText(buffer, std::string_view(sent).substr(1024));
@@ -339,4 +336,4 @@ TEST(LoopbackPipe, AnEndOutlivesThePipe) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -11,6 +11,7 @@
 #include "driver/sync/live_counters.h"
 #include "persist/file/property_file_lease.h"
 #include "tests/driver/messages.h"
+#include "tests/driver/service/service_fixture.h"
 #include "tests/support/allocations.h"
 #include "tests/support/frames.h"
 #include "tests/support/memory_file_system.h"
@@ -19,19 +20,7 @@
 namespace valmere::test {
 namespace {
 
-constexpr StorePaths kPaths = {u"/Store/Properties.ini", u"/Store/Override.ini",
-                               u"/Store/LogFileName.txt"};
-constexpr platform::WidePathView kLog = u"/Store/ValmereLog.txt";
-
-std::unique_ptr<ValmereService> MakeService(std::shared_ptr<platform::FileSystem> files) {
-  return std::make_unique<ValmereService>(std::move(files), kPaths, "8.3", "6250");
-}
-
-std::uint32_t LeftAlive() {
-  return LiveWorkerThreads::Live() + LiveEventFlags::Live() + LiveProperties::Live();
-}
-
-// A device that hangs in a read, with a lock held: whoever is in it can only be left behind.
+// A device that hangs in a read, with a lock held: a thread in it can only be left behind.
 class HungDevice final : public platform::File {
  public:
   struct State {

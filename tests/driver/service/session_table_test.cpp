@@ -8,11 +8,8 @@
 #include "tests/driver/service/recording_sink.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::RecordingSink;
-using test::TestThread;
 
 class DriverSessionTableTest : public ::testing::Test {
  protected:
@@ -57,7 +54,7 @@ TEST_F(DriverSessionTableTest, HandsTheSessionsStreamToItsSink) {
   EXPECT_EQ(sink_->streams().size(), 1u);
 }
 
-TEST_F(DriverSessionTableTest, ASessionOutlivesItsHandleForWhoeverHoldsIt) {
+TEST_F(DriverSessionTableTest, ASessionOutlivesItsHandleWhileItIsHeld) {
   table_.Open();
   std::shared_ptr<DriverSession> session = table_.Find(1);
   const std::weak_ptr<DriverSession> watched = session;
@@ -137,4 +134,4 @@ TEST_F(DriverSessionTableTest, GivesEachOfManyThreadsHandlesOfItsOwn) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -10,7 +10,7 @@
 #include "store/property/string_property.h"
 #include "tests/support/memory_file_system.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 constexpr platform::WidePathView kMarker = u"\\DriverUnloadSuccessful";
@@ -20,7 +20,7 @@ class UnloadCheckTest : public ::testing::Test {
  protected:
   std::optional<std::string> Marker() { return files_.Get(kMarker); }
 
-  test::MemoryFileSystem files_;
+  MemoryFileSystem files_;
 };
 
 TEST_F(UnloadCheckTest, WritesFourBytesWhenNothingIsLeft) {
@@ -82,4 +82,4 @@ TEST_F(UnloadCheckTest, SaysNothingOfAMarkerThatCannotBeWritten) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -8,10 +8,8 @@
 #include "driver/sync/event_flags.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::TestThread;
 
 constexpr int kThreads = 4;
 constexpr int kRounds = 1500;
@@ -103,11 +101,11 @@ TEST(EventFlagsStress, KeepPredicatesAndMasksApart) {
       });
     }
     threads.emplace_back([&] { EXPECT_NE(flags.Wait(kStop) & kStop, 0u); });
-    EXPECT_TRUE(test::Eventually([&] { return taken == kThreads * kRounds; }));
+    EXPECT_TRUE(Eventually([&] { return taken == kThreads * kRounds; }));
     flags.Set(kStop);
   }
   EXPECT_EQ(queued, 0);
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -9,7 +9,7 @@
 #include "driver/sync/worker_thread.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 TEST(LiveCounters, ReadZeroWhereNothingLives) {
@@ -44,7 +44,7 @@ TEST(LiveCounters, CountEachKindForItself) {
 
 TEST(LiveCounters, CountOnManyThreadsAtOnce) {
   {
-    std::vector<test::TestThread> threads;
+    std::vector<TestThread> threads;
     for (int i = 0; i < 4; ++i)
       threads.emplace_back([] {
         for (int round = 0; round < 2000; ++round) {
@@ -57,4 +57,4 @@ TEST(LiveCounters, CountOnManyThreadsAtOnce) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

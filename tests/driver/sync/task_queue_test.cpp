@@ -8,14 +8,12 @@
 #include <optional>
 #include <vector>
 
+#include "driver/sync/event_flags.h"
 #include "driver/sync/live_counters.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
-
-using test::Eventually;
-using test::TestThread;
 
 TEST(TaskQueue, RunsJobsInTheOrderInWhichTheyArePushed) {
   std::vector<int> order;
@@ -209,7 +207,7 @@ TEST(TaskQueue, AnInletPushesAndOutlivesTheQueue) {
   const TaskQueue::Inlet inlet = queue->inlet();
   std::atomic<int> runs{0};
   inlet.Push([&] { ++runs; });
-  EXPECT_TRUE(test::Eventually([&] { return runs == 1; }));
+  EXPECT_TRUE(Eventually([&] { return runs == 1; }));
   queue.reset();
   EXPECT_EQ(LiveWorkerThreads::Live(), 0u) << "the inlet keeps no queue";
   inlet.Push([&] { ++runs; });
@@ -217,4 +215,4 @@ TEST(TaskQueue, AnInletPushesAndOutlivesTheQueue) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -12,7 +12,7 @@
 #include "driver/sync/lock.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 using platform::kTicksPerMillisecond;
@@ -23,7 +23,7 @@ TEST(WorkerThread, RunsItsFunctionOnAnotherThread) {
   {
     WorkerThread worker([&] { id = platform::CurrentThreadId(); }, 249);
     ASSERT_TRUE(worker.Start());
-    EXPECT_TRUE(test::Eventually([&] { return id != 0; }));
+    EXPECT_TRUE(Eventually([&] { return id != 0; }));
   }
   EXPECT_NE(id, platform::CurrentThreadId());
 }
@@ -44,7 +44,7 @@ TEST(WorkerThread, StartsOnlyOnce) {
     EXPECT_TRUE(worker.Start());
     EXPECT_TRUE(worker.started());
     EXPECT_FALSE(worker.Start());
-    EXPECT_TRUE(test::Eventually([&] { return runs == 1; }));
+    EXPECT_TRUE(Eventually([&] { return runs == 1; }));
     EXPECT_FALSE(worker.Start());
     EXPECT_TRUE(worker.started());
   }
@@ -86,7 +86,7 @@ class StuckWorker {
             },
             253)) {
     EXPECT_TRUE(worker_->Start());
-    EXPECT_TRUE(test::Eventually([&] { return stuck_->running.load(); }));
+    EXPECT_TRUE(Eventually([&] { return stuck_->running.load(); }));
   }
 
   Stuck& stuck() { return *stuck_; }
@@ -127,7 +127,7 @@ TEST(WorkerThread, IsLeftBehindAndCountedWhileItHoldsALock) {
   EXPECT_EQ(LiveWorkerThreads::Live(), 1u);
   EXPECT_GT(stuck.handles(), 1);
   stuck.stuck().never.Set(1);
-  EXPECT_TRUE(test::Eventually([&] { return stuck.handles() == 1; }));
+  EXPECT_TRUE(Eventually([&] { return stuck.handles() == 1; }));
   EXPECT_TRUE(stuck.stuck().returned);
   EXPECT_EQ(LiveWorkerThreads::Live(), 0u);
   const ScopedLock free(stuck.stuck().lock);
@@ -149,7 +149,7 @@ TEST(WorkerThread, SharesTheTimeToEndWithOthers) {
   EXPECT_EQ(LiveWorkerThreads::Live(), unsigned{kWorkers} / 2);
   for (const auto& each : stuck)
     each->stuck().never.Set(1);
-  EXPECT_TRUE(test::Eventually([&] { return LiveWorkerThreads::Live() == 0; }));
+  EXPECT_TRUE(Eventually([&] { return LiveWorkerThreads::Live() == 0; }));
 }
 
 TEST(WorkerThread, GivesItsFunctionsStateBackAtTheEnd) {
@@ -184,4 +184,4 @@ TEST(WorkerThreadDeathTest, IsNotDestroyedOnItsOwnThread) {
 #endif
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

@@ -15,7 +15,7 @@ using WordCompleter = std::function<std::vector<std::string>(const std::vector<s
 // Purpose: lets the user edit a line on standard input, with history and completion by Tab.
 // Owner: RunInteractive; one at a time in the process.
 // Threads: one.
-// Errors: std::runtime_error when the terminal cannot be used.
+// Errors: std::runtime_error when the terminal can't be used.
 class LineEditor {
  public:
   enum class Outcome { kLine, kInterrupted, kEnd };
@@ -26,7 +26,7 @@ class LineEditor {
   LineEditor& operator=(const LineEditor&) = delete;
 
   // Reads a line, without its line feed. Meanwhile SIGINT gives kInterrupted, SIGTERM and SIGHUP
-  // kEnd; at all other times SIGINT does nothing but break off a call that waits.
+  // kEnd; at all other times SIGINT only breaks off a call that waits.
   Outcome Read(std::string& line);
   // Makes a line one that the user can go back to.
   void Remember(const std::string& line);

@@ -1,4 +1,4 @@
-#include "tools/interactive/interactive_history.h"
+#include "tools/interactive/history_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,6 +1,6 @@
 // Signals are blocked while a line is edited, except within the call that waits for a key: none can
 // fall between a look at what came and the wait. The handlers only take a note.
-#include "tools/interactive/interactive_editor.h"
+#include "tools/interactive/line_editor.h"
 
 #include <histedit.h>
 #include <poll.h>
@@ -16,7 +16,7 @@
 #include <stdexcept>
 
 #include "tools/completion/completion_words.h"
-#include "tools/interactive/interactive_history.h"
+#include "tools/interactive/history_file.h"
 #include "tools/output/output.h"
 
 namespace valmere::tools {

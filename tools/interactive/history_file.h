@@ -14,7 +14,7 @@ std::string HistoryPath();
 // Purpose: keeps typed lines in a file that only the user can read, one a line.
 // Owner: RunInteractive.
 // Threads: one. Programs that run at the same time add their lines to the same file.
-// Errors: none; what cannot be written is forgotten at the end.
+// Errors: none; what can't be written is forgotten at the end.
 class HistoryFile {
  public:
   // With an empty path nothing is kept.
