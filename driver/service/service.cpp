@@ -11,6 +11,7 @@
 #include "driver/sync/live_counters.h"
 #include "net/listener_factory.h"
 #include "persist/file/file_stream.h"
+#include "protocol/message/property_message.h"
 #include "protocol/stream/json_message_handler.h"
 #include "store/engine/debug_zones.h"
 #include "store/property/general_group.h"

@@ -31,6 +31,8 @@
 
 #include "persist/log/debug_switches.h"
 #include "store/engine/announcements.h"
+#include "store/engine/observation.h"
+#include "store/engine/pending_updates.h"
 #include "store/engine/property_record.h"
 #include "store/property/component_property.h"
 

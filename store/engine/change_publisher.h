@@ -11,13 +11,14 @@
 #include "driver/sync/event_flags.h"
 #include "persist/log/log_sink.h"
 #include "store/engine/change_stack.h"
-#include "store/engine/observation.h"
-#include "store/engine/pending_updates.h"
 #include "store/engine/subscriber_list.h"
 #include "store/engine/update_entries.h"
 #include "store/property/uint_property.h"
 
 namespace valmere {
+
+class Observation;
+class PendingUpdates;
 
 // Purpose: collects changes as they happen, renders them at every pass, and at the end of each
 // period hands every subscriber those that it asked for.

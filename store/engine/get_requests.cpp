@@ -1,8 +1,11 @@
 // Values are read and rendered with no lock held.
 #include "store/engine/get_requests.h"
 
+#include "net/client_connection.h"
+#include "protocol/message/property_message.h"
 #include "protocol/wire/entry_frame.h"
 #include "protocol/wire/message_keys.h"
+#include "store/engine/property_catalog.h"
 #include "store/engine/property_record.h"
 
 namespace valmere {

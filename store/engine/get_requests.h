@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <string>
 
-#include "net/client_connection.h"
-#include "protocol/message/property_message.h"
-#include "store/engine/property_catalog.h"
-
 namespace valmere {
+
+class ClientConnection;
+class PropertyCatalog;
+class PropertyMessage;
 
 // The frame that a session answers with, kept by the session from reply to reply.
 using ReplyBuffer = std::string;

@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "store/engine/pending_updates.h"
+#include "store/engine/property_catalog.h"
 #include "store/property/property_key.h"
 
 namespace valmere {

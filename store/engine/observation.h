@@ -10,11 +10,13 @@
 
 #include "driver/sync/lock.h"
 #include "protocol/wire/property_records.h"
-#include "store/engine/pending_updates.h"
-#include "store/engine/property_catalog.h"
 #include "store/engine/subscriber_list.h"
 
 namespace valmere {
+
+class PendingUpdates;
+class Property;
+class PropertyCatalog;
 
 // Purpose: gives a property its one listener when the first subscription wants it, so that changes
 // that no client asked for cost nothing.

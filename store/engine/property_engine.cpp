@@ -6,11 +6,21 @@
 #include <string>
 #include <utility>
 
+#include "net/client_connection.h"
 #include "persist/log/debug_switches.h"
+#include "persist/log/log_sink.h"
+#include "protocol/message/property_message.h"
 #include "protocol/wire/message_keys.h"
+#include "store/engine/change_publisher.h"
+#include "store/engine/observation.h"
+#include "store/engine/pending_updates.h"
+#include "store/engine/property_catalog.h"
 #include "store/engine/set_requests.h"
+#include "store/engine/subscriber_list.h"
 #include "store/property/general_group.h"
 #include "store/property/property_key.h"
+#include "store/property/string_property.h"
+#include "store/property/uint_property.h"
 
 namespace valmere {
 namespace {
@@ -67,6 +77,15 @@ PropertyEngine::PropertyEngine(std::shared_ptr<LogSink> log,
       publisher_(std::make_shared<ChangePublisher>(std::move(own_component), std::move(period),
                                                    subscribers_, pending_, observation_, log_)),
       publishing_(publisher_) {}
+
+void PropertyEngine::DeclareQuiet(std::string_view component, std::string_view group_guid,
+                                  std::string_view guid) {
+  observation_->DeclareQuiet(component, group_guid, guid);
+}
+
+void PropertyEngine::PublishPass() {
+  publisher_->Pass();
+}
 
 bool PropertyEngine::HandleMessage(const PropertyMessage& message,
                                    const std::shared_ptr<ClientConnection>& sender,

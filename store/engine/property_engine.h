@@ -4,22 +4,23 @@
 #include <memory>
 #include <string_view>
 
-#include "net/client_connection.h"
-#include "persist/log/log_sink.h"
 #include "persist/settings/persistence.h"
-#include "protocol/message/property_message.h"
-#include "store/engine/change_publisher.h"
 #include "store/engine/get_requests.h"
-#include "store/engine/observation.h"
-#include "store/engine/pending_updates.h"
-#include "store/engine/property_catalog.h"
 #include "store/engine/property_presence.h"
 #include "store/engine/publishing_thread.h"
-#include "store/engine/subscriber_list.h"
-#include "store/property/string_property.h"
-#include "store/property/uint_property.h"
 
 namespace valmere {
+
+class ChangePublisher;
+class ClientConnection;
+class LogSink;
+class Observation;
+class PendingUpdates;
+class PropertyCatalog;
+class PropertyMessage;
+class StringProperty;
+class SubscriberList;
+class UIntProperty;
 
 // Purpose: handles what clients send, over the service's own properties and those that clients
 // publish, and has changes published.
@@ -49,12 +50,9 @@ class PropertyEngine : public PropertySink {
   void AnnounceFromNow() { presence_.AnnounceFromNow(); }
   // For a property whose value changes without an announcement, as one set silently does:
   // subscribers get it at every period's end. Called before a client subscribes to it.
-  void DeclareQuiet(std::string_view component, std::string_view group_guid,
-                    std::string_view guid) {
-    observation_->DeclareQuiet(component, group_guid, guid);
-  }
+  void DeclareQuiet(std::string_view component, std::string_view group_guid, std::string_view guid);
   // One publishing pass, as the publishing thread makes them: for when that was not started.
-  void PublishPass() { publisher_->Pass(); }
+  void PublishPass();
 
   bool AddProperty(std::shared_ptr<Property> property) override {
     return presence_.AddOwn(property);

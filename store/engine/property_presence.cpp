@@ -5,8 +5,13 @@
 #include <string>
 #include <utility>
 
+#include "net/client_connection.h"
 #include "persist/log/debug_switches.h"
 #include "persist/log/log_line.h"
+#include "persist/log/log_sink.h"
+#include "store/engine/observation.h"
+#include "store/engine/pending_updates.h"
+#include "store/engine/property_catalog.h"
 
 namespace valmere {
 namespace {

@@ -3,16 +3,20 @@
 
 #include <atomic>
 #include <memory>
+#include <string_view>
 
 #include "driver/sync/lock.h"
-#include "net/client_connection.h"
-#include "persist/log/log_sink.h"
 #include "protocol/wire/property_records.h"
-#include "store/engine/observation.h"
-#include "store/engine/pending_updates.h"
-#include "store/engine/property_catalog.h"
 
 namespace valmere {
+
+class ClientConnection;
+class ComponentProperty;
+class LogSink;
+class Observation;
+class PendingUpdates;
+class Property;
+class PropertyCatalog;
 
 // Purpose: brings properties into the catalog and takes them out, and has both announced in the
 // order in which they happen.

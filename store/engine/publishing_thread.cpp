@@ -1,6 +1,8 @@
 // The thread shares the publisher: where it can't be ended in time, it is left behind with it.
 #include "store/engine/publishing_thread.h"
 
+#include "store/engine/change_publisher.h"
+
 namespace valmere {
 
 bool PublishingThread::Start(int priority) {

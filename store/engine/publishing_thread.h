@@ -6,9 +6,10 @@
 #include <utility>
 
 #include "driver/sync/worker_thread.h"
-#include "store/engine/change_publisher.h"
 
 namespace valmere {
+
+class ChangePublisher;
 
 // Purpose: the thread that a publisher's passes run on.
 // Owner: the property engine.

@@ -8,9 +8,13 @@
 #include <string>
 #include <utility>
 
+#include "net/client_connection.h"
 #include "persist/log/debug_switches.h"
 #include "persist/log/log_line.h"
+#include "persist/log/log_sink.h"
+#include "protocol/message/property_message.h"
 #include "protocol/wire/entry_frame.h"
+#include "store/engine/property_catalog.h"
 
 namespace valmere {
 namespace {

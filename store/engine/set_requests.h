@@ -4,12 +4,12 @@
 #include <cstddef>
 #include <memory>
 
-#include "net/client_connection.h"
-#include "persist/log/log_sink.h"
-#include "protocol/message/property_message.h"
-#include "store/engine/property_catalog.h"
-
 namespace valmere {
+
+class ClientConnection;
+class LogSink;
+class PropertyCatalog;
+class PropertyMessage;
 
 // A message of sets may grow sixfold by escapes and stay below; what grows more are entries without
 // most of their fields.

@@ -12,7 +12,10 @@
 #include <utility>
 #include <vector>
 
+#include "net/client_connection.h"
+#include "protocol/message/property_message.h"
 #include "store/engine/property_engine.h"
+#include "store/engine/subscriber_list.h"
 #include "store/property/property_key.h"
 #include "store/property/string_property.h"
 #include "tests/support/frames.h"

@@ -10,6 +10,7 @@
 
 #include "driver/sync/live_counters.h"
 #include "protocol/message/parser_lock.h"
+#include "protocol/message/property_message.h"
 #include "store/property/string_property.h"
 #include "tests/store/engine/engine_fixture.h"
 #include "tests/support/frames.h"

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "persist/log/debug_switches.h"
+#include "protocol/message/property_message.h"
 #include "store/property/string_property.h"
 #include "store/property/trigger_property.h"
 #include "tests/store/engine/start_gate.h"

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "driver/sync/live_counters.h"
+#include "protocol/message/property_message.h"
 #include "store/property/string_property.h"
 #include "tests/store/engine/engine_fixture.h"
 #include "tests/support/frames.h"
