@@ -45,9 +45,8 @@ double MillisecondsBetween(Clock::time_point from, Clock::time_point to) {
 long Figure(const Daemon& daemon, const char* file, const std::string& name) {
   std::ifstream lines("/proc/" + std::to_string(daemon.process()) + "/" + file);
   std::string word;
-  while (lines >> word) {
+  while (lines >> word)
     if (long value = 0; word == name && lines >> value) return value;
-  }
   return 0;
 }
 

@@ -77,10 +77,9 @@ void BM_CopyTwiceIntoPipes(benchmark::State& state) {
   std::vector<LoopbackPipe> pipes(static_cast<std::size_t>(state.range(0)));
   std::vector<char> room(4 << 20);
   for (auto _ : state) {
-    for (const LoopbackPipe& pipe : pipes) {
+    for (const LoopbackPipe& pipe : pipes)
       for (int i = 0; i < 2; ++i)
         pipe.service_end()->Write(text.data(), static_cast<int>(text.size()));
-    }
     state.PauseTiming();
     for (LoopbackPipe& pipe : pipes)
       Empty(pipe, room);

@@ -111,10 +111,9 @@ double StatusBytes(const char* name) {
   double kilobytes = 0;
   if (std::FILE* file = std::fopen("/proc/self/status", "r")) {
     char line[256];
-    while (std::fgets(line, sizeof line, file) != nullptr) {
+    while (std::fgets(line, sizeof line, file) != nullptr)
       if (std::strncmp(line, name, std::strlen(name)) == 0)
         kilobytes = std::atof(line + std::strlen(name));
-    }
     std::fclose(file);
   }
   return kilobytes * 1024;

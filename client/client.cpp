@@ -75,16 +75,14 @@ Result<void> Client::SubscribeAll(Deadline deadline) {
 // subscription stands.
 Result<void> Client::AwaitConfirmation(Deadline deadline) {
   ++awaited_confirmations_;
-  while (awaited_confirmations_ > 0) {
+  while (awaited_confirmations_ > 0)
     if (Result<void> received = ReceiveNotification(deadline); !received) return received;
-  }
   return {};
 }
 
 Result<std::vector<Property>> Client::ReceiveChanges(Deadline deadline) {
-  while (changes_.empty()) {
+  while (changes_.empty())
     if (Result<void> received = ReceiveNotification(deadline); !received) return received.error();
-  }
   return std::exchange(changes_, {});
 }
 
@@ -93,13 +91,12 @@ Result<void> Client::ReceiveNotification(Deadline deadline) {
   Result<Incoming> message = ReceiveMessage(deadline);
   if (!message) return message.error();
   if (!message->properties) return {};
-  if (awaited_answers_ > 0) {
+  if (awaited_answers_ > 0)
     --awaited_answers_;
-  } else if (awaited_confirmations_ > 0 && IsConfirmation(*message->properties)) {
+  else if (awaited_confirmations_ > 0 && IsConfirmation(*message->properties))
     --awaited_confirmations_;
-  } else {
+  else
     std::ranges::move(*message->properties, std::back_inserter(changes_));
-  }
   return {};
 }
 
@@ -108,11 +105,9 @@ Result<Incoming> Client::ReceiveMessage(Deadline deadline) {
   if (Result<void> received = transport_->Receive(text_, deadline); !received)
     return received.error();
   Result<Incoming> message = ReadMessage(text_);
-  if (message) {
-    for (SetRequest& set : message->sets) {
+  if (message)
+    for (SetRequest& set : message->sets)
       sets_.push_back(std::move(set));
-    }
-  }
   return message;
 }
 

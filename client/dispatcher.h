@@ -31,7 +31,7 @@ class Dispatcher {
   void HoldBack(Task task);
   void PostHeldBack();
   void DropHeldBack();
-  // Begins no further task: those that wait are dropped, and so are those that come.
+  // Begins no further task: those that were posted are dropped, and so are those that come.
   void Stop();
   // Waits for the task that runs; after Stop.
   void Join();

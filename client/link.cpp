@@ -71,9 +71,8 @@ void Link::Read(const Handlers& handlers) {
 Error Link::ReadToTheEnd(const Handlers& handlers) {
   try {
     std::string text;
-    for (;;) {
+    for (;;)
       if (const Result<void> read = ReadOne(handlers, text); !read) return read.error();
-    }
   } catch (const std::exception& error) {
     return {ErrorKind::kConnectionLost, std::string("connection lost: ") + error.what()};
   }
@@ -87,11 +86,10 @@ Result<void> Link::ReadOne(const Handlers& handlers, std::string& text) {
   if (!message) return message.error();
   if (!message->sets.empty()) handlers.sets(std::move(message->sets));
   if (!message->properties) return {};
-  if (IsAnswer(*message->properties)) {
+  if (IsAnswer(*message->properties))
     Deliver(std::move(*message->properties));
-  } else {
+  else
     handlers.changes(std::move(*message->properties));
-  }
   return {};
 }
 

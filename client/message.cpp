@@ -49,9 +49,8 @@ Result<std::string> FrameOf(const JsonValue& message) {
 
 JsonValue AddressEntries(std::span<const PropertyAddress> addresses) {
   JsonValue entries = JsonValue::Array();
-  for (const PropertyAddress& address : addresses) {
+  for (const PropertyAddress& address : addresses)
     entries.Append(EntryOf(RecordOf(address)));
-  }
   return entries;
 }
 
@@ -94,10 +93,9 @@ Property PropertyOf(const PropertyResponseRecord& record) {
 
 Incoming ContentOf(const JsonValue& message) {
   Incoming incoming;
-  if (const JsonValue* sets = message.Find(keys::kSetRequests)) {
+  if (const JsonValue* sets = message.Find(keys::kSetRequests))
     for (const JsonValue& entry : sets->elements())
       incoming.sets.push_back(SetRequestOf(ReadSetRecord(entry)));
-  }
   if (const JsonValue* responses = message.Find(keys::kGetResponses)) {
     incoming.properties.emplace().reserve(responses->size());
     for (const JsonValue& entry : responses->elements())
@@ -124,17 +122,15 @@ Result<std::string> GetGroupFrame(std::string_view group_guid) {
 
 Result<std::string> SetFrame(std::span<const SetRequest> requests) {
   JsonValue entries = JsonValue::Array();
-  for (const SetRequest& request : requests) {
+  for (const SetRequest& request : requests)
     entries.Append(EntryOf(RecordOf(request)));
-  }
   return FrameOf(keys::kSetRequests, std::move(entries));
 }
 
 Result<std::string> PublishFrame(std::span<const Property> properties, std::string_view status) {
   JsonValue entries = JsonValue::Array();
-  for (const Property& property : properties) {
+  for (const Property& property : properties)
     entries.Append(EntryOf(RecordOf(property, status)));
-  }
   return FrameOf(keys::kGetResponses, std::move(entries));
 }
 

@@ -34,22 +34,19 @@ void Publications::Remove(const PropertyAddress& address, bool sent) {
 
 void Publications::MarkAllUnsent() {
   withdrawn_.clear();
-  for (auto& [address, entry] : entries_) {
+  for (auto& [address, entry] : entries_)
     entry.sent = false;
-  }
 }
 
 Publications::Unsent Publications::TakeUnsent() {
   Unsent unsent;
   unsent.withdrawn.swap(withdrawn_);
   std::vector<const Entry*> entries;
-  for (auto& [address, entry] : entries_) {
+  for (auto& [address, entry] : entries_)
     if (!std::exchange(entry.sent, true)) entries.push_back(&entry);
-  }
   std::ranges::sort(entries, {}, &Entry::number);
-  for (const Entry* entry : entries) {
+  for (const Entry* entry : entries)
     unsent.published.push_back(entry->property);
-  }
   return unsent;
 }
 

@@ -21,7 +21,7 @@ using SetCallback = std::function<void(const SetRequest&)>;
 // not been sent to the service yet.
 // Owner: a session.
 // Threads: under the session's lock.
-// Errors: none.
+// Errors: std::bad_alloc, of what adds or gives out.
 class Publications {
  public:
   // What is left to be sent.

@@ -69,12 +69,10 @@ Result<void> Publisher::Update(std::span<const SetRequest> values, Deadline dead
     }
   }
   const auto note = [&](bool sent) REQUIRES(state_.lock) -> Result<void> {
-    for (const SetRequest& value : values) {
+    for (const SetRequest& value : values)
       if (!state_.publications.Has(value.address)) return NotPublished(value.address);
-    }
-    for (const SetRequest& value : values) {
+    for (const SetRequest& value : values)
       state_.publications.Update(value, sent);
-    }
     return {};
   };
   return SendAndNote(PublishFrame(properties, kSuccessful), deadline, note);
@@ -91,9 +89,8 @@ Result<void> Publisher::Withdraw(std::span<const PropertyAddress> addresses, Dea
     }
   }
   const auto note = [&](bool sent) REQUIRES(state_.lock) -> Result<void> {
-    for (const PropertyAddress& address : addresses) {
+    for (const PropertyAddress& address : addresses)
       state_.publications.Remove(address, sent);
-    }
     return {};
   };
   return SendAndNote(PublishFrame(properties, kNoLongerAvailable), deadline, note);

@@ -52,10 +52,12 @@ void Subscription::End() {
   if (core && entry) core->subscriptions().Unsubscribe(*entry);
 }
 
-Result<Session> Session::Open(Connector connector, SessionOptions options, By by) {
+Result<Session> Session::Open(Connector connector, SessionOptions options,
+                              OptionalDeadline deadline) {
   try {
     auto core = std::make_shared<SessionCore>(std::move(connector), std::move(options));
-    if (Result<void> opened = core->Open(core->DeadlineOf(by)); !opened) return opened.error();
+    if (Result<void> opened = core->Open(core->DeadlineOf(deadline)); !opened)
+      return opened.error();
     return Session(std::move(core));
   } catch (const std::system_error& error) {
     return Error{ErrorKind::kCannotConnect, std::string("cannot connect: ") + error.what()};
@@ -75,70 +77,75 @@ Session::~Session() {
   if (core_) core_->Stop();
 }
 
-Result<std::vector<Property>> Session::GetAll(By by) {
-  return Named("reading all properties", core_->Ask(GetAllFrame(), core_->DeadlineOf(by)));
+Result<std::vector<Property>> Session::GetAll(OptionalDeadline deadline) {
+  return Named("reading all properties", core_->Ask(GetAllFrame(), core_->DeadlineOf(deadline)));
 }
 
-Result<Property> Session::Get(const PropertyAddress& address, By by) {
-  Result<std::vector<Property>> answer = Get({&address, 1}, by);
+Result<Property> Session::Get(const PropertyAddress& address, OptionalDeadline deadline) {
+  Result<std::vector<Property>> answer = Get({&address, 1}, deadline);
   if (!answer) return answer.error();
   if (answer->size() == 1) return std::move(answer->front());
   return Error{ErrorKind::kProtocol, "reading " + NameOf(address) + ": the service answered with " +
                                          std::to_string(answer->size()) + " properties"};
 }
 
-Result<std::vector<Property>> Session::Get(std::span<const PropertyAddress> addresses, By by) {
+Result<std::vector<Property>> Session::Get(std::span<const PropertyAddress> addresses,
+                                           OptionalDeadline deadline) {
   if (addresses.empty()) return std::vector<Property>();
   return Named("reading " + NameOf(addresses),
-               core_->Ask(GetFrame(addresses), core_->DeadlineOf(by)));
+               core_->Ask(GetFrame(addresses), core_->DeadlineOf(deadline)));
 }
 
-Result<std::vector<Property>> Session::GetGroup(std::string_view group_guid, By by) {
+Result<std::vector<Property>> Session::GetGroup(std::string_view group_guid,
+                                                OptionalDeadline deadline) {
   return Named("reading group " + std::string(group_guid),
-               core_->Ask(GetGroupFrame(group_guid), core_->DeadlineOf(by)));
+               core_->Ask(GetGroupFrame(group_guid), core_->DeadlineOf(deadline)));
 }
 
-Result<void> Session::Set(std::span<const SetRequest> requests, By by) {
+Result<void> Session::Set(std::span<const SetRequest> requests, OptionalDeadline deadline) {
   return Named("setting " + NameOf(requests),
-               core_->Send(SetFrame(requests), core_->DeadlineOf(by)));
+               core_->Send(SetFrame(requests), core_->DeadlineOf(deadline)));
 }
 
 Result<Subscription> Session::Subscribe(std::span<const PropertyAddress> addresses,
-                                        ChangeCallback callback, By by) {
+                                        ChangeCallback callback, OptionalDeadline deadline) {
   auto entry = std::make_shared<SubscriptionEntry>(
       SubscriptionEntry{false, {addresses.begin(), addresses.end()}, std::move(callback)});
   const auto done = Named("subscribing to " + NameOf(addresses),
-                          core_->subscriptions().Subscribe(entry, core_->DeadlineOf(by)));
+                          core_->subscriptions().Subscribe(entry, core_->DeadlineOf(deadline)));
   if (!done) return done.error();
   return Subscription(core_, std::move(entry));
 }
 
-Result<Subscription> Session::SubscribeAll(ChangeCallback callback, By by) {
+Result<Subscription> Session::SubscribeAll(ChangeCallback callback, OptionalDeadline deadline) {
   auto entry =
       std::make_shared<SubscriptionEntry>(SubscriptionEntry{true, {}, std::move(callback)});
   const auto done = Named("subscribing to all properties",
-                          core_->subscriptions().Subscribe(entry, core_->DeadlineOf(by)));
+                          core_->subscriptions().Subscribe(entry, core_->DeadlineOf(deadline)));
   if (!done) return done.error();
   return Subscription(core_, std::move(entry));
 }
 
-Result<void> Session::Publish(std::span<const Property> properties, SetCallback callback, By by) {
-  return Named("publishing " + NameOf(properties),
-               core_->publisher().Publish(properties, std::move(callback), core_->DeadlineOf(by)));
+Result<void> Session::Publish(std::span<const Property> properties, SetCallback callback,
+                              OptionalDeadline deadline) {
+  return Named(
+      "publishing " + NameOf(properties),
+      core_->publisher().Publish(properties, std::move(callback), core_->DeadlineOf(deadline)));
 }
 
-Result<void> Session::Update(std::span<const SetRequest> values, By by) {
+Result<void> Session::Update(std::span<const SetRequest> values, OptionalDeadline deadline) {
   return Named("updating " + NameOf(values),
-               core_->publisher().Update(values, core_->DeadlineOf(by)));
+               core_->publisher().Update(values, core_->DeadlineOf(deadline)));
 }
 
-Result<void> Session::Withdraw(std::span<const PropertyAddress> addresses, By by) {
+Result<void> Session::Withdraw(std::span<const PropertyAddress> addresses,
+                               OptionalDeadline deadline) {
   return Named("withdrawing " + NameOf(addresses),
-               core_->publisher().Withdraw(addresses, core_->DeadlineOf(by)));
+               core_->publisher().Withdraw(addresses, core_->DeadlineOf(deadline)));
 }
 
-Result<void> Session::Disconnect(By by) {
-  return Named("disconnecting", core_->Disconnect(core_->DeadlineOf(by)));
+Result<void> Session::Disconnect(OptionalDeadline deadline) {
+  return Named("disconnecting", core_->Disconnect(core_->DeadlineOf(deadline)));
 }
 
 }  // namespace valmere::client

@@ -80,28 +80,33 @@ class Subscription {
 // service takes, of which nothing is sent. Open may also throw std::bad_alloc.
 class Session {
  public:
-  using By = std::optional<Deadline>;  // without: after the option's time-out
+  using OptionalDeadline = std::optional<Deadline>;  // without: after the option's time-out
   using ChangeCallback = std::function<void(std::span<const Property>)>;
   using SetCallback = std::function<void(const SetRequest&)>;
 
   // Connects for the first time.
-  static Result<Session> Open(Connector connector, SessionOptions options = {}, By by = {});
+  static Result<Session> Open(Connector connector, SessionOptions options = {},
+                              OptionalDeadline deadline = {});
   Session(Session&& other) noexcept;
   Session& operator=(Session&& other) noexcept;
   // Ends the session without a goodbye; what was sent is still handled.
   ~Session();
 
-  Result<std::vector<Property>> GetAll(By by = {});
+  Result<std::vector<Property>> GetAll(OptionalDeadline deadline = {});
   // A property that is not there has the status kNotFound.
-  Result<Property> Get(const PropertyAddress& address, By by = {});
+  Result<Property> Get(const PropertyAddress& address, OptionalDeadline deadline = {});
   // One answer for each address, in order.
-  Result<std::vector<Property>> Get(std::span<const PropertyAddress> addresses, By by = {});
+  Result<std::vector<Property>> Get(std::span<const PropertyAddress> addresses,
+                                    OptionalDeadline deadline = {});
   // Every property of a group, of all owners; one answer of status kNotFound when there is none.
-  Result<std::vector<Property>> GetGroup(std::string_view group_guid, By by = {});
+  Result<std::vector<Property>> GetGroup(std::string_view group_guid,
+                                         OptionalDeadline deadline = {});
 
   // Sent, not answered: the owner decides what becomes of it.
-  Result<void> Set(std::span<const SetRequest> requests, By by = {});
-  Result<void> Set(const SetRequest& request, By by = {}) { return Set({&request, 1}, by); }
+  Result<void> Set(std::span<const SetRequest> requests, OptionalDeadline deadline = {});
+  Result<void> Set(const SetRequest& request, OptionalDeadline deadline = {}) {
+    return Set({&request, 1}, deadline);
+  }
 
   // Calls `callback` for the properties at the addresses that change, come or go, or for all there
   // are and all to come. One that has gone has the status kNoLongerAvailable; the value that it
@@ -110,8 +115,8 @@ class Session {
   // The service knows no end of a subscription: what was subscribed to still comes in, and is
   // dropped, until the last subscription has ended, which closes their connection.
   Result<Subscription> Subscribe(std::span<const PropertyAddress> addresses,
-                                 ChangeCallback callback, By by = {});
-  Result<Subscription> SubscribeAll(ChangeCallback callback, By by = {});
+                                 ChangeCallback callback, OptionalDeadline deadline = {});
+  Result<Subscription> SubscribeAll(ChangeCallback callback, OptionalDeadline deadline = {});
 
   // Makes properties known, until they are withdrawn or the session ends, and calls `callback` for
   // sets that are meant for them; it takes a new value by Update. A property that is published
@@ -120,16 +125,18 @@ class Session {
   // This and the next two are remembered also when they give kConnectionLost: they are sent when
   // the connection is back. After kTimeout they may be.
   Result<void> Publish(std::span<const Property> properties, SetCallback callback = nullptr,
-                       By by = {});
+                       OptionalDeadline deadline = {});
   // Reports new values of published properties. kInvalid when one of them is not published.
-  Result<void> Update(std::span<const SetRequest> values, By by = {});
-  Result<void> Update(const SetRequest& value, By by = {}) { return Update({&value, 1}, by); }
+  Result<void> Update(std::span<const SetRequest> values, OptionalDeadline deadline = {});
+  Result<void> Update(const SetRequest& value, OptionalDeadline deadline = {}) {
+    return Update({&value, 1}, deadline);
+  }
   // Takes published properties back. kInvalid when one of them is not published.
-  Result<void> Withdraw(std::span<const PropertyAddress> addresses, By by = {});
+  Result<void> Withdraw(std::span<const PropertyAddress> addresses, OptionalDeadline deadline = {});
 
   // Says goodbye after everything sent before, and ends the session. When it returns, no callback
   // runs any more, except for one that it is called from. Further calls give kConnectionLost.
-  Result<void> Disconnect(By by = {});
+  Result<void> Disconnect(OptionalDeadline deadline = {});
 
  private:
   explicit Session(std::shared_ptr<SessionCore> core) : core_(std::move(core)) {}

@@ -32,8 +32,8 @@ class SessionCore {
   SessionCore(const SessionCore&) = delete;
   SessionCore& operator=(const SessionCore&) = delete;
 
-  Deadline DeadlineOf(Session::By by) const {
-    return by.value_or(Deadline::After(options_.timeout));
+  Deadline DeadlineOf(Session::OptionalDeadline deadline) const {
+    return deadline.value_or(Deadline::After(options_.timeout));
   }
 
   // Connects for the first time; before all other calls.

@@ -14,9 +14,8 @@ Error SessionState::NotConnected() const {
 }
 
 void SessionState::CloseLinks() {
-  for (Link* link : {requests.get(), changes.get(), other_changes.get()}) {
+  for (Link* link : {requests.get(), changes.get(), other_changes.get()})
     if (link != nullptr) link->Close();
-  }
 }
 
 }  // namespace valmere::client

@@ -204,9 +204,8 @@ void Subscriptions::EndCallback() {
 // again; and read, because it may be back already.
 void Subscriptions::SubscribeAgain(std::span<const Property> properties) {
   std::vector<PropertyAddress> gone;
-  for (const Property& property : properties) {
+  for (const Property& property : properties)
     if (property.status == kNoLongerAvailable) gone.push_back(property.address());
-  }
   if (gone.empty()) return;
   const Deadline deadline = Deadline::After(options_.timeout);
   std::vector<Property> back;

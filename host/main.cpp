@@ -97,9 +97,8 @@ int Serve(const Options& options) {
 
 // What is opened later must not be taken for one of these.
 void OpenStandardStreams() {
-  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
     if (fcntl(stream, F_GETFD) < 0 && open("/dev/null", O_RDWR) != stream) _exit(kExitFailure);
-  }
 }
 
 // A pipe without a reader and a file that may not grow show as failed writes; there is nothing to

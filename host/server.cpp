@@ -204,9 +204,8 @@ void Server::Drain() {
   uv_timer_start(
       &drain_timer_, [](uv_timer_t* timer) { ServerOf(timer)->CloseAll(); },
       static_cast<std::uint64_t>(limits_.drain.count()), 0);
-  for (auto& [id, bridge] : bridges_) {
+  for (auto& [id, bridge] : bridges_)
     bridge->Finish();
-  }
   if (bridges_.empty()) CloseAll();
 }
 
@@ -227,12 +226,10 @@ void Server::RemoveClient(Id id) {
 
 // All sessions begin to end before the first is waited for, so that they end at the same time.
 void Server::CloseAll() {
-  for (auto& [id, bridge] : bridges_) {
+  for (auto& [id, bridge] : bridges_)
     bridge->BeginClose();
-  }
-  for (auto& [id, bridge] : bridges_) {
+  for (auto& [id, bridge] : bridges_)
     bridge->Close();
-  }
   CloseHandle(drain_timer_);
   CloseHandle(pump_events_async_);
 }

@@ -96,12 +96,11 @@ void AppendEscaped(std::string_view text, std::string& out) {
   const std::size_t before = out.size();
   out.resize(before + EscapedSize(text));
   char* to = out.data() + before;
-  for (const char byte : text) {
+  for (const char byte : text)
     if (NeedsEscape(static_cast<unsigned char>(byte)))
       to = PutEscaped(byte, to);
     else
       *to++ = byte;
-  }
 }
 
 std::string EscapeJson(std::string_view text) {

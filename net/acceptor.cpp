@@ -65,9 +65,8 @@ void Acceptor::End() {
 }
 
 void Acceptor::Loop::Run() {
-  while (!closing_.Poll(kClosing)) {
+  while (!closing_.Poll(kClosing))
     if (!AcceptOne()) closing_.WaitFor(kClosing, kRetryMilliseconds);
-  }
 }
 
 // False when there is no connection, or when the sink could not take it; it is dropped then, which

@@ -112,11 +112,10 @@ WidePath NormalPath(WidePathView path) {
     const WidePathView name = path.substr(0, path.find_first_of(u"/\\"));
     path.remove_prefix(std::min(name.size() + 1, path.size()));
     if (name.empty() || name == u".") continue;
-    if (name == u"..") {
+    if (name == u"..")
       normal.resize(normal.find_last_of(u'/') == WidePath::npos ? 0 : normal.find_last_of(u'/'));
-    } else {
+    else
       normal.append(1, u'/').append(name);
-    }
   }
   return normal;
 }

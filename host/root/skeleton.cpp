@@ -119,10 +119,9 @@ bool IsTaken(int error) {
 
 void MoveIntoPlace(int root) {
   const Descriptor mark = OpenFolder(root, kFinished);
-  for (const char* folder : kFolders) {
+  for (const char* folder : kFolders)
     if (renameat(mark.get(), folder, root, folder) != 0 && errno != ENOENT && !IsTaken(errno))
       ThrowSystemError(errno);
-  }
   Sync(root);
   Clear(root, kFinished);
   Sync(root);
@@ -132,9 +131,8 @@ void MoveIntoPlace(int root) {
 void Undo(int root) {
   if (Exists(root, kFinished)) {
     const Descriptor mark = OpenFolder(root, kFinished);
-    for (const char* folder : kFolders) {
+    for (const char* folder : kFolders)
       if (Exists(root, folder)) Rename(root, folder, mark.get(), folder);
-    }
     Rename(root, kFinished, root, kUnfinished);
   }
   Clear(root, kUnfinished);

@@ -15,11 +15,10 @@ void EarlyLog::Attach(const std::shared_ptr<LogSink>& log) {
 
 void EarlyLog::Log(std::string_view message) {
   const ScopedLock hold(lock_);
-  if (!attached_) {
+  if (!attached_)
     kept_.emplace_back(message);
-  } else if (const auto log = log_.lock()) {
+  else if (const auto log = log_.lock())
     log->Log(message);
-  }
 }
 
 }  // namespace valmere

@@ -158,9 +158,8 @@ bool Persistence::Load() {
     const ScopedLock hold_store(store_lock_);
     registered = registered_;
   }
-  for (const auto& property : registered) {
+  for (const auto& property : registered)
     if (const std::string* text = LoadedValue(*property)) RestoreAnnounced(*property, *text);
-  }
   loading_error_->SetValue(!outcome->Succeeded());
   return outcome->Succeeded();
 }

@@ -51,11 +51,10 @@ std::optional<Names> SplitPath(WidePathView path) {
     const WidePathView name = path.substr(0, end);
     path.remove_prefix(std::min(end + 1, path.size()));
     if (name.empty() || name == u".") continue;
-    if (name != u"..") {
+    if (name != u"..")
       names.push_back(NarrowPath(name));
-    } else if (!names.empty()) {
+    else if (!names.empty())
       names.pop_back();
-    }
   }
   return names;
 }

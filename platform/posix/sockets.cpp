@@ -202,9 +202,8 @@ class PosixListenSocket final : public ListenSocket {
 // A connect that a signal interrupts goes on by itself; what remains is to wait for its end.
 bool FinishInterruptedConnect(int descriptor) {
   pollfd done{descriptor, POLLOUT, 0};
-  while (poll(&done, 1, -1) < 0) {
+  while (poll(&done, 1, -1) < 0)
     if (errno != EINTR) return false;
-  }
   int error = 0;
   socklen_t size = sizeof error;
   return getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;

@@ -55,9 +55,8 @@ void WriteLedger::Succeeded(const WidePath& path) noexcept {
 
 bool WriteLedger::IsNew(const WidePath& path, int error) {
   const ScopedLock hold(lock_);
-  for (Trouble& trouble : troubles_) {
+  for (Trouble& trouble : troubles_)
     if (trouble.path == path) return std::exchange(trouble.error, error) != error;
-  }
   if (troubles_.size() == kMostTroubles) troubles_.erase(troubles_.begin());
   troubles_.push_back({path, error});
   any_trouble_.store(true, std::memory_order_relaxed);

@@ -35,11 +35,10 @@ std::optional<Names> SplitPath(WidePathView path) {
     const std::wstring name(path.begin(), path.begin() + static_cast<std::ptrdiff_t>(end));
     path.remove_prefix(std::min(end + 1, path.size()));
     if (name.empty() || name == L".") continue;
-    if (name != L"..") {
+    if (name != L"..")
       names.push_back(name);
-    } else if (!names.empty()) {
+    else if (!names.empty())
       names.pop_back();
-    }
   }
   return names;
 }

@@ -13,7 +13,7 @@
 namespace valmere {
 
 // Purpose: keeps what is to be announced as new and as vanished, each in order of arrival.
-// Owner: the change publisher.
+// Owner: the pending updates.
 // Threads: any thread adds; one takes.
 // Errors: std::bad_alloc; Take loses nothing then. Of each kind kMostWaiting wait between two
 // passes, further ones are dropped and counted.

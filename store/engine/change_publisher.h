@@ -18,15 +18,15 @@
 namespace valmere {
 
 class Observation;
-class PendingUpdates;
+struct PendingUpdates;
 
-// Purpose: collects changes as they happen, renders them at every pass, and at the end of each
-// period hands every subscriber those that it asked for.
+// Purpose: takes the pending updates and renders them at every pass, and at the end of each period
+// hands every subscriber those that it asked for.
 // Owner: shared by the property engine and the publishing thread, which may outlive the engine: it
 // owns all that a pass touches.
-// Threads: any thread reports changes; passes run on the publishing thread, or on a test's.
-// Errors: changes beyond the stacks' 499 are dropped. An entry that there is no memory for is lost;
-// one for which a period has no room is, too, and logged once a period.
+// Threads: Stop from any; passes run on the publishing thread, or on a test's.
+// Errors: an entry that there is no memory for is lost; one for which a period has no room is, too,
+// and logged once a period.
 class ChangePublisher {
  public:
   static constexpr std::uint32_t kPassMilliseconds = 250;
@@ -72,7 +72,7 @@ class ChangePublisher {
   const std::shared_ptr<UIntProperty> period_;
   const std::shared_ptr<SubscriberList> subscribers_;
   const std::shared_ptr<PendingUpdates> pending_;
-  const std::weak_ptr<Observation> observation_;  // a thread left behind must keep no property
+  const std::weak_ptr<Observation> observation_;  // held only while all properties are observed
   const std::weak_ptr<LogSink> log_;
 
   std::atomic<bool> stopped_{false};

@@ -13,7 +13,7 @@
 namespace valmere {
 
 // Purpose: a bounded stack: what changed last comes out first; what no longer fits is dropped.
-// Owner: the change publisher.
+// Owner: the pending updates.
 // Threads: any thread pushes; one takes.
 // Errors: Push returns false for a change that was dropped.
 class ChangeStack {

@@ -14,7 +14,7 @@
 
 namespace valmere {
 
-class PendingUpdates;
+struct PendingUpdates;
 class Property;
 class PropertyCatalog;
 

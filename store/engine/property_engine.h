@@ -15,7 +15,7 @@ class ChangePublisher;
 class ClientConnection;
 class LogSink;
 class Observation;
-class PendingUpdates;
+struct PendingUpdates;
 class PropertyCatalog;
 class PropertyMessage;
 class StringProperty;

@@ -14,7 +14,7 @@ class ClientConnection;
 class ComponentProperty;
 class LogSink;
 class Observation;
-class PendingUpdates;
+struct PendingUpdates;
 class Property;
 class PropertyCatalog;
 

@@ -112,13 +112,12 @@ bool HandleSetRequests(PropertyCatalog& catalog, const PropertyMessage& message,
   Forwards forwards(sender);
   message.ForEachSetRequest([&](const PropertySetRecord& request) {
     if (sender.ended()) return false;
-    if (catalog.IsOwnComponent(request.component)) {
+    if (catalog.IsOwnComponent(request.component))
       SetOwn(catalog, request, log);
-    } else if (auto owner = catalog.OwnerOf(AddressOf(request))) {
+    else if (auto owner = catalog.OwnerOf(AddressOf(request)))
       return forwards.Add(std::move(owner), request);
-    } else {
+    else
       LogPassedOver(log, request);
-    }
     return true;
   });
   if (forwards.too_long()) return false;

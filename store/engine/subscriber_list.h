@@ -77,9 +77,8 @@ template <class Keep>
 SubscriberList::Entries SubscriberList::KeepIf(Keep keep) {
   // Swapped, not moved: at no time is there an entry without a subscriber.
   auto kept = subscribers_.begin();
-  for (auto& subscriber : subscribers_) {
+  for (auto& subscriber : subscribers_)
     if (keep(*subscriber)) (kept++)->swap(subscriber);
-  }
   return RemoveFrom(kept);
 }
 

@@ -8,9 +8,8 @@ namespace valmere {
 
 bool ParseBool(std::string& text) {
   if (text.size() != 4 && text.size() != 5) return true;
-  for (char& c : text) {
+  for (char& c : text)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
   return text != "false";
 }
 

@@ -11,7 +11,7 @@
 namespace valmere {
 
 // Purpose: a list of handles in order of arrival.
-// Owner: the change publisher.
+// Owner: the pending updates.
 // Threads: any.
 // Errors: std::bad_alloc.
 class HandleList {

@@ -9,7 +9,8 @@
 #include "tests/client/deadlines.h"
 #include "tests/client/fake_service.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 namespace {
 
 using test::FrameOf;
@@ -309,4 +310,4 @@ TEST(Client, SaysWhyItCannotConnect) {
 }
 
 }  // namespace
-}  // namespace valmere::client
+}  // namespace valmere::test

@@ -6,7 +6,8 @@
 #include "client/deadline.h"
 #include "tests/client/fake_service.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 
 // Never reached by what works.
 inline Deadline Soon() {
@@ -16,4 +17,4 @@ inline Deadline Past() {
   return Deadline::After(std::chrono::milliseconds(0));
 }
 
-}  // namespace valmere::client
+}  // namespace valmere::test

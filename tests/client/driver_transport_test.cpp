@@ -9,7 +9,8 @@
 #include "tests/client/deadlines.h"
 #include "tests/client/fake_service.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 namespace {
 
 using test::FrameOf;
@@ -91,4 +92,4 @@ TEST_F(DriverTransportTest, EndsWhileTheDriverHasNothingToSay) {
 }
 
 }  // namespace
-}  // namespace valmere::client
+}  // namespace valmere::test

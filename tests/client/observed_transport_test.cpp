@@ -12,7 +12,8 @@
 #include "client/socket_transport.h"
 #include "tests/client/session_fixture.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 namespace {
 
 using ::testing::ElementsAre;
@@ -66,4 +67,4 @@ TEST_F(SessionTest, ShowsWhatItSaysToAnObserver) {
 }
 
 }  // namespace
-}  // namespace valmere::client
+}  // namespace valmere::test

@@ -4,7 +4,8 @@
 #include "tests/client/session_fixture.h"
 #include "tests/driver/entry_fixture.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 namespace {
 
 using ::testing::ElementsAre;
@@ -194,4 +195,4 @@ TEST_F(SessionDriverTest, AnswersManyThreadsWhileSetsComeIn) {
 }
 
 }  // namespace
-}  // namespace valmere::client
+}  // namespace valmere::test

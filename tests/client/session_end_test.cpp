@@ -2,7 +2,8 @@
 // a session which waits for it never gets through its test.
 #include "tests/client/session_fixture.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 namespace {
 
 class SessionEndTest : public SessionTest {
@@ -161,4 +162,4 @@ TEST_F(SessionEndTest, EndsTheOneThatAnotherTakesThePlaceOf) {
 }
 
 }  // namespace
-}  // namespace valmere::client
+}  // namespace valmere::test

@@ -20,7 +20,8 @@
 #include "tests/client/deadlines.h"
 #include "tests/client/played_service.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 
 inline const Property kSpeed{"G1", "Motion", "P1", "Speed", "42", kSuccessful, "C1", "Print Head"};
 inline const Property kColour{"G2", "Look", "P2", "Colour", "red", kSuccessful, "C1", "Print Head"};
@@ -161,4 +162,4 @@ class SessionTest : public ::testing::Test {
 
 inline const std::string kGetAllText = R"({"GetAllProperties": true})";
 
-}  // namespace valmere::client
+}  // namespace valmere::test

@@ -1,7 +1,8 @@
 // What a session publishes, and the sets that come for it.
 #include "tests/client/session_fixture.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 namespace {
 
 std::string EntryText(const Property& property, const std::string& status = kSuccessful) {
@@ -111,4 +112,4 @@ TEST_F(SessionPublicationTest, LetsGoOfACallbackThatUsesTheSessionOnItsWay) {
 }
 
 }  // namespace
-}  // namespace valmere::client
+}  // namespace valmere::test

@@ -4,7 +4,8 @@
 
 #include "tests/client/session_fixture.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 namespace {
 
 using ::testing::ElementsAre;
@@ -264,4 +265,4 @@ TEST_F(SessionReconnectTest, StaysLostWhenItIsToldNotToReconnect) {
 }
 
 }  // namespace
-}  // namespace valmere::client
+}  // namespace valmere::test

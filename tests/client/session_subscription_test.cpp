@@ -3,7 +3,8 @@
 
 #include "tests/client/session_fixture.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 namespace {
 
 using ::testing::ElementsAre;
@@ -266,4 +267,4 @@ TEST_F(SessionSubscriptionTest, MayOutliveItsSession) {
 }
 
 }  // namespace
-}  // namespace valmere::client
+}  // namespace valmere::test

@@ -5,7 +5,8 @@
 
 #include "tests/client/session_fixture.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 namespace {
 
 using ::testing::ElementsAre;
@@ -189,4 +190,4 @@ TEST_F(SessionTest, GivesUpSendingToAServiceThatDoesNotRead) {
 }
 
 }  // namespace
-}  // namespace valmere::client
+}  // namespace valmere::test

@@ -10,7 +10,8 @@
 #include "tests/client/deadlines.h"
 #include "tests/client/fake_service.h"
 
-namespace valmere::client {
+namespace valmere::test {
+using namespace client;
 namespace {
 
 using test::FakeConnection;
@@ -213,4 +214,4 @@ TEST(DefaultSocketPath, FollowsTheEnvironment) {
 }
 
 }  // namespace
-}  // namespace valmere::client
+}  // namespace valmere::test

@@ -10,7 +10,8 @@
 
 #include "protocol/wire/message_frame.h"
 
-namespace valmere::host {
+namespace valmere::test {
+using namespace host;
 namespace {
 
 using ::testing::ElementsAre;
@@ -180,4 +181,4 @@ TEST(FrameAssembler, KeepsNothingBetweenFrames) {
 }
 
 }  // namespace
-}  // namespace valmere::host
+}  // namespace valmere::test

@@ -12,10 +12,11 @@
 #include <string>
 #include <thread>
 
-namespace valmere::host {
-namespace {
+#include "tests/host/subprocess.h"
 
-constexpr std::chrono::seconds kPatience{60};
+namespace valmere::test {
+using namespace host;
+namespace {
 
 class OutboxTest : public ::testing::Test {
  protected:
@@ -215,4 +216,4 @@ TEST_F(OutboxTest, SaysWhenTheClientGoesWhileSomethingWaits) {
 }
 
 }  // namespace
-}  // namespace valmere::host
+}  // namespace valmere::test

@@ -17,7 +17,8 @@
 #include "tests/host/own_mounts.h"
 #include "tests/host/subprocess.h"
 
-namespace valmere::host {
+namespace valmere::test {
+using namespace host;
 namespace {
 
 namespace fs = std::filesystem;
@@ -189,4 +190,4 @@ TEST_F(RefusedFileTest, IsToldWhenThereIsNoRoomForTheCopy) {
 }
 
 }  // namespace
-}  // namespace valmere::host
+}  // namespace valmere::test

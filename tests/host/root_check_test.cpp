@@ -13,7 +13,8 @@
 #include "tests/host/own_mounts.h"
 #include "tests/host/subprocess.h"
 
-namespace valmere::host {
+namespace valmere::test {
+using namespace host;
 namespace {
 
 namespace fs = std::filesystem;
@@ -147,4 +148,4 @@ TEST_F(MountedRootCheckTest, WantsRoomForThePropertyFileOnceMore) {
 }
 
 }  // namespace
-}  // namespace valmere::host
+}  // namespace valmere::test

@@ -14,7 +14,8 @@
 #include "tests/host/subprocess.h"
 #include "tests/host/traced_child.h"
 
-namespace valmere::host {
+namespace valmere::test {
+using namespace host;
 namespace {
 
 namespace fs = std::filesystem;
@@ -179,4 +180,4 @@ TEST_F(SkeletonTest, FollowsNoLinkWhenItClearsWhatIsUnfinished) {
 }
 
 }  // namespace
-}  // namespace valmere::host
+}  // namespace valmere::test

@@ -24,7 +24,7 @@
 #include "tests/host/valmered_fixture.h"
 #include "tests/kill/property_file.h"
 
-namespace valmere::test::disk {
+namespace valmere::test {
 namespace {
 
 using ::testing::AllOf;
@@ -40,7 +40,6 @@ constexpr char kPeriodNames[] = "|General:Property Publishing Period in ms";
 constexpr char kZone[] =
     "E96B0063-C2EF-4545-92E1-AC4990BA1B37:8D6BC3E1-3943-4E0D-97E7-601690F93C1E";
 constexpr char kZoneNames[] = "|Debug Zone:Enable Info Debug Zone";
-constexpr char kGetAll[] = R"({"GetAllProperties": true})";
 constexpr std::chrono::milliseconds kBetweenLooks{2};
 // Of a shell that has the mounts to itself: the folder, and the program with its arguments.
 constexpr char kMountAndRun[] = R"(mount -t tmpfs -o size=64k none "$1" && shift && exec "$@")";
@@ -282,4 +281,4 @@ TEST_F(ValmeredDiskTest, KeepsTheOldFileWhereANewOneWouldBeLongerThanAllowed) {
 }
 
 }  // namespace
-}  // namespace valmere::test::disk
+}  // namespace valmere::test

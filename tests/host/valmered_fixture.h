@@ -15,6 +15,8 @@
 
 namespace valmere::test {
 
+inline constexpr char kGetAll[] = R"({"GetAllProperties": true})";
+
 // Takes step after step until `done`; a test whose `done` never comes fails after kPatience.
 template <class Done, class Step>
 void RepeatUntil(Done done, Step step) {

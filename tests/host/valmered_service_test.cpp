@@ -34,7 +34,6 @@ constexpr char kPeriodKey[] =
 constexpr char kZoneLine[] =
     "E96B0063-C2EF-4545-92E1-AC4990BA1B37:8D6BC3E1-3943-4E0D-97E7-601690F93C1E"
     "|Debug Zone:Enable Info Debug Zone=";
-constexpr char kGetAll[] = R"({"GetAllProperties": true})";
 constexpr char kSubscribeAll[] = R"({"SubscribeAllCurrentAndNewProperties": true})";
 
 std::string GetOf(const std::string& guid) {

@@ -10,7 +10,8 @@
 #include "platform/files.h"
 #include "tests/platform/device_root.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 
 inline constexpr OpenFlags kRead = OpenFlags::kRead;
 inline constexpr OpenFlags kWrite = OpenFlags::kWrite;
@@ -36,4 +37,4 @@ class DeviceFiles : public ::testing::Test {
   std::shared_ptr<FileSystem> files_ = MakeDeviceFileSystem();
 };
 
-}  // namespace valmere::platform
+}  // namespace valmere::test

@@ -8,7 +8,8 @@
 
 #include "tests/platform/files_fixture.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 TEST_F(DeviceFiles, AreReadByEitherSeparator) {
@@ -237,4 +238,4 @@ TEST_F(DeviceFiles, AppearWhenTheRootDoes) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

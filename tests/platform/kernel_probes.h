@@ -6,7 +6,8 @@
 #include "platform/kernel.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 
 inline constexpr std::uint32_t kLong = 60'000;
 
@@ -25,4 +26,4 @@ inline bool CanEnter(Lock& lock) NO_THREAD_SAFETY_ANALYSIS {
   return entered;
 }
 
-}  // namespace valmere::platform
+}  // namespace valmere::test

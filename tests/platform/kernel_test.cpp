@@ -11,7 +11,8 @@
 #include "tests/platform/kernel_probes.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 using test::Eventually;
@@ -164,4 +165,4 @@ TEST(Semaphore, HandsOverWhatWasWrittenBeforeTheRelease) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

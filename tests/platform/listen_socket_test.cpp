@@ -10,7 +10,8 @@
 #include "tests/platform/socket_pair.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 using ::valmere::test::TestThread;
@@ -126,4 +127,4 @@ TEST(SocketLibrary, StartsAndIsCleanedUp) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

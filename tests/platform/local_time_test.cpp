@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 TEST(LocalNow, IsTheWallClocksTime) {
@@ -16,4 +17,4 @@ TEST(LocalNow, IsTheWallClocksTime) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

@@ -9,7 +9,8 @@
 #include "platform/kernel.h"
 #include "platform/sockets.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 
 inline std::unique_ptr<ListenSocket> Listening(std::uint16_t port = 0) {
   auto listener = MakeListenSocket();
@@ -41,4 +42,4 @@ inline void Pause(std::uint32_t milliseconds) {
   never.WaitUntil(MonotonicNow() + milliseconds * kTicksPerMillisecond);
 }
 
-}  // namespace valmere::platform
+}  // namespace valmere::test

@@ -9,7 +9,8 @@
 
 #include "tests/support/test_thread.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 using ::valmere::test::Eventually;
@@ -104,4 +105,4 @@ TEST(BurstLimit, LetsAWholeBurstThroughAgainAfterAQuietTimeAndNoMore) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

@@ -12,7 +12,8 @@
 #include "tests/platform/wine.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 using ::valmere::test::TestThread;
@@ -221,4 +222,4 @@ TEST(StreamSocket, FailsASendFiveSecondsAfterThePeerLastTookAnything) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

@@ -8,7 +8,8 @@
 #include "tests/platform/kernel_probes.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 using test::Eventually;
@@ -232,4 +233,4 @@ TEST(Thread, MayEndByItselfWhileItIsToBeEndedByForce) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

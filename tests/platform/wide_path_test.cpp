@@ -5,7 +5,8 @@
 #include <string>
 #include <utility>
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 const std::u16string kWide = u"\\Store\\Gr\u00fc\u00dfe \u20ac \U0001f5a8.ini";
@@ -81,4 +82,4 @@ TEST(NormalPathTest, IsOneForAllPathsThatLeadToOnePlace) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

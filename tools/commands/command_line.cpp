@@ -71,9 +71,8 @@ void AddOutputOptions(CLI::App& app, GlobalOptions& global) {
 
 // A digit behind a dash is a number to the parser, unless the command itself has such an option.
 void AddNullOption(CLI::App& app, GlobalOptions& global) {
-  for (const char* name : {"list", "get", "watch", "publish", "import"}) {
+  for (const char* name : {"list", "get", "watch", "publish", "import"})
     app.get_subcommand(name)->add_flag("-0", global.null_ends, "End each line with NUL");
-  }
 }
 
 // A command's help lists its own options alone.
@@ -137,9 +136,8 @@ void TakeMarksOff(CLI::App& app) {
         },
         ""));
   }
-  for (CLI::App* command : app.get_subcommands({})) {
+  for (CLI::App* command : app.get_subcommands({}))
     TakeMarksOff(*command);
-  }
 }
 
 // The exit code when the program is not to go on: after "--help", or on an error, which has been

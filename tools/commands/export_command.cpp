@@ -29,9 +29,8 @@ std::optional<Failure> Export(Client& client, Deadline deadline,
   };
   std::sort(exported.begin(), exported.end(),
             [&](const Property* left, const Property* right) { return key(left) < key(right); });
-  for (const Property* property : exported) {
+  for (const Property* property : exported)
     out.Line(ToExport(*property).dump());
-  }
   return std::nullopt;
 }
 

@@ -38,13 +38,12 @@ std::optional<Failure> Get(Client& client, Deadline deadline, const GetOptions& 
   for (const std::string& name : options.names) {
     const auto resolved = Resolve(name, *properties);
     const Failure* failure = std::get_if<Failure>(&resolved);
-    if (failure == nullptr) {
+    if (failure == nullptr)
       wanted.push_back(std::get<const Property*>(resolved));
-    } else if (failure->code == kExitNoSuchProperty && options.substitute) {
+    else if (failure->code == kExitNoSuchProperty && options.substitute)
       wanted.push_back(&substitutes.emplace_back(Substitute(name, *options.substitute)));
-    } else {
+    else
       return *failure;
-    }
   }
   PrintProperties(wanted, TextForm::kValue, out);
   return std::nullopt;

@@ -75,23 +75,22 @@ class Import {
   Output& out_;
   ServiceClients clients_;
   const Deadline deadline_;
-  Client* asking_ = nullptr;
+  Client* requester_ = nullptr;
   // Not reported yet; the properties have the values that are wanted.
   std::map<PropertyAddress, Property, AddressOrder> wanted_;
   std::size_t missing_ = 0;
 };
 
 std::optional<Failure> Import::Run(const std::vector<Property>& imported) {
-  const auto asking = clients_.Open(deadline_);
-  if (!asking) return FailureOf(asking.error());
-  asking_ = *asking;
-  const auto present = asking_->GetAll(deadline_);
+  const auto requester = clients_.Open(deadline_);
+  if (!requester) return FailureOf(requester.error());
+  requester_ = *requester;
+  const auto present = requester_->GetAll(deadline_);
   if (!present) return FailureOf(present.error());
   Compare(imported, *present);
   if (options_.dry_run) {
-    for (const auto& [address, property] : wanted_) {
+    for (const auto& [address, property] : wanted_)
       PrintProperty(property, TextForm::kAssignment, out_);
-    }
   } else if (!wanted_.empty()) {
     if (auto failure = SetAll()) return failure;
   }
@@ -100,9 +99,8 @@ std::optional<Failure> Import::Run(const std::vector<Property>& imported) {
 
 void Import::Compare(const std::vector<Property>& imported, const std::vector<Property>& present) {
   std::map<PropertyAddress, const Property*, AddressOrder> by_address;
-  for (const Property& property : present) {
+  for (const Property& property : present)
     by_address.emplace(property.address(), &property);
-  }
   for (const Property& property : imported) {
     const auto found = by_address.find(property.address());
     wanted_.erase(property.address());  // of two lines for one property the later one counts
@@ -118,15 +116,16 @@ void Import::Compare(const std::vector<Property>& imported, const std::vector<Pr
 }
 
 std::optional<Failure> Import::SetAll() {
-  const auto hearing = clients_.Open(deadline_);
-  if (!hearing) return FailureOf(hearing.error());
-  if (const auto done = (*hearing)->SubscribeAll(deadline_); !done) return FailureOf(done.error());
+  const auto subscriber = clients_.Open(deadline_);
+  if (!subscriber) return FailureOf(subscriber.error());
+  if (const auto done = (*subscriber)->SubscribeAll(deadline_); !done)
+    return FailureOf(done.error());
   for (const auto& [address, property] : wanted_) {
     const client::SetRequest request{address, property.value};
-    const auto sent = asking_->Set({&request, 1}, deadline_);
+    const auto sent = requester_->Set({&request, 1}, deadline_);
     if (!sent) return FailureOf(sent.error());
   }
-  const auto done = Observe([&] { return Ask(); }, **hearing,
+  const auto done = Observe([&] { return Ask(); }, **subscriber,
                             [&](const Property& seen) { return See(seen); }, deadline_);
   if (!done && done.error().kind != ErrorKind::kTimeout) return FailureOf(done.error());
   return std::nullopt;
@@ -135,10 +134,9 @@ std::optional<Failure> Import::SetAll() {
 // The service's own properties are what they will be when the first answer comes.
 client::Result<std::vector<Property>> Import::Ask() {
   std::vector<PropertyAddress> addresses;
-  for (const auto& [address, property] : wanted_) {
+  for (const auto& [address, property] : wanted_)
     addresses.push_back(address);
-  }
-  auto answer = asking_->Get(addresses, deadline_);
+  auto answer = requester_->Get(addresses, deadline_);
   if (!answer) return answer;
   for (const Property& seen : *answer) {
     See(seen);
@@ -161,9 +159,8 @@ bool Import::See(const Property& seen) {
 std::optional<Failure> Import::Conclude() {
   if (!options_.dry_run && !wanted_.empty()) {
     std::string text = "time-out: these did not take their values";
-    for (const auto& [address, property] : wanted_) {
+    for (const auto& [address, property] : wanted_)
       text += "\n  " + FullName(property);
-    }
     return Failure{kExitTimeout, text};
   }
   if (missing_ > 0)

@@ -36,9 +36,8 @@ void SortByGroup(std::vector<const Property*>& properties) {
 
 void PrintTable(const std::vector<const Property*>& properties, Output& out) {
   Table table({"COMPONENT", "GROUP", "NAME", "VALUE"});
-  for (const Property* property : properties) {
+  for (const Property* property : properties)
     table.AddRow({property->component_name, property->group_name, property->name, property->value});
-  }
   table.Print(out);
 }
 

@@ -90,13 +90,11 @@ class Monitor {
     out_.ShownLine(out_.Styled(TextStyle::kFaint, Now("%H:%M:%S")) + " " +
                    out_.Styled(TextStyle::kTitle, verb) + " " +
                    std::to_string(kFrameHeaderBytes + text.size()) + " bytes");
-    for (const std::string& line : DescribeMessage(text)) {
+    for (const std::string& line : DescribeMessage(text))
       out_.Line("  " + line);
-    }
     if (!options_.hex) return;
-    for (const std::string& line : HexDump(FrameOf(text))) {
+    for (const std::string& line : HexDump(FrameOf(text)))
       out_.ShownLine(out_.Styled(TextStyle::kFaint, "  " + line));
-    }
   }
 
   void ShowJson(const char* verb, std::string_view text) {

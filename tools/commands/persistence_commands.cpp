@@ -45,9 +45,8 @@ client::Result<std::vector<Property>> StoredProperties(Client& client, Deadline 
   const auto all = client.GetAll(deadline);
   if (!all) return all.error();
   std::vector<PropertyAddress> addresses{client::PropertyFileName()};
-  for (const Property& property : *all) {
+  for (const Property& property : *all)
     if (client::IsStored(property.address())) addresses.push_back(property.address());
-  }
   auto own = client.Get(addresses, deadline);
   if (!own) return own;
   std::erase_if(*own, [](const Property& property) { return !property.found(); });

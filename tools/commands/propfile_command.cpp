@@ -72,9 +72,8 @@ std::optional<Failure> Check(const PropfileOptions& arguments, Output& out) {
   if (const Failure* failure = std::get_if<Failure>(&bytes)) return *failure;
   const PropfileText file = ReadPropfileText(std::get<std::string>(bytes));
   const std::vector<PropfileFault> faults = FaultsOf(file);
-  for (const PropfileFault& fault : faults) {
+  for (const PropfileFault& fault : faults)
     out.Line(Located(arguments.file, fault));
-  }
   if (!faults.empty()) return Failure{kExitRefused, arguments.file + " is not sound"};
   out.Line(arguments.file + ": sound, " + std::to_string(file.size) + " bytes, " +
            std::to_string(file.lines.size()) + (file.lines.size() == 1 ? " line" : " lines") +

@@ -29,9 +29,8 @@ the same each time.)";
 std::vector<Property> PropertiesOf(const std::vector<Published>& publication) {
   std::vector<Property> properties;
   properties.reserve(publication.size());
-  for (const Published& published : publication) {
+  for (const Published& published : publication)
     properties.push_back(published.property);
-  }
   return properties;
 }
 
@@ -62,9 +61,8 @@ class Publishing {
     if (answer->empty() || !answer->front().found())
       return Failure{kExitRefused, "the service did not take " + FullName(properties.front())};
     std::string names;
-    for (const Property& property : properties) {
+    for (const Property& property : properties)
       names += " " + FullName(property);
-    }
     Report("published" + names);
     return std::nullopt;
   }
@@ -75,9 +73,8 @@ class Publishing {
       const auto sets = client_.ReceiveSets(Deadline::Never());
       if (!sets && sets.error().kind == client::ErrorKind::kInterrupted) break;
       if (!sets) return FailureOf(sets.error());
-      for (const client::SetRequest& set : *sets) {
+      for (const client::SetRequest& set : *sets)
         if (auto failure = Apply(set)) return failure;
-      }
     }
     return std::nullopt;
   }

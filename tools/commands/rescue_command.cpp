@@ -58,9 +58,8 @@ std::string AboutCrc(const Rescue& rescue) {
 }
 
 void Tell(const std::string& path, const Rescue& rescue) {
-  for (const LeftOut& piece : rescue.left_out) {
+  for (const LeftOut& piece : rescue.left_out)
     Report(LeftOutText(path, piece));
-  }
   if (rescue.unlisted > 0)
     Report(path + ": left out: " + Count(rescue.unlisted, "more piece") + " that are not listed");
   Report(path + ": " + AboutCrc(rescue));

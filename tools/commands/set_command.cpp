@@ -83,16 +83,16 @@ std::optional<Failure> Judge(const Property& before, const Property& after,
 }
 
 // Waits until the property reports the value.
-std::optional<Failure> Verify(Client& client, Client& hearing, const Property& before,
+std::optional<Failure> Verify(Client& client, Client& subscriber, const Property& before,
                               const std::string& wanted, Deadline deadline) {
   const PropertyAddress address = before.address();
   Property last = before;
   const auto ask = [&] { return client.Get({&address, 1}, deadline); };
-  const auto see = [&](const Property& seen) {
+  const auto is_done = [&](const Property& seen) {
     if (seen.address() == address) last = seen;
     return seen.address() == address && (!seen.found() || Means(wanted, seen));
   };
-  const auto done = Observe(ask, hearing, see, deadline);
+  const auto done = Observe(ask, subscriber, is_done, deadline);
   if (!done && done.error().kind != ErrorKind::kTimeout) return FailureOf(done.error());
   if (!last.found())
     return Failure{kExitNoSuchProperty, FullName(before) + " has gone: " + last.status};
@@ -160,12 +160,12 @@ class Setting {
 
   std::optional<Failure> SetAndVerify(const Property& property) {
     if (!options_.verify) return Set(property);
-    const auto hearing = clients_.Open(deadline_);
-    if (!hearing) return FailureOf(hearing.error());
-    if (const auto done = (*hearing)->SubscribeAll(deadline_); !done)
+    const auto subscriber = clients_.Open(deadline_);
+    if (!subscriber) return FailureOf(subscriber.error());
+    if (const auto done = (*subscriber)->SubscribeAll(deadline_); !done)
       return FailureOf(done.error());
     if (auto failure = Set(property)) return failure;
-    return Verify(*client_, **hearing, property, options_.value, deadline_);
+    return Verify(*client_, **subscriber, property, options_.value, deadline_);
   }
 
   std::optional<Failure> Set(const Property& property) {

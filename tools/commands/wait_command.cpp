@@ -31,13 +31,13 @@ class Waiting {
   }
 
   std::optional<Failure> Run() {
-    const auto asking = clients_.Open(deadline_);
-    if (!asking) return FailureOf(asking.error());
-    const auto hearing = clients_.Open(deadline_);
-    if (!hearing) return FailureOf(hearing.error());
-    if (const auto done = (*hearing)->SubscribeAll(deadline_); !done)
+    const auto requester = clients_.Open(deadline_);
+    if (!requester) return FailureOf(requester.error());
+    const auto subscriber = clients_.Open(deadline_);
+    if (!subscriber) return FailureOf(subscriber.error());
+    if (const auto done = (*subscriber)->SubscribeAll(deadline_); !done)
       return FailureOf(done.error());
-    const auto done = Observe([&] { return Ask(**asking); }, **hearing,
+    const auto done = Observe([&] { return Ask(**requester); }, **subscriber,
                               [&](const Property& seen) { return See(seen); }, deadline_);
     if (ambiguous_) return ambiguous_;
     if (done) return std::nullopt;
@@ -46,8 +46,8 @@ class Waiting {
   }
 
  private:
-  client::Result<std::vector<Property>> Ask(Client& asking) {
-    auto properties = asking.GetAll(deadline_);
+  client::Result<std::vector<Property>> Ask(Client& requester) {
+    auto properties = requester.GetAll(deadline_);
     if (!properties) return properties;
     const auto resolved = Resolve(name_, *properties);
     const Failure* failure = std::get_if<Failure>(&resolved);

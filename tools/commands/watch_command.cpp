@@ -50,10 +50,9 @@ struct WatchOptions {
 
 milliseconds PeriodAmong(const std::vector<Property>& properties) {
   unsigned period = 0;
-  for (const Property& property : properties) {
+  for (const Property& property : properties)
     if (property.address() == client::PublishingPeriod())
       std::from_chars(property.value.data(), property.value.data() + property.value.size(), period);
-  }
   return period == 0 ? kUsualPeriod : milliseconds(period);
 }
 
@@ -88,8 +87,8 @@ class Watching {
   const PropertyPatterns patterns_;
   ServiceClients clients_;
   const Deadline end_;
-  Client* hearing_ = nullptr;
-  Client* asking_ = nullptr;
+  Client* subscriber_ = nullptr;
+  Client* requester_ = nullptr;
   std::size_t printed_ = 0;
   std::map<PropertyAddress, Property, AddressOrder> known_;  // when keeps_state()
   Deadline settled_ = Deadline::After(milliseconds(0));      // until then changes may be old
@@ -126,15 +125,15 @@ std::optional<Failure> Watching::Conclude(const client::Error& error) const {
 std::optional<client::Error> Watching::Connect(std::vector<Property>& properties) {
   clients_.CloseAll();
   const Deadline deadline = Deadline::After(global_.timeout);
-  const auto hearing = clients_.Open(deadline);
-  if (!hearing) return hearing.error();
-  hearing_ = *hearing;
-  if (const auto done = hearing_->SubscribeAll(deadline); !done) return done.error();
+  const auto subscriber = clients_.Open(deadline);
+  if (!subscriber) return subscriber.error();
+  subscriber_ = *subscriber;
+  if (const auto done = subscriber_->SubscribeAll(deadline); !done) return done.error();
   if (!keeps_state()) return std::nullopt;
-  const auto asking = clients_.Open(deadline);
-  if (!asking) return asking.error();
-  asking_ = *asking;
-  auto answer = asking_->GetAll(deadline);
+  const auto requester = clients_.Open(deadline);
+  if (!requester) return requester.error();
+  requester_ = *requester;
+  auto answer = requester_->GetAll(deadline);
   if (!answer) return answer.error();
   properties = std::move(*answer);
   settled_ = Deadline::After(PeriodAmong(properties) + kDeliveryTime);
@@ -144,7 +143,7 @@ std::optional<client::Error> Watching::Connect(std::vector<Property>& properties
 // Until there were as many lines as asked for.
 std::optional<client::Error> Watching::Follow() {
   while (!done()) {
-    const auto changes = hearing_->ReceiveChanges(end_);
+    const auto changes = subscriber_->ReceiveChanges(end_);
     if (!changes) return changes.error();
     for (const Property& change : *changes) {
       if (patterns_.Match(change)) TakeChange(change);
@@ -210,7 +209,7 @@ bool Watching::IsKnown(const Property& change) {
   if (known == known_.end()) return !change.found();
   if (known->second.value == change.value && change.found()) return true;
   const PropertyAddress address = change.address();
-  const auto now = asking_->Get({&address, 1}, Deadline::After(global_.timeout));
+  const auto now = requester_->Get({&address, 1}, Deadline::After(global_.timeout));
   return now && now->size() == 1 && now->front().found() &&
          now->front().value == known->second.value;
 }

@@ -68,9 +68,8 @@ std::vector<std::string> ChoicesIn(const std::string& label) {
   if (label.find('|') == std::string::npos) return {};
   std::vector<std::string> choices;
   std::istringstream words(label);
-  for (std::string word; std::getline(words, word, '|');) {
+  for (std::string word; std::getline(words, word, '|');)
     choices.push_back(word);
-  }
   return choices;
 }
 
@@ -95,12 +94,10 @@ std::vector<std::string> OptionCandidates(const CLI::App& command) {
   for (const CLI::App* app = &command; app != nullptr; app = app->get_parent()) {
     for (const CLI::Option* option : OptionsOf(*app)) {
       if (!IsVisible(*option)) continue;
-      for (const std::string& name : option->get_lnames()) {
+      for (const std::string& name : option->get_lnames())
         candidates.push_back("--" + name);
-      }
-      for (const std::string& name : option->get_snames()) {
+      for (const std::string& name : option->get_snames())
         candidates.push_back("-" + name);
-      }
     }
   }
   return candidates;
@@ -108,10 +105,9 @@ std::vector<std::string> OptionCandidates(const CLI::App& command) {
 
 std::vector<std::string> CommandCandidates(const CLI::App& app) {
   std::vector<std::string> candidates;
-  for (const CLI::App* command : app.get_subcommands({})) {
+  for (const CLI::App* command : app.get_subcommands({}))
     if (IsVisible(*command) && !command->get_name().empty())
       candidates.push_back(command->get_name());
-  }
   return candidates;
 }
 
@@ -132,9 +128,8 @@ std::vector<std::string> AttachedCandidates(const CommandWalk& walk, const std::
   if (option == nullptr || !TakesValue(*option)) return {};
   std::vector<std::string> candidates =
       ValueCandidates(*option, typed.substr(value_start), socket, source);
-  for (std::string& candidate : candidates) {
+  for (std::string& candidate : candidates)
     candidate.insert(0, typed, 0, value_start);
-  }
   return candidates;
 }
 
@@ -170,9 +165,8 @@ std::vector<std::string> Candidates(const CLI::App& app, std::span<const std::st
                                     const std::string& socket, const PropertySource& source) {
   if (words.empty()) return {};
   CommandWalk walk(app);
-  for (const std::string& word : words.first(words.size() - 1)) {
+  for (const std::string& word : words.first(words.size() - 1))
     walk.Take(word);
-  }
   const std::string& typed = words.back();
   return Fitting(AllCandidates(walk, typed, walk.socket().value_or(socket), source), typed);
 }

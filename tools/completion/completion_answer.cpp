@@ -40,10 +40,9 @@ void AnswerBash(const CLI::App& app, std::string_view line, std::string_view pie
   const SplitLine before = SplitWords(line.substr(0, piece_start));
   const std::string kept = before.in_word ? before.words.back() : "";
   std::vector<std::string> lines;
-  for (const std::string& candidate : CandidatesHere(app, std::span(words).subspan(1))) {
+  for (const std::string& candidate : CandidatesHere(app, std::span(words).subspan(1)))
     if (candidate.starts_with(kept))
       lines.push_back(QuoteRest(std::string_view(candidate).substr(kept.size()), before.open));
-  }
   PrintLines(lines);
 }
 

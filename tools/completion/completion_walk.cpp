@@ -9,12 +9,10 @@ constexpr char kSocketOption[] = "socket";
 
 // Those of option groups too, which are nameless commands within a command.
 void AddOptions(const CLI::App& app, std::vector<const CLI::Option*>& options) {
-  for (const CLI::Option* option : app.get_options({})) {
+  for (const CLI::Option* option : app.get_options({}))
     options.push_back(option);
-  }
-  for (const CLI::App* group : app.get_subcommands({})) {
+  for (const CLI::App* group : app.get_subcommands({}))
     if (group->get_name().empty()) AddOptions(*group, options);
-  }
 }
 
 }  // namespace
@@ -45,9 +43,8 @@ void CommandWalk::Take(const std::string& word) {
 }
 
 const CLI::Option* CommandWalk::Find(const std::string& name) const {
-  for (const CLI::App* app = app_; app != nullptr; app = app->get_parent()) {
+  for (const CLI::App* app = app_; app != nullptr; app = app->get_parent())
     if (const CLI::Option* option = app->get_option_no_throw(name)) return option;
-  }
   return nullptr;
 }
 
@@ -81,9 +78,8 @@ void CommandWalk::TakeValue(const CLI::Option& option, const std::string& value)
 
 const CLI::App* CommandWalk::CommandNamed(const std::string& word) const {
   if (!expects_command()) return nullptr;
-  for (const CLI::App* command : app_->get_subcommands({})) {
+  for (const CLI::App* command : app_->get_subcommands({}))
     if (!command->get_name().empty() && command->check_name(word)) return command;
-  }
   return nullptr;
 }
 

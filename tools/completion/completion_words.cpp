@@ -20,9 +20,8 @@ class Splitter {
   explicit Splitter(std::string_view line) : line_(line) {}
 
   SplitLine Run() {
-    for (; at_ < line_.size(); ++at_) {
+    for (; at_ < line_.size(); ++at_)
       Take(line_[at_]);
-    }
     if (!split_.in_word) split_.last_start = line_.size();
     return std::move(split_);
   }

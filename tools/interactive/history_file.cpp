@@ -44,17 +44,15 @@ std::string HistoryPath() {
 std::vector<std::string> HistoryFile::Load() const {
   std::vector<std::string> lines;
   std::ifstream file(path_);
-  for (std::string line; std::getline(file, line);) {
+  for (std::string line; std::getline(file, line);)
     if (!line.empty()) lines.push_back(std::move(line));
-  }
   if (lines.size() <= kMostLines) return lines;
   const bool is_long = lines.size() > 2 * kMostLines;
   lines.erase(lines.begin(), lines.end() - static_cast<std::ptrdiff_t>(kMostLines));
   if (is_long) {
     std::string all;
-    for (const std::string& line : lines) {
+    for (const std::string& line : lines)
       all.append(line).append("\n");
-    }
     Write(path_, O_TRUNC, all);
   }
   return lines;

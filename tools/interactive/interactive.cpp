@@ -34,9 +34,8 @@ std::vector<std::string> CompleteLine(const GlobalOptions& global, const CLI::Ap
   if (after_help) words = words.subspan(1);
   std::vector<std::string> candidates = Candidates(app, words, global.socket, LiveProperties);
   if (words.size() != 1 || after_help) return candidates;
-  for (const char* command : kOwnCommands) {
+  for (const char* command : kOwnCommands)
     if (std::string_view(command).starts_with(words.front())) candidates.emplace_back(command);
-  }
   std::sort(candidates.begin(), candidates.end());
   return candidates;
 }
@@ -79,9 +78,8 @@ bool HandleLine(SplitLine split, const RunLine& run_line) {
 class Memory {
  public:
   explicit Memory(LineEditor& editor) : editor_(editor) {
-    for (const std::string& line : file_.Load()) {
+    for (const std::string& line : file_.Load())
       editor_.Remember(line);
-    }
   }
 
   // As in a shell, a line that begins with a blank is the user's own business.

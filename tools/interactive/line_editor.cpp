@@ -72,9 +72,8 @@ class EditingSignals {
   EditingSignals() {
     sigset_t blocked;
     sigemptyset(&blocked);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGCONT}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGCONT})
       sigaddset(&blocked, signal);
-    }
     pthread_sigmask(SIG_BLOCK, &blocked, &before_);
     interrupted = 0;
   }
@@ -118,9 +117,8 @@ std::string CommonBeginning(const std::vector<std::string>& texts) {
   }
   const auto goes_on = [&](char byte) { return (static_cast<unsigned char>(byte) & 0xc0) == 0x80; };
   const std::string& whole = texts.front();
-  while (common.size() < whole.size() && goes_on(whole[common.size()])) {
+  while (common.size() < whole.size() && goes_on(whole[common.size()]))
     common.pop_back();
-  }
   return common;
 }
 
@@ -134,9 +132,8 @@ int TerminalColumns() {
 void ShowChoices(const std::vector<std::string>& choices) {
   const std::size_t shown = std::min(choices.size(), kMostShown);
   std::size_t width = 0;
-  for (std::size_t i = 0; i < shown; ++i) {
+  for (std::size_t i = 0; i < shown; ++i)
     width = std::max(width, CharactersIn(choices[i]) + 2);
-  }
   const std::size_t columns = std::max<std::size_t>(1, TerminalColumns() / width);
   const std::size_t rows = (shown + columns - 1) / columns;
   std::fputs("\r\n", stdout);
@@ -144,9 +141,8 @@ void ShowChoices(const std::vector<std::string>& choices) {
     for (std::size_t i = row; i < shown; i += rows) {
       std::fputs(EscapeControls(choices[i]).c_str(), stdout);
       const bool last = i + rows >= shown;
-      for (std::size_t pad = CharactersIn(choices[i]); !last && pad < width; ++pad) {
+      for (std::size_t pad = CharactersIn(choices[i]); !last && pad < width; ++pad)
         std::fputc(' ', stdout);
-      }
     }
     std::fputs("\r\n", stdout);
   }
@@ -304,9 +300,8 @@ LineEditor::Outcome LineEditor::Read(std::string& line) {
   if (interrupted != 0) return Outcome::kInterrupted;
   if (ended != 0 || text == nullptr || length <= 0) return Outcome::kEnd;
   line.assign(text, static_cast<std::size_t>(length));
-  while (line.ends_with('\n') || line.ends_with('\r')) {
+  while (line.ends_with('\n') || line.ends_with('\r'))
     line.pop_back();
-  }
   return Outcome::kLine;
 }
 

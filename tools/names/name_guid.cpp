@@ -18,20 +18,17 @@ using Digest = std::array<std::uint32_t, 5>;
 
 std::uint32_t WordAt(std::string_view bytes, std::size_t at) {
   std::uint32_t word = 0;
-  for (std::size_t i = 0; i < 4; ++i) {
+  for (std::size_t i = 0; i < 4; ++i)
     word = word << 8 | static_cast<unsigned char>(bytes[at + i]);
-  }
   return word;
 }
 
 std::array<std::uint32_t, 80> Schedule(std::string_view block) {
   std::array<std::uint32_t, 80> words{};
-  for (std::size_t i = 0; i < 16; ++i) {
+  for (std::size_t i = 0; i < 16; ++i)
     words[i] = WordAt(block, 4 * i);
-  }
-  for (std::size_t i = 16; i < 80; ++i) {
+  for (std::size_t i = 16; i < 80; ++i)
     words[i] = std::rotl(words[i - 3] ^ words[i - 8] ^ words[i - 14] ^ words[i - 16], 1);
-  }
   return words;
 }
 
@@ -64,13 +61,11 @@ Digest Sha1(std::string bytes) {
   const std::uint64_t bits = std::uint64_t{bytes.size()} * 8;
   bytes += '\x80';
   bytes.append((kBlockBytes - (bytes.size() + 8) % kBlockBytes) % kBlockBytes, '\0');
-  for (int shift = 56; shift >= 0; shift -= 8) {
+  for (int shift = 56; shift >= 0; shift -= 8)
     bytes += static_cast<char>(bits >> shift & 0xff);
-  }
   Digest digest = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476, 0xc3d2e1f0};
-  for (std::size_t at = 0; at < bytes.size(); at += kBlockBytes) {
+  for (std::size_t at = 0; at < bytes.size(); at += kBlockBytes)
     Absorb(digest, std::string_view(bytes).substr(at, kBlockBytes));
-  }
   return digest;
 }
 

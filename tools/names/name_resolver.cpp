@@ -49,9 +49,8 @@ std::string Unknown(std::string_view name, std::span<const Property> properties)
   std::string text = "no property " + Quoted(name);
   const auto nearest = NearestTo(name, properties);
   if (!nearest.empty()) text += "; did you mean";
-  for (const Property* property : nearest) {
+  for (const Property* property : nearest)
     text.append("\n  ").append(FullName(*property));
-  }
   return text;
 }
 
@@ -73,9 +72,8 @@ bool Matches(std::string_view name, const Property& property) {
 std::variant<const Property*, Failure> Resolve(std::string_view name,
                                                std::span<const Property> properties) {
   std::vector<const Property*> matches;
-  for (const Property& property : properties) {
+  for (const Property& property : properties)
     if (Matches(name, property)) matches.push_back(&property);
-  }
   if (matches.size() == 1) return matches.front();
   if (matches.empty()) return Failure{kExitNoSuchProperty, Unknown(name, properties)};
   return Failure{kExitUsage, Candidates(name, matches)};

@@ -20,9 +20,8 @@ constexpr std::size_t kLeastPiece = 3;  // letters; shorter pieces are in too ma
 
 std::string Lower(std::string_view text) {
   std::string lower;
-  for (const char letter : text) {
+  for (const char letter : text)
     lower += static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
-  }
   return lower;
 }
 
@@ -35,9 +34,8 @@ std::size_t Distance(std::string_view from, std::string_view to) {
   std::vector<std::size_t> before_last(to.size() + 1);
   std::vector<std::size_t> last(to.size() + 1);
   std::vector<std::size_t> row(to.size() + 1);
-  for (std::size_t j = 0; j <= to.size(); ++j) {
+  for (std::size_t j = 0; j <= to.size(); ++j)
     row[j] = j;
-  }
   for (std::size_t i = 1; i <= from.size(); ++i) {
     std::swap(before_last, last);
     std::swap(last, row);
@@ -80,9 +78,8 @@ std::vector<const Property*> NearestTo(std::string_view name,
   if (near.size() > kMost) near.resize(kMost);
   std::vector<const Property*> nearest;
   nearest.reserve(near.size());
-  for (const auto& [distance, property] : near) {
+  for (const auto& [distance, property] : near)
     nearest.push_back(property);
-  }
   return nearest;
 }
 

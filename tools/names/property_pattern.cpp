@@ -15,9 +15,8 @@ using client::Property;
 bool MatchesPattern(const std::string& pattern, const Property& property) {
   if (Matches(pattern, property)) return true;
   const std::string in_group = property.group_name + "/" + property.name;
-  for (const std::string& name : {property.name, in_group, FullName(property)}) {
+  for (const std::string& name : {property.name, in_group, FullName(property)})
     if (fnmatch(pattern.c_str(), name.c_str(), 0) == 0) return true;
-  }
   return false;
 }
 
@@ -31,9 +30,8 @@ bool PropertyPatterns::Match(const Property& property) const {
 
 std::vector<const Property*> PropertyPatterns::Pick(const std::vector<Property>& properties) const {
   std::vector<const Property*> picked;
-  for (const Property& property : properties) {
+  for (const Property& property : properties)
     if (Match(property)) picked.push_back(&property);
-  }
   return picked;
 }
 

@@ -40,9 +40,8 @@ void DescribeEntries(const JsonValue& message, std::string_view key, const char*
                      DescribeEntry describe, std::vector<std::string>& lines) {
   const JsonValue* entries = message.Find(key);
   if (entries == nullptr) return;
-  for (const JsonValue& entry : entries->elements()) {
+  for (const JsonValue& entry : entries->elements())
     lines.push_back(verb + describe(entry));
-  }
 }
 
 void DescribeFlag(const JsonValue& message, std::string_view key, const char* text,

@@ -36,12 +36,11 @@ void PrintProperty(const Property& property, TextForm text, Output& out) {
 void PrintProperties(const std::vector<const Property*>& properties, TextForm text, Output& out) {
   const bool json = out.form() == OutputForm::kJson;
   if (json) out.Line("[");
-  for (std::size_t i = 0; i < properties.size(); ++i) {
+  for (std::size_t i = 0; i < properties.size(); ++i)
     if (json)
       out.Line(ToJson(*properties[i]).dump() + (i + 1 < properties.size() ? "," : ""));
     else
       PrintProperty(*properties[i], text, out);
-  }
   if (json) out.Line("]");
 }
 

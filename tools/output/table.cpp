@@ -31,9 +31,8 @@ void PrintRow(const Cells& cells, const std::vector<std::size_t>& widths, TextSt
 }
 
 void Widen(std::vector<std::size_t>& widths, const Cells& cells) {
-  for (std::size_t i = 0; i < cells.size(); ++i) {
+  for (std::size_t i = 0; i < cells.size(); ++i)
     widths[i] = std::max(widths[i], DisplayWidth(cells[i]));
-  }
 }
 
 }  // namespace
@@ -41,29 +40,25 @@ void Widen(std::vector<std::size_t>& widths, const Cells& cells) {
 void Table::AddRow(const Cells& cells) {
   Cells& row = rows_.emplace_back();
   row.reserve(cells.size());
-  for (const std::string& cell : cells) {
+  for (const std::string& cell : cells)
     row.push_back(EscapeControls(cell));
-  }
 }
 
 void Table::Print(Output& out) const {
   const std::vector<std::size_t> widths = Widths(out.columns());
   PrintRow(titles_, widths, TextStyle::kTitle, out);
-  for (const Cells& row : rows_) {
+  for (const Cells& row : rows_)
     PrintRow(row, widths, TextStyle::kPlain, out);
-  }
 }
 
 std::vector<std::size_t> Table::Widths(std::size_t columns) const {
   std::vector<std::size_t> widths(titles_.size(), 0);
   Widen(widths, titles_);
-  for (const Cells& row : rows_) {
+  for (const Cells& row : rows_)
     Widen(widths, row);
-  }
   // A longer cell than the terminal is wide only makes the rounds below many.
-  for (std::size_t& width : widths) {
+  for (std::size_t& width : widths)
     width = std::min(width, columns);
-  }
   std::size_t total = std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
   for (; total > columns; --total) {
     const auto shortened = widths.back() > kLeastOfLast

@@ -32,9 +32,8 @@ extern "C" void HandleSignal(int) {
   const std::uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = write(event, &one, sizeof(one));
   errno = saved;
-  for (const auto& slot : watched) {
+  for (const auto& slot : watched)
     if (Client* client = slot) client->Interrupt();
-  }
 }
 
 void Replace(Client* from, Client* to) {
@@ -59,9 +58,8 @@ InterruptOnSignal::InterruptOnSignal() : interrupt_before_{}, terminate_before_{
 InterruptOnSignal::~InterruptOnSignal() {
   sigaction(SIGINT, &interrupt_before_, nullptr);
   sigaction(SIGTERM, &terminate_before_, nullptr);
-  for (auto& slot : watched) {
+  for (auto& slot : watched)
     slot = nullptr;
-  }
   close(event.exchange(-1));
 }
 

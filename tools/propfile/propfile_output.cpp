@@ -22,12 +22,11 @@ Json ToJson(const PropfileLine& line) {
 
 void PrintTable(const std::vector<PropfileLine>& lines, Output& out) {
   Table table({"KEY", "NAMES", "VALUE"});
-  for (const PropfileLine& line : lines) {
+  for (const PropfileLine& line : lines)
     if (line.fault.empty())
       table.AddRow({line.key, line.names, line.value});
     else
       table.AddRow({"?", "?", line.text});
-  }
   table.Print(out);
 }
 
@@ -35,15 +34,13 @@ void PrintTable(const std::vector<PropfileLine>& lines, Output& out) {
 
 void PrintPropfileLines(const std::vector<PropfileLine>& lines, Output& out) {
   if (out.form() == OutputForm::kJson) {
-    for (const PropfileLine& line : lines) {
+    for (const PropfileLine& line : lines)
       out.Line(ToJson(line).dump());
-    }
     return;
   }
   if (out.terminal() && !out.options().null_ends) return PrintTable(lines, out);
-  for (const PropfileLine& line : lines) {
+  for (const PropfileLine& line : lines)
     out.Line(line.fault.empty() ? line.key + "\t" + line.names + "\t" + line.value : line.text);
-  }
 }
 
 }  // namespace valmere::tools

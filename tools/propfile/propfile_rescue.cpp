@@ -174,9 +174,8 @@ Rescue RescueLines(std::string_view bytes) {
 
 std::string SoundFile(const Rescue& rescue) {
   std::string body;
-  for (const PropfileLine& line : rescue.lines) {
+  for (const PropfileLine& line : rescue.lines)
     body.append(line.text).append(1, '\n');
-  }
   return Sealed(std::move(body));
 }
 

@@ -77,9 +77,8 @@ std::vector<PropfileFault> FaultsOf(const PropfileText& file) {
   if (file.stored_crc && !file.crc_is_good())
     faults.push_back({0, "the CRC is wrong: " + CrcText(*file.stored_crc) + " is stored, " +
                              CrcText(file.computed_crc) + " computed"});
-  for (const PropfileLine& line : file.lines) {
+  for (const PropfileLine& line : file.lines)
     if (!line.fault.empty()) faults.push_back({line.number, line.fault});
-  }
   return faults;
 }
 
@@ -106,9 +105,8 @@ std::string WithValue(const PropfileText& file, const PropfileLine& line, std::s
 
 std::string_view BodyOfEdited(std::string_view bytes) {
   std::size_t good_end = 0;
-  for (const PropfileLine& line : TakeLines(bytes)) {
+  for (const PropfileLine& line : TakeLines(bytes))
     if (line.fault.empty()) good_end = line.start + line.text.size() + 1;
-  }
   if (bytes.size() - good_end <= kPropertyFileTrailer + 1) return bytes.substr(0, good_end);
   return bytes.substr(0, bytes.size() - kPropertyFileTrailer);
 }

@@ -14,27 +14,28 @@ using client::ErrorKind;
 using client::Property;
 using client::Result;
 
-constexpr std::chrono::milliseconds kAskAgain{500};
+constexpr std::chrono::milliseconds kQueryInterval{500};
 
-Deadline NextQuestion(Deadline deadline) {
-  if (deadline.never()) return Deadline::After(kAskAgain);
-  return Deadline::After(std::min(deadline.left(), kAskAgain));
+Deadline NextQuery(Deadline deadline) {
+  if (deadline.never()) return Deadline::After(kQueryInterval);
+  return Deadline::After(std::min(deadline.left(), kQueryInterval));
 }
 
-bool AnySeen(const std::vector<Property>& properties, const Seeing& see) {
-  return std::any_of(properties.begin(), properties.end(), see);
+bool AnyMeets(const std::vector<Property>& properties, const Condition& is_done) {
+  return std::any_of(properties.begin(), properties.end(), is_done);
 }
 
 }  // namespace
 
-Result<void> Observe(const Asking& ask, Client& hearing, const Seeing& see, Deadline deadline) {
+Result<void> Observe(const Query& query, Client& subscriber, const Condition& is_done,
+                     Deadline deadline) {
   for (;;) {
-    const auto answer = ask();
+    const auto answer = query();
     if (!answer) return answer.error();
-    if (AnySeen(*answer, see)) return {};
+    if (AnyMeets(*answer, is_done)) return {};
     if (deadline.passed()) return Error{ErrorKind::kTimeout, "time-out"};
-    const auto changes = hearing.ReceiveChanges(NextQuestion(deadline));
-    if (changes && AnySeen(*changes, see)) return {};
+    const auto changes = subscriber.ReceiveChanges(NextQuery(deadline));
+    if (changes && AnyMeets(*changes, is_done)) return {};
     if (!changes && changes.error().kind != ErrorKind::kTimeout) return changes.error();
   }
 }

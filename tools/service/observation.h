@@ -8,16 +8,16 @@
 
 namespace valmere::tools {
 
-// Asks for what is waited for.
-using Asking = std::function<client::Result<std::vector<client::Property>>()>;
-// Looks at a property's state; true when there is nothing more to wait for.
-using Seeing = std::function<bool(const client::Property&)>;
+// Reads the properties that are waited for.
+using Query = std::function<client::Result<std::vector<client::Property>>()>;
+// Looks at a property's state; true when the wait is over.
+using Condition = std::function<bool(const client::Property&)>;
 
-// Shows `see` each answer and each change that the subscribed client `hearing` is told of, until it
-// is content; kTimeout when it is not by the deadline. Asks at the beginning, after each change,
-// and now and then: the service drops changes when it is flooded with them, and publishes none with
-// a period of zero.
-client::Result<void> Observe(const Asking& ask, client::Client& hearing, const Seeing& see,
-                             client::Deadline deadline);
+// Waits until `is_done` accepts a property of an answer to `query`, or of a change that `subscriber`
+// is told of; kTimeout when none is accepted by the deadline. It queries at the beginning, after each
+// change, and now and then: the service drops changes when it is flooded with them, and publishes
+// none with a period of zero.
+client::Result<void> Observe(const Query& query, client::Client& subscriber,
+                             const Condition& is_done, client::Deadline deadline);
 
 }  // namespace valmere::tools

@@ -20,9 +20,8 @@ Result<Client*> ServiceClients::Open(Deadline deadline, const Wrapper& wrap) {
 }
 
 void ServiceClients::CloseAll() {
-  for (Client& open : clients_) {
+  for (Client& open : clients_)
     interrupt_.Forget(open);
-  }
   clients_.clear();
 }
 

@@ -69,9 +69,8 @@ void TakeValues(const std::string& bytes, FileLook& look) {
   const PropfileText text = ReadPropfileText(bytes);
   look.sound = text.crc_is_good() && !text.body.empty();
   if (!look.sound) return;
-  for (const PropfileLine& line : text.lines) {
+  for (const PropfileLine& line : text.lines)
     if (line.fault.empty()) look.values[line.key] = line.value;
-  }
 }
 
 // Some file systems can't sync a folder, and say so.
@@ -124,9 +123,8 @@ std::variant<ServiceFile, Failure> ServiceFile::Find(const std::optional<std::st
 Descriptor ServiceFile::OpenFolder() const {
   constexpr int kFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
   Descriptor folder(open(root_.c_str(), kFlags));
-  for (std::size_t i = 0; i + 1 < path_.size() && folder.valid(); ++i) {
+  for (std::size_t i = 0; i + 1 < path_.size() && folder.valid(); ++i)
     folder = Descriptor(openat(folder.get(), path_[i].c_str(), kFlags | O_NOFOLLOW));
-  }
   if (!folder.valid()) return folder;
   return Descriptor(openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }

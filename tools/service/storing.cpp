@@ -91,9 +91,8 @@ std::optional<Failure> Storing::Await() {
 // What the properties have now.
 std::optional<Failure> Storing::Ask() {
   std::vector<PropertyAddress> addresses;
-  for (const Wanted& wanted : wanted_) {
+  for (const Wanted& wanted : wanted_)
     addresses.push_back(wanted.property.address());
-  }
   const auto answer = client_.Get(addresses, deadline_);
   if (!answer && answer.error().kind == client::ErrorKind::kTimeout) return TimeOut();
   if (!answer) return FailureOf(answer.error());
@@ -115,9 +114,8 @@ std::optional<Failure> Storing::LookAtFile() {
   if (Failure* failure = std::get_if<Failure>(&look)) return std::move(*failure);
   look_ = std::get<FileLook>(std::move(look));
   if (!look_.sound || !IsRewritten()) return std::nullopt;
-  for (Wanted& wanted : wanted_) {
+  for (Wanted& wanted : wanted_)
     Compare(wanted);
-  }
   std::erase_if(wanted_, [](const Wanted& wanted) {
     return wanted.stored && (wanted.reported.contains(*wanted.stored) || wanted.changes > 1);
   });

@@ -8,7 +8,7 @@
 
 #include "tests/support/stream_fakes.h"
 
-namespace valmere {
+namespace valmere::test {
 namespace {
 
 class StepLogTest : public ::testing::Test {
@@ -79,4 +79,4 @@ TEST_F(StepLogTest, TellsTheTimeSinceTheStepBefore) {
 }
 
 }  // namespace
-}  // namespace valmere
+}  // namespace valmere::test

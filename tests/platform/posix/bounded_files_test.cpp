@@ -8,7 +8,8 @@
 #include "tests/platform/files_fixture.h"
 #include "tests/platform/posix/standard_error_of.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 using test::StandardErrorOf;
@@ -103,4 +104,4 @@ TEST_F(BoundedFiles, HaveTheirBoundFromANumberAlone) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

@@ -5,7 +5,8 @@
 #include "tests/platform/files_fixture.h"
 #include "tests/platform/posix/file_size_limit.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 void MakeLink(const std::string& path, const std::string& target) {
@@ -56,4 +57,4 @@ TEST_F(DeviceFiles, TakeAsMuchOfAWriteAsFits) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

@@ -6,7 +6,8 @@
 #include <cstdlib>
 #include <ctime>
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 int MinuteOfTheDayIn(const char* zone) {
@@ -27,4 +28,4 @@ TEST(LocalNow, IsInTheDevicesZone) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

@@ -20,7 +20,8 @@
 
 #include "tests/support/test_thread.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 using ::valmere::test::TestThread;
@@ -341,4 +342,4 @@ TEST_F(StandardErrorFile, GetsANewLineAfterATornOne) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

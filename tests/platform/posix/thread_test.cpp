@@ -9,7 +9,8 @@
 #include "platform/kernel.h"
 #include "tests/support/test_thread.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 using test::Eventually;
@@ -70,4 +71,4 @@ TEST(Thread, LeavesTheProgramsSignalsToTheProgram) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

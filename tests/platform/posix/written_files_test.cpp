@@ -14,7 +14,8 @@
 #include "tests/platform/posix/file_size_limit.h"
 #include "tests/platform/posix/standard_error_of.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 using test::FileSizeLimit;
@@ -285,4 +286,4 @@ TEST_F(ReplacedFilesOfAnotherUser, AreNotReplacedWhereTheyCantBeWritten) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

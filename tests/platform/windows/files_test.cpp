@@ -1,7 +1,8 @@
 // What only this system's files can be.
 #include "tests/platform/files_fixture.h"
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 TEST_F(DeviceFiles, HaveNoSideStreams) {
@@ -41,4 +42,4 @@ TEST_F(DeviceFiles, AreFoundInEitherCase) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test

@@ -45,7 +45,8 @@ SendCall __wrap___imp_send = WatchedSend;
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier)
 
-namespace valmere::platform {
+namespace valmere::test {
+using namespace platform;
 namespace {
 
 using ::valmere::test::TestThread;
@@ -128,4 +129,4 @@ TEST(StreamSocket, HandsItsBytesOverInPiecesByWhichThePeerIsSeenToMove) {
 }
 
 }  // namespace
-}  // namespace valmere::platform
+}  // namespace valmere::test
