@@ -90,7 +90,7 @@ Result<void> Subscriptions::ReplaceLink(bool to_all, const std::string& frame, D
   if (!confirmed) {
     const MutexLock hold(state_.lock);
     state_.other_changes = nullptr;
-    return confirmed;
+    return confirmed.error();
   }
   const auto former = ExchangeLink(*link, to_all, epoch);
   if (!former) return former.error();

@@ -29,8 +29,7 @@ constexpr const char* kCopyName = "ValmereProperties.ini.refused";
 
 PropertyFileResult ReadAsTheServiceDoes() {
   PropertyMap lines;
-  return ReadPropertyFile(*platform::MakeDeviceFileSystem(), u"/Store/ValmereProperties.ini",
-                          lines);
+  return ReadPropertyFile(*platform::MakeDeviceFileSystem(), kFirstPropertyFile, lines);
 }
 
 // The bytes up to the end or to the first one that can't be read. A file that is longer than the

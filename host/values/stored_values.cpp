@@ -30,10 +30,6 @@ namespace {
 using namespace std::chrono_literals;
 using client::Deadline;
 
-// Where the service looks at its start.
-constexpr char16_t kFirstPropertyFile[] = u"/Store/ValmereProperties.ini";
-constexpr char16_t kFirstOverrideFile[] = u"/Store/ValmerePropertiesOverride.ini";
-
 constexpr auto kBetweenLooks = 5ms;
 // For how long every value has to be in the file.
 constexpr auto kSettled = 50ms;
