@@ -9,6 +9,7 @@
 
 #include "driver/service/loopback_pipe.h"
 #include "store/engine/change_publisher.h"
+#include "store/engine/pending_updates.h"
 #include "store/property/component_property.h"
 #include "store/property/string_property.h"
 
