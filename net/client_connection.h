@@ -28,6 +28,18 @@ class ClientConnection : public Connection {
     const ScopedLock hold(write_lock_);
     return stream_->WriteDeferringWake(buffer, length, wake);
   }
+  int WriteShared(const SharedFrame& frame, EventFlags::PendingWake& wake) override {
+    const ScopedLock hold(write_lock_);
+    return stream_->WriteShared(frame, wake);
+  }
+  int WriteForOther(const SharedFrame& frame, EventFlags::PendingWake& wake) override {
+    const ScopedLock hold(write_lock_);
+    return stream_->WriteForOther(frame, wake);
+  }
+  bool AwaitRoom(platform::Ticks deadline) override { return stream_->AwaitRoom(deadline); }
+  bool ComesInPieces() const override { return stream_->ComesInPieces(); }
+  void ExplainEnd(std::string_view cause) override { stream_->ExplainEnd(cause); }
+  ClientAccount* account() override { return stream_->account(); }
   void Close() override {
     ended_ = true;
     stream_->Close();

@@ -4,8 +4,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string_view>
 
 #include "driver/sync/event_flags.h"
+#include "net/client_account.h"
+#include "net/shared_frame.h"
+#include "platform/kernel.h"
 
 namespace valmere {
 
@@ -18,6 +22,7 @@ class Connection {
   static constexpr int kGone = -1;     // the peer or the link is gone
   static constexpr int kFailed = -2;   // any other error
   static constexpr int kDrained = -3;  // a closed pipe with nothing left in it
+  static constexpr int kNoRoom = -4;   // WriteForOther alone; the connection goes on
 
   Connection() : instance_number_(next_instance_number_.fetch_add(1)) {}
   virtual ~Connection() = default;
@@ -35,6 +40,24 @@ class Connection {
                                  EventFlags::PendingWake& /*wake*/) {
     return Write(buffer, length);
   }
+  // The same for a frame that may be kept instead of copied.
+  virtual int WriteShared(const SharedFrame& frame, EventFlags::PendingWake& wake) {
+    return WriteDeferringWake(frame->data(), static_cast<int>(frame->size()), wake);
+  }
+  // The same for what another client sends to this one. kNoRoom, with nothing written, when so much
+  // waits for the peer already that the other client has to wait first.
+  virtual int WriteForOther(const SharedFrame& frame, EventFlags::PendingWake& wake) {
+    return WriteShared(frame, wake);
+  }
+  // Waits until WriteForOther finds room or the connection is closed; false at `deadline`. To be
+  // called with no lock held.
+  virtual bool AwaitRoom(platform::Ticks /*deadline*/) { return true; }
+  // Whether what one call wrote may arrive in several reads.
+  virtual bool ComesInPieces() const { return false; }
+  // Says why the service is about to end the stream, for the operator of a desk.
+  virtual void ExplainEnd(std::string_view /*cause*/) {}
+  // Where the memory that the peer takes is counted; null when it is not.
+  virtual ClientAccount* account() { return nullptr; }
   // Ends the stream both ways; blocked calls return. May be called again.
   virtual void Close() = 0;
   // False once either side has closed it, as far as that can be known without a transfer.

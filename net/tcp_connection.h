@@ -23,6 +23,7 @@ class TcpConnection final : public NetworkStream {
 
   int Read(void* buffer, int length) override;
   int Write(const void* buffer, int length) override;
+  bool ComesInPieces() const override { return true; }
   void Close() override;
   bool IsOpen() const override { return !closed_ && !ended_; }
 

@@ -1,6 +1,6 @@
 // Each field of a frame is read by exactly one call. A driver session's stream gives what was
-// written by one call to one call, so a field that comes in two pieces is an error of the peer. A
-// TCP stream may split any text, and the session ends then too.
+// written by one call to one call, so a field that comes in two pieces is an error of the peer. What
+// comes over a socket in pieces is put together below.
 #include "protocol/message/json_message.h"
 
 #include <stdexcept>

@@ -30,11 +30,14 @@ int PeekableStream::ReadPeeked(void* buffer, int length) {
 
 int PeekableStream::Read(void* buffer, int length) {
   if (closed_.load()) return kGone;
-  const int peeked = length > 0 ? ReadPeeked(buffer, length) : 0;
-  if (peeked == length) return peeked;
-  const int got = client_->Read(static_cast<char*>(buffer) + peeked, length - peeked);
-  if (peeked == 0) return got;
-  return got > 0 ? peeked + got : peeked;
+  int count = length > 0 ? ReadPeeked(buffer, length) : 0;
+  if (count == length) return count;
+  do {
+    const int got = client_->Read(static_cast<char*>(buffer) + count, length - count);
+    if (got < 1) return count == 0 ? got : count;
+    count += got;
+  } while (count < length && client_->ComesInPieces());
+  return count;
 }
 
 }  // namespace valmere

@@ -34,7 +34,8 @@ class PeekableStream : public Connection {
   // The bytes peeked and not read yet, at most kMostPeeked.
   std::string_view Peeked() const { return std::string_view(peeked_).substr(read_); }
 
-  // Peeked bytes first. A read that they fill only in part goes on with one read of the connection.
+  // Peeked bytes first. A read that they fill only in part goes on with one read of the connection,
+  // or with as many as it takes where what was written by one call may arrive in several.
   int Read(void* buffer, int length) override;
   int Write(const void* buffer, int length) override { return client_->Write(buffer, length); }
   // Nothing is read any more, not even what the client queued before: a long queue must not hold up
