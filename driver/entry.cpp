@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "driver/prn.h"
+#include "driver/running_service.h"
 #include "driver/service/ini_reader.h"
-#include "driver/service/service.h"
 #include "driver/service/unload_check.h"
 #include "driver/sync/event_flags.h"
 #include "platform/files.h"
@@ -82,6 +82,10 @@ void WaitForStragglers() {
 }
 
 }  // namespace
+
+valmere::ValmereService* valmere::RunningService() {
+  return g_service.get();
+}
 
 extern "C" {
 

@@ -1,6 +1,6 @@
-// Does on a host what the device manager does on a device: loads the driver library, starts it,
-// gives each client of a socket a handle of its own, and ends it on a signal. What can fail by the
-// caller's fault fails before the driver is started.
+// Does on a host what the device manager does on a device: starts the driver and ends it, on a
+// signal. Its service serves the clients of a socket besides. What can fail by the caller's fault
+// fails before the driver is started.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
@@ -12,8 +12,9 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <vector>
 
-#include "host/driver/driver_library.h"
+#include "host/driver/driver.h"
 #include "host/options.h"
 #include "host/root/refused_file.h"
 #include "host/root/root_folder.h"
@@ -21,13 +22,16 @@
 #include "host/root/service_status.h"
 #include "host/root/skeleton.h"
 #include "host/server.h"
+#include "host/socket/internet_socket.h"
 #include "host/socket/listening_socket.h"
+#include "host/socket/peer.h"
 #include "host/system/report.h"
 #include "host/system/service_manager.h"
 #include "host/values/kept_properties.h"
 #include "host/values/property_loader.h"
 #include "host/values/stored_values.h"
 #include "platform/files.h"
+#include "platform/posix/descriptor.h"
 
 namespace {
 
@@ -45,7 +49,7 @@ void AllowManyDescriptors(std::size_t clients) {
            std::to_string(clients) + " clients");
 }
 
-// For the driver library, which reads it when it is loaded and started.
+// For the driver, which reads it when it is started.
 void SetDriverEnvironment(const RootFolder& root, const Options& options) {
   // NOLINTBEGIN(concurrency-mt-unsafe): one thread yet
   setenv("VALMERE_ROOT", root.path().c_str(), 1);
@@ -54,11 +58,30 @@ void SetDriverEnvironment(const RootFolder& root, const Options& options) {
 }
 
 // The program at the other end may not read; a pipe that has room has room for a line.
-void PrintReady(const std::string& path) {
-  const std::string line = "valmered: ready on " + path + "\n";
+void Print(const std::string& text) {
+  const std::string line = "valmered: " + text + "\n";
   pollfd room{STDOUT_FILENO, POLLOUT, 0};
   if (poll(&room, 1, 0) != 1 || (room.revents & POLLOUT) == 0) return;
-  if (write(STDOUT_FILENO, line.data(), line.size()) < 0) Report("cannot say that it is ready");
+  if (write(STDOUT_FILENO, line.data(), line.size()) < 0) Report("cannot say that it " + text);
+}
+
+// Where clients connect over TCP, or nothing.
+valmere::platform::Descriptor ListenOnTcp(const std::string& where) {
+  if (where.empty()) return {};
+  valmere::platform::Descriptor socket = ListenOnInternet(where);
+  const std::string address = InternetAddressOf(socket.get());
+  if (!IsLoopback(socket.get()))
+    Report("clients of any machine that reaches " + address +
+           " may read and set every property: nothing checks who they are");
+  Print("listens on " + address);
+  return socket;
+}
+
+std::vector<int> SocketsOf(const ListeningSocket& listener,
+                           const valmere::platform::Descriptor& tcp) {
+  std::vector<int> sockets{listener.descriptor()};
+  if (tcp.valid()) sockets.push_back(tcp.get());
+  return sockets;
 }
 
 int Serve(const Options& options) {
@@ -69,12 +92,13 @@ int Serve(const Options& options) {
   SetDriverEnvironment(root, options);
   ListeningSocket listener =
       inherited ? ListeningSocket(*inherited) : ListeningSocket(options.socket, root);
+  valmere::platform::Descriptor tcp = ListenOnTcp(options.listen_tcp);
   root.Enter();
-  DriverLibrary driver(options.library);
+  Driver driver;
   const bool drains = options.limits.drain.count() > 0;
   KeepRefusedFile(root);
   StoredValues stored(driver, root, valmere::platform::MakeDeviceFileSystem());
-  Server server(listener, driver, options.limits,
+  Server server(driver, options.limits,
                 drains ? [&stored](const KeptProperties& files) { stored.PreviewLoad(files); }
                        : PropertyLoader::BeforeLoad());
   ServiceStatus status(root, listener.path());
@@ -83,8 +107,11 @@ int Serve(const Options& options) {
   driver.Init();
   if (drains) stored.ReadInitialValues();
   stored.WaitForOverride([&server] { return server.HasToEnd(); });
-  if (server.Start()) {
-    PrintReady(listener.path());
+  if (server.Start(SocketsOf(listener, tcp), [&listener, &tcp] {
+        listener.StopListening();
+        tcp = {};
+      })) {
+    Print("ready on " + listener.path());
     status.ReportReady();
   }
   const auto end_by = server.Run();

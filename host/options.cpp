@@ -1,5 +1,3 @@
-// The driver library is looked for beside the program, so that an installed tree and a build tree
-// both work without an option and without the loader's search path.
 #include "host/options.h"
 
 #include <CLI/CLI.hpp>
@@ -7,19 +5,15 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <filesystem>
 #include <map>
 #include <sstream>
-#include <stdexcept>
 #include <string>
-#include <system_error>
 
 #include "client/socket_path.h"
 
 namespace valmere::host {
 namespace {
 
-constexpr const char* kLibraryName = "libvalmere.so";
 constexpr double kShortestSeconds = 0.001;
 constexpr double kLongestSeconds = 86400;
 constexpr std::uint64_t kMostUnreadBytes = std::uint64_t{1} << 40;
@@ -27,10 +21,11 @@ constexpr std::uint64_t kLeastLogBytes = std::uint64_t{64} << 10;
 constexpr std::uint64_t kMostLogBytes = std::uint64_t{1} << 40;
 constexpr const char* kAfterHelp = R"(
 Limits:
-  A client over --max-clients is accepted and closed at once. One that exceeds another limit has its
-  handle closed, and a line on standard error says which client and why. What the kernel's socket
-  buffer holds does not count as unread, and a reply for which nothing waits is kept however long it
-  is. Numbers of bytes may end in K, M or G, times in s or ms; without either they are seconds.
+  A client over --max-clients or --max-clients-per-process is accepted and closed at once. One that
+  exceeds another limit is closed, and a line on standard error says which client and why. What the
+  kernel's socket buffer holds does not count as unread. An answer is kept however long it is; the
+  next request is read when the client has taken it. Numbers of bytes may end in K, M or G, times in
+  s or ms; without either they are seconds.
 
 Signals:
   SIGTERM and SIGINT end valmered: it takes no more requests, and waits up to --drain-timeout until
@@ -40,29 +35,12 @@ Signals:
 Files and environment:
   The socket is $VALMERE_SOCKET, else $XDG_RUNTIME_DIR/valmere/PRN1, else /run/valmere/PRN1. One
   that a service manager passes on (LISTEN_FDS, LISTEN_PID) is served instead of it.
-  The library is looked for in the folder lib beside the program's.
   With NOTIFY_SOCKET in the environment the service manager is told READY=1, STOPPING=1, and a
   status that says where clients are served and why settings can't be kept, if they can't.
 
 Exit status:
   0 ended by SIGTERM or SIGINT, 1 failure, 2 usage, 3 a service answers on the socket, 4 another
   valmered serves the root, 5 the root can't be used.)";
-
-std::string FindLibrary() {
-  const std::filesystem::path folder =
-      std::filesystem::read_symlink("/proc/self/exe").parent_path();
-  for (const char* place : {"../" VALMERE_LIBRARY_FOLDER, "../lib"}) {
-    const std::filesystem::path candidate = (folder / place / kLibraryName).lexically_normal();
-    if (std::filesystem::exists(candidate)) return candidate.string();
-  }
-  throw std::runtime_error(std::string("cannot find ") + kLibraryName + " near " + folder.string() +
-                           "; name it with --library");
-}
-
-// A path without a slash would be searched for in the system's library folders.
-std::string AsFile(const std::string& library) {
-  return std::filesystem::absolute(library).string();
-}
 
 std::chrono::milliseconds Milliseconds(double seconds) {
   return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
@@ -75,6 +53,8 @@ double InSeconds(std::chrono::milliseconds duration) {
 // The values go through `parsed` because the options' own types know no text form.
 struct ParsedLimits {
   std::uint64_t clients = Limits{}.clients;
+  std::uint64_t clients_per_process = Limits{}.clients_per_process;
+  std::uint64_t client_memory = Limits{}.client_memory;
   std::uint64_t unread_bytes = Limits{}.unread_bytes;
   double frame = InSeconds(Limits{}.frame);
   double unread = InSeconds(Limits{}.unread);
@@ -97,6 +77,18 @@ void AddLimits(CLI::App& app, ParsedLimits& parsed) {
       ->type_name("N")
       ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 20))
       ->capture_default_str();
+  app.add_option("--max-clients-per-process", parsed.clients_per_process,
+                 "Clients of one process that are served at once; over TCP they are not counted")
+      ->type_name("N")
+      ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 20))
+      ->capture_default_str();
+  app.add_option("--max-client-memory", parsed.client_memory,
+                 "Bytes that are kept for a client: what it has published and subscribed to, and "
+                 "what waits for it but answers")
+      ->type_name("BYTES")
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::Range(std::uint64_t{1}, kMostUnreadBytes).description(""))
+      ->default_str("64MiB");
   AddTime(app, "--frame-timeout", parsed.frame, kShortestSeconds,
           "Time that a client may take over the rest of a frame it began");
   app.add_option("--max-unread", parsed.unread_bytes, "Bytes that a client may leave unread")
@@ -120,9 +112,15 @@ void AddLog(CLI::App& app, Options& options) {
 }
 
 Limits LimitsOf(const ParsedLimits& parsed) {
-  return {static_cast<std::size_t>(parsed.clients), Milliseconds(parsed.frame),
-          static_cast<std::size_t>(parsed.unread_bytes), Milliseconds(parsed.unread),
-          Milliseconds(parsed.drain)};
+  Limits limits;
+  limits.clients = parsed.clients;
+  limits.clients_per_process = parsed.clients_per_process;
+  limits.frame = Milliseconds(parsed.frame);
+  limits.unread_bytes = parsed.unread_bytes;
+  limits.unread = Milliseconds(parsed.unread);
+  limits.client_memory = parsed.client_memory;
+  limits.drain = Milliseconds(parsed.drain);
+  return limits;
 }
 
 int ReportUsage(const CLI::App& app, const CLI::ParseError& error) {
@@ -141,7 +139,7 @@ int ReportUsage(const CLI::App& app, const CLI::ParseError& error) {
 std::optional<Options> ReadOptions(int argc, const char* const* argv, int& exit_code) {
   Options options;
   options.socket = client::DefaultSocketPath();
-  CLI::App app("Serves the property service's driver library to clients on a Unix socket.",
+  CLI::App app("Runs the property service for clients on a Unix socket.",
                "valmered");
   app.set_version_flag("--version", "valmered " VALMERE_VERSION);
   app.footer(kAfterHelp);
@@ -154,7 +152,10 @@ std::optional<Options> ReadOptions(int argc, const char* const* argv, int& exit_
   app.add_option("--socket", options.socket, "The socket that clients connect to")
       ->type_name("PATH")
       ->capture_default_str();
-  app.add_option("--library", options.library, "The driver library")->type_name("PATH");
+  app.add_option("--listen-tcp", options.listen_tcp,
+                 "Where clients connect over TCP as well; without an address on the loopback. There "
+                 "is no check of who connects")
+      ->type_name("[ADDRESS:]PORT");
   ParsedLimits limits;
   AddLimits(app, limits);
   AddLog(app, options);
@@ -165,7 +166,6 @@ std::optional<Options> ReadOptions(int argc, const char* const* argv, int& exit_
     return std::nullopt;
   }
   options.limits = LimitsOf(limits);
-  options.library = options.library.empty() ? FindLibrary() : AsFile(options.library);
   return options;
 }
 

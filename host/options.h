@@ -13,7 +13,7 @@ struct Options {
   std::string root;        // the device root
   bool init_root = false;  // an empty one gets a skeleton
   std::string socket;      // where clients connect, unless a socket is inherited
-  std::string library;     // the driver library
+  std::string listen_tcp;  // "ADDRESS:PORT" where clients connect as well; empty for none
   std::uint64_t log_bytes = std::uint64_t{16} << 20;  // of the service's log file
   Limits limits;
 };

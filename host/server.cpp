@@ -1,14 +1,7 @@
-// One loop thread does everything but wait for the driver: a request costs it one wait, one socket
-// read and one PRN_Write. The way back has a thread for each session, because PRN_Read blocks.
+// The service serves its clients on threads of its own; the loop waits for what comes from outside.
 #include "host/server.h"
 
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <csignal>
-#include <exception>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -17,9 +10,6 @@
 
 namespace valmere::host {
 namespace {
-
-constexpr std::size_t kScratchBytes = 65536;
-constexpr std::uint64_t kAcceptPauseMilliseconds = 100;
 
 template <typename Handle>
 void CloseHandle(Handle& handle) {
@@ -38,21 +28,18 @@ void ThrowOnUvError(int result) {
 
 }  // namespace
 
-Server::Server(ListeningSocket& listener, const DriverLibrary& driver, const Limits& limits,
-               PropertyLoader::BeforeLoad before_load)
-    : listener_(listener),
-      driver_(driver),
+Server::Server(Driver& driver, const Limits& limits, PropertyLoader::BeforeLoad before_load)
+    : driver_(driver),
       limits_(limits),
-      scratch_(kScratchBytes),
-      loader_(std::in_place, driver, std::move(before_load)) {
+      loader_(std::in_place, driver, std::move(before_load)),
+      clients_(std::make_shared<Clients>(limits, [this] { uv_async_send(&all_gone_); })),
+      watch_(limits.unread) {
   ThrowOnUvError(uv_loop_init(&loop_));
-  accept_.data = accept_again_.data = pump_events_async_.data = drain_timer_.data = this;
+  all_gone_.data = drain_timer_.data = this;
   terminate_.data = interrupt_.data = hang_up_.data = this;
-  ThrowOnUvError(uv_poll_init(&loop_, &accept_, listener_.descriptor()));
-  ThrowOnUvError(uv_timer_init(&loop_, &accept_again_));
   ThrowOnUvError(uv_timer_init(&loop_, &drain_timer_));
-  ThrowOnUvError(uv_async_init(&loop_, &pump_events_async_,
-                               [](uv_async_t* async) { ServerOf(async)->HandlePumpEvents(); }));
+  ThrowOnUvError(
+      uv_async_init(&loop_, &all_gone_, [](uv_async_t* async) { ServerOf(async)->EndLoop(); }));
   const auto on_signal = [](uv_signal_t* signal, int) { ServerOf(signal)->Drain(); };
   ThrowOnUvError(uv_signal_init(&loop_, &terminate_));
   ThrowOnUvError(uv_signal_init(&loop_, &interrupt_));
@@ -64,8 +51,9 @@ Server::Server(ListeningSocket& listener, const DriverLibrary& driver, const Lim
 }
 
 Server::~Server() {
-  StopAccepting();
-  CloseAll();
+  IgnoreSignals();
+  EndLoop();
+  clients_->Detach();
   loader_.reset();
   // Closing the handles gives the signals back their default action, which is to end the process at
   // once; nothing in this process needs them from here on.
@@ -76,6 +64,7 @@ Server::~Server() {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   for (uv_signal_t* handle : {&terminate_, &interrupt_, &hang_up_})
     CloseHandle(*handle);
+  CloseHandle(all_gone_);
   uv_run(&loop_, UV_RUN_DEFAULT);
   uv_loop_close(&loop_);
 }
@@ -85,9 +74,12 @@ bool Server::HasToEnd() {
   return stopping_;
 }
 
-bool Server::Start() {
-  StartAccepting();
-  return !HasToEnd();
+bool Server::Start(std::vector<int> sockets, std::function<void()> stop_listening) {
+  if (HasToEnd()) return false;
+  listener_ = std::make_shared<ClientListener>(std::move(sockets), std::move(stop_listening),
+                                               clients_, watch_);
+  if (!Driver::Serve(listener_)) throw std::runtime_error("the service did not start");
+  return true;
 }
 
 // A load is over before its thread has to end: an override file that it has taken is gone, and the
@@ -99,95 +91,6 @@ client::Deadline Server::Run() {
   return end_by_;
 }
 
-void Server::StartAccepting() {
-  if (stopping_) return;
-  uv_poll_start(&accept_, UV_READABLE,
-                [](uv_poll_t* poll, int, int) { ServerOf(poll)->AcceptOne(); });
-}
-
-void Server::AcceptOne() {
-  const int socket =
-      accept4(listener_.descriptor(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-  if (socket < 0) {
-    if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) PauseAccepting();
-    return;
-  }
-  if (bridges_.size() >= limits_.clients) return TurnAway(socket);
-  try {
-    AddClient(socket);
-  } catch (const std::exception& error) {  // the loop is C and must not meet it
-    close(socket);
-    TryReport([&] { return std::string("cannot serve a client: ") + error.what(); }, ReportClient);
-  }
-}
-
-// The place in the map comes first: a bridge that was made can be destroyed by the loop alone.
-void Server::AddClient(int socket) {
-  const Id id = ++last_id_;
-  const auto place = bridges_.try_emplace(id).first;
-  ClientBridge::Events events{[this, id] { QueuePumpEvent(id); }, [this, id] { RemoveClient(id); }};
-  try {
-    place->second = std::make_unique<ClientBridge>(
-        ClientBridge::Environment{loop_, driver_, limits_, scratch_}, socket, std::move(events));
-  } catch (const std::exception&) {
-    bridges_.erase(place);
-    throw;
-  }
-}
-
-// The client is taken out of the queue and closed, so that it sees the end at once.
-void Server::TurnAway(int socket) {
-  close(socket);
-  if (const auto count = turned_away_.Count())
-    TryReport([&] {
-      return "turned away " + std::to_string(*count) + " client" + (*count == 1 ? "" : "s") + ": " +
-             std::to_string(limits_.clients) + " are served, which is the limit of --max-clients";
-    });
-}
-
-// The client stays in the queue, so the socket stays readable: without a pause the loop would never
-// rest.
-void Server::PauseAccepting() {
-  if (paused_.Count())
-    TryReport([] { return "out of descriptors or memory; clients have to wait"; });
-  uv_poll_stop(&accept_);
-  uv_timer_start(
-      &accept_again_, [](uv_timer_t* timer) { ServerOf(timer)->StartAccepting(); },
-      kAcceptPauseMilliseconds, 0);
-}
-
-// An event must arrive, if need be without the name of its bridge.
-void Server::QueuePumpEvent(Id id) noexcept {
-  {
-    const client::MutexLock hold(pump_events_lock_);
-    try {
-      pump_events_.push_back(id);
-    } catch (const std::bad_alloc&) {
-      pump_event_missed_ = true;
-    }
-  }
-  uv_async_send(&pump_events_async_);
-}
-
-void Server::HandlePumpEvents() {
-  std::vector<Id> events;
-  bool all = false;
-  {
-    const client::MutexLock hold(pump_events_lock_);
-    events.swap(pump_events_);
-    all = std::exchange(pump_event_missed_, false);
-  }
-  if (all) {
-    for (const auto& [id, bridge] : bridges_)
-      bridge->HandlePumpEvent();
-    return;
-  }
-  for (const Id id : events) {
-    const auto found = bridges_.find(id);
-    if (found != bridges_.end()) found->second->HandlePumpEvent();
-  }
-}
-
 void Server::LoadProperties() noexcept {
   if (loader_ && !stopping_) loader_->RequestLoad();
 }
@@ -196,42 +99,30 @@ void Server::LoadProperties() noexcept {
 // read their answers, and for a load that takes long.
 void Server::Drain() {
   if (stopping_) return;
+  stopping_ = true;
   end_by_ = client::Deadline::After(limits_.drain);
   NotifyStopping();
-  StopAccepting();
-  if (limits_.drain.count() == 0) return CloseAll();
+  IgnoreSignals();
+  if (listener_) listener_->Finish();
+  if (!listener_ || limits_.drain.count() == 0) return EndLoop();
   uv_update_time(&loop_);  // the loop's idea of now may be as old as this round of it
   uv_timer_start(
-      &drain_timer_, [](uv_timer_t* timer) { ServerOf(timer)->CloseAll(); },
+      &drain_timer_, [](uv_timer_t* timer) { ServerOf(timer)->EndLoop(); },
       static_cast<std::uint64_t>(limits_.drain.count()), 0);
-  for (auto& [id, bridge] : bridges_)
-    bridge->Finish();
-  if (bridges_.empty()) CloseAll();
+  clients_->Finish();
 }
 
-void Server::StopAccepting() {
-  stopping_ = true;
-  CloseHandle(accept_);
-  CloseHandle(accept_again_);
-  // Signals are still taken, and ignored: a second one must not cut the end short.
+// Signals are still taken, and nothing comes of them: a second one must not cut the end short.
+void Server::IgnoreSignals() {
   for (uv_signal_t* handle : {&terminate_, &interrupt_, &hang_up_})
     uv_unref(reinterpret_cast<uv_handle_t*>(handle));
-  listener_.StopListening();
 }
 
-void Server::RemoveClient(Id id) {
-  bridges_.erase(id);
-  if (stopping_ && bridges_.empty()) CloseAll();
-}
-
-// All sessions begin to end before the first is waited for, so that they end at the same time.
-void Server::CloseAll() {
-  for (auto& [id, bridge] : bridges_)
-    bridge->BeginClose();
-  for (auto& [id, bridge] : bridges_)
-    bridge->Close();
+// All connections end before the service waits for their threads, so that they end at the same time.
+void Server::EndLoop() {
+  clients_->AbandonAll();
   CloseHandle(drain_timer_);
-  CloseHandle(pump_events_async_);
+  uv_unref(reinterpret_cast<uv_handle_t*>(&all_gone_));
 }
 
 }  // namespace valmere::host

@@ -100,6 +100,7 @@ ValmereService::~ValmereService() {
   if (persistence_) persistence_->EndLoads();
   sessions_.reset();
   steps.Done("Sessions released");
+  more_acceptors_.clear();
   if (acceptor_) acceptor_->End();
   acceptor_.reset();
   steps.Done("Acceptor released");
@@ -141,6 +142,11 @@ std::shared_ptr<Connection> ValmereService::OpenOwnDevice() {
     subscription.Write(*device);
   }
   return device;
+}
+
+void ValmereService::Serve(std::shared_ptr<Listener> listener) {
+  more_acceptors_.push_back(
+      std::make_shared<Acceptor>(std::move(listener), handlers_, kRequestPriority));
 }
 
 std::uint32_t ValmereService::OpenSession() {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "driver/service/session_table.h"
 #include "driver/sync/task_queue.h"
@@ -44,6 +45,10 @@ class ValmereService {
   // All that belongs to the start has been published: what comes from here on is announced.
   void StartAnnouncing() { engine_->AnnounceFromNow(); }
 
+  // Clients of the listener are served as those of a session are, until the service ends. None of
+  // the entry points calls it: a device has no such clients. std::bad_alloc.
+  void Serve(std::shared_ptr<Listener> listener);
+
   DriverSessionTable& sessions() { return *sessions_; }
   // As the session table's operations of the same purpose, with a line in the log.
   std::uint32_t OpenSession();
@@ -68,6 +73,7 @@ class ValmereService {
   std::shared_ptr<PropertyEngine> engine_;
   std::shared_ptr<DataHandlerManager> handlers_;
   std::shared_ptr<Acceptor> acceptor_;
+  std::vector<std::shared_ptr<Acceptor>> more_acceptors_;  // those of Serve
   std::shared_ptr<DriverSessionTable> sessions_;
 };
 

@@ -12,7 +12,7 @@
 
 namespace valmere::host {
 
-bool ReadFrame(const DriverLibrary& driver, std::uint32_t handle, FrameBuffer& frame) {
+bool ReadFrame(const Driver& driver, std::uint32_t handle, FrameBuffer& frame) {
   const std::size_t identifier_bytes = kStreamFormatIdentifier.size();
   frame.MakeRoom(kFrameHeaderBytes, 0);
   std::memset(frame.data(), 0, kFrameHeaderBytes);

@@ -1,7 +1,12 @@
-// The pump has to go on reading the driver whatever its client does: what it left there would grow
-// without a bound, unseen. So it never waits for the socket, and what the socket does not take is
-// kept here, where its bytes and its age are known. A client that reads costs one send a frame and
-// nothing else.
+// What the socket does not take is kept here, where its bytes and its age are known. A client that
+// reads costs one send a frame and nothing else.
+//
+// What always holds while the lock is free:
+// (1) Every frame in the list has a byte that was not sent; frames leave in the order in which they
+//     came, and none is sent past one that waits.
+// (2) waiting_count_ is the length of the list, answers_ the answers in it.
+// (3) unread_ is the sum of what is left of all but answers, and is charged to the account.
+// (4) Once abandoned the list is empty and stays so.
 #include "host/socket/outbox.h"
 
 #include <sys/socket.h>
@@ -10,32 +15,46 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <utility>
+#include <memory>
+#include <string>
 
 namespace valmere::host {
 namespace {
 
-// What one Flush hands to the kernel at most.
+// What one Flush hands to the kernel at most: other clients wait for the thread that flushes.
 constexpr std::size_t kMostFramesAtOnce = 64;
 constexpr std::size_t kMostBytesAtOnce = 262144;
 
+// What others send waits elsewhere beyond this, so that a flood of theirs is not kept here.
+constexpr std::size_t kRoomForOthers = std::size_t{1} << 20;
+
 }  // namespace
 
-Outbox::Outbox(int socket, std::size_t limit, std::function<void()> backed_up)
-    : socket_(socket), limit_(limit), backed_up_(std::move(backed_up)) {}
+Outbox::Outbox(int socket, std::size_t most_unread, ClientAccount& account)
+    : socket_(socket), most_unread_(most_unread), account_(account) {}
 
-// Without the lock while the socket takes it: with a client that reads as fast as is sent, the loop
-// would wait for the lock. No other thread sends as long as nothing waits.
-Outbox::Sent Outbox::Send(FrameBuffer& frame) {
-  std::size_t sent = 0;
-  if (!waiting_since() && !SendNow(frame, sent)) return Sent::kClientGone;
-  return sent == frame.size() ? Sent::kTaken : Enqueue(frame, sent);
+Outbox::~Outbox() {
+  Abandon();
 }
 
-bool Outbox::SendNow(const FrameBuffer& frame, std::size_t& sent) const {
-  while (sent < frame.size()) {
+Outbox::Sent Outbox::Send(const Frame& frame, Kind kind, std::chrono::milliseconds now) {
+  const client::MutexLock hold(lock_);
+  if (abandoned_) return Sent::kGone;
+  std::size_t sent = 0;
+  if (waiting_.empty()) {
+    if (!SendNow(frame.bytes, sent)) return Sent::kGone;
+    if (sent == frame.bytes.size()) return Sent::kWhole;
+  } else if (const Sent verdict = Judge(frame.bytes.size(), kind); verdict != Sent::kWaits) {
+    return verdict;
+  }
+  Keep(frame, sent, kind, now);
+  return Sent::kWaits;
+}
+
+bool Outbox::SendNow(std::string_view bytes, std::size_t& sent) const {
+  while (sent < bytes.size()) {
     const ssize_t count =
-        send(socket_, frame.data() + sent, frame.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (count >= 0)
       sent += static_cast<std::size_t>(count);
     else if (errno == EAGAIN)
@@ -46,35 +65,44 @@ bool Outbox::SendNow(const FrameBuffer& frame, std::size_t& sent) const {
   return true;
 }
 
-Outbox::Sent Outbox::Enqueue(FrameBuffer& frame, std::size_t sent) {
-  bool first = false;
-  {
-    const client::MutexLock hold(lock_);
-    first = waiting_.empty();
-    if (!first && frame.size() > limit_ - std::min(limit_, waiting_bytes_)) return Sent::kTooMuch;
-    waiting_bytes_ += frame.size() - sent;
-    Waiting& last = waiting_.emplace_back();
-    last.frame = frame.Take();
-    last.sent = sent;
-    last.since = Clock::now();
-  }
-  if (first) backed_up_();
-  return Sent::kTaken;
+Outbox::Sent Outbox::Judge(std::size_t bytes, Kind kind) const {
+  if (kind == Kind::kForOther && !HasRoom()) return Sent::kNoRoom;
+  if (kind != Kind::kNews) return Sent::kWaits;
+  const bool fits = unread_ + bytes <= most_unread_ && account_.used() + bytes <= account_.most();
+  return fits ? Sent::kWaits : Sent::kTooMuch;
 }
 
-// One system call for many small frames, and no more than a part of a long one: the loop has other
-// clients to serve, and is woken when the socket takes more. The kernel goes on as long as a client
-// reads as fast as is sent, so the part needs a limit.
+bool Outbox::HasRoom() const {
+  return unread_ < std::min(most_unread_, kRoomForOthers);
+}
+
+void Outbox::Keep(const Frame& frame, std::size_t sent, Kind kind, std::chrono::milliseconds now) {
+  if (frame.shared != nullptr)
+    waiting_.push_back({*frame.shared, sent, kind, now});
+  else
+    waiting_.push_back(
+        {std::make_shared<const std::string>(frame.bytes.substr(sent)), 0, kind, now});
+  waiting_count_.store(waiting_.size());
+  if (kind == Kind::kAnswer) {
+    answers_.fetch_add(1);
+    return;
+  }
+  unread_ += waiting_.back().left();
+  account_.Charge(waiting_.back().left());
+}
+
+// One system call for many small frames, and no more than a part of a long one. The kernel goes on
+// as long as a client reads as fast as is sent, so the part needs a limit.
 bool Outbox::Flush() {
   const client::MutexLock hold(lock_);
-  if (waiting_.empty()) return true;
+  if (waiting_.empty()) return !abandoned_;
   std::array<iovec, kMostFramesAtOnce> parts;
   std::size_t count = 0;
   std::size_t room = kMostBytesAtOnce;
-  for (Waiting& waiting : waiting_) {
+  for (const Waiting& waiting : waiting_) {
     if (count == parts.size() || room == 0) break;
-    const std::size_t bytes = std::min(room, waiting.frame.size() - waiting.sent);
-    parts[count++] = {waiting.frame.data() + waiting.sent, bytes};
+    const std::size_t bytes = std::min(room, waiting.left());
+    parts[count++] = {const_cast<char*>(waiting.frame->data()) + waiting.sent, bytes};
     room -= bytes;
   }
   msghdr message{};
@@ -87,17 +115,45 @@ bool Outbox::Flush() {
 }
 
 void Outbox::MarkSent(std::size_t bytes) {
-  waiting_bytes_ -= bytes;
   while (bytes > 0) {
     Waiting& oldest = waiting_.front();
-    const std::size_t part = std::min(bytes, oldest.frame.size() - oldest.sent);
+    const std::size_t part = std::min(bytes, oldest.left());
+    Discount(oldest, part);
     oldest.sent += part;
     bytes -= part;
-    if (oldest.sent == oldest.frame.size()) waiting_.pop_front();
+    if (oldest.left() != 0) break;
+    if (oldest.kind == Kind::kAnswer) answers_.fetch_sub(1);
+    waiting_.pop_front();
   }
+  waiting_count_.store(waiting_.size());
 }
 
-std::optional<Outbox::Clock::time_point> Outbox::waiting_since() const {
+void Outbox::Discount(const Waiting& waiting, std::size_t bytes) {
+  if (waiting.kind == Kind::kAnswer) return;
+  const bool had_room = HasRoom();
+  unread_ -= bytes;
+  account_.Release(bytes);
+  if (!had_room && HasRoom()) room_.notify_all();
+}
+
+void Outbox::Abandon() {
+  std::list<Waiting> dropped;  // released after the lock
+  const client::MutexLock hold(lock_);
+  abandoned_ = true;
+  dropped.swap(waiting_);
+  account_.Release(unread_);
+  unread_ = 0;
+  waiting_count_.store(0);
+  answers_.store(0);
+  room_.notify_all();
+}
+
+bool Outbox::AwaitRoom(client::Deadline deadline) {
+  client::MutexLock hold(lock_);
+  return hold.WaitUntil(room_, deadline, [this]() REQUIRES(lock_) { return HasRoom(); });
+}
+
+std::optional<std::chrono::milliseconds> Outbox::waiting_since() const {
   const client::MutexLock hold(lock_);
   if (waiting_.empty()) return std::nullopt;
   return waiting_.front().since;

@@ -14,7 +14,7 @@ std::vector<client::PropertyAddress> FileNames() {
 
 }  // namespace
 
-client::Result<client::Client> ConnectToService(const DriverLibrary& driver) {
+client::Result<client::Client> ConnectToService(const Driver& driver) {
   auto transport = client::OpenDriver(driver.entry_points(), driver.context());
   if (!transport) return transport.error();
   return client::Client(std::move(*transport));

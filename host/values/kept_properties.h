@@ -8,7 +8,7 @@
 #include "client/deadline.h"
 #include "client/property.h"
 #include "client/result.h"
-#include "host/driver/driver_library.h"
+#include "host/driver/driver.h"
 
 namespace valmere::host {
 
@@ -21,7 +21,7 @@ struct KeptProperties {
 };
 
 // A client of the service over a handle of its own, which must go before the driver is ended.
-client::Result<client::Client> ConnectToService(const DriverLibrary& driver);
+client::Result<client::Client> ConnectToService(const Driver& driver);
 
 // Which properties the service keeps, with their values. Errors as the client's.
 client::Result<KeptProperties> ReadKept(client::Client& client, client::Deadline deadline);

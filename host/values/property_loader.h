@@ -12,7 +12,7 @@
 
 #include "client/deadline.h"
 #include "client/mutex.h"
-#include "host/driver/driver_library.h"
+#include "host/driver/driver.h"
 #include "host/system/small_thread.h"
 #include "host/values/kept_properties.h"
 
@@ -32,7 +32,7 @@ class PropertyLoader {
   using BeforeLoad = std::function<void(const KeptProperties& files)>;
 
   // `before_load`, if there is one, is called on its own thread before each load.
-  PropertyLoader(const DriverLibrary& driver, BeforeLoad before_load)
+  PropertyLoader(const Driver& driver, BeforeLoad before_load)
       : driver_(driver), before_load_(std::move(before_load)) {}
   ~PropertyLoader();
   PropertyLoader(const PropertyLoader&) = delete;
@@ -55,7 +55,7 @@ class PropertyLoader {
   // False when there was none.
   bool CloseHandle();
 
-  const DriverLibrary& driver_;
+  const Driver& driver_;
   const BeforeLoad before_load_;
 
   client::Mutex lock_;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "client/deadline.h"
-#include "host/driver/driver_library.h"
+#include "host/driver/driver.h"
 #include "host/root/root_folder.h"
 #include "host/values/kept_properties.h"
 #include "host/values/override_lines.h"
@@ -28,7 +28,7 @@ namespace valmere::host {
 class StoredValues {
  public:
   // `files` are those below `root`.
-  StoredValues(const DriverLibrary& driver, const RootFolder& root,
+  StoredValues(const Driver& driver, const RootFolder& root,
                std::shared_ptr<platform::FileSystem> files)
       : driver_(driver), root_(root), files_(files), override_(std::move(files)) {}
   StoredValues(const StoredValues&) = delete;
@@ -57,7 +57,7 @@ class StoredValues {
   Names MissingFrom(const KeptProperties& now) const;
   bool IsStored(const std::string& key, const std::string& value, const PropertyMap& lines) const;
 
-  const DriverLibrary& driver_;
+  const Driver& driver_;
   const RootFolder& root_;
   const std::shared_ptr<platform::FileSystem> files_;
   OverrideLines override_;
