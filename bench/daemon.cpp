@@ -33,7 +33,7 @@ Daemon::Daemon() : folder_(MakeFolder()), socket_(folder_ + "/socket") {
   if (child_ == 0) {
     dup2(ready[1], STDOUT_FILENO);
     execl(VALMERED, VALMERED, "--root", (folder_ + "/root").c_str(), "--socket", socket_.c_str(),
-          "--library", VALMERE_LIBRARY, nullptr);
+          nullptr);
     _exit(127);
   }
   close(ready[1]);

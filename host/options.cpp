@@ -139,8 +139,7 @@ int ReportUsage(const CLI::App& app, const CLI::ParseError& error) {
 std::optional<Options> ReadOptions(int argc, const char* const* argv, int& exit_code) {
   Options options;
   options.socket = client::DefaultSocketPath();
-  CLI::App app("Runs the property service for clients on a Unix socket.",
-               "valmered");
+  CLI::App app("Runs the property service for clients on a Unix socket.", "valmered");
   app.set_version_flag("--version", "valmered " VALMERE_VERSION);
   app.footer(kAfterHelp);
   app.add_option("--root", options.root,
@@ -152,9 +151,10 @@ std::optional<Options> ReadOptions(int argc, const char* const* argv, int& exit_
   app.add_option("--socket", options.socket, "The socket that clients connect to")
       ->type_name("PATH")
       ->capture_default_str();
-  app.add_option("--listen-tcp", options.listen_tcp,
-                 "Where clients connect over TCP as well; without an address on the loopback. There "
-                 "is no check of who connects")
+  app.add_option(
+         "--listen-tcp", options.listen_tcp,
+         "Where clients connect over TCP as well; without an address on the loopback. There "
+         "is no check of who connects")
       ->type_name("[ADDRESS:]PORT");
   ParsedLimits limits;
   AddLimits(app, limits);

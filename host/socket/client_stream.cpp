@@ -70,8 +70,7 @@ int ClientStream::TakeBuffered(void* buffer, int length) {
 }
 
 void ClientStream::Advance(const void* bytes, int count) {
-  position_.Advance(
-      {static_cast<const unsigned char*>(bytes), static_cast<std::size_t>(count)});
+  position_.Advance({static_cast<const unsigned char*>(bytes), static_cast<std::size_t>(count)});
   if (position_.at_start()) frame_patience_.reset();
 }
 

@@ -32,8 +32,7 @@ class Clients : public std::enable_shared_from_this<Clients> {
    public:
     Place(std::shared_ptr<Clients> clients, pid_t process)
         : clients_(std::move(clients)), process_(process) {}
-    Place(Place&& other) noexcept
-        : clients_(std::move(other.clients_)), process_(other.process_) {}
+    Place(Place&& other) noexcept : clients_(std::move(other.clients_)), process_(other.process_) {}
     ~Place() {
       if (clients_) clients_->Leave(process_);
     }
