@@ -2,6 +2,7 @@
 // signal. Its service serves the clients of a socket besides. What can fail by the caller's fault
 // fails before the driver is started.
 #include <fcntl.h>
+#include <malloc.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -128,6 +129,15 @@ void OpenStandardStreams() {
     if (fcntl(stream, F_GETFD) < 0 && open("/dev/null", O_RDWR) != stream) _exit(kExitFailure);
 }
 
+// Each arena of the C library keeps what its threads have freed last, and there are up to eight of
+// them for a core. A few are enough: little is allocated on the road of a request. Both thresholds
+// would grow by themselves with the blocks that are freed, and what an arena keeps with them.
+void KeepLittleMemory() {
+  mallopt(M_ARENA_MAX, 4);
+  mallopt(M_MMAP_THRESHOLD, 1 << 20);
+  mallopt(M_TRIM_THRESHOLD, 256 << 10);
+}
+
 // A pipe without a reader and a file that may not grow show as failed writes; there is nothing to
 // load again yet.
 void IgnoreSignals() {
@@ -139,6 +149,7 @@ void IgnoreSignals() {
 
 int main(int argc, char** argv) {
   OpenStandardStreams();
+  KeepLittleMemory();
   IgnoreSignals();
   try {
     int exit_code = kExitOk;

@@ -1,7 +1,10 @@
 // The service serves its clients on threads of its own; the loop waits for what comes from outside.
 #include "host/server.h"
 
+#include <malloc.h>
+
 #include <csignal>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -32,14 +35,21 @@ Server::Server(Driver& driver, const Limits& limits, PropertyLoader::BeforeLoad 
     : driver_(driver),
       limits_(limits),
       loader_(std::in_place, driver, std::move(before_load)),
-      clients_(std::make_shared<Clients>(limits, [this] { uv_async_send(&all_gone_); })),
+      clients_(std::make_shared<Clients>(limits,
+                                         Clients::Events{[this] { uv_async_send(&all_gone_); },
+                                                         [this] { uv_async_send(&many_gone_); }})),
       watch_(limits.unread) {
   ThrowOnUvError(uv_loop_init(&loop_));
-  all_gone_.data = drain_timer_.data = this;
+  all_gone_.data = many_gone_.data = drain_timer_.data = this;
   terminate_.data = interrupt_.data = hang_up_.data = this;
   ThrowOnUvError(uv_timer_init(&loop_, &drain_timer_));
   ThrowOnUvError(
       uv_async_init(&loop_, &all_gone_, [](uv_async_t* async) { ServerOf(async)->EndLoop(); }));
+  ThrowOnUvError(uv_async_init(&loop_, &many_gone_,
+                               [](uv_async_t* async) { ServerOf(async)->TrimMemorySoon(); }));
+  ThrowOnUvError(uv_timer_init(&loop_, &trim_timer_));
+  uv_unref(reinterpret_cast<uv_handle_t*>(&many_gone_));
+  uv_unref(reinterpret_cast<uv_handle_t*>(&trim_timer_));
   const auto on_signal = [](uv_signal_t* signal, int) { ServerOf(signal)->Drain(); };
   ThrowOnUvError(uv_signal_init(&loop_, &terminate_));
   ThrowOnUvError(uv_signal_init(&loop_, &interrupt_));
@@ -65,6 +75,8 @@ Server::~Server() {
   for (uv_signal_t* handle : {&terminate_, &interrupt_, &hang_up_})
     CloseHandle(*handle);
   CloseHandle(all_gone_);
+  CloseHandle(many_gone_);
+  CloseHandle(trim_timer_);
   uv_run(&loop_, UV_RUN_DEFAULT);
   uv_loop_close(&loop_);
 }
@@ -110,6 +122,14 @@ void Server::Drain() {
       &drain_timer_, [](uv_timer_t* timer) { ServerOf(timer)->EndLoop(); },
       static_cast<std::uint64_t>(limits_.drain.count()), 0);
   clients_->Finish();
+}
+
+// The C library keeps memory that is free between blocks that are not. It is given back when the
+// clients' threads have ended too, and once for many clients.
+void Server::TrimMemorySoon() {
+  constexpr std::uint64_t kMilliseconds = 500;
+  uv_timer_start(
+      &trim_timer_, [](uv_timer_t*) { malloc_trim(0); }, kMilliseconds, 0);
 }
 
 // Signals are still taken, and nothing comes of them: a second one must not cut the end short.

@@ -48,6 +48,7 @@ class Server {
  private:
   void LoadProperties() noexcept;
   void Drain();
+  void TrimMemorySoon();
   void IgnoreSignals();
   void EndLoop();
 
@@ -58,6 +59,8 @@ class Server {
   uv_signal_t interrupt_{};
   uv_signal_t hang_up_{};
   uv_async_t all_gone_{};
+  uv_async_t many_gone_{};
+  uv_timer_t trim_timer_{};
   uv_timer_t drain_timer_{};
   bool stopping_ = false;
   client::Deadline end_by_ = client::Deadline::Never();

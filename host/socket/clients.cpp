@@ -1,10 +1,16 @@
 #include "host/socket/clients.h"
 
+#include <algorithm>
 #include <string>
 
 #include "host/socket/client_stream.h"
 
 namespace valmere::host {
+namespace {
+
+constexpr std::size_t kMany = 64;
+
+}  // namespace
 
 std::optional<Clients::Place> Clients::Admit(const Peer& peer) {
   const client::MutexLock hold(lock_);
@@ -21,6 +27,7 @@ std::optional<Clients::Place> Clients::Admit(const Peer& peer) {
     ++of_process;
   }
   ++count_;
+  peak_ = std::max(peak_, count_);
   return std::make_optional<Place>(shared_from_this(), peer.process);
 }
 
@@ -38,7 +45,11 @@ void Clients::Leave(pid_t process) noexcept {
   const client::MutexLock hold(lock_);
   const auto place = of_process_.find(process);
   if (place != of_process_.end() && --place->second == 0) of_process_.erase(place);
-  if (--count_ == 0 && finishing_ && all_gone_) all_gone_();
+  --count_;
+  if (count_ == 0 && finishing_ && events_.all_gone) events_.all_gone();
+  if (peak_ < kMany || count_ > peak_ / 2) return;
+  peak_ = count_;
+  if (events_.many_gone) events_.many_gone();
 }
 
 void Clients::Enlist(ClientStream& stream) {
@@ -57,12 +68,12 @@ void Clients::Finish() {
   finishing_ = true;
   for (ClientStream* const stream : streams_)
     stream->Finish();
-  if (count_ == 0 && all_gone_) all_gone_();
+  if (count_ == 0 && events_.all_gone) events_.all_gone();
 }
 
 void Clients::Detach() {
   const client::MutexLock hold(lock_);
-  all_gone_ = nullptr;
+  events_ = {};
 }
 
 void Clients::AbandonAll() {

@@ -45,10 +45,15 @@ class Clients : public std::enable_shared_from_this<Clients> {
     pid_t process_;
   };
 
-  // `all_gone` is called when the last client goes after Finish, or by it where there is none. It
-  // must not call back.
-  Clients(const Limits& limits, std::function<void()> all_gone)
-      : limits_(limits), all_gone_(std::move(all_gone)) {}
+  // Neither may call back.
+  struct Events {
+    // The last client has gone after Finish, or there was none.
+    std::function<void()> all_gone;
+    // Half of many clients have gone, and what they took can be given back.
+    std::function<void()> many_gone;
+  };
+
+  Clients(const Limits& limits, Events events) : limits_(limits), events_(std::move(events)) {}
   Clients(const Clients&) = delete;
   Clients& operator=(const Clients&) = delete;
 
@@ -64,7 +69,7 @@ class Clients : public std::enable_shared_from_this<Clients> {
   void Finish() EXCLUDES(lock_);
   // Drops all that waits for clients, and their connections.
   void AbandonAll() EXCLUDES(lock_);
-  // `all_gone` is not called any more.
+  // No event is told of any more.
   void Detach() EXCLUDES(lock_);
 
  private:
@@ -73,8 +78,9 @@ class Clients : public std::enable_shared_from_this<Clients> {
 
   const Limits limits_;
   client::Mutex lock_;
-  std::function<void()> all_gone_ GUARDED_BY(lock_);
+  Events events_ GUARDED_BY(lock_);
   std::size_t count_ GUARDED_BY(lock_) = 0;
+  std::size_t peak_ GUARDED_BY(lock_) = 0;  // the most that there were since many have gone
   std::unordered_map<pid_t, std::size_t> of_process_ GUARDED_BY(lock_);
   std::unordered_set<ClientStream*> streams_ GUARDED_BY(lock_);
   bool finishing_ GUARDED_BY(lock_) = false;
