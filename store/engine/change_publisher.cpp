@@ -34,6 +34,7 @@
 #include "store/engine/observation.h"
 #include "store/engine/pending_updates.h"
 #include "store/engine/property_record.h"
+#include "store/engine/reply_memory.h"
 #include "store/property/component_property.h"
 
 namespace valmere {
@@ -54,11 +55,13 @@ ChangePublisher::ChangePublisher(std::shared_ptr<Property> own_component,
                                  std::shared_ptr<UIntProperty> period,
                                  std::shared_ptr<SubscriberList> subscribers,
                                  std::shared_ptr<PendingUpdates> pending,
+                                 std::shared_ptr<ReplyMemory> reply_memory,
                                  std::weak_ptr<Observation> observation, std::weak_ptr<LogSink> log)
     : own_component_(std::move(own_component)),
       period_(std::move(period)),
       subscribers_(std::move(subscribers)),
       pending_(std::move(pending)),
+      reply_memory_(std::move(reply_memory)),
       observation_(std::move(observation)),
       log_(std::move(log)),
       ticks_left_(TicksOfPeriod()) {}
@@ -82,6 +85,7 @@ void ChangePublisher::Run() {
 
 void ChangePublisher::Pass() {
   if (IsStopped()) return;
+  reply_memory_->Pass();
   CollectAll();
   LogLosses();
   // Decremented before it is tested: a period below one pass wraps here and never ends in practice.
@@ -153,7 +157,8 @@ void ChangePublisher::AppendNew(const std::shared_ptr<Property>& property) {
 
 // A property that had no listener when it was announced may have changed before a client subscribed
 // to it. The client reads the new value then, so the old one must not be the last that is published
-// to it. Replies are written under the subscriber list's lock: none can come in between.
+// to it. A reply is written under the subscriber list's lock, or has the client's write lock from
+// under it: none can come in between.
 void ChangePublisher::AppendOvertaken() {
   for (const auto& [property, announced] : announced_unobserved_) {
     if (IsStopped()) return;

@@ -18,6 +18,7 @@
 namespace valmere {
 
 class Observation;
+class ReplyMemory;
 struct PendingUpdates;
 
 // Purpose: takes the pending updates and renders them at every pass, and at the end of each period
@@ -32,10 +33,12 @@ class ChangePublisher {
   static constexpr std::uint32_t kPassMilliseconds = 250;
 
   // `period` is in milliseconds and read at the end of each period. A subscriber whose last key has
-  // gone subscribes to everything from then on: `observation` observes all then.
+  // gone subscribes to everything from then on: `observation` observes all then. `reply_memory`
+  // is told of each pass.
   ChangePublisher(std::shared_ptr<Property> own_component, std::shared_ptr<UIntProperty> period,
                   std::shared_ptr<SubscriberList> subscribers,
-                  std::shared_ptr<PendingUpdates> pending, std::weak_ptr<Observation> observation,
+                  std::shared_ptr<PendingUpdates> pending,
+                  std::shared_ptr<ReplyMemory> reply_memory, std::weak_ptr<Observation> observation,
                   std::weak_ptr<LogSink> log);
   ChangePublisher(const ChangePublisher&) = delete;
   ChangePublisher& operator=(const ChangePublisher&) = delete;
@@ -72,6 +75,7 @@ class ChangePublisher {
   const std::shared_ptr<UIntProperty> period_;
   const std::shared_ptr<SubscriberList> subscribers_;
   const std::shared_ptr<PendingUpdates> pending_;
+  const std::shared_ptr<ReplyMemory> reply_memory_;
   const std::weak_ptr<Observation> observation_;  // held only while all properties are observed
   const std::weak_ptr<LogSink> log_;
 

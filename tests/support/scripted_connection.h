@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "net/connection.h"
+#include "net/shared_frame.h"
 #include "platform/kernel.h"
 
 namespace valmere::test {
@@ -46,6 +47,16 @@ class ScriptedConnection final : public Connection {
     write_result_is_set_ = true;
   }
 
+  // Shared frames that are written are held as well, until they are taken.
+  void KeepFrames() {
+    const platform::ScopedLock hold(lock_);
+    keeps_frames_ = true;
+  }
+  std::vector<SharedFrame> TakeFrames() {
+    const platform::ScopedLock hold(lock_);
+    return std::exchange(frames_, {});
+  }
+
   int Read(void* buffer, int length) override {
     {
       const platform::ScopedLock hold(lock_);
@@ -65,6 +76,13 @@ class ScriptedConnection final : public Connection {
     const platform::ScopedLock hold(lock_);
     writes_.emplace_back(static_cast<const char*>(buffer), static_cast<std::size_t>(length));
     return write_result_is_set_ ? write_result_ : length;
+  }
+  int WriteShared(const SharedFrame& frame, EventFlags::PendingWake& /*wake*/) override {
+    {
+      const platform::ScopedLock hold(lock_);
+      if (keeps_frames_) frames_.push_back(frame);
+    }
+    return Write(frame->data(), static_cast<int>(frame->size()));
   }
   void Close() override {
     {
@@ -114,6 +132,8 @@ class ScriptedConnection final : public Connection {
   bool write_result_is_set_ GUARDED_BY(lock_) = false;
   std::vector<int> reads_ GUARDED_BY(lock_);
   std::vector<std::string> writes_ GUARDED_BY(lock_);
+  bool keeps_frames_ GUARDED_BY(lock_) = false;
+  std::vector<SharedFrame> frames_ GUARDED_BY(lock_);
 };
 
 }  // namespace valmere::test

@@ -185,7 +185,7 @@ TEST_F(Publishing, GoesOnWithTheNextPeriodWhenThereIsNoMemoryToObserveAll) {
 
 TEST_F(Publishing, ObservesNothingOnceTheObservationIsGone) {
   auto gone = Observation::Make(catalog, subscribers, pending);
-  ChangePublisher left_behind(own, period, subscribers, pending, gone, log);
+  ChangePublisher left_behind(own, period, subscribers, pending, reply_memory, gone, log);
   gone.reset();
   Subscribe(client, {{"C", "G", "1"}});
   pending->announcements.AddVanished(Published("1"));
