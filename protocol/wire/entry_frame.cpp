@@ -152,8 +152,9 @@ bool EntryFrame::HasRoomFor(std::size_t bytes) const {
   return end <= buffer_.capacity() && end <= most_ && !stop_.load(std::memory_order_relaxed);
 }
 
+// A frame that is complete may have been handed on: it is left alone.
 void EntryFrame::Finish() {
-  buffer_.resize(end_);
+  if (buffer_.size() != end_) return;
   buffer_.append(kTextEnd);
   EndFrame(buffer_);
 }

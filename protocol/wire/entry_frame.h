@@ -37,7 +37,7 @@ class EntryFrame {
   // Appends the text of an entry, or of several with commas between them. False when the frame
   // would be too long, or when `stop` is up.
   bool AppendText(std::string_view entries);
-  // Completes the frame; another append opens it again.
+  // Completes the frame, if it isn't yet; another append opens it again.
   void Finish();
 
   bool empty() const { return end_ == start_; }

@@ -41,7 +41,6 @@ namespace valmere {
 namespace {
 
 constexpr std::uint32_t kStop = 1;
-constexpr std::size_t kKeptFrameBytes = std::size_t{64} * 1024;
 
 // A published property without a connection has been taken out of the registry.
 bool IsWithdrawn(const Property& property) {
@@ -197,7 +196,6 @@ void ChangePublisher::EndPeriod() {
   lost_ = loss_logged_ = false;
   entries_.Clear();
   announced_unobserved_.clear();
-  if (frame_.capacity() > kKeptFrameBytes) std::string().swap(frame_);
   ticks_left_ = TicksOfPeriod();
   if (!subscribed_all) return;
   if (const auto observation = observation_.lock()) observation->ObserveAll(stopped_);
@@ -223,20 +221,20 @@ bool ChangePublisher::Deliver() {
 bool ChangePublisher::DeliverTo(Subscriber& subscriber) {
   if (!subscriber.connection->IsOpen()) return false;
   try {
-    const std::string* const frame = FrameFor(subscriber);
-    if (frame == nullptr) return true;
+    const SharedFrame frame = FrameFor(subscriber);
+    if (!frame) return true;
+    EventFlags::PendingWake wake;
     const ScopedLock hold(subscriber.write_lock);
-    const int length = static_cast<int>(frame->size());
-    return subscriber.connection->Write(frame->data(), length) == length;
+    return subscriber.connection->WriteShared(frame, wake) == static_cast<int>(frame->size());
   } catch (const std::exception&) {
     return true;  // no memory for its frame: this subscriber alone misses the period
   }
 }
 
-const std::string* ChangePublisher::FrameFor(Subscriber& subscriber) {
-  if (subscriber.keys.empty()) return &entries_.WholeFrame();
+SharedFrame ChangePublisher::FrameFor(Subscriber& subscriber) {
+  if (subscriber.keys.empty()) return entries_.WholeFrame();
   const auto is_unwanted = [&] { return IsStopped() || !subscriber.connection->IsOpen(); };
-  return entries_.FrameFor(subscriber.keys, frame_, is_unwanted) ? &frame_ : nullptr;
+  return entries_.FrameFor(subscriber.keys, is_unwanted);
 }
 
 }  // namespace valmere

@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "driver/sync/event_flags.h"
+#include "net/shared_frame.h"
 #include "persist/log/log_sink.h"
 #include "store/engine/change_stack.h"
 #include "store/engine/subscriber_list.h"
@@ -68,7 +69,7 @@ class ChangePublisher {
   // Both are called with the list's lock held.
   bool DeliverTo(Subscriber& subscriber);
   // What the subscriber is to get, or null.
-  const std::string* FrameFor(Subscriber& subscriber);
+  SharedFrame FrameFor(Subscriber& subscriber);
   std::uint32_t TicksOfPeriod() const { return period_->GetValue() / kPassMilliseconds; }
 
   const std::shared_ptr<Property> own_component_;
@@ -88,7 +89,6 @@ class ChangePublisher {
   // The properties that were announced in this period before they had a listener, and their values
   // then.
   std::unordered_map<std::shared_ptr<Property>, std::string> announced_unobserved_;
-  std::string frame_;  // the last one that was picked for a subscriber
   bool lost_ = false;  // an entry of this period was dropped
   bool loss_logged_ = false;
 };

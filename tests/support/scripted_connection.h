@@ -57,6 +57,24 @@ class ScriptedConnection final : public Connection {
     return std::exchange(frames_, {});
   }
 
+  // What others send finds no room, until there is some.
+  void LeaveNoRoom() {
+    const platform::ScopedLock hold(lock_);
+    has_room_ = false;
+  }
+  void MakeRoom() {
+    {
+      const platform::ScopedLock hold(lock_);
+      has_room_ = true;
+    }
+    room_.Release();
+  }
+  // How often room was waited for.
+  int waits() const {
+    const platform::ScopedLock hold(lock_);
+    return waits_;
+  }
+
   int Read(void* buffer, int length) override {
     {
       const platform::ScopedLock hold(lock_);
@@ -84,12 +102,28 @@ class ScriptedConnection final : public Connection {
     }
     return Write(frame->data(), static_cast<int>(frame->size()));
   }
+  int WriteForOther(const SharedFrame& frame, EventFlags::PendingWake& wake) override {
+    {
+      const platform::ScopedLock hold(lock_);
+      if (!has_room_ && !closed_) return kNoRoom;
+    }
+    return WriteShared(frame, wake);
+  }
+  bool AwaitRoom(platform::Ticks deadline) override {
+    {
+      const platform::ScopedLock hold(lock_);
+      ++waits_;
+      if (has_room_ || closed_) return true;
+    }
+    return room_.WaitUntil(deadline);
+  }
   void Close() override {
     {
       const platform::ScopedLock hold(lock_);
       closed_ = true;
     }
     changed_.Release();
+    room_.Release();
   }
   bool IsOpen() const override {
     const platform::ScopedLock hold(lock_);
@@ -124,6 +158,7 @@ class ScriptedConnection final : public Connection {
 
   mutable platform::Lock lock_;
   platform::Semaphore changed_;
+  platform::Semaphore room_;
   std::deque<std::string> pieces_ GUARDED_BY(lock_);
   int end_result_ GUARDED_BY(lock_) = kGone;
   bool hold_open_ GUARDED_BY(lock_) = false;
@@ -132,6 +167,8 @@ class ScriptedConnection final : public Connection {
   bool write_result_is_set_ GUARDED_BY(lock_) = false;
   std::vector<int> reads_ GUARDED_BY(lock_);
   std::vector<std::string> writes_ GUARDED_BY(lock_);
+  bool has_room_ GUARDED_BY(lock_) = true;
+  int waits_ GUARDED_BY(lock_) = 0;
   bool keeps_frames_ GUARDED_BY(lock_) = false;
   std::vector<SharedFrame> frames_ GUARDED_BY(lock_);
 };

@@ -64,7 +64,8 @@ TEST(PipeFrames, ComeInTheOrderOfTheWrites) {
   std::string all;
   for (int i = 0; i < 3; ++i) {
     const std::string text = "text " + std::to_string(i);
-    EXPECT_EQ(static_cast<int>(text.size()), buffer.Write(text.data(), static_cast<int>(text.size())));
+    EXPECT_EQ(static_cast<int>(text.size()),
+              buffer.Write(text.data(), static_cast<int>(text.size())));
     EXPECT_EQ(20'000 + i, WriteFrame(buffer, FrameWith(Bytes(20'000 + i))));
     all += text + Bytes(20'000 + i);
   }

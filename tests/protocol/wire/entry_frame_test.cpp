@@ -122,6 +122,16 @@ TEST(ResponseFrame, IsTheMessagesTextHoweverLong) {
   EXPECT_EQ(FrameOfMessage(records), FrameOfEntries(records));
 }
 
+TEST(ResponseFrame, IsLeftAloneOnceItIsComplete) {
+  std::string buffer;
+  ResponseFrame frame(buffer, kWanted);
+  EXPECT_TRUE(frame.Append(Valued("1")));
+  frame.Finish();
+  buffer.back() = '!';  // a mark that completing it again would remove
+  frame.Finish();
+  EXPECT_EQ('!', buffer.back());
+}
+
 TEST(ResponseFrame, CanBeCompletedAgainWithMore) {
   std::string buffer;
   ResponseFrame frame(buffer, kWanted);
