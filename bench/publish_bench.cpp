@@ -10,6 +10,7 @@
 #include "driver/service/loopback_pipe.h"
 #include "store/engine/change_publisher.h"
 #include "store/engine/pending_updates.h"
+#include "store/engine/reply_memory.h"
 #include "store/property/component_property.h"
 #include "store/property/string_property.h"
 
@@ -52,7 +53,7 @@ void BM_PeriodEnd(benchmark::State& state) {
       subscribers->Add(std::make_shared<ClientConnection>(pipe.service_end()), all);
   }
   const auto pending = std::make_shared<PendingUpdates>();
-  ChangePublisher publisher(own, period, subscribers, pending, {}, {});
+  ChangePublisher publisher(own, period, subscribers, pending, ReplyMemory::Make(), {}, {});
   std::vector<char> room(4 << 20);
   std::size_t bytes = 0;
   for (auto _ : state) {

@@ -2,7 +2,6 @@
 // copied as a whole; the others are counted, and their room is taken in one step.
 #include "json/json_escape.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -67,13 +66,6 @@ constexpr char EscapeLetter(char byte) {
   }
 }
 
-std::size_t EscapedSize(std::string_view text) {
-  std::size_t size = text.size();
-  for (const char byte : text)
-    if (NeedsEscape(static_cast<unsigned char>(byte))) size += EscapeLetter(byte) != 0 ? 1 : 5;
-  return size;
-}
-
 char* PutEscaped(char byte, char* to) {
   *to++ = '\\';
   if (const char letter = EscapeLetter(byte); letter != 0) {
@@ -87,6 +79,14 @@ char* PutEscaped(char byte, char* to) {
 }
 
 }  // namespace
+
+std::size_t EscapedSize(std::string_view text) {
+  std::size_t size = text.size();
+  if (!NeedsEscape(text)) return size;
+  for (const char byte : text)
+    if (NeedsEscape(static_cast<unsigned char>(byte))) size += EscapeLetter(byte) != 0 ? 1 : 5;
+  return size;
+}
 
 void AppendEscaped(std::string_view text, std::string& out) {
   if (!NeedsEscape(text)) {

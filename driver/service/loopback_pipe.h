@@ -24,6 +24,7 @@ class PipeBuffer : public Connection {
   int Read(void* buffer, int length) override;
   int Write(const void* buffer, int length) override;
   int WriteDeferringWake(const void* buffer, int length, EventFlags::PendingWake& wake) override;
+  int WriteShared(const SharedFrame& frame, EventFlags::PendingWake& wake) override;
   void Close() override;
   // As Close; waiting readers are woken when the result is destroyed.
   EventFlags::PendingWake CloseDeferringWake();
@@ -35,17 +36,23 @@ class PipeBuffer : public Connection {
     void operator()(Chunk* chunk) const;
   };
   using ChunkHandle = std::unique_ptr<Chunk, ChunkDeleter>;
+  // Releases chunks one by one: a long queue must not be released by recursion.
+  struct ChunkList {
+    ~ChunkList();
+    ChunkHandle first;
+  };
 
   static ChunkHandle MakeChunk(std::size_t capacity);
   void Append(const std::byte* bytes, std::size_t count) REQUIRES(lock_);
-  int Take(void* buffer, int length) REQUIRES(lock_);
-  int Drain(std::byte* buffer, std::size_t length) REQUIRES(lock_);
-  void PushChunk(std::size_t count) REQUIRES(lock_);
-  void PopChunk() REQUIRES(lock_);
+  int Take(void* buffer, int length, ChunkList& spent) REQUIRES(lock_);
+  int Drain(std::byte* buffer, std::size_t length, ChunkList& spent) REQUIRES(lock_);
+  void PushChunk(ChunkHandle chunk) REQUIRES(lock_);
+  ChunkHandle ChunkFor(std::size_t count) REQUIRES(lock_);
+  void PopChunk(ChunkList& spent) REQUIRES(lock_);
 
   mutable Lock lock_;
   bool closed_ GUARDED_BY(lock_) = false;
-  ChunkHandle first_ GUARDED_BY(lock_);
+  ChunkList chunks_ GUARDED_BY(lock_);
   Chunk* last_ GUARDED_BY(lock_) = nullptr;
   // A drained chunk of ordinary size, kept for the next write.
   ChunkHandle spare_ GUARDED_BY(lock_);
@@ -67,6 +74,9 @@ class PipeEndpoint : public Connection {
   }
   int WriteDeferringWake(const void* buffer, int length, EventFlags::PendingWake& wake) override {
     return write_target_->WriteDeferringWake(buffer, length, wake);
+  }
+  int WriteShared(const SharedFrame& frame, EventFlags::PendingWake& wake) override {
+    return write_target_->WriteShared(frame, wake);
   }
   void Close() override;
   bool IsOpen() const override { return write_target_->IsOpen(); }

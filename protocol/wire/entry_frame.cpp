@@ -20,6 +20,8 @@ constexpr std::size_t kCopiedAtOnce = std::size_t{1} << 20;
 constexpr std::size_t kMostOfAnEscape = 6;
 // Up to here the string grows the buffer itself. A larger one is moved in pieces.
 constexpr std::size_t kOrdinaryBufferBytes = std::size_t{1} << 20;
+// The same where there is a memory to take the larger one from.
+constexpr std::size_t kOwnBufferBytes = std::size_t{16} * 1024;
 
 // An entry's fixed parts and texts, in their order.
 template <class Sink>
@@ -63,6 +65,13 @@ struct RawSize {
   std::size_t bytes = 0;
 };
 
+// Adds up how long it becomes.
+struct WholeSize {
+  void Fixed(std::string_view text) { bytes += text.size(); }
+  void Text(std::string_view text) { bytes += EscapedSize(text); }
+  std::size_t bytes = 0;
+};
+
 // Appends part by part.
 struct PlainWriter {
   void Fixed(std::string_view text) { out.append(text); }
@@ -81,8 +90,9 @@ struct PieceWriter {
 
 }  // namespace
 
-EntryFrame::EntryFrame(std::string_view key, std::string& buffer, const std::atomic<bool>& stop)
-    : key_(key), buffer_(buffer), stop_(stop) {
+EntryFrame::EntryFrame(std::string_view key, std::string& buffer, const std::atomic<bool>& stop,
+                       FrameMemory* memory)
+    : key_(key), buffer_(buffer), stop_(stop), memory_(memory) {
   Clear();
 }
 
@@ -94,11 +104,11 @@ void EntryFrame::Clear() {
   too_long_ = false;
 }
 
-// An entry with names of twenty characters has some 330 bytes.
-void EntryFrame::Reserve(std::size_t entries) {
-  constexpr std::size_t kOrdinaryEntryBytes = 352;
-  const std::size_t room = std::min(most_, buffer_.max_size()) / kOrdinaryEntryBytes;
-  buffer_.reserve(buffer_.size() + std::min(entries, room) * kOrdinaryEntryBytes);
+// Where `stop` is up nothing is reserved, and the next append is refused.
+void EntryFrame::Reserve(std::size_t entries, std::size_t entry_bytes) {
+  const std::size_t room = std::min(most_, buffer_.max_size()) / entry_bytes;
+  const std::size_t bytes = buffer_.size() + std::min(entries, room) * entry_bytes;
+  if (bytes > buffer_.capacity()) MoveToBuffer(bytes);
 }
 
 bool EntryFrame::AppendText(std::string_view entries) {
@@ -125,7 +135,11 @@ bool EntryFrame::AppendEntry(const Record& record) {
   }
   return AppendWhole(least, [&] {
     if (least > kEscapedAtOnce) return PutLong(record);
-    if (!MakeRoom(most)) return false;
+    if (!NeedsNoRoom(most)) {
+      WholeSize whole;
+      RenderEntry(record, whole);
+      if (!MakeRoom(whole.bytes)) return false;
+    }
     PutShort(record);
     return true;
   });
@@ -138,8 +152,9 @@ bool EntryFrame::HasRoomFor(std::size_t bytes) const {
   return end <= buffer_.capacity() && end <= most_ && !stop_.load(std::memory_order_relaxed);
 }
 
+// A frame that is complete may have been handed on: it is left alone.
 void EntryFrame::Finish() {
-  buffer_.resize(end_);
+  if (buffer_.size() != end_) return;
   buffer_.append(kTextEnd);
   EndFrame(buffer_);
 }
@@ -186,7 +201,9 @@ bool EntryFrame::PutPieces(std::string_view text, std::size_t piece, std::size_t
   for (; !text.empty(); text.remove_prefix(std::min(piece, text.size()))) {
     const std::string_view next = text.substr(0, piece);
     if (stop_.load(std::memory_order_relaxed) || !Fits(0)) return false;
-    if (!MakeRoom(next.size() * growth)) return false;
+    if (!NeedsNoRoom(next.size() * growth) &&
+        !MakeRoom(growth == 1 ? next.size() : EscapedSize(next)))
+      return false;
     if (growth == 1)
       buffer_.append(next);
     else
@@ -195,12 +212,25 @@ bool EntryFrame::PutPieces(std::string_view text, std::size_t piece, std::size_t
   return true;
 }
 
-// A long text is moved to a larger buffer in pieces; that is no larger than the frame may become.
-bool EntryFrame::MakeRoom(std::size_t bytes) {
+// Whether so many bytes more fit, or may be left to the string.
+bool EntryFrame::NeedsNoRoom(std::size_t bytes) const {
   const std::size_t needed = buffer_.size() + bytes + kTextEnd.size();
-  if (needed <= buffer_.capacity() || buffer_.size() < kOrdinaryBufferBytes) return true;
+  if (needed <= buffer_.capacity()) return true;
+  return memory_ != nullptr ? needed <= kOwnBufferBytes : buffer_.size() < kOrdinaryBufferBytes;
+}
+
+// The larger buffer is no larger than the frame may become.
+bool EntryFrame::MakeRoom(std::size_t bytes) {
+  if (NeedsNoRoom(bytes)) return true;
+  const std::size_t needed = buffer_.size() + bytes + kTextEnd.size();
+  return MoveToBuffer(std::max(needed, std::min(2 * buffer_.capacity(), most_)));
+}
+
+// A long text is moved in pieces. False, and nothing is moved, when `stop` is up.
+bool EntryFrame::MoveToBuffer(std::size_t bytes) {
   std::string larger;
-  larger.reserve(std::max(needed, std::min(2 * buffer_.capacity(), most_)));
+  if (memory_ != nullptr) larger = memory_->Take(bytes);
+  larger.reserve(bytes);
   for (std::size_t at = 0; at < buffer_.size(); at += kCopiedAtOnce) {
     if (stop_.load(std::memory_order_relaxed)) return false;
     larger.append(buffer_, at, kCopiedAtOnce);
@@ -217,15 +247,16 @@ bool EntryFrame::Fits(std::size_t bytes) {
   return false;
 }
 
-ResponseFrame::ResponseFrame(std::string& buffer, const std::atomic<bool>& stop)
-    : EntryFrame(keys::kGetResponses, buffer, stop) {}
+ResponseFrame::ResponseFrame(std::string& buffer, const std::atomic<bool>& stop,
+                             FrameMemory* memory)
+    : EntryFrame(keys::kGetResponses, buffer, stop, memory) {}
 
 bool ResponseFrame::Append(const PropertyResponseRecord& record) {
   return AppendEntry(record);
 }
 
 SetFrame::SetFrame(std::string& buffer, const std::atomic<bool>& stop)
-    : EntryFrame(keys::kSetRequests, buffer, stop) {}
+    : EntryFrame(keys::kSetRequests, buffer, stop, nullptr) {}
 
 bool SetFrame::Append(const PropertySetRecord& record) {
   return AppendEntry(record);

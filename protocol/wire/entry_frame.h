@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "protocol/wire/frame_memory.h"
 #include "protocol/wire/property_records.h"
 
 namespace valmere {
@@ -31,12 +32,12 @@ class EntryFrame {
   void Clear();
   // The size in bytes that the whole frame may have from here on.
   void set_most(std::size_t bytes) { most_ = bytes; }
-  // Makes room for that many entries of ordinary length at once.
-  void Reserve(std::size_t entries);
+  // Makes room at once for that many entries of so many bytes each, as far as the bound allows.
+  void Reserve(std::size_t entries, std::size_t entry_bytes);
   // Appends the text of an entry, or of several with commas between them. False when the frame
   // would be too long, or when `stop` is up.
   bool AppendText(std::string_view entries);
-  // Completes the frame; another append opens it again.
+  // Completes the frame, if it isn't yet; another append opens it again.
   void Finish();
 
   bool empty() const { return end_ == start_; }
@@ -49,7 +50,8 @@ class EntryFrame {
   }
 
  protected:
-  EntryFrame(std::string_view key, std::string& buffer, const std::atomic<bool>& stop);
+  EntryFrame(std::string_view key, std::string& buffer, const std::atomic<bool>& stop,
+             FrameMemory* memory);
   // As AppendText, of one entry.
   template <class Record>
   bool AppendEntry(const Record& record);
@@ -64,12 +66,15 @@ class EntryFrame {
   template <class Record>
   bool PutLong(const Record& record);
   bool PutPieces(std::string_view text, std::size_t piece, std::size_t growth);
+  bool NeedsNoRoom(std::size_t bytes) const;
   bool MakeRoom(std::size_t bytes);
+  bool MoveToBuffer(std::size_t bytes);
   bool Fits(std::size_t bytes);
 
   const std::string_view key_;
   std::string& buffer_;
   const std::atomic<bool>& stop_;
+  FrameMemory* const memory_;
   std::size_t most_ = kNoBound;
   std::size_t start_ = 0;  // of the entries
   std::size_t end_ = 0;    // of the entries; behind it stands what completes the frame, if anything
@@ -79,7 +84,8 @@ class EntryFrame {
 // "PropertyGetResponses": answers and published changes.
 class ResponseFrame : public EntryFrame {
  public:
-  ResponseFrame(std::string& buffer, const std::atomic<bool>& stop);
+  // A frame that grows takes another buffer in place of `buffer` from `memory`, if there is one.
+  ResponseFrame(std::string& buffer, const std::atomic<bool>& stop, FrameMemory* memory = nullptr);
   bool Append(const PropertyResponseRecord& record);
 };
 

@@ -34,13 +34,13 @@
 #include "store/engine/observation.h"
 #include "store/engine/pending_updates.h"
 #include "store/engine/property_record.h"
+#include "store/engine/reply_memory.h"
 #include "store/property/component_property.h"
 
 namespace valmere {
 namespace {
 
 constexpr std::uint32_t kStop = 1;
-constexpr std::size_t kKeptFrameBytes = std::size_t{64} * 1024;
 
 // A published property without a connection has been taken out of the registry.
 bool IsWithdrawn(const Property& property) {
@@ -54,11 +54,13 @@ ChangePublisher::ChangePublisher(std::shared_ptr<Property> own_component,
                                  std::shared_ptr<UIntProperty> period,
                                  std::shared_ptr<SubscriberList> subscribers,
                                  std::shared_ptr<PendingUpdates> pending,
+                                 std::shared_ptr<ReplyMemory> reply_memory,
                                  std::weak_ptr<Observation> observation, std::weak_ptr<LogSink> log)
     : own_component_(std::move(own_component)),
       period_(std::move(period)),
       subscribers_(std::move(subscribers)),
       pending_(std::move(pending)),
+      reply_memory_(std::move(reply_memory)),
       observation_(std::move(observation)),
       log_(std::move(log)),
       ticks_left_(TicksOfPeriod()) {}
@@ -82,6 +84,7 @@ void ChangePublisher::Run() {
 
 void ChangePublisher::Pass() {
   if (IsStopped()) return;
+  reply_memory_->Pass();
   CollectAll();
   LogLosses();
   // Decremented before it is tested: a period below one pass wraps here and never ends in practice.
@@ -153,7 +156,8 @@ void ChangePublisher::AppendNew(const std::shared_ptr<Property>& property) {
 
 // A property that had no listener when it was announced may have changed before a client subscribed
 // to it. The client reads the new value then, so the old one must not be the last that is published
-// to it. Replies are written under the subscriber list's lock: none can come in between.
+// to it. A reply is written under the subscriber list's lock, or has the client's write lock from
+// under it: none can come in between.
 void ChangePublisher::AppendOvertaken() {
   for (const auto& [property, announced] : announced_unobserved_) {
     if (IsStopped()) return;
@@ -192,7 +196,6 @@ void ChangePublisher::EndPeriod() {
   lost_ = loss_logged_ = false;
   entries_.Clear();
   announced_unobserved_.clear();
-  if (frame_.capacity() > kKeptFrameBytes) std::string().swap(frame_);
   ticks_left_ = TicksOfPeriod();
   if (!subscribed_all) return;
   if (const auto observation = observation_.lock()) observation->ObserveAll(stopped_);
@@ -218,20 +221,20 @@ bool ChangePublisher::Deliver() {
 bool ChangePublisher::DeliverTo(Subscriber& subscriber) {
   if (!subscriber.connection->IsOpen()) return false;
   try {
-    const std::string* const frame = FrameFor(subscriber);
-    if (frame == nullptr) return true;
+    const SharedFrame frame = FrameFor(subscriber);
+    if (!frame) return true;
+    EventFlags::PendingWake wake;
     const ScopedLock hold(subscriber.write_lock);
-    const int length = static_cast<int>(frame->size());
-    return subscriber.connection->Write(frame->data(), length) == length;
+    return subscriber.connection->WriteShared(frame, wake) == static_cast<int>(frame->size());
   } catch (const std::exception&) {
     return true;  // no memory for its frame: this subscriber alone misses the period
   }
 }
 
-const std::string* ChangePublisher::FrameFor(Subscriber& subscriber) {
-  if (subscriber.keys.empty()) return &entries_.WholeFrame();
+SharedFrame ChangePublisher::FrameFor(Subscriber& subscriber) {
+  if (subscriber.keys.empty()) return entries_.WholeFrame();
   const auto is_unwanted = [&] { return IsStopped() || !subscriber.connection->IsOpen(); };
-  return entries_.FrameFor(subscriber.keys, frame_, is_unwanted) ? &frame_ : nullptr;
+  return entries_.FrameFor(subscriber.keys, is_unwanted);
 }
 
 }  // namespace valmere

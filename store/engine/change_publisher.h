@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "driver/sync/event_flags.h"
+#include "net/shared_frame.h"
 #include "persist/log/log_sink.h"
 #include "store/engine/change_stack.h"
 #include "store/engine/subscriber_list.h"
@@ -18,6 +19,7 @@
 namespace valmere {
 
 class Observation;
+class ReplyMemory;
 struct PendingUpdates;
 
 // Purpose: takes the pending updates and renders them at every pass, and at the end of each period
@@ -32,10 +34,12 @@ class ChangePublisher {
   static constexpr std::uint32_t kPassMilliseconds = 250;
 
   // `period` is in milliseconds and read at the end of each period. A subscriber whose last key has
-  // gone subscribes to everything from then on: `observation` observes all then.
+  // gone subscribes to everything from then on: `observation` observes all then. `reply_memory`
+  // is told of each pass.
   ChangePublisher(std::shared_ptr<Property> own_component, std::shared_ptr<UIntProperty> period,
                   std::shared_ptr<SubscriberList> subscribers,
-                  std::shared_ptr<PendingUpdates> pending, std::weak_ptr<Observation> observation,
+                  std::shared_ptr<PendingUpdates> pending,
+                  std::shared_ptr<ReplyMemory> reply_memory, std::weak_ptr<Observation> observation,
                   std::weak_ptr<LogSink> log);
   ChangePublisher(const ChangePublisher&) = delete;
   ChangePublisher& operator=(const ChangePublisher&) = delete;
@@ -65,13 +69,14 @@ class ChangePublisher {
   // Both are called with the list's lock held.
   bool DeliverTo(Subscriber& subscriber);
   // What the subscriber is to get, or null.
-  const std::string* FrameFor(Subscriber& subscriber);
+  SharedFrame FrameFor(Subscriber& subscriber);
   std::uint32_t TicksOfPeriod() const { return period_->GetValue() / kPassMilliseconds; }
 
   const std::shared_ptr<Property> own_component_;
   const std::shared_ptr<UIntProperty> period_;
   const std::shared_ptr<SubscriberList> subscribers_;
   const std::shared_ptr<PendingUpdates> pending_;
+  const std::shared_ptr<ReplyMemory> reply_memory_;
   const std::weak_ptr<Observation> observation_;  // held only while all properties are observed
   const std::weak_ptr<LogSink> log_;
 
@@ -84,7 +89,6 @@ class ChangePublisher {
   // The properties that were announced in this period before they had a listener, and their values
   // then.
   std::unordered_map<std::shared_ptr<Property>, std::string> announced_unobserved_;
-  std::string frame_;  // the last one that was picked for a subscriber
   bool lost_ = false;  // an entry of this period was dropped
   bool loss_logged_ = false;
 };

@@ -1,12 +1,15 @@
 // Values are read and rendered with no lock held.
 #include "store/engine/get_requests.h"
 
+#include <utility>
+
 #include "net/client_connection.h"
 #include "protocol/message/property_message.h"
 #include "protocol/wire/entry_frame.h"
 #include "protocol/wire/message_keys.h"
 #include "store/engine/property_catalog.h"
 #include "store/engine/property_record.h"
+#include "store/engine/reply_memory.h"
 
 namespace valmere {
 namespace {
@@ -35,9 +38,15 @@ bool AnswerRequest(const PropertyCatalog& catalog, const PropertyAddress& reques
   return replies.Append(UnknownPropertyRecord(request, kStatusNotFound));
 }
 
-bool AnswerAll(const PropertyCatalog& catalog, ResponseFrame& replies) {
-  replies.Reserve(catalog.size());
-  return catalog.ForEach([&](const auto& property) { return Answer(catalog, *property, replies); });
+bool AnswerAll(const PropertyCatalog& catalog, ReplyMemory& memory, ResponseFrame& replies) {
+  replies.Reserve(catalog.size(), memory.entry_bytes());
+  std::size_t entries = 0;
+  const bool whole = catalog.ForEach([&](const auto& property) {
+    ++entries;
+    return Answer(catalog, *property, replies);
+  });
+  if (whole) memory.NoteAll(entries, replies.end());
+  return whole;
 }
 
 }  // namespace
@@ -45,18 +54,18 @@ bool AnswerAll(const PropertyCatalog& catalog, ResponseFrame& replies) {
 // Nothing is made for a client that is gone: a service that ends with many requests queued would
 // spend its time on replies that no client reads.
 Reply BuildReply(const PropertyCatalog& catalog, const PropertyMessage& message,
-                 const ClientConnection& sender, ReplyBuffer& reply) {
+                 const ClientConnection& sender, ReplyMemory& memory, ReplyBuffer& reply) {
   if (!sender.IsOpen()) return Reply::kNone;
-  ResponseFrame frame(reply, sender.ended_flag());
+  ResponseFrame frame(reply, sender.ended_flag(), &memory);
   frame.set_most(kMostReplyBytes);
   const bool whole = message.Has(keys::kGetAll)
-                         ? AnswerAll(catalog, frame)
+                         ? AnswerAll(catalog, memory, frame)
                          : message.ForEachGetRequest([&](const PropertyAddress& request) {
                              return AnswerRequest(catalog, request, frame);
                            });
   if (whole) frame.Finish();
   if (whole) return Reply::kReady;
-  ReplyBuffer().swap(reply);
+  memory.GiveBack(std::exchange(reply, ReplyBuffer()));
   return frame.too_long() ? Reply::kTooLong : Reply::kNone;
 }
 

@@ -9,6 +9,7 @@ namespace valmere {
 class ClientConnection;
 class PropertyCatalog;
 class PropertyMessage;
+class ReplyMemory;
 
 // The frame that a session answers with, kept by the session from reply to reply.
 using ReplyBuffer = std::string;
@@ -18,9 +19,9 @@ inline constexpr std::size_t kMostReplyBytes = std::size_t{64} << 20;
 
 enum class Reply { kNone, kReady, kTooLong };
 
-// Builds in `reply` the frame that answers the message's gets. kNone when the sender has gone. Any
-// thread. std::bad_alloc.
+// Builds in `reply` the frame that answers the message's gets; one that outgrows it gets another
+// buffer in its place. kNone when the sender has gone. Any thread. std::bad_alloc.
 Reply BuildReply(const PropertyCatalog& catalog, const PropertyMessage& message,
-                 const ClientConnection& sender, ReplyBuffer& reply);
+                 const ClientConnection& sender, ReplyMemory& memory, ReplyBuffer& reply);
 
 }  // namespace valmere

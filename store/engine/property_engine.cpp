@@ -15,6 +15,7 @@
 #include "store/engine/observation.h"
 #include "store/engine/pending_updates.h"
 #include "store/engine/property_catalog.h"
+#include "store/engine/reply_memory.h"
 #include "store/engine/set_requests.h"
 #include "store/engine/subscriber_list.h"
 #include "store/property/general_group.h"
@@ -27,15 +28,17 @@ namespace {
 
 constexpr std::uint32_t kInitialPeriodMilliseconds = 500;
 
-// A session keeps a reply buffer of at most this size between messages.
+// A session keeps a reply buffer of at most this size between messages. A longer reply is a large
+// one: its memory is shared, and its writing takes longer than other threads should wait.
 constexpr std::size_t kKeptReplyBytes = std::size_t{16} * 1024;
-
-// The writing of a longer one takes longer than other threads should wait.
-constexpr std::size_t kLongReplyBytes = std::size_t{1} << 20;
 
 bool WriteWhole(ClientConnection& client, const std::string& frame, EventFlags::PendingWake& wake) {
   const int length = static_cast<int>(frame.size());
   return client.WriteDeferringWake(frame.data(), length, wake) == length;
+}
+
+bool WriteWhole(ClientConnection& client, const SharedFrame& frame, EventFlags::PendingWake& wake) {
+  return client.WriteShared(frame, wake) == static_cast<int>(frame->size());
 }
 
 std::string ClientText(const ClientConnection& client) {
@@ -72,11 +75,18 @@ PropertyEngine::PropertyEngine(std::shared_ptr<LogSink> log,
       catalog_(std::make_shared<PropertyCatalog>(own_component)),
       subscribers_(std::make_shared<SubscriberList>()),
       pending_(std::make_shared<PendingUpdates>()),
+      reply_memory_(ReplyMemory::Make()),
       observation_(Observation::Make(catalog_, subscribers_, pending_)),
       presence_(catalog_, observation_, pending_, log_),
       publisher_(std::make_shared<ChangePublisher>(std::move(own_component), std::move(period),
-                                                   subscribers_, pending_, observation_, log_)),
+                                                   subscribers_, pending_, reply_memory_,
+                                                   observation_, log_)),
       publishing_(publisher_) {}
+
+void PropertyEngine::End() {
+  publishing_.End();
+  reply_memory_->End();
+}
 
 void PropertyEngine::DeclareQuiet(std::string_view component, std::string_view group_guid,
                                   std::string_view guid) {
@@ -96,7 +106,7 @@ bool PropertyEngine::HandleMessage(const PropertyMessage& message,
   }
   Reply answer = Reply::kNone;
   if (message.Has(keys::kGetRequests) || message.Has(keys::kGetAll))
-    answer = BuildReply(*catalog_, message, *sender, reply);
+    answer = BuildReply(*catalog_, message, *sender, *reply_memory_, reply);
   if (answer == Reply::kTooLong) {
     LogEnd(*sender, "asked for a reply of more than 64 MiB");
     return false;
@@ -112,8 +122,10 @@ bool PropertyEngine::HandleMessage(const PropertyMessage& message,
     return false;
   }
   if (answer == Reply::kNone) return true;
+  if (reply.size() > kKeptReplyBytes) return SendLarge(*sender, reply);
   const bool sent = SendReply(*sender, reply);
-  if (reply.capacity() > kKeptReplyBytes) ReplyBuffer().swap(reply);
+  if (reply.capacity() > kKeptReplyBytes)
+    reply_memory_->GiveBack(std::exchange(reply, ReplyBuffer()));
   return sent;
 }
 
@@ -148,7 +160,7 @@ void PropertyEngine::Subscribe(const PropertyMessage& message,
 }
 
 void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
-  std::unique_ptr<Subscriber> removed;
+  std::shared_ptr<Subscriber> removed;
   {
     const ScopedLock hold(subscribers_->lock);
     removed = subscribers_->Remove(client);
@@ -158,21 +170,32 @@ void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
 }
 
 // A reply and a notification to the same client must not mix on its stream, so a reply is written
-// under the same locks. The client is woken when they are free. A client that is no subscriber can
-// become one only on this thread, so a long reply to it is written without the list's lock, for
-// which others would wait.
+// under the same locks. The client is woken when they are free.
 bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& reply) {
   EventFlags::PendingWake wake;
-  {
-    const ScopedLock hold(subscribers_->lock);
-    Subscriber* const subscriber = subscribers_->Find(sender);
-    if (subscriber != nullptr) {
-      const ScopedLock hold_own(subscriber->write_lock);
-      return WriteWhole(sender, reply, wake);
-    }
-    if (reply.size() <= kLongReplyBytes) return WriteWhole(sender, reply, wake);
-  }
+  const ScopedLock hold(subscribers_->lock);
+  Subscriber* const subscriber = subscribers_->Find(sender);
+  if (subscriber == nullptr) return WriteWhole(sender, reply, wake);
+  const ScopedLock hold_own(subscriber->write_lock);
   return WriteWhole(sender, reply, wake);
+}
+
+// For the list's lock others would wait. The client's own is enough for the order of what the
+// client gets, as long as it is taken under the list's: a period's end that comes later waits for
+// it. A client that is no subscriber can become one only on this thread.
+bool PropertyEngine::SendLarge(ClientConnection& sender, ReplyBuffer& reply) {
+  const SharedFrame frame = reply_memory_->Share(reply);
+  std::shared_ptr<Subscriber> subscriber;  // the publisher may drop it from the list meanwhile
+  EventFlags::PendingWake wake;
+  subscribers_->lock.Enter();
+  if (Subscriber* const found = subscribers_->Find(sender)) subscriber = found->shared_from_this();
+  if (!subscriber) {
+    subscribers_->lock.Leave();
+    return WriteWhole(sender, frame, wake);
+  }
+  const ScopedLock hold_own(subscriber->write_lock);
+  subscribers_->lock.Leave();
+  return WriteWhole(sender, frame, wake);
 }
 
 // A service that ends closes all sessions at once: one by one they would announce to each other,

@@ -18,6 +18,7 @@ class Observation;
 struct PendingUpdates;
 class PropertyCatalog;
 class PropertyMessage;
+class ReplyMemory;
 class StringProperty;
 class SubscriberList;
 class UIntProperty;
@@ -37,15 +38,16 @@ class PropertyEngine : public PropertySink {
                                               std::shared_ptr<LogSink> log,
                                               std::shared_ptr<StringProperty> own_component);
   // As End.
-  ~PropertyEngine() override = default;
+  ~PropertyEngine() override { End(); }
   PropertyEngine(const PropertyEngine&) = delete;
   PropertyEngine& operator=(const PropertyEngine&) = delete;
 
   // Starts the publishing thread; false when the system gives none.
   bool Start(int priority) { return publishing_.Start(priority); }
-  // Stops the publishing thread and waits for it; from here on nothing is published. Any number of
-  // times. An owner that may leave others behind with a handle of the engine calls it.
-  void End() { publishing_.End(); }
+  // Stops the publishing thread and waits for it; from here on nothing is published, and no memory
+  // kept for large replies. Any number of times. An owner that may leave others behind with a
+  // handle of the engine calls it.
+  void End();
   // From here on every property that comes is announced; what came before was there from the start.
   void AnnounceFromNow() { presence_.AnnounceFromNow(); }
   // For a property whose value changes without an announcement, as one set silently does:
@@ -75,12 +77,14 @@ class PropertyEngine : public PropertySink {
   void Subscribe(const PropertyMessage& message, const std::shared_ptr<ClientConnection>& sender);
   void Unsubscribe(const ClientConnection& client) noexcept;
   bool SendReply(ClientConnection& sender, const ReplyBuffer& reply);
+  bool SendLarge(ClientConnection& sender, ReplyBuffer& reply);
   void LogEnd(const ClientConnection& client, std::string_view cause) const;
 
   const std::shared_ptr<LogSink> log_;
   const std::shared_ptr<PropertyCatalog> catalog_;
   const std::shared_ptr<SubscriberList> subscribers_;
   const std::shared_ptr<PendingUpdates> pending_;
+  const std::shared_ptr<ReplyMemory> reply_memory_;
   const std::shared_ptr<Observation> observation_;
   PropertyPresence presence_;
   const std::shared_ptr<ChangePublisher> publisher_;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <deque>
 #include <stdexcept>
 #include <string>
@@ -19,14 +20,20 @@
 namespace valmere {
 namespace {
 
+// How long one owner without room is waited for before the others, and the sender, are looked at
+// again.
+constexpr platform::Ticks kTicksAtOnce = 20 * platform::kTicksPerMillisecond;
+
 // The sets for one owner, in request order, as the frame that it gets.
 struct Forward {
   Forward(std::shared_ptr<ClientConnection> to, const std::atomic<bool>& stop)
-      : owner(std::move(to)), frame(text, stop) {}
+      : owner(std::move(to)), text(std::make_shared<std::string>()), frame(*text, stop) {}
 
   const std::shared_ptr<ClientConnection> owner;
-  std::string text;
+  const std::shared_ptr<std::string> text;
   SetFrame frame;
+  std::size_t sets = 0;
+  bool done = false;
 };
 
 // The sets that one message passes on. Owners come in the order in which they are first mentioned;
@@ -39,9 +46,10 @@ class Forwards {
   bool Add(std::shared_ptr<ClientConnection> owner, const PropertySetRecord& request) {
     auto place = std::find_if(forwards_.begin(), forwards_.end(),
                               [&](const Forward& entry) { return entry.owner == owner; });
-    SetFrame& frame = place != forwards_.end()
-                          ? place->frame
-                          : forwards_.emplace_back(std::move(owner), sender_.ended_flag()).frame;
+    Forward& forward = place != forwards_.end()
+                           ? *place
+                           : forwards_.emplace_back(std::move(owner), sender_.ended_flag());
+    SetFrame& frame = forward.frame;
     const std::size_t before = frame.end();
     frame.set_most(before + left_);
     if (!frame.Append(request)) {
@@ -49,21 +57,53 @@ class Forwards {
       return false;
     }
     left_ -= frame.end() - before;
+    ++forward.sets;
     return true;
   }
   bool too_long() const { return too_long_; }
 
-  // The thread that serves an owner that can't be reached any more is about to withdraw its
-  // properties.
-  void SendAll() {
-    for (Forward& forward : forwards_) {
-      if (sender_.ended()) return;
+  // Owners that have room get theirs first. For the others the sender waits, for so long in all;
+  // then their sets are dropped.
+  void SendAll(std::uint32_t most_milliseconds, const std::shared_ptr<LogSink>& log) {
+    for (Forward& forward : forwards_)
       forward.frame.Finish();
-      forward.owner->Write(forward.text.data(), static_cast<int>(forward.text.size()));
+    const Forward* waiting = SendToThoseWithRoom();
+    if (waiting == nullptr) return;
+    const platform::Ticks deadline =
+        platform::MonotonicNow() + most_milliseconds * platform::kTicksPerMillisecond;
+    for (; waiting != nullptr; waiting = SendToThoseWithRoom()) {
+      const platform::Ticks now = platform::MonotonicNow();
+      if (now >= deadline) break;
+      waiting->owner->AwaitRoom(std::min(deadline, now + kTicksAtOnce));
     }
+    if (waiting != nullptr && !sender_.ended()) LogDropped(log);
   }
 
  private:
+  // The first owner that has no room; null when there is none, or the sender has ended. The thread
+  // that serves an owner that can't be reached any more is about to withdraw its properties.
+  const Forward* SendToThoseWithRoom() {
+    const Forward* waiting = nullptr;
+    for (Forward& forward : forwards_) {
+      if (sender_.ended()) return nullptr;
+      if (forward.done) continue;
+      EventFlags::PendingWake wake;
+      forward.done = forward.owner->WriteForOther(forward.text, wake) != Connection::kNoRoom;
+      if (!forward.done && waiting == nullptr) waiting = &forward;
+    }
+    return waiting;
+  }
+
+  void LogDropped(const std::shared_ptr<LogSink>& log) const {
+    for (const Forward& forward : forwards_) {
+      if (forward.done) continue;
+      LogIn(DebugZone::kWarning, log, [&] {
+        return "Client " + std::to_string(forward.owner->instance_number()) +
+               " reads nothing: " + std::to_string(forward.sets) + " sets for it are dropped";
+      });
+    }
+  }
+
   const ClientConnection& sender_;
   std::deque<Forward> forwards_;
   std::size_t left_ = kMostForwardBytes;  // for all of them
@@ -108,7 +148,8 @@ void SetOwn(const PropertyCatalog& catalog, const PropertySetRecord& request,
 
 // A service that ends does not wait until tens of thousands of sets in one message are done.
 bool HandleSetRequests(PropertyCatalog& catalog, const PropertyMessage& message,
-                       const ClientConnection& sender, const std::shared_ptr<LogSink>& log) {
+                       const ClientConnection& sender, const std::shared_ptr<LogSink>& log,
+                       std::uint32_t most_milliseconds) {
   Forwards forwards(sender);
   message.ForEachSetRequest([&](const PropertySetRecord& request) {
     if (sender.ended()) return false;
@@ -121,7 +162,7 @@ bool HandleSetRequests(PropertyCatalog& catalog, const PropertyMessage& message,
     return true;
   });
   if (forwards.too_long()) return false;
-  forwards.SendAll();
+  forwards.SendAll(most_milliseconds, log);
   return true;
 }
 

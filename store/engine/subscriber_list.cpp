@@ -17,7 +17,7 @@ Subscriber* SubscriberList::Find(const ClientConnection& client) {
 // without them is left, which would be a subscription to all.
 Subscriber& SubscriberList::Register(const std::shared_ptr<ClientConnection>& client,
                                      Subscriber::Keys& keys) {
-  subscribers_.push_back(std::make_unique<Subscriber>(client));
+  subscribers_.push_back(std::make_shared<Subscriber>(client));
   Subscriber& subscriber = *subscribers_.back();
   try {
     by_client_.emplace(client.get(), &subscriber);
@@ -46,12 +46,12 @@ bool SubscriberList::Wants(std::string_view key) const {
   });
 }
 
-std::unique_ptr<Subscriber> SubscriberList::Remove(const ClientConnection& client) {
+std::shared_ptr<Subscriber> SubscriberList::Remove(const ClientConnection& client) {
   if (by_client_.erase(&client) == 0) return nullptr;
   const auto place = std::find_if(subscribers_.begin(), subscribers_.end(), [&](const auto& entry) {
     return entry->connection.get() == &client;
   });
-  std::unique_ptr<Subscriber> removed = std::move(*place);
+  std::shared_ptr<Subscriber> removed = std::move(*place);
   subscribers_.erase(place);
   count_.store(subscribers_.size());
   return removed;

@@ -17,10 +17,10 @@ namespace valmere {
 
 // Purpose: one client's subscription: the keys (component ":" group GUID ":" GUID) that it named.
 // With no key at all it is one to every property.
-// Owner: the SubscriberList.
-// Threads: under the list's lock; write_lock keeps replies and notifications of this client apart
-// and is taken after the list's.
-struct Subscriber {
+// Owner: the SubscriberList; a thread that writes to the client without the list's lock shares it.
+// Threads: under the list's lock; write_lock keeps replies and notifications of this client apart.
+// It is taken under the list's, but may be held for longer.
+struct Subscriber : std::enable_shared_from_this<Subscriber> {
   using Keys = std::set<std::string, std::less<>>;
 
   explicit Subscriber(std::shared_ptr<ClientConnection> client) : connection(std::move(client)) {}
@@ -36,7 +36,7 @@ struct Subscriber {
 // Errors: std::bad_alloc.
 class SubscriberList {
  public:
-  using Entries = std::vector<std::unique_ptr<Subscriber>>;
+  using Entries = std::vector<std::shared_ptr<Subscriber>>;
 
   static constexpr std::size_t kStep = 256;
 
@@ -50,7 +50,7 @@ class SubscriberList {
   Subscriber& Add(const std::shared_ptr<ClientConnection>& client, Subscriber::Keys& keys)
       REQUIRES(lock);
   // The entry that was removed, or empty.
-  std::unique_ptr<Subscriber> Remove(const ClientConnection& client) REQUIRES(lock);
+  std::shared_ptr<Subscriber> Remove(const ClientConnection& client) REQUIRES(lock);
   std::size_t size() const REQUIRES(lock) { return subscribers_.size(); }
   // True when a subscriber gets what happens to the property of this key.
   bool Wants(std::string_view key) const REQUIRES(lock);

@@ -22,61 +22,89 @@ void ClearKeeping(std::size_t kept, Container& container) {
 
 bool UpdateEntries::Append(const PropertyResponseRecord& record) {
   const bool vanished = record.status == kStatusNoLongerAvailable;
-  frame_.set_most(vanished ? kMostBytes + kReservedBytes : kMostBytes);
-  const std::size_t begin = frame_.end() + (frame_.empty() ? 0 : 1);  // behind the comma
+  ResponseFrame& frame = Frame();
+  frame.set_most(vanished ? kMostBytes + kReservedBytes : kMostBytes);
+  const std::size_t begin = frame.end() + (frame.empty() ? 0 : 1);  // behind the comma
   entries_.push_back({PropertyKey(record.component, record.group_guid, record.guid).Text(), begin,
                       begin, vanished});
   bool whole = false;
   try {
-    whole = frame_.Append(record);
+    whole = frame.Append(record);
   } catch (const std::exception&) {
     entries_.pop_back();
     throw;
   }
   if (whole)
-    entries_.back().end = frame_.end();
+    entries_.back().end = frame.end();
   else
     entries_.pop_back();
   return whole;
 }
 
-void UpdateEntries::Clear() {
+void UpdateEntries::Clear() noexcept {
   ClearKeeping(kKeptBytes / sizeof(Entry), entries_);
-  ClearKeeping(kKeptBytes, text_);
-  frame_.Clear();
+  ClearKeeping(kKeptBytes / sizeof(std::size_t), picked_);
+  ClearKeeping(kKeptBytes / sizeof(std::size_t), rendered_);
+  frame_.reset();
+  whole_.Trim(kKeptBytes);
+  picked_frame_.Trim(kKeptBytes);
 }
 
-const std::string& UpdateEntries::WholeFrame() {
-  frame_.Finish();
-  return text_;
+ResponseFrame& UpdateEntries::Frame() {
+  if (!frame_) frame_.emplace(whole_.text(), stop_);
+  return *frame_;
 }
 
-bool UpdateEntries::FrameFor(Keys& keys, std::string& frame, const IsUnwanted& is_unwanted) const {
-  ResponseFrame picked(frame, stop_);
+SharedFrame UpdateEntries::WholeFrame() {
+  Frame().Finish();
+  return whole_.frame();
+}
+
+SharedFrame UpdateEntries::FrameFor(Keys& keys, const IsUnwanted& is_unwanted) {
   Keys gone;
-  bool complete = false;
+  SharedFrame frame;
   try {
-    complete = Pick(keys, gone, picked, is_unwanted);
+    if (Pick(keys, gone, is_unwanted)) {
+      if (picked_.empty()) return frame;
+      frame = PickedFrame();
+    }
   } catch (const std::exception&) {
     keys.merge(gone);
     throw;
   }
-  if (!complete) keys.merge(gone);
-  if (!complete || picked.empty()) return false;
-  picked.Finish();
+  if (!frame) keys.merge(gone);
+  return frame;
+}
+
+bool UpdateEntries::Pick(Keys& keys, Keys& gone, const IsUnwanted& is_unwanted) {
+  picked_.clear();
+  for (std::size_t place = 0; place < entries_.size(); ++place) {
+    if ((place + 1) % kLookedUpAtOnce == 0 && is_unwanted()) return false;
+    const Entry& entry = entries_[place];
+    const auto key = keys.find(entry.key);
+    if (key == keys.end()) continue;
+    picked_.push_back(place);
+    if (entry.vanished) gone.insert(keys.extract(key));
+  }
   return true;
 }
 
-bool UpdateEntries::Pick(Keys& keys, Keys& gone, ResponseFrame& picked,
-                         const IsUnwanted& is_unwanted) const {
-  std::size_t looked_up = 0;
-  for (const Entry& entry : entries_) {
-    if (++looked_up % kLookedUpAtOnce == 0 && is_unwanted()) return false;
-    const auto key = keys.find(entry.key);
-    if (key == keys.end()) continue;
-    if (!picked.AppendText(frame_.Text(entry.begin, entry.end))) return false;
-    if (entry.vanished) gone.insert(keys.extract(key));
-  }
+// Many clients name the same properties, and get the same frame. Null when `stop_` is up.
+SharedFrame UpdateEntries::PickedFrame() {
+  if (stop_.load(std::memory_order_relaxed)) return nullptr;
+  if (picked_.size() == entries_.size()) return WholeFrame();
+  if (picked_ == rendered_) return picked_frame_.frame();
+  rendered_.clear();
+  if (!RenderPicked()) return nullptr;
+  rendered_.swap(picked_);
+  return picked_frame_.frame();
+}
+
+bool UpdateEntries::RenderPicked() {
+  ResponseFrame picked(picked_frame_.text(), stop_);
+  for (const std::size_t place : picked_)
+    if (!picked.AppendText(Frame().Text(entries_[place].begin, entries_[place].end))) return false;
+  picked.Finish();
   return true;
 }
 

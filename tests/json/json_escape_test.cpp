@@ -72,6 +72,11 @@ TEST(JsonEscape, EscapesTextOfManyKinds) {
   EXPECT_EQ(EscapeJson("say \"hi\"\n\\ / \x02 end"), "say \\\"hi\\\"\\n\\\\ / \\u0002 end");
 }
 
+TEST(JsonEscape, TellsTheSizeBeforehand) {
+  for (const char* text : {"", "a", "plain text of some length", "\"", "\n\x01 and more \\ of it"})
+    EXPECT_EQ(EscapeJson(text).size(), EscapedSize(text)) << text;
+}
+
 TEST(JsonEscape, AppendsToWhatIsThere) {
   std::string out = "kept \"";
   AppendEscaped("plain", out);

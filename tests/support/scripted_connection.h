@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "net/connection.h"
+#include "net/shared_frame.h"
 #include "platform/kernel.h"
 
 namespace valmere::test {
@@ -46,6 +47,34 @@ class ScriptedConnection final : public Connection {
     write_result_is_set_ = true;
   }
 
+  // Shared frames that are written are held as well, until they are taken.
+  void KeepFrames() {
+    const platform::ScopedLock hold(lock_);
+    keeps_frames_ = true;
+  }
+  std::vector<SharedFrame> TakeFrames() {
+    const platform::ScopedLock hold(lock_);
+    return std::exchange(frames_, {});
+  }
+
+  // What others send finds no room, until there is some.
+  void LeaveNoRoom() {
+    const platform::ScopedLock hold(lock_);
+    has_room_ = false;
+  }
+  void MakeRoom() {
+    {
+      const platform::ScopedLock hold(lock_);
+      has_room_ = true;
+    }
+    room_.Release();
+  }
+  // How often room was waited for.
+  int waits() const {
+    const platform::ScopedLock hold(lock_);
+    return waits_;
+  }
+
   int Read(void* buffer, int length) override {
     {
       const platform::ScopedLock hold(lock_);
@@ -66,12 +95,35 @@ class ScriptedConnection final : public Connection {
     writes_.emplace_back(static_cast<const char*>(buffer), static_cast<std::size_t>(length));
     return write_result_is_set_ ? write_result_ : length;
   }
+  int WriteShared(const SharedFrame& frame, EventFlags::PendingWake& /*wake*/) override {
+    {
+      const platform::ScopedLock hold(lock_);
+      if (keeps_frames_) frames_.push_back(frame);
+    }
+    return Write(frame->data(), static_cast<int>(frame->size()));
+  }
+  int WriteForOther(const SharedFrame& frame, EventFlags::PendingWake& wake) override {
+    {
+      const platform::ScopedLock hold(lock_);
+      if (!has_room_ && !closed_) return kNoRoom;
+    }
+    return WriteShared(frame, wake);
+  }
+  bool AwaitRoom(platform::Ticks deadline) override {
+    {
+      const platform::ScopedLock hold(lock_);
+      ++waits_;
+      if (has_room_ || closed_) return true;
+    }
+    return room_.WaitUntil(deadline);
+  }
   void Close() override {
     {
       const platform::ScopedLock hold(lock_);
       closed_ = true;
     }
     changed_.Release();
+    room_.Release();
   }
   bool IsOpen() const override {
     const platform::ScopedLock hold(lock_);
@@ -106,6 +158,7 @@ class ScriptedConnection final : public Connection {
 
   mutable platform::Lock lock_;
   platform::Semaphore changed_;
+  platform::Semaphore room_;
   std::deque<std::string> pieces_ GUARDED_BY(lock_);
   int end_result_ GUARDED_BY(lock_) = kGone;
   bool hold_open_ GUARDED_BY(lock_) = false;
@@ -114,6 +167,10 @@ class ScriptedConnection final : public Connection {
   bool write_result_is_set_ GUARDED_BY(lock_) = false;
   std::vector<int> reads_ GUARDED_BY(lock_);
   std::vector<std::string> writes_ GUARDED_BY(lock_);
+  bool has_room_ GUARDED_BY(lock_) = true;
+  int waits_ GUARDED_BY(lock_) = 0;
+  bool keeps_frames_ GUARDED_BY(lock_) = false;
+  std::vector<SharedFrame> frames_ GUARDED_BY(lock_);
 };
 
 }  // namespace valmere::test

@@ -122,6 +122,16 @@ TEST(ResponseFrame, IsTheMessagesTextHoweverLong) {
   EXPECT_EQ(FrameOfMessage(records), FrameOfEntries(records));
 }
 
+TEST(ResponseFrame, IsLeftAloneOnceItIsComplete) {
+  std::string buffer;
+  ResponseFrame frame(buffer, kWanted);
+  EXPECT_TRUE(frame.Append(Valued("1")));
+  frame.Finish();
+  buffer.back() = '!';  // a mark that completing it again would remove
+  frame.Finish();
+  EXPECT_EQ('!', buffer.back());
+}
+
 TEST(ResponseFrame, CanBeCompletedAgainWithMore) {
   std::string buffer;
   ResponseFrame frame(buffer, kWanted);
@@ -164,8 +174,64 @@ TEST(ResponseFrame, TakesNoMoreRoomThanItMayNeed) {
   EXPECT_GE(kMost, buffer.size());
   EXPECT_GT(kMost + 1'000'000, buffer.capacity());
   frame.Clear();
-  frame.Reserve(1'000'000'000);
+  frame.Reserve(1'000'000'000, 352);
   EXPECT_GT(kMost + 1'000'000, buffer.capacity());
+}
+
+// Gives what is asked for, and counts how often.
+class CountingMemory final : public FrameMemory {
+ public:
+  std::string Take(std::size_t bytes) override {
+    ++taken;
+    std::string buffer;
+    buffer.reserve(bytes);
+    return buffer;
+  }
+  int taken = 0;
+};
+
+TEST(ResponseFrame, NeedsOneBufferForEntriesOfTheLengthThatItReservedFor) {
+  const std::string value(100, 'x');
+  const std::size_t entry = FrameOfEntries({Valued(value), Valued(value)}).size() -
+                            FrameOfEntries({Valued(value)}).size();
+  CountingMemory memory;
+  std::string buffer;
+  ResponseFrame frame(buffer, kWanted, &memory);
+  frame.Reserve(1001, entry);
+  for (int i = 0; i < 1000; ++i)
+    EXPECT_TRUE(frame.Append(Valued(value)));
+  frame.Finish();
+  EXPECT_EQ(1, memory.taken);
+  for (int i = 0; i < 2; ++i)
+    EXPECT_TRUE(frame.Append(Valued(value)));
+  EXPECT_EQ(2, memory.taken) << "there was room for no more";
+}
+
+TEST(ResponseFrame, TakesLargeBuffersFromItsMemory) {
+  std::vector<PropertyResponseRecord> records;
+  const std::string values[] = {std::string(1000, 'x'), std::string(1000, '\x01'),
+                                std::string(100'000, '"'), std::string(3'000'000, 'x')};
+  for (int i = 0; i < 100; ++i)
+    records.push_back(Valued(values[i < 50 ? i % 2 : i % 3]));
+  records.push_back(Valued(values[3]));
+  CountingMemory memory;
+  std::string buffer;
+  ResponseFrame frame(buffer, kWanted, &memory);
+  for (const PropertyResponseRecord& record : records)
+    EXPECT_TRUE(frame.Append(record));
+  frame.Finish();
+  EXPECT_TRUE(FrameOfEntries(records) == buffer);
+  EXPECT_LT(5, memory.taken);
+  EXPECT_GT(12, memory.taken) << "each is twice as long as the one before";
+}
+
+TEST(ResponseFrame, NeedsNoMemoryForShortFrames) {
+  CountingMemory memory;
+  std::string buffer;
+  ResponseFrame frame(buffer, kWanted, &memory);
+  for (int i = 0; i < 20; ++i)
+    EXPECT_TRUE(frame.Append(Valued("value")));
+  EXPECT_EQ(0, memory.taken);
 }
 
 TEST(ResponseFrame, TakesNothingOnceItIsNotWanted) {

@@ -48,6 +48,31 @@ TEST_F(Publishing, GivesAllSubscribersToAllTheSameBytes) {
     EXPECT_EQ(frames, each.stream->writes());
 }
 
+TEST_F(Publishing, SharesOneFrameWithAllThatGetTheSame) {
+  std::vector<Client> to_all(2), named(2);
+  for (const Client& each : to_all)
+    Subscribe(each);
+  for (const Client& each : named)
+    Subscribe(each, {{"OWN", "G", "1"}});
+  std::vector<SharedFrame> frames;
+  for (int period_number = 0; period_number < 2; ++period_number) {
+    pending->PushChange(Own("1"));
+    pending->PushChange(Published("2"));
+    for (std::vector<Client>* clients : {&to_all, &named}) {
+      for (const Client& each : *clients)
+        each.stream->KeepFrames();
+    }
+    EndPeriod();
+    for (std::vector<Client>* clients : {&to_all, &named}) {
+      frames.push_back(clients->at(0).stream->TakeFrames().at(0));
+      EXPECT_EQ(frames.back(), clients->at(1).stream->TakeFrames().at(0));
+    }
+  }
+  EXPECT_EQ(*frames[0], *frames[2]);
+  EXPECT_NE(frames[0]->data(), frames[2]->data()) << "the first is held still";
+  EXPECT_NE(frames[1]->data(), frames[3]->data());
+}
+
 TEST_F(Publishing, DropsAClientWhoseWriteFailsAtOnceAndGoesOn) {
   for (const int result : {0, 1, Connection::kGone, Connection::kFailed, Connection::kDrained}) {
     Client broken, named, healthy;
@@ -185,7 +210,7 @@ TEST_F(Publishing, GoesOnWithTheNextPeriodWhenThereIsNoMemoryToObserveAll) {
 
 TEST_F(Publishing, ObservesNothingOnceTheObservationIsGone) {
   auto gone = Observation::Make(catalog, subscribers, pending);
-  ChangePublisher left_behind(own, period, subscribers, pending, gone, log);
+  ChangePublisher left_behind(own, period, subscribers, pending, reply_memory, gone, log);
   gone.reset();
   Subscribe(client, {{"C", "G", "1"}});
   pending->announcements.AddVanished(Published("1"));

@@ -1,6 +1,7 @@
 // The handling of one message: which keys, in which order, with which result.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -159,14 +160,19 @@ class ProbedConnection final : public Connection {
   explicit ProbedConnection(std::function<void()> probe) : probe_(std::move(probe)) {}
   int Read(void*, int) override { return kFailed; }
   int Write(const void*, int length) override {
+    if (ends_) open_ = false;
     probe_();
     return length;
   }
   void Close() override {}
-  bool IsOpen() const override { return true; }
+  bool IsOpen() const override { return open_; }
+  // It is closed from the next write on.
+  void EndAtTheNextWrite() { ends_ = true; }
 
  private:
   const std::function<void()> probe_;
+  std::atomic<bool> ends_{false};
+  std::atomic<bool> open_{true};
 };
 
 TEST_F(MessageHandling, MakesTheReplyWhileOthersParse) {
@@ -248,23 +254,74 @@ TEST_F(MessageHandling, LetsNoClientSubscribeWhileItWritesTheReply) {
   EXPECT_EQ(2, client.connection.use_count());
 }
 
-TEST_F(MessageHandling, AnswersOthersWhileItWritesALongReply) {
-  AddOwn("P", std::string(2'000'000, 'x'));
-  AddOwn("Q", "V");
-  std::unique_ptr<TestThread> asking;
-  platform::Semaphore answered;
-  bool answered_within_write = false;
-  Client probed(std::make_shared<ProbedConnection>([&] {
-    asking = std::make_unique<TestThread>([&] {
-      Send(client, R"({"PropertyGetRequests": [{"Component": "OWN","GUID": "G:Q"}]})");
-      answered.Release();
-    });
-    answered_within_write =
-        answered.WaitUntil(platform::MonotonicNow() + 10'000 * platform::kTicksPerMillisecond);
-  }));
+class LongReply : public MessageHandling {
+ protected:
+  LongReply() { AddOwn("P", std::string(2'000'000, 'x')); }
+  // Has a thread run the function within each write; whether it was done before the write ended.
+  std::function<void()> Within(std::function<void()> act, std::uint32_t milliseconds) {
+    return [this, act, milliseconds] {
+      thread = std::make_unique<TestThread>([this, act] {
+        act();
+        done.Release();
+      });
+      done_within_write =
+          done.WaitUntil(platform::MonotonicNow() + milliseconds * platform::kTicksPerMillisecond);
+    };
+  }
+
+  const std::shared_ptr<StringProperty> other = AddOwn("Q", "V");
+  platform::Semaphore done;
+  std::atomic<bool> done_within_write{false};
+  std::unique_ptr<TestThread> thread;
+};
+
+TEST_F(LongReply, LetsOthersBeAnswered) {
+  Client probed(std::make_shared<ProbedConnection>(Within(
+      [&] { Send(client, R"({"PropertyGetRequests": [{"Component": "OWN","GUID": "G:Q"}]})"); },
+      10'000)));
   EXPECT_TRUE(Send(probed, Message({kGetOwn})));
-  EXPECT_TRUE(answered_within_write);
-  asking->Join();
+  EXPECT_TRUE(done_within_write);
+  thread->Join();
+  EXPECT_TRUE(Send(probed, Message({kSubscribe})));
+  done_within_write = false;
+  EXPECT_TRUE(Send(probed, Message({kGetOwn}))) << "as a subscriber";
+  EXPECT_TRUE(done_within_write);
+}
+
+TEST_F(LongReply, LetsNoNotificationOvertakeIt) {
+  std::atomic<int> writes{0};
+  Client probed(std::make_shared<ProbedConnection>([&] {
+    if (++writes != 1) return;
+    Within(
+        [&] {
+          engine->PublishPass();
+          engine->PublishPass();
+        },
+        20)();
+  }));
+  EXPECT_TRUE(Send(probed, Message({kSubscribeAll})));
+  other->SetFromString("W");
+  EXPECT_TRUE(Send(probed, Message({kGetOwn})));
+  EXPECT_FALSE(done_within_write);
+  thread->Join();
+  EXPECT_EQ(2, writes);
+}
+
+TEST_F(LongReply, OutlivesTheSubscriptionOfItsClient) {
+  const auto stream = std::make_shared<ProbedConnection>(Within(
+      [&] {
+        engine->PublishPass();
+        engine->PublishPass();
+      },
+      10'000));
+  Client probed(stream);
+  EXPECT_TRUE(Send(probed, Message({kSubscribeAll})));
+  other->SetFromString("W");
+  stream->EndAtTheNextWrite();
+  EXPECT_TRUE(Send(probed, Message({kGetOwn})));
+  EXPECT_TRUE(done_within_write) << "a closed client's entry is removed without its lock";
+  thread->Join();
+  EXPECT_EQ(1, probed.connection.use_count()) << "nothing holds it any more";
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "store/engine/observation.h"
 #include "store/engine/pending_updates.h"
 #include "store/engine/property_catalog.h"
+#include "store/engine/reply_memory.h"
 #include "store/engine/subscriber_list.h"
 #include "store/engine/update_entries.h"
 #include "store/property/component_property.h"
@@ -43,7 +44,8 @@ class Publishing : public ::testing::Test {
   }
   // One that passes on a thread of its own.
   std::shared_ptr<ChangePublisher> MakeRunning() {
-    return std::make_shared<ChangePublisher>(own, period, subscribers, pending, observation, log);
+    return std::make_shared<ChangePublisher>(own, period, subscribers, pending, reply_memory,
+                                             observation, log);
   }
   // Whether all properties have been observed since the last call.
   bool ObservedAll() {
@@ -101,7 +103,8 @@ class Publishing : public ::testing::Test {
   const std::shared_ptr<PendingUpdates> pending = std::make_shared<PendingUpdates>();
   const std::shared_ptr<Observation> observation = Observation::Make(catalog, subscribers, pending);
   std::shared_ptr<Property> sentinel = AddSentinel();
-  ChangePublisher publisher{own, period, subscribers, pending, observation, log};
+  const std::shared_ptr<ReplyMemory> reply_memory = ReplyMemory::Make();
+  ChangePublisher publisher{own, period, subscribers, pending, reply_memory, observation, log};
   const std::shared_ptr<Property> property = Own("P");
   Client client;
 };

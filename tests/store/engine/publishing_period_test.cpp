@@ -48,7 +48,7 @@ TEST_F(Publishing, NeverEndsAPeriodOfLessThanOnePass) {
   Subscribe(client);
   for (const std::uint32_t milliseconds : {0u, 1u, 249u}) {
     const auto short_period = UIntProperty::Make(milliseconds, "S", "S", "General", "General");
-    ChangePublisher never(own, short_period, subscribers, pending, observation, log);
+    ChangePublisher never(own, short_period, subscribers, pending, reply_memory, observation, log);
     for (int pass = 0; pass < 1000; ++pass) {
       pending->PushChange(property);
       never.Pass();

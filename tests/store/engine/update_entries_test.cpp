@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -26,9 +27,9 @@ PropertyResponseRecord Record(std::string_view guid, std::string_view value = "V
 }
 
 // The frame for these keys; empty when there is none.
-std::string FrameFor(const UpdateEntries& entries, UpdateEntries::Keys& keys) {
-  std::string frame = "what it held before";
-  return entries.FrameFor(keys, frame, IsWanted) ? frame : std::string();
+std::string FrameFor(UpdateEntries& entries, UpdateEntries::Keys& keys) {
+  const SharedFrame frame = entries.FrameFor(keys, IsWanted);
+  return frame ? *frame : std::string();
 }
 
 TEST(UpdateEntries, GivesAllInTheirOrder) {
@@ -41,18 +42,18 @@ TEST(UpdateEntries, GivesAllInTheirOrder) {
   EXPECT_EQ(FrameOf(Responses({{.guid = "2"},
                                {.guid = "1", .status = kGone, .value = ""},
                                {.guid = "2", .value = "W"}})),
-            entries.WholeFrame());
+            *entries.WholeFrame());
 }
 
 TEST(UpdateEntries, RendersAnEntryOnce) {
   UpdateEntries entries(kWanted);
   entries.Append(Record("1"));
-  const std::string& frame = entries.WholeFrame();
+  const std::string& frame = *entries.WholeFrame();
   // A mark on it would not outlive a second rendering.
   char& last_of_the_entry = const_cast<std::string&>(frame)[frame.size() - 3];
   last_of_the_entry = '!';
   entries.Append(Record("2"));
-  EXPECT_NE(std::string::npos, entries.WholeFrame().find("!,{"));
+  EXPECT_NE(std::string::npos, entries.WholeFrame()->find("!,{"));
   UpdateEntries::Keys keys{"C:G:1"};
   EXPECT_EQ('!', FrameFor(entries, keys).end()[-3]);
 }
@@ -108,11 +109,57 @@ TEST(UpdateEntries, ForgetsWhatWasCleared) {
   entries.WholeFrame();
   entries.Clear();
   EXPECT_TRUE(entries.empty());
-  EXPECT_EQ(FrameOf(Responses({})), entries.WholeFrame());
+  EXPECT_EQ(FrameOf(Responses({})), *entries.WholeFrame());
   UpdateEntries::Keys keys{"C:G:1"};
   EXPECT_EQ("", FrameFor(entries, keys));
   entries.Append(Record("2"));
-  EXPECT_EQ(FrameOf(Responses({{.guid = "2"}})), entries.WholeFrame());
+  EXPECT_EQ(FrameOf(Responses({{.guid = "2"}})), *entries.WholeFrame());
+}
+
+TEST(UpdateEntries, GivesTheSameFrameForTheSameEntries) {
+  UpdateEntries entries(kWanted);
+  for (const char* guid : {"1", "2", "3"})
+    entries.Append(Record(guid));
+  UpdateEntries::Keys some{"C:G:1", "C:G:3"}, with_more{"C:G:1", "C:G:3", "C:G:4"};
+  UpdateEntries::Keys others{"C:G:2"}, all{"C:G:1", "C:G:2", "C:G:3"};
+  const SharedFrame frame = entries.FrameFor(some, IsWanted);
+  EXPECT_EQ(frame, entries.FrameFor(with_more, IsWanted));
+  EXPECT_EQ(FrameOf(Responses({{.guid = "2"}})), *entries.FrameFor(others, IsWanted));
+  EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = "3"}})), *frame) << "it is held still";
+  EXPECT_EQ(entries.WholeFrame(), entries.FrameFor(all, IsWanted));
+  EXPECT_EQ(entries.WholeFrame(), entries.WholeFrame());
+}
+
+TEST(UpdateEntries, UseTheMemoryOfFramesThatWereLetGo) {
+  UpdateEntries entries(kWanted);
+  UpdateEntries::Keys keys{"C:G:1"};
+  const auto fill = [&] {
+    entries.Clear();
+    entries.Append(Record("1"));
+    entries.Append(Record("2"));
+  };
+  fill();
+  const char* const whole = entries.WholeFrame()->data();
+  const char* const picked = entries.FrameFor(keys, IsWanted)->data();
+  fill();
+  EXPECT_EQ(whole, entries.WholeFrame()->data());
+  EXPECT_EQ(picked, entries.FrameFor(keys, IsWanted)->data());
+}
+
+TEST(UpdateEntries, LeaveFramesThatAreHeldAlone) {
+  UpdateEntries entries(kWanted);
+  UpdateEntries::Keys keys{"C:G:1"};
+  entries.Append(Record("1"));
+  entries.Append(Record("2"));
+  const SharedFrame whole = entries.WholeFrame();
+  const SharedFrame picked = entries.FrameFor(keys, IsWanted);
+  entries.Clear();
+  entries.Append(Record("1", "W"));
+  entries.Append(Record("2", "W"));
+  EXPECT_NE(whole->data(), entries.WholeFrame()->data());
+  EXPECT_NE(picked->data(), entries.FrameFor(keys, IsWanted)->data());
+  EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = "2"}})), *whole);
+  EXPECT_EQ(FrameOf(Responses({{.guid = "1"}})), *picked);
 }
 
 TEST(UpdateEntries, GivesTheMemoryOfABurstBack) {
@@ -120,7 +167,7 @@ TEST(UpdateEntries, GivesTheMemoryOfABurstBack) {
   const std::size_t before = BytesInUse();
   for (int i = 0; i < 10'000; ++i)
     entries.Append(Record("1"));
-  EXPECT_LT(1'000'000u, entries.WholeFrame().size());
+  EXPECT_LT(1'000'000u, entries.WholeFrame()->size());
   entries.Clear();
   EXPECT_GT(100'000u, BytesInUse() - before);
 }
@@ -132,9 +179,9 @@ TEST(UpdateEntries, StayAsTheyAreWhenThereIsNoMemoryForOneMore) {
   FailEachAllocation([&] { entries.Append(Record(guid)); },
                      [&] {
                        EXPECT_EQ(1u, entries.size());
-                       EXPECT_EQ(FrameOf(Responses({{.guid = "1"}})), entries.WholeFrame());
+                       EXPECT_EQ(FrameOf(Responses({{.guid = "1"}})), *entries.WholeFrame());
                      });
-  EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = guid}})), entries.WholeFrame());
+  EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = guid}})), *entries.WholeFrame());
 }
 
 TEST(UpdateEntries, LeaveTheKeysAsTheyAreWhenThereIsNoMemoryForTheirText) {
@@ -143,12 +190,9 @@ TEST(UpdateEntries, LeaveTheKeysAsTheyAreWhenThereIsNoMemoryForTheirText) {
   entries.Append({"G", "Group", "1", "Name", value, kStatusNoLongerAvailable, "C", "Client"});
   entries.Append(Record("2", value));
   UpdateEntries::Keys keys{"C:G:1", "C:G:2"};
-  std::string frame;
-  FailEachAllocation([&] { entries.FrameFor(keys, frame, IsWanted); },
-                     [&] {
-                       EXPECT_EQ(2u, keys.size());
-                       std::string().swap(frame);
-                     });
+  entries.Append(Record("3"));  // so that it isn't the whole frame
+  FailEachAllocation([&] { entries.FrameFor(keys, IsWanted); },
+                     [&] { EXPECT_EQ(2u, keys.size()); });
   EXPECT_EQ(UpdateEntries::Keys{"C:G:2"}, keys);
 }
 
@@ -164,7 +208,7 @@ TEST(UpdateEntries, TakeEntriesUntilTheFrameHasTheMostBytes) {
   EXPECT_TRUE(full.Append(Record("P", value)));
   EXPECT_FALSE(full.Append(Record("P", "")));
   EXPECT_EQ(1u, full.size());
-  EXPECT_EQ(UpdateEntries::kMostBytes, full.WholeFrame().size());
+  EXPECT_EQ(UpdateEntries::kMostBytes, full.WholeFrame()->size());
 }
 
 TEST(UpdateEntries, KeepSomeRoomForWhatIsGone) {
@@ -176,8 +220,8 @@ TEST(UpdateEntries, KeepSomeRoomForWhatIsGone) {
   while (entries.Append(Record("1", std::string(10'000, 'x'), kGone))) {
   }
   const std::size_t most = UpdateEntries::kMostBytes + UpdateEntries::kReservedBytes;
-  EXPECT_LT(most - 20'000, entries.WholeFrame().size());
-  EXPECT_GE(most, entries.WholeFrame().size());
+  EXPECT_LT(most - 20'000, entries.WholeFrame()->size());
+  EXPECT_GE(most, entries.WholeFrame()->size());
 }
 
 TEST(UpdateEntries, RefusesWhatComesAfterTheMostThatAPeriodTakes) {
@@ -200,8 +244,7 @@ TEST(UpdateEntries, LeaveOffForASubscriberThatHasGone) {
     entries.Append(Record("2"));
   UpdateEntries::Keys keys{"C:G:1", "C:G:2"};
   int asked = 0;
-  std::string frame;
-  EXPECT_FALSE(entries.FrameFor(keys, frame, [&] { return ++asked == 2; }));
+  EXPECT_EQ(nullptr, entries.FrameFor(keys, [&] { return ++asked == 2; }));
   EXPECT_EQ(2, asked);
   EXPECT_EQ((UpdateEntries::Keys{"C:G:1", "C:G:2"}), keys);
 }
@@ -214,8 +257,7 @@ TEST(UpdateEntries, LeaveOffWhenThePublisherStops) {
   EXPECT_FALSE(entries.Append(Record("1")));
   EXPECT_EQ(1u, entries.size());
   UpdateEntries::Keys keys{"C:G:1"};
-  std::string frame;
-  EXPECT_FALSE(entries.FrameFor(keys, frame, IsWanted));
+  EXPECT_EQ(nullptr, entries.FrameFor(keys, IsWanted));
   EXPECT_EQ((UpdateEntries::Keys{"C:G:1"}), keys);
 }
 
