@@ -207,9 +207,8 @@ void BesideBareReplace(benchmark::State& state, const Store& store, Ours ours) {
 void BM_LineBesideBareReplace(benchmark::State& state) {
   Store store(static_cast<int>(state.range(0)));
   const UIntProperty& property = *store.properties[store.properties.size() / 2];
-  const std::string left_side = std::string(property.key()) + "|" +
-                                std::string(property.group_name()) + ":" +
-                                std::string(property.name());
+  const std::string left_side = property.key().Text() + "|" + std::string(property.group_name()) +
+                                ":" + std::string(property.name());
   BesideBareReplace(state, store, [&](std::uint32_t value) {
     RewriteLine(*store.files, MakeWriteRequest(left_side, std::to_string(value), kPath));
     store.files->AwaitRewrite();

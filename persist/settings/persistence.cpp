@@ -18,8 +18,8 @@ constexpr std::string_view kErrorGroup = "Error";
 constexpr std::string_view kErrorGroupGuid = "2EBF9DEF-D51C-47FE-935E-5EDCC530B867";
 
 std::string LeftSide(const Property& property) {
-  std::string side;
-  side.append(property.key()).append(1, '|');
+  std::string side = property.key().Text();
+  side.append(1, '|');
   side.append(property.group_name()).append(1, ':').append(property.name());
   return side;
 }
@@ -221,7 +221,7 @@ void Persistence::LogLoad(const LoadOutcome& outcome, platform::WidePathView mai
 
 const std::string* Persistence::LoadedValue(const Property& property) const {
   if ((property.attribute() & Property::kRestored) == 0) return nullptr;
-  const auto line = loaded_.find(property.key());
+  const auto line = loaded_.find(property.key().Text());
   return line != loaded_.end() ? &line->second.value : nullptr;
 }
 

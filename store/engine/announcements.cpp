@@ -8,7 +8,7 @@
 
 #include <exception>
 #include <iterator>
-#include <string_view>
+#include <set>
 #include <unordered_set>
 #include <utility>
 
@@ -63,7 +63,7 @@ void Announcements::Fetch() {
 // unless they have vanished as well.
 Announcements::Handles Announcements::TakeReturned(const std::atomic<bool>& stop) {
   if (fetched_.added.empty() || fetched_.vanished.empty()) return {};
-  std::unordered_set<std::string_view> keys;
+  std::set<PropertyKey> keys;
   std::unordered_set<const Property*> vanished;
   for (const auto& property : fetched_.vanished) {
     if (stop.load(std::memory_order_relaxed)) return {};

@@ -12,8 +12,13 @@ namespace valmere {
 std::shared_ptr<Observation> Observation::Make(std::shared_ptr<const PropertyCatalog> catalog,
                                                std::shared_ptr<SubscriberList> subscribers,
                                                std::shared_ptr<PendingUpdates> pending) {
-  return std::shared_ptr<Observation>(
+  const std::shared_ptr<Observation> made(
       new Observation(std::move(catalog), std::move(subscribers), std::move(pending)));
+  made->listener_ = std::make_shared<const PropertyListener>(
+      [self = std::weak_ptr(made)](const std::shared_ptr<Property>& changed) {
+        if (const auto alive = self.lock()) alive->Changed(changed);
+      });
+  return made;
 }
 
 Observation::Observation(std::shared_ptr<const PropertyCatalog> catalog,
@@ -40,9 +45,7 @@ void Observation::Observe(const std::shared_ptr<Property>& property) {
     // It may have gone since it was found; then nothing else takes it off the list.
     if (!catalog_->Has(*property)) pending_->periodic.Remove(property);
   } else {
-    property->AddListener([self = weak_from_this()](const std::shared_ptr<Property>& changed) {
-      if (const auto alive = self.lock()) alive->Changed(changed);
-    });
+    property->AddSharedListener(listener_);
   }
   property->set_observed();
 }

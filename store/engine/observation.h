@@ -11,11 +11,11 @@
 #include "driver/sync/lock.h"
 #include "protocol/wire/property_records.h"
 #include "store/engine/subscriber_list.h"
+#include "store/property/property.h"
 
 namespace valmere {
 
 struct PendingUpdates;
-class Property;
 class PropertyCatalog;
 
 // Purpose: gives a property its one listener when the first subscription wants it, so that changes
@@ -53,6 +53,7 @@ class Observation : public std::enable_shared_from_this<Observation> {
   const std::shared_ptr<const PropertyCatalog> catalog_;
   const std::shared_ptr<SubscriberList> subscribers_;
   const std::shared_ptr<PendingUpdates> pending_;
+  Property::SharedListener listener_;  // constant once Make has returned
 
   // Held while a property gets its listener.
   Lock observe_lock_;

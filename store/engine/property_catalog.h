@@ -25,8 +25,8 @@ class PropertyCatalog {
  public:
   using Own = LocalRegistry::Handle;
   using Published = ComponentRegistry::Handle;
-  using Arrivals = ComponentRegistry::Arrivals;
   using Place = ComponentRegistry::Place;
+  using Removed = ComponentRegistry::Removed;
 
   explicit PropertyCatalog(std::shared_ptr<StringProperty> own_component)
       : own_component_(std::move(own_component)), components_(CanOwn) {}
@@ -74,7 +74,7 @@ class PropertyCatalog {
     return components_.Remove(address.component, address.group_guid, address.guid);
   }
   // One step of a client's leave, as the registry takes it. False when it was the last step.
-  bool RemoveOwnedBy(const ClientConnection& client, Place& place, Arrivals& removed) {
+  bool RemoveOwnedBy(const ClientConnection& client, Place& place, Removed& removed) {
     return components_.RemoveOwnedBy(client, place, removed);
   }
 

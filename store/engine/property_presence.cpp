@@ -98,10 +98,10 @@ void PropertyPresence::WithdrawAllOf(const ClientConnection& client) noexcept {
   PropertyCatalog::Place place;
   bool more = true;
   while (more && !client.ended()) {
-    PropertyCatalog::Arrivals removed;  // released after the lock
+    PropertyCatalog::Removed removed;  // released after the lock
     const ScopedLock hold(presence_lock_);
     more = catalog_->RemoveOwnedBy(client, place, removed);
-    for (const auto& [arrival, property] : removed)
+    for (const auto& property : removed)
       Vanished(property);
   }
 }

@@ -22,7 +22,7 @@ ComponentProperty::ComponentProperty(MakeToken token, std::string_view value,
     : StringProperty(token, value, std::move(identity)), connection_(std::move(connection)) {}
 
 std::shared_ptr<ClientConnection> ComponentProperty::connection() const {
-  const ScopedLock hold(value_lock_);
+  const ScopedLock hold(value_lock());
   return connection_;
 }
 
@@ -32,12 +32,12 @@ void ComponentProperty::set_connection(std::shared_ptr<ClientConnection> connect
 }
 
 void ComponentProperty::SwapConnection(std::shared_ptr<ClientConnection>& connection) {
-  const ScopedLock hold(value_lock_);
+  const ScopedLock hold(value_lock());
   connection_.swap(connection);
 }
 
 bool ComponentProperty::PublishedOn(const ClientConnection& connection) const {
-  const ScopedLock hold(value_lock_);
+  const ScopedLock hold(value_lock());
   return connection_.get() == &connection;
 }
 

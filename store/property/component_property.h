@@ -32,7 +32,7 @@ class ComponentProperty : public StringProperty {
   bool PublishedOn(const ClientConnection& connection) const;
 
  private:
-  std::shared_ptr<ClientConnection> connection_ GUARDED_BY(value_lock_);
+  std::shared_ptr<ClientConnection> connection_ GUARDED_BY(value_lock());
 };
 
 }  // namespace valmere

@@ -42,7 +42,7 @@ bool ComponentRegistry::ListGroup(std::string_view group_guid, std::uint64_t& ne
 bool ComponentRegistry::ListAll(Place& place, std::vector<Handle>& out) const {
   const Handle passed = place.last;  // released after the lock
   const ScopedLock hold(index_lock_);
-  return index_.Walk(place, [&](const Handle& property) { out.push_back(property); });
+  return index_.ListAll(place, out);
 }
 
 std::size_t ComponentRegistry::size() const {
@@ -66,8 +66,7 @@ ComponentRegistry::Handle ComponentRegistry::Remove(std::string_view component,
 }
 
 bool ComponentRegistry::IsOwnedBy(const Handle& property, const ClientConnection& owner) const {
-  const PropertyKey key(property->component(), property->group_guid(), property->guid());
-  return property->PublishedOn(owner) && index_.Find(key) == property;
+  return property->PublishedOn(owner) && index_.Has(*property);
 }
 
 bool ComponentRegistry::AddHeir(const Handle& property, const ClientConnection& owner,
@@ -136,16 +135,18 @@ void ComponentRegistry::ForgetHeir(const ComponentProperty& property, const Clie
 }
 
 bool ComponentRegistry::RemoveOwnedBy(const ClientConnection& connection, Place& place,
-                                      Arrivals& removed) {
+                                      Removed& removed) {
   const Handle passed = place.last;  // released after the lock
   Heirs dropped;
   const ScopedLock hold(index_lock_);
   // The index knows nothing of the lock that guards it, so the analysis can't see it held here.
-  return index_.RemoveIf(place, removed, [&](const Handle& property) NO_THREAD_SAFETY_ANALYSIS {
-    if (property->PublishedOn(connection)) return !GiveToHeir(*property, dropped);
-    ForgetHeir(*property, &connection, dropped);
-    return false;
-  });
+  return index_.RemoveIf(place, removed,
+                         [&](ComponentProperty& property) NO_THREAD_SAFETY_ANALYSIS {
+                           if (property.PublishedOn(connection))
+                             return !GiveToHeir(property, dropped);
+                           ForgetHeir(property, &connection, dropped);
+                           return false;
+                         });
 }
 
 }  // namespace valmere

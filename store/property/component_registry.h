@@ -27,8 +27,8 @@ class ComponentRegistry {
  public:
   using Connection = std::shared_ptr<ClientConnection>;
   using Handle = std::shared_ptr<ComponentProperty>;
-  using Arrivals = PropertyIndex<ComponentProperty>::Arrivals;
   using Place = PropertyIndex<ComponentProperty>::Place;
+  using Removed = PropertyIndex<ComponentProperty>::Removed;
   // Whether a client can own a property. Asked under the index lock.
   using CanOwn = bool (*)(const ClientConnection&);
 
@@ -62,7 +62,7 @@ class ComponentRegistry {
   // One step of a client's leave, over up to PropertyIndex::kStep properties: it is no heir any
   // more, and a property that it owned goes to the last heir or, where there is none, is taken out
   // and added to `removed`. Allocates nothing. False when it was the last step.
-  bool RemoveOwnedBy(const ClientConnection& connection, Place& place, Arrivals& removed);
+  bool RemoveOwnedBy(const ClientConnection& connection, Place& place, Removed& removed);
 
  private:
   // In the order of their last publications. A list, so that removed handles can be released after

@@ -13,7 +13,7 @@ ListenerList::~ListenerList() {
   }
 }
 
-void ListenerList::Append(PropertyListener listener) {
+void ListenerList::AppendShared(SharedListener listener) {
   auto node = std::make_unique<Node>(std::move(listener));
   std::atomic<Node*>* link = &first_;
   for (Node* taken = nullptr; !link->compare_exchange_strong(taken, node.get()); taken = nullptr)

@@ -22,7 +22,12 @@ class ListenerList {
   ListenerList(const ListenerList&) = delete;
   ListenerList& operator=(const ListenerList&) = delete;
 
-  void Append(PropertyListener listener);
+  using SharedListener = std::shared_ptr<const PropertyListener>;
+
+  void Append(PropertyListener listener) {
+    AppendShared(std::make_shared<const PropertyListener>(std::move(listener)));
+  }
+  void AppendShared(SharedListener listener);
 
   // Visits, first to last, the listeners that are there when the walk begins: one that a listener
   // appends is called from the next walk on.
@@ -32,15 +37,15 @@ class ListenerList {
     if (last == nullptr) return;
     const Node* node = first_.load(std::memory_order_acquire);
     for (; node != last; node = node->next.load(std::memory_order_acquire))
-      visit(node->listener);
-    visit(last->listener);
+      visit(*node->listener);
+    visit(*last->listener);
   }
 
  private:
   struct Node {
-    explicit Node(PropertyListener new_listener) : listener(std::move(new_listener)) {}
+    explicit Node(SharedListener new_listener) : listener(std::move(new_listener)) {}
 
-    const PropertyListener listener;
+    const SharedListener listener;
     std::atomic<Node*> next{nullptr};
   };
 

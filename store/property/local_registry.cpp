@@ -24,7 +24,7 @@ bool LocalRegistry::ListGroup(std::string_view group_guid, std::uint64_t& next,
 
 bool LocalRegistry::ListAll(Place& place, std::vector<Handle>& out) const {
   const ScopedLock hold(index_lock_);
-  return index_.Walk(place, [&](const Handle& property) { out.push_back(property); });
+  return index_.ListAll(place, out);
 }
 
 std::size_t LocalRegistry::size() const {

@@ -23,6 +23,7 @@ namespace valmere {
 class Property : public std::enable_shared_from_this<Property> {
  public:
   using Listener = PropertyListener;
+  using SharedListener = ListenerList::SharedListener;
 
   // Bits of the attribute.
   static constexpr std::uint32_t kRestored = 2;  // takes its value from the property file
@@ -48,8 +49,12 @@ class Property : public std::enable_shared_from_this<Property> {
   std::string_view name() const { return identity_.name(); }
   std::string_view group_guid() const { return identity_.group_guid(); }
   std::string_view group_name() const { return identity_.group_name(); }
-  // What the property is registered under.
-  std::string_view key() const { return identity_.key(); }
+  // What the property is registered under; of texts that live as long as the property.
+  PropertyKey key() const { return identity_.key(); }
+  int CompareKey(const PropertyKey& other) const { return identity_.key().Compare(other); }
+  // Of all that its registry has taken, the how manieth it was. The registry's, under its lock.
+  std::uint64_t arrival() const { return arrival_; }
+  void set_arrival(std::uint64_t arrival) { arrival_ = arrival; }
 
   // Of a client component's property; both empty for one of the service's own.
   bool OfComponent() const { return identity_.OfComponent(); }
@@ -65,6 +70,8 @@ class Property : public std::enable_shared_from_this<Property> {
 
   // Listeners stay as long as the property does.
   void AddListener(Listener listener) { listeners_.Append(std::move(listener)); }
+  // One that several properties have in common, which is kept once.
+  void AddSharedListener(SharedListener listener) { listeners_.AppendShared(std::move(listener)); }
 
   // For an owner that replaces or removes its callback while the property lives: a listener stays.
   // One callback per key; a second one under the same key takes the first one's place. A callback
@@ -89,11 +96,12 @@ class Property : public std::enable_shared_from_this<Property> {
 
   [[no_unique_address]] LiveProperties counted_;
   const PropertyIdentity identity_;
-  std::atomic<std::uint32_t> attribute_{kRestored | kSettable};
-  std::atomic<bool> observed_{false};
+  std::uint64_t arrival_ = 0;
   ListenerList listeners_;
   // With its lock, made when it is first used: few properties ever need one.
   std::atomic<KeyedCallbacks*> keyed_callbacks_{nullptr};
+  std::atomic<std::uint32_t> attribute_{kRestored | kSettable};
+  std::atomic<bool> observed_{false};
 };
 
 }  // namespace valmere

@@ -1,19 +1,9 @@
-// A look-up names a property by two or three texts, while the property carries the joined text. The
-// comparison takes the joined text apart piece by piece.
+// Joined texts are compared without being made: they are walked side by side.
 #include "store/property/property_key.h"
 
+#include <algorithm>
+
 namespace valmere {
-namespace {
-
-// Orders `piece` against the start of `rest` and, where they are equal, takes it off.
-int Take(std::string_view piece, std::string_view& rest) {
-  const std::string_view start = rest.substr(0, piece.size());
-  const int order = piece.compare(start);
-  if (order == 0) rest.remove_prefix(piece.size());
-  return order;
-}
-
-}  // namespace
 
 std::string PropertyKey::Text() const {
   std::string text(pieces_[0]);
@@ -22,14 +12,22 @@ std::string PropertyKey::Text() const {
   return text;
 }
 
-int PropertyKey::Compare(std::string_view text) const {
-  for (std::size_t i = 0; i < count_; ++i) {
-    if (i > 0) {
-      if (const int order = Take(":", text); order != 0) return order;
-    }
-    if (const int order = Take(pieces_[i], text); order != 0) return order;
+int PropertyKey::CompareRuns(const PropertyKey& other) const {
+  std::string_view own, others;
+  std::size_t next = 0, others_next = 0;
+  for (;;) {
+    while (own.empty() && next < runs())
+      own = Run(next++);
+    while (others.empty() && others_next < other.runs())
+      others = other.Run(others_next++);
+    if (own.empty() || others.empty())
+      return static_cast<int>(others.empty()) - static_cast<int>(own.empty());
+    const std::size_t length = std::min(own.size(), others.size());
+    if (const int order = own.substr(0, length).compare(others.substr(0, length)); order != 0)
+      return order;
+    own.remove_prefix(length);
+    others.remove_prefix(length);
   }
-  return text.empty() ? 0 : -1;
 }
 
 }  // namespace valmere

@@ -16,7 +16,9 @@ std::shared_ptr<StringProperty> StringProperty::Make(std::string_view value, std
 }
 
 StringProperty::StringProperty(MakeToken, std::string_view value, PropertyIdentity identity)
-    : Property(std::move(identity)), text_(SharedText(value)) {}
+    : Property(std::move(identity)), text_(SharedText(value)) {
+  value_lock();  // made before it is needed where nothing may throw
+}
 
 std::string StringProperty::ToString() const {
   return std::string(Snapshot().view());
@@ -39,13 +41,13 @@ void StringProperty::SetValue(std::string_view value) {
 }
 
 std::string StringProperty::GetValue() const {
-  const ScopedLock hold(value_lock_);
+  const ScopedLock hold(value_lock());
   return std::string(text_.Load().view());
 }
 
 void StringProperty::StoreText(std::string_view value) {
   SharedText text(value);
-  const ScopedLock hold(value_lock_);
+  const ScopedLock hold(value_lock());
   text_.Store(std::move(text));
 }
 

@@ -39,13 +39,32 @@ std::string_view SharedText::view() const noexcept {
   return block_ == nullptr ? std::string_view() : std::string_view(block_->text(), block_->size);
 }
 
-Lock& TextLock(const void* cell) {
-  constexpr unsigned kBits = 4;
-  static Lock locks[1U << kBits];
+namespace {
+
+class LockTable {
+ public:
   // The cells stand in objects of a few sizes, so their low address bits repeat; multiplying by
   // 2^32 over the golden ratio brings the others into the top bits.
-  const auto address = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(cell) / 8);
-  return locks[(address * 0x9E3779B9U) >> (32 - kBits)];
+  Lock& For(const void* cell) {
+    const auto address = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(cell) / 8);
+    return locks_[(address * 0x9E3779B9U) >> (32 - kBits)];
+  }
+
+ private:
+  static constexpr unsigned kBits = 4;
+  Lock locks_[1U << kBits];
+};
+
+}  // namespace
+
+Lock& TextLock(const void* cell) {
+  static LockTable table;
+  return table.For(cell);
+}
+
+Lock& StoreLock(const void* cell) {
+  static LockTable table;
+  return table.For(cell);
 }
 
 }  // namespace valmere

@@ -40,6 +40,9 @@ class SharedText {
 // writer that it waits for from running.
 Lock& TextLock(const void* cell);
 
+// The same for the stores to `cell`; it is taken before the other.
+Lock& StoreLock(const void* cell);
+
 // Purpose: a cell that holds one text at a time; readers get the whole old or the whole new one.
 // Owner: the object whose text it is.
 // Threads: any thread loads and stores.

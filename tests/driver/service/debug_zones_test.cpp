@@ -65,7 +65,7 @@ TEST_F(DebugZonesTest, EachHasItsPlaceInTheCatalogue) {
       {"ThreadIds", "93840CDA-7763-4E68-A89B-9FE743520DA2"},
       {"DebugZoneBpl", "187820B9-D046-4CC0-8E5C-00A0FA5CB411"}};
   for (const auto& [name, guid] : guids)
-    EXPECT_EQ(Own(name)->key(), std::string(kGroup) + guid);
+    EXPECT_EQ(Own(name)->key().Text(), std::string(kGroup) + guid);
 }
 
 TEST_F(DebugZonesTest, EverySwitchFollowsItsProperty) {

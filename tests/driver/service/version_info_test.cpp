@@ -45,7 +45,7 @@ TEST_F(VersionInfoTest, PublishesTenTextsInOrder) {
   for (std::size_t i = 0; i < kVersions.size(); ++i) {
     EXPECT_EQ(names[i], kVersions[i].name);
     const auto property = Own(names[i]);
-    EXPECT_EQ(property->key(), "99A61D40-20CE-41EA-A579-EB92C6ED94C6:" + kVersions[i].guid);
+    EXPECT_EQ(property->key().Text(), "99A61D40-20CE-41EA-A579-EB92C6ED94C6:" + kVersions[i].guid);
     EXPECT_EQ(property->group_name(), "General");
     EXPECT_EQ(property->ToString(), kVersions[i].value);
     EXPECT_EQ(property->attribute(), 0u);

@@ -191,13 +191,15 @@ TEST_F(PersistenceTest, ItsOwnAreNotRestoredAndAllButTheErrorMayBeSet) {
 TEST_F(PersistenceTest, ItsOwnFiveHaveTheirPlacesInTheCatalogue) {
   Start();
   const std::string general = "99A61D40-20CE-41EA-A579-EB92C6ED94C6:";
-  EXPECT_EQ(Own("Name of Property File")->key(), general + "CD31503F-4949-40E1-BA2C-B2A88CF420F0");
-  EXPECT_EQ(Own("Name of Property Override File")->key(),
+  EXPECT_EQ(Own("Name of Property File")->key().Text(),
+            general + "CD31503F-4949-40E1-BA2C-B2A88CF420F0");
+  EXPECT_EQ(Own("Name of Property Override File")->key().Text(),
             general + "C8B8886D-A101-47A9-BC60-477938C53648");
-  EXPECT_EQ(Own("Load Properties")->key(), general + "0D9B0F83-2282-4728-A78E-FE2FF4E3A13C");
-  EXPECT_EQ(Own("Store Properties")->key(), general + "DDF2926A-0A65-4196-88FE-5858BC957E0B");
+  EXPECT_EQ(Own("Load Properties")->key().Text(), general + "0D9B0F83-2282-4728-A78E-FE2FF4E3A13C");
+  EXPECT_EQ(Own("Store Properties")->key().Text(),
+            general + "DDF2926A-0A65-4196-88FE-5858BC957E0B");
   EXPECT_EQ(Own("Store Properties")->group_name(), "General");
-  EXPECT_EQ(Own("Property Loading Error")->key(),
+  EXPECT_EQ(Own("Property Loading Error")->key().Text(),
             "2EBF9DEF-D51C-47FE-935E-5EDCC530B867:A32AFFED-7C37-47FE-80DB-B21875E226BD");
   EXPECT_EQ(Own("Property Loading Error")->group_name(), "Error");
 }

@@ -27,7 +27,7 @@ TEST(ComponentProperty, KnowsItsComponent) {
   EXPECT_EQ(published->group_name(), "Group");
   EXPECT_EQ(published->component(), "COMPONENT");
   EXPECT_EQ(published->component_name(), "Component");
-  EXPECT_EQ(published->key(), "COMPONENT:GROUP:GUID");
+  EXPECT_EQ(published->key().Text(), "COMPONENT:GROUP:GUID");
   EXPECT_EQ(published->attribute(), 10U);
 }
 

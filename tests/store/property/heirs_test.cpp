@@ -28,7 +28,7 @@ TEST(Heirs, GivesWhatAnOwnerLeavesToItsLastHeirWithoutMemory) {
   EXPECT_TRUE(registry.AddHeir(property, *owner, last));
   EXPECT_FALSE(registry.AddHeir(property, *first, last)) << "not the owner";
   EXPECT_TRUE(registry.HasHeirs());
-  ComponentRegistry::Arrivals removed;
+  ComponentRegistry::Removed removed;
   ComponentRegistry::Place place;
   {
     const LimitedAllocations none(0);
@@ -92,7 +92,7 @@ TEST(Heirs, LetsGoOfNoConnectionUnderItsLock) {
   EXPECT_EQ(gone, 3);
   leave(std::move(second));
   ComponentRegistry::Place place;
-  ComponentRegistry::Arrivals removed;
+  ComponentRegistry::Removed removed;
   registry.Add(MakeOfComponent("c", "g", "b"));
   registry.RemoveOwnedBy(heir, place, removed);
   EXPECT_EQ(removed.size(), 1u);

@@ -27,7 +27,7 @@ std::shared_ptr<Property> Make(std::string_view group_guid, std::string_view gui
 std::vector<std::string> Keys(const std::vector<std::shared_ptr<Property>>& properties) {
   std::vector<std::string> keys;
   for (const auto& property : properties)
-    keys.emplace_back(property->key());
+    keys.emplace_back(property->key().Text());
   return keys;
 }
 

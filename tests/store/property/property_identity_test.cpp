@@ -16,7 +16,7 @@ TEST(PropertyIdentity, KeepsTheStringsOfALocalProperty) {
   EXPECT_EQ(identity.group_name(), "group name");
   EXPECT_EQ(identity.component(), "");
   EXPECT_EQ(identity.component_name(), "");
-  EXPECT_EQ(identity.key(), "group-guid:guid");
+  EXPECT_EQ(identity.key().Text(), "group-guid:guid");
 }
 
 TEST(PropertyIdentity, KeepsTheStringsOfAComponentsProperty) {
@@ -28,17 +28,17 @@ TEST(PropertyIdentity, KeepsTheStringsOfAComponentsProperty) {
   EXPECT_EQ(identity.group_name(), "group name");
   EXPECT_EQ(identity.component(), "component");
   EXPECT_EQ(identity.component_name(), "component name");
-  EXPECT_EQ(identity.key(), "component:group-guid:guid");
+  EXPECT_EQ(identity.key().Text(), "component:group-guid:guid");
 }
 
 TEST(PropertyIdentity, KeepsEmptyStrings) {
   const PropertyIdentity local("", "", "", "");
-  EXPECT_EQ(local.key(), ":");
+  EXPECT_EQ(local.key().Text(), ":");
   EXPECT_EQ(local.guid(), "");
   EXPECT_EQ(local.group_guid(), "");
   EXPECT_EQ(local.group_name(), "");
   const PropertyIdentity published("", "n", "", "", "", "");
-  EXPECT_EQ(published.key(), "::");
+  EXPECT_EQ(published.key().Text(), "::");
   EXPECT_EQ(published.component(), "");
   EXPECT_EQ(published.name(), "n");
 }

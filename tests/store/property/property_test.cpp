@@ -55,7 +55,7 @@ TEST(Property, HasTheIdentityItWasMadeWith) {
   EXPECT_EQ(property->name(), "Name");
   EXPECT_EQ(property->group_guid(), "GROUP");
   EXPECT_EQ(property->group_name(), "Group");
-  EXPECT_EQ(property->key(), "GROUP:GUID");
+  EXPECT_EQ(property->key().Text(), "GROUP:GUID");
 }
 
 TEST(Property, IsRestoredAndSettableUnlessItsOwnerSaysOtherwise) {

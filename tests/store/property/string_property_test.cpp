@@ -21,7 +21,7 @@ std::shared_ptr<StringProperty> MakeText(std::string_view value) {
 class WithOpenLock : public StringProperty {
  public:
   WithOpenLock() : StringProperty(MakeToken(), "text", PropertyIdentity("", "", "", "")) {}
-  Lock& lock() { return value_lock_; }
+  Lock& lock() { return value_lock(); }
 };
 
 TEST(StringProperty, IsItsOwnTextForm) {
