@@ -122,7 +122,7 @@ bool PropertyEngine::HandleMessage(const PropertyMessage& message,
     return false;
   }
   if (answer == Reply::kNone) return true;
-  if (reply.size() > kKeptReplyBytes) return SendLarge(*sender, reply);
+  if (reply.size() > kKeptReplyBytes) return SendReply(*sender, reply_memory_->Share(reply));
   const bool sent = SendReply(*sender, reply);
   if (reply.capacity() > kKeptReplyBytes)
     reply_memory_->GiveBack(std::exchange(reply, ReplyBuffer()));
@@ -169,22 +169,12 @@ void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
   LogIn(DebugZone::kInfo, log_, [&] { return ClientText(client) + " is no subscriber any more"; });
 }
 
-// A reply and a notification to the same client must not mix on its stream, so a reply is written
-// under the same locks. The client is woken when they are free.
-bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& reply) {
-  EventFlags::PendingWake wake;
-  const ScopedLock hold(subscribers_->lock);
-  Subscriber* const subscriber = subscribers_->Find(sender);
-  if (subscriber == nullptr) return WriteWhole(sender, reply, wake);
-  const ScopedLock hold_own(subscriber->write_lock);
-  return WriteWhole(sender, reply, wake);
-}
-
-// For the list's lock others would wait. The client's own is enough for the order of what the
-// client gets, as long as it is taken under the list's: a period's end that comes later waits for
-// it. A client that is no subscriber can become one only on this thread.
-bool PropertyEngine::SendLarge(ClientConnection& sender, ReplyBuffer& reply) {
-  const SharedFrame frame = reply_memory_->Share(reply);
+// A reply and a notification to the same client must not mix on its stream. The client's own lock is
+// enough for that, as long as it is taken under the list's: a period's end that comes later waits
+// for it. For the list's lock others would wait, and a write may take a system call. A client that
+// is no subscriber can become one only on this thread. The client is woken when the locks are free.
+template <class Frame>
+bool PropertyEngine::SendReply(ClientConnection& sender, const Frame& frame) {
   std::shared_ptr<Subscriber> subscriber;  // the publisher may drop it from the list meanwhile
   EventFlags::PendingWake wake;
   subscribers_->lock.Enter();

@@ -76,8 +76,8 @@ class PropertyEngine : public PropertySink {
 
   void Subscribe(const PropertyMessage& message, const std::shared_ptr<ClientConnection>& sender);
   void Unsubscribe(const ClientConnection& client) noexcept;
-  bool SendReply(ClientConnection& sender, const ReplyBuffer& reply);
-  bool SendLarge(ClientConnection& sender, ReplyBuffer& reply);
+  template <class Frame>
+  bool SendReply(ClientConnection& sender, const Frame& frame) EXCLUDES(subscribers_->lock);
   void LogEnd(const ClientConnection& client, std::string_view cause) const;
 
   const std::shared_ptr<LogSink> log_;
