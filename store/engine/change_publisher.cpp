@@ -231,7 +231,10 @@ bool ChangePublisher::DeliverTo(Subscriber& subscriber) {
 const std::string* ChangePublisher::FrameFor(Subscriber& subscriber) {
   if (subscriber.keys.empty()) return &entries_.WholeFrame();
   const auto is_unwanted = [&] { return IsStopped() || !subscriber.connection->IsOpen(); };
-  return entries_.FrameFor(subscriber.keys, frame_, is_unwanted) ? &frame_ : nullptr;
+  Subscriber::Keys gone;
+  if (!entries_.FrameFor(subscriber.keys, gone, frame_, is_unwanted)) return nullptr;
+  Subscriber::ReleaseKeys(*subscriber.connection, gone);
+  return &frame_;
 }
 
 }  // namespace valmere

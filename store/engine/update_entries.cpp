@@ -51,9 +51,9 @@ const std::string& UpdateEntries::WholeFrame() {
   return text_;
 }
 
-bool UpdateEntries::FrameFor(Keys& keys, std::string& frame, const IsUnwanted& is_unwanted) const {
+bool UpdateEntries::FrameFor(Keys& keys, Keys& gone, std::string& frame,
+                             const IsUnwanted& is_unwanted) const {
   ResponseFrame picked(frame, stop_);
-  Keys gone;
   bool complete = false;
   try {
     complete = Pick(keys, gone, picked, is_unwanted);

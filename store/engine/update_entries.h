@@ -42,10 +42,10 @@ class UpdateEntries {
   // The frame with every entry.
   const std::string& WholeFrame();
   // Builds in `frame` the one with the entries whose keys are in `keys`, in order; a key whose
-  // property is no longer available is taken out of `keys`. False when there is no such entry, and
-  // with all of `keys` left as they were also once `is_unwanted`, which is asked now and then.
-  // std::bad_alloc leaves `keys` as they were.
-  bool FrameFor(Keys& keys, std::string& frame, const IsUnwanted& is_unwanted) const;
+  // property is no longer available moves to `gone`, which is empty before. False when there is no
+  // such entry, and with all of `keys` left as they were also once `is_unwanted`, which is asked now
+  // and then. std::bad_alloc leaves `keys` as they were.
+  bool FrameFor(Keys& keys, Keys& gone, std::string& frame, const IsUnwanted& is_unwanted) const;
 
  private:
   struct Entry {

@@ -28,7 +28,8 @@ PropertyResponseRecord Record(std::string_view guid, std::string_view value = "V
 // The frame for these keys; empty when there is none.
 std::string FrameFor(const UpdateEntries& entries, UpdateEntries::Keys& keys) {
   std::string frame = "what it held before";
-  return entries.FrameFor(keys, frame, IsWanted) ? frame : std::string();
+  UpdateEntries::Keys gone;
+  return entries.FrameFor(keys, gone, frame, IsWanted) ? frame : std::string();
 }
 
 TEST(UpdateEntries, GivesAllInTheirOrder) {
@@ -143,8 +144,9 @@ TEST(UpdateEntries, LeaveTheKeysAsTheyAreWhenThereIsNoMemoryForTheirText) {
   entries.Append({"G", "Group", "1", "Name", value, kStatusNoLongerAvailable, "C", "Client"});
   entries.Append(Record("2", value));
   UpdateEntries::Keys keys{"C:G:1", "C:G:2"};
+  UpdateEntries::Keys gone;
   std::string frame;
-  FailEachAllocation([&] { entries.FrameFor(keys, frame, IsWanted); },
+  FailEachAllocation([&] { entries.FrameFor(keys, gone, frame, IsWanted); },
                      [&] {
                        EXPECT_EQ(2u, keys.size());
                        std::string().swap(frame);
@@ -200,8 +202,9 @@ TEST(UpdateEntries, LeaveOffForASubscriberThatHasGone) {
     entries.Append(Record("2"));
   UpdateEntries::Keys keys{"C:G:1", "C:G:2"};
   int asked = 0;
+  UpdateEntries::Keys gone;
   std::string frame;
-  EXPECT_FALSE(entries.FrameFor(keys, frame, [&] { return ++asked == 2; }));
+  EXPECT_FALSE(entries.FrameFor(keys, gone, frame, [&] { return ++asked == 2; }));
   EXPECT_EQ(2, asked);
   EXPECT_EQ((UpdateEntries::Keys{"C:G:1", "C:G:2"}), keys);
 }
@@ -214,8 +217,9 @@ TEST(UpdateEntries, LeaveOffWhenThePublisherStops) {
   EXPECT_FALSE(entries.Append(Record("1")));
   EXPECT_EQ(1u, entries.size());
   UpdateEntries::Keys keys{"C:G:1"};
+  UpdateEntries::Keys gone;
   std::string frame;
-  EXPECT_FALSE(entries.FrameFor(keys, frame, IsWanted));
+  EXPECT_FALSE(entries.FrameFor(keys, gone, frame, IsWanted));
   EXPECT_EQ((UpdateEntries::Keys{"C:G:1"}), keys);
 }
 
