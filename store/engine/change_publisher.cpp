@@ -234,7 +234,10 @@ bool ChangePublisher::DeliverTo(Subscriber& subscriber) {
 SharedFrame ChangePublisher::FrameFor(Subscriber& subscriber) {
   if (subscriber.keys.empty()) return entries_.WholeFrame();
   const auto is_unwanted = [&] { return IsStopped() || !subscriber.connection->IsOpen(); };
-  return entries_.FrameFor(subscriber.keys, is_unwanted);
+  Subscriber::Keys gone;
+  SharedFrame frame = entries_.FrameFor(subscriber.keys, gone, is_unwanted);
+  Subscriber::ReleaseKeys(*subscriber.connection, gone);
+  return frame;
 }
 
 }  // namespace valmere
