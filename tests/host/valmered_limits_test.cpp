@@ -1,6 +1,7 @@
 // Clients that misbehave, each beside one that does not and is served meanwhile.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -168,6 +169,35 @@ TEST_F(ValmeredLimitsTest, TurnsAwayClientsOverTheLimit) {
                          next.ReceiveFrameIfAny() == next.Published("e");
               });
   Stop(SIGTERM);  // which expects that nothing more was said
+}
+
+// A client of another process, which is a child of this one.
+bool IsServedInAnotherProcess(const std::string& socket) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const RawClient client(socket);
+    const bool sent = client.TrySend(client.Request("other"));
+    _exit(sent && client.ReceiveFrameIfAny() == client.Published("other") ? 0 : 1);
+  }
+  int status = 0;
+  return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+TEST_F(ValmeredLimitsTest, TurnsAwayClientsOverTheLimitOfTheirProcess) {
+  Start({"--max-clients-per-process", "2"});
+  const RawClient first(socket_);
+  first.Exchange("a");
+  const RawClient silent(socket_);
+  for (int i = 0; i < 20; ++i)
+    EXPECT_EQ(RawClient(socket_).ReceiveToEnd(), "");
+  EXPECT_EQ(valmered_->ReadErrorLine(),
+            "valmered: turned away 1 client, the last one pid " + std::to_string(getpid()) +
+                ", uid " + std::to_string(getuid()) +
+                ": 2 are served, which is the limit of --max-clients-per-process");
+  EXPECT_TRUE(IsServedInAnotherProcess(socket_));
+  silent.Exchange("b");
+  first.Exchange("c");
+  Stop(SIGTERM);
 }
 
 TEST_F(ValmeredLimitsTest, GivesAClientAReplyThatIsLongerThanMayBeUnread) {
