@@ -153,8 +153,7 @@ class ValmeredDiskTest : public ::testing::Test {
   }
 
   void Run(std::vector<std::string> command) {
-    command.insert(command.end(), {VALMERED, "--root", root_, "--init-root", "--socket", socket_,
-                                   "--library", VALMERE_LIBRARY});
+    command.insert(command.end(), {VALMERED, "--root", root_, "--init-root", "--socket", socket_});
     valmered_ = std::make_unique<Subprocess>(command);
     ASSERT_EQ(valmered_->ReadLine(), "valmered: ready on " + socket_);
   }

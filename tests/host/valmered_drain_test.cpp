@@ -17,16 +17,17 @@ using ::testing::EndsWith;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-// With the driver that only tests use.
+constexpr std::size_t kMoreThanASocketTakes = 8'000'000;
+
 class ValmeredDrainTest : public ValmeredTest {
  protected:
   ValmeredDrainTest() { drain_timeout_ = "2"; }
 
-  // A client for which more waits than its socket takes.
+  // A client for which more waits than its socket takes, and that has asked for more.
   std::unique_ptr<RawClient> ConnectSilent() {
     auto silent = std::make_unique<RawClient>(socket_);
-    silent->Send(FrameOf("bytes 8000000") + FrameOf("b"));
-    log_.Until("write 2 21 frame b");
+    silent->AskWithoutReading(kMoreThanASocketTakes);
+    silent->Send(FrameOf(GetText(kOwnComponent)));
     return silent;
   }
   // Whether no client is accepted any more.
@@ -37,23 +38,27 @@ class ValmeredDrainTest : public ValmeredTest {
     return true;
   }
   static void ExpectAllFor(const RawClient& client) {
-    EXPECT_EQ(client.ReceiveFrame().size(), 8000000U);
-    EXPECT_EQ(client.ReceiveFrame(), "b");
+    EXPECT_GT(client.ReceiveFrame().size(), kMoreThanASocketTakes);
+    EXPECT_EQ(client.ReceiveFrame(), OwnComponentText());
     EXPECT_EQ(client.ReceiveToEnd(), "");
   }
 };
 
 TEST_F(ValmeredDrainTest, AnswersAllThatItHasWhenTheSignalComes) {
+  drain_timeout_ = "60s";
   Start();
   const RawClient client(socket_);
   client.Exchange("first");
-  std::string frames;
-  for (int i = 0; i < 500; ++i)
-    frames += FrameOf("request " + std::to_string(i));
-  client.Send(frames + FrameOf("half").substr(0, 22));
+  std::string requests;
+  std::string answers;
+  for (int i = 0; i < 100; ++i) {
+    requests += client.Request(std::to_string(i));
+    answers += FrameOf(client.Published(std::to_string(i)));
+  }
+  client.Send(requests + client.Request("half").substr(0, 22));
   valmered_->Signal(SIGTERM);
-  EXPECT_EQ(client.ReceiveToEnd(), frames);
-  EXPECT_EQ(valmered_->Wait(), 0);
+  EXPECT_EQ(client.ReceiveToEnd(), answers);
+  ExpectCleanEnd();
   EXPECT_EQ(valmered_->errors(), "");
 }
 
@@ -62,15 +67,13 @@ TEST_F(ValmeredDrainTest, IsNotHeldUpForLongerByAClientThatDoesNotRead) {
   Start({"--unread-timeout", "3600"});
   const auto silent = ConnectSilent();
   Stop(SIGTERM);
-  EXPECT_THAT(silent->ReceiveToEnd(), Not(EndsWith(FrameOf("b"))));
+  EXPECT_THAT(silent->ReceiveToEnd(), Not(EndsWith(FrameOf(OwnComponentText()))));
 }
 
 TEST_F(ValmeredDrainTest, EndsAtOnceWithoutTimeForIt) {
   drain_timeout_ = "0";
   Start({"--unread-timeout", "3600"});
-  const RawClient silent(socket_);
-  silent.Send(FrameOf("bytes 8000000"));
-  log_.Until("write 1 33 frame bytes 8000000");
+  const auto silent = ConnectSilent();
   Stop(SIGTERM);
 }
 
@@ -83,34 +86,36 @@ TEST_F(ValmeredDrainTest, IsNotCutShortByMoreSignals) {
   for (const int number : {SIGTERM, SIGINT, SIGHUP})
     valmered_->Signal(number);
   ExpectAllFor(*silent);
-  EXPECT_EQ(valmered_->Wait(), 0);
+  ExpectCleanEnd();
   EXPECT_EQ(valmered_->errors(), "");
 }
 
 TEST_F(ValmeredDrainTest, TellsItsServiceManagerBeforeItWaits) {
   const NoticeSocket notices(folder_.Path("notify"));
   drain_timeout_ = "60s";
-  valmered_ = std::make_unique<Subprocess>(
-      Command(), std::vector{environment_[0], "NOTIFY_SOCKET=" + folder_.Path("notify")});
+  valmered_ = std::make_unique<Subprocess>(Command(),
+                                           std::vector{"NOTIFY_SOCKET=" + folder_.Path("notify")});
   EXPECT_THAT(notices.Next(), StartsWith("READY=1\n"));
   const auto silent = ConnectSilent();
   valmered_->Signal(SIGTERM);
   EXPECT_EQ(notices.Next(), "STOPPING=1");
   ExpectAllFor(*silent);
-  EXPECT_EQ(valmered_->Wait(), 0);
+  ExpectCleanEnd();
 }
 
 TEST_F(ValmeredDrainTest, LetsSubscribersGoWithoutWaiting) {
   drain_timeout_ = "60s";
   Start();
-  const RawClient silent(socket_);
-  silent.Send(FrameOf("silent"));
+  const std::size_t descriptors = DescriptorsOf(valmered_->process());
+  const RawClient subscriber(socket_);
+  subscriber.Send(FrameOf(SubscribeText(subscriber.address())));
+  EXPECT_EQ(subscriber.Ask(GetText(kOwnComponent)), OwnComponentText());
   const RawClient never(socket_);
-  log_.Until("open 3");
+  RepeatUntil([&] { return DescriptorsOf(valmered_->process()) == descriptors + 2; }, [] {});
   valmered_->Signal(SIGTERM);
-  EXPECT_EQ(silent.ReceiveToEnd(), "");
+  EXPECT_EQ(subscriber.ReceiveToEnd(), "");
   EXPECT_EQ(never.ReceiveToEnd(), "");
-  EXPECT_EQ(valmered_->Wait(), 0);
+  ExpectCleanEnd();
 }
 
 }  // namespace

@@ -1,10 +1,8 @@
-// The calls come through a named pipe, so that a test can wait for one of them.
 #include "tests/host/valmered_fixture.h"
 
-#include <fcntl.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -17,13 +15,69 @@
 
 namespace valmere::test {
 
-std::size_t ThreadsOf(pid_t process) {
-  const auto tasks =
-      std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task");
-  return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+namespace {
+
+std::size_t EntriesOf(pid_t process, const char* folder) {
+  const auto entries =
+      std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/" + folder);
+  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-RawClient::RawClient(const std::string& path) : socket_(ConnectedTo(path, kPatience)) {}
+int ConnectedToPort(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const int connected = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  SetPatience(connected, kPatience);
+  EXPECT_EQ(connect(connected, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  return connected;
+}
+
+Address NewAddress() {
+  static int count = 0;
+  const std::string number = std::to_string(++count);
+  return {"Component " + number, "Group " + number + ":Property " + number};
+}
+
+}  // namespace
+
+std::size_t ThreadsOf(pid_t process) {
+  return EntriesOf(process, "task");
+}
+
+std::size_t DescriptorsOf(pid_t process) {
+  return EntriesOf(process, "fd");
+}
+
+std::size_t MemoryOf(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/statm");
+  std::size_t all = 0;
+  std::size_t resident = 0;
+  file >> all >> resident;
+  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+std::string GetManyText(const Address& address, int times) {
+  const std::string one = GetText(address);
+  const std::size_t begin = one.find('[') + 1;
+  const std::string entry = one.substr(begin, one.find(']') - begin);
+  std::string text = one.substr(0, begin) + entry;
+  for (int i = 1; i < times; ++i)
+    text += "," + entry;
+  return text + "]}";
+}
+
+std::string SubscribeText(const Address& address) {
+  std::string text = GetText(address);
+  constexpr std::string_view kGets = "PropertyGetRequests";
+  return text.replace(text.find(kGets), kGets.size(), "PropertySubscribeRequests");
+}
+
+RawClient::RawClient(const std::string& path)
+    : socket_(ConnectedTo(path, kPatience)), address_(NewAddress()) {}
+
+RawClient::RawClient(std::uint16_t port) : socket_(ConnectedToPort(port)), address_(NewAddress()) {}
 
 RawClient::~RawClient() {
   close(socket_);
@@ -71,52 +125,32 @@ void RawClient::FinishSending() const {
   shutdown(socket_, SHUT_WR);
 }
 
-void RawClient::Exchange(const std::string& text) const {
+std::string RawClient::Request(const std::string& value) const {
+  return FrameOf(Published(value)) + FrameOf(Get());
+}
+
+void RawClient::Exchange(const std::string& value) const {
+  Send(Request(value));
+  EXPECT_EQ(ReceiveFrame(), Published(value));
+}
+
+std::string RawClient::Ask(const std::string& text) const {
   Send(FrameOf(text));
-  EXPECT_EQ(ReceiveFrame(), text);
+  return ReceiveFrame();
+}
+
+// A value that is not too long to be published, as often as it takes.
+void RawClient::AskWithoutReading(std::size_t bytes) const {
+  constexpr std::size_t kMostOfOne = 4'000'000;
+  const std::size_t times = (bytes + kMostOfOne - 1) / kMostOfOne;
+  Send(FrameOf(Published(std::string(bytes / times, 'x'))));
+  EXPECT_EQ(Ask(GetText(kOwnComponent)), OwnComponentText());
+  Send(FrameOf(GetManyText(address_, static_cast<int>(times))));
 }
 
 bool RawClient::PeerHasClosed() const {
   pollfd wanted{socket_, POLLRDHUP, 0};
   return poll(&wanted, 1, 0) > 0;
-}
-
-CallLog::CallLog(const std::string& path) {
-  mkfifo(path.c_str(), 0600);
-  pipe_ = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-}
-
-CallLog::~CallLog() {
-  close(pipe_);
-}
-
-std::string CallLog::Next() {
-  std::size_t end = 0;
-  while ((end = text_.find('\n')) == std::string::npos) {
-    pollfd wanted{pipe_, POLLIN, 0};
-    if (poll(&wanted, 1, static_cast<int>(kPatience.count()) * 1000) <= 0) {
-      ADD_FAILURE() << "the driver is not called";
-      return "";
-    }
-    Drain();
-  }
-  const std::string line = text_.substr(0, end);
-  text_.erase(0, end + 1);
-  return line;
-}
-
-void CallLog::Drain() {
-  char buffer[4096];
-  const ssize_t count = read(pipe_, buffer, sizeof(buffer));
-  if (count > 0) text_.append(buffer, static_cast<std::size_t>(count));
-}
-
-std::vector<std::string> CallLog::Until(const std::string& last) {
-  std::vector<std::string> lines;
-  do {
-    lines.push_back(Next());
-  } while (lines.back() != last && !lines.back().empty());
-  return lines;
 }
 
 NoticeSocket::NoticeSocket(const std::string& path)
@@ -141,29 +175,39 @@ std::string ContentOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-ValmeredTest::ValmeredTest() : log_(folder_.Path("calls")) {
+ValmeredTest::ValmeredTest() {
   std::filesystem::create_directories(root_ + "/Store");
 }
 
 std::vector<std::string> ValmeredTest::Command(const std::vector<std::string>& options) const {
-  std::vector<std::string> command{VALMERED,    "--root",          root_,
-                                   "--socket",  socket_,           "--library",
-                                   FAKE_DRIVER, "--drain-timeout", drain_timeout_};
+  std::vector<std::string> command{VALMERED, "--root",          root_,         "--socket",
+                                   socket_,  "--drain-timeout", drain_timeout_};
   command.insert(command.end(), options.begin(), options.end());
   return command;
 }
 
 void ValmeredTest::Start(const std::vector<std::string>& options) {
-  valmered_ = std::make_unique<Subprocess>(Command(options), environment_);
+  valmered_ = std::make_unique<Subprocess>(Command(options));
   ASSERT_EQ(valmered_->ReadLine(), "valmered: ready on " + socket_);
-  ASSERT_EQ(log_.Next(), "init " + root_ + " log " + log_bytes_);
 }
 
 void ValmeredTest::Stop(int signal) {
   valmered_->Signal(signal);
-  EXPECT_EQ(log_.Until("deinit 1 open 0").back(), "deinit 1 open 0");
-  EXPECT_EQ(valmered_->Wait(), 0);
+  ExpectCleanEnd();
   EXPECT_EQ(valmered_->errors(), "");
+}
+
+void ValmeredTest::ExpectCleanEnd() {
+  constexpr std::uintmax_t kMarkBytes = 4;
+  EXPECT_EQ(valmered_->Wait(), 0) << valmered_->errors();
+  EXPECT_EQ(std::filesystem::file_size(root_ + "/DriverUnloadSuccessful"),
+            ++clean_ends_ * kMarkBytes)
+      << "something of the service was still alive";
+}
+
+std::string ValmeredTest::ClosedLine(const std::string& cause) {
+  return "valmered: client [0-9]+ \\(pid " + std::to_string(getpid()) + ", uid " +
+         std::to_string(getuid()) + "\\): closed: " + cause;
 }
 
 }  // namespace valmere::test

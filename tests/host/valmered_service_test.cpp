@@ -1,4 +1,4 @@
-// valmered with the real driver library.
+// valmered with the root of a fresh device, under a load, and reading its property file again.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -64,10 +64,10 @@ class ValmeredServiceTest : public ::testing::Test {
   void Start() {
     valmered_ = std::make_unique<Subprocess>(
         std::vector<std::string>{VALMERED, "--root", root_, "--init-root", "--socket", socket_,
-                                 "--library", VALMERE_LIBRARY});
+                                 "--max-clients-per-process", "2048"});
     ASSERT_EQ(valmered_->ReadLine(), "valmered: ready on " + socket_);
   }
-  // Ends it; the driver's own unload waits for three seconds of that.
+  // Ends it; its service waits for three seconds of that.
   void ExpectEndInTime() {
     const auto start = std::chrono::steady_clock::now();
     valmered_->Signal(SIGTERM);

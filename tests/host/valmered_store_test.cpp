@@ -44,7 +44,7 @@ std::string LinesOfNoProperty(const std::string& value) {
   return lines;
 }
 
-// A valmered with the real driver and a root of its own.
+// A valmered with a root of its own.
 class Desk {
  public:
   explicit Desk(const std::string& folder) : root_(folder + "/root"), socket_(folder + "/PRN1") {
@@ -52,8 +52,7 @@ class Desk {
   }
 
   void Start(const std::vector<std::string>& options = {}) {
-    std::vector<std::string> command{VALMERED, "--root",    root_,          "--socket",
-                                     socket_,  "--library", VALMERE_LIBRARY};
+    std::vector<std::string> command{VALMERED, "--root", root_, "--socket", socket_};
     command.insert(command.end(), options.begin(), options.end());
     valmered_ = std::make_unique<Subprocess>(command);
   }
