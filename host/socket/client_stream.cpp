@@ -39,6 +39,15 @@ ClientStream::ClientStream(platform::Descriptor socket, Peer peer, Clients::Plac
 
 ClientStream::~ClientStream() {
   clients_->Strike(*this);
+  DropUnread();
+}
+
+// A TCP socket that is closed with unread bytes drops what the client has not been sent yet. A client
+// that goes on sending is not listened to for ever.
+void ClientStream::DropUnread() {
+  constexpr int kMostReads = 4096;
+  for (int i = 0; i < kMostReads; ++i)
+    if (recv(socket_.get(), buffer_.data(), buffer_.size(), MSG_DONTWAIT) < 1) return;
 }
 
 int ClientStream::Read(void* buffer, int length) {
