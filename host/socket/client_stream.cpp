@@ -152,7 +152,17 @@ int ClientStream::WriteForOther(const SharedFrame& frame, EventFlags::PendingWak
   return Send({*frame, &frame}, Outbox::Kind::kForOther);
 }
 
+// Without memory to keep the rest of a frame, or to say why the client is closed, it is closed.
 int ClientStream::Send(const Outbox::Frame& frame, Outbox::Kind kind) {
+  try {
+    return SendOrClose(frame, kind);
+  } catch (const std::exception&) {
+    Abandon();
+    throw;
+  }
+}
+
+int ClientStream::SendOrClose(const Outbox::Frame& frame, Outbox::Kind kind) {
   const int length = static_cast<int>(frame.bytes.size());
   if (closed_) return kGone;
   if (gone_) return length;
