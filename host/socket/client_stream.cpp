@@ -53,7 +53,8 @@ void ClientStream::DropUnread() {
 int ClientStream::Read(void* buffer, int length) {
   if (length < 1) return 0;
   reader_.store(std::this_thread::get_id(), std::memory_order_relaxed);
-  if (position_.at_start() && !AwaitAnswersTaken()) return kGone;
+  if (position_.at_start()) AwaitAnswersTaken();
+  if (closed_) return kGone;
   if (buffered_begin_ == buffered_end_) {
     const auto wanted = static_cast<std::size_t>(length);
     const bool direct = wanted >= buffer_.size();
@@ -118,8 +119,8 @@ bool ClientStream::IsUnframedForTooLong() {
 }
 
 // The reader sends its own answers, so a long one needs no other thread.
-bool ClientStream::AwaitAnswersTaken() {
-  if (!outbox_.has_answer()) return true;
+void ClientStream::AwaitAnswersTaken() {
+  if (!outbox_.has_answer()) return;
   Patience patience(limits().unread);
   while (outbox_.has_answer() && !closed_) {
     const bool ready = patience.Spend(
@@ -127,7 +128,6 @@ bool ClientStream::AwaitAnswersTaken() {
     if (ready) SendWaiting();
     if (!ready && patience.over()) CloseOverdue();
   }
-  return !closed_;
 }
 
 bool ClientStream::IsReader() const {

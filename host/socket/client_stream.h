@@ -73,7 +73,7 @@ class ClientStream final : public Connection, public std::enable_shared_from_thi
   int Receive(void* buffer, std::size_t length);
   bool AwaitBytes();
   bool IsUnframedForTooLong();
-  bool AwaitAnswersTaken();
+  void AwaitAnswersTaken();
   void Advance(const void* bytes, int count);
   void DropUnread();
   void CloseFor(std::string_view cause);
