@@ -40,17 +40,12 @@ int RunProgram(const std::vector<std::string>& words) {
 
 class ManyProperties {
  public:
-  ManyProperties() : owner_(daemon_.socket_path()) {
-    // The answer to the get says that the publication has been handled.
-    if (!owner_.Send(PublicationFrame(kProperties)) || !owner_.Send(FrameOf(GetText())) ||
-        owner_.ReceiveFrame() == 0)
-      throw std::runtime_error("nothing published");
-  }
+  ManyProperties() : owner_(daemon_.socket_path()) { Publish(owner_, kProperties); }
   const std::string& socket_path() const { return daemon_.socket_path(); }
 
  private:
   const Daemon daemon_;
-  RawClient owner_;
+  SocketClient owner_;
 };
 
 void RunCommand(benchmark::State& state, const std::vector<std::string>& words) {

@@ -1,59 +1,44 @@
-// What the benches of the desk share: valmered as a child process, and clients of its socket.
+// valmered as a child process, for the benches of the desk.
 #pragma once
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "tests/support/frames.h"
+#include "bench/program.h"
+#include "tests/support/socket_client.h"
 
 namespace valmere::bench {
 
-using test::FrameOf;
+using test::SocketClient;
 
-// valmered on a root of its own under the system's folder for temporary files; ended and removed
-// with it. Throws std::runtime_error when it does not start.
+// valmered on a root of its own in the folder, on the socket that is named "socket" there; it takes
+// more clients of one process than it does unless told.
+std::vector<std::string> ValmeredCommand(const Folder& folder);
+
+// Purpose: a valmered that answers.
+// Owner: the bench; ended and removed with it.
+// Threads: one.
+// Errors: std::runtime_error when it does not start.
 class Daemon {
  public:
   Daemon();
-  ~Daemon();
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
 
   const std::string& socket_path() const { return socket_; }
-  pid_t process() const { return child_; }
+  pid_t process() const { return program_.process(); }
 
  private:
-  const std::string folder_;
+  const Folder folder_;
   const std::string socket_;
-  pid_t child_ = -1;
+  const Program program_;
 };
 
-// A connected socket, closed with it. Throws std::runtime_error when no service answers.
-class RawClient {
- public:
-  explicit RawClient(const std::string& path);
-  ~RawClient();
-  RawClient(const RawClient&) = delete;
-  RawClient& operator=(const RawClient&) = delete;
-
-  int descriptor() const { return descriptor_; }
-  // False when the connection has ended.
-  bool Send(std::string_view frame) const;
-  // Reads one whole frame; its size, or 0 when the connection has ended.
-  std::size_t ReceiveFrame();
-
- private:
-  const int descriptor_;
-  std::vector<char> buffer_;
-};
-
-// A publication of `count` properties of one group, named "Measured Property 0" and so on, with
-// values of eight digits.
-std::string PublicationFrame(int count);
-// The get of a property that the service always has.
-std::string_view GetText();
+// Publishes the first `count` properties of bench/messages.h and returns when they are there. They
+// go with the client.
+void Publish(SocketClient& owner, int count, std::size_t value_bytes = 8);
 
 }  // namespace valmere::bench

@@ -2,27 +2,27 @@
 // eight at once.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 
+#include "bench/messages.h"
 #include "bench/ping_pong.h"
+#include "bench/program.h"
 #include "driver/prn.h"
 #include "protocol/wire/message_frame.h"
-#include "tests/support/frames.h"
 
 namespace {
 
 using valmere::kFrameHeaderBytes;
+using valmere::bench::FrameOf;
 
 std::string GetFrame() {
-  return valmere::test::FrameOf(
-      R"({"PropertyGetRequests": [{"Component": "955CFDC2-8EA6-478E-A927-7C870022EA03",)"
-      R"("GUID": "ADC1E631-2C12-4267-B128-95830EC9857D:955CFDC2-8EA6-478E-A927-7C870022EA03"}]})");
+  return FrameOf(valmere::bench::GetText());
 }
 
 // An open handle on the running service.
@@ -80,25 +80,7 @@ BENCHMARK(BM_PingPong)->Threads(8)->UseRealTime();
 class Publisher {
  public:
   explicit Publisher(int count) {
-    std::string frame;
-    valmere::BeginFrame(frame);
-    frame += "{\"PropertyGetResponses\": [";
-    for (int i = 0; i < count; ++i) {
-      char entry[512];
-      std::snprintf(entry, sizeof entry,
-                    "%s{\"Component\": \"C0000000-0000-4000-8000-000000000000\","
-                    "\"ComponentString\": \"Bench Component Name\","
-                    "\"GUID\": \"D0000000-0000-4000-8000-000000000000:"
-                    "E0000000-0000-4000-8000-%012d\","
-                    "\"GroupString\": \"Bench Group Name ....\","
-                    "\"NameString\": \"Property Name %06d\",\"Status\": \"Successful\","
-                    "\"Value\": \"%d\"}",
-                    i == 0 ? "" : ",", i, i, i);
-      frame += entry;
-    }
-    frame += "]}";
-    valmere::EndFrame(frame);
-    handle_.Send(frame);
+    handle_.Send(valmere::bench::PublicationFrame(0, count));
     handle_.Get(GetFrame());  // handled in order: everything is published when this is answered
   }
 
@@ -108,15 +90,7 @@ class Publisher {
 
 // A line of /proc/self/status in bytes.
 double StatusBytes(const char* name) {
-  double kilobytes = 0;
-  if (std::FILE* file = std::fopen("/proc/self/status", "r")) {
-    char line[256];
-    while (std::fgets(line, sizeof line, file) != nullptr)
-      if (std::strncmp(line, name, std::strlen(name)) == 0)
-        kilobytes = std::atof(line + std::strlen(name));
-    std::fclose(file);
-  }
-  return kilobytes * 1024;
+  return static_cast<double>(valmere::bench::ProcessFigure(getpid(), "status", name)) * 1024;
 }
 
 // How much more than before `work` the process held at the most meanwhile.
@@ -135,7 +109,7 @@ double PeakOf(Work work) {
 void BM_GetAllThroughHandle(benchmark::State& state) {
   const Publisher publisher(static_cast<int>(state.range(0)));
   Handle handle;
-  const std::string frame = valmere::test::FrameOf(R"({"GetAllProperties": true})");
+  const std::string frame = FrameOf(R"({"GetAllProperties": true})");
   std::uint32_t bytes = handle.Get(frame);
   // The client's own buffer is there already.
   const double peak = PeakOf([&] { bytes = handle.Get(frame); });

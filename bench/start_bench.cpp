@@ -1,14 +1,14 @@
 // From PRN_Init to the first reply, and the memory of open handles without and with a thread.
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "bench/program.h"
 #include "driver/prn.h"
 #include "tests/support/frames.h"
 
@@ -17,11 +17,10 @@ namespace {
 // A device root of its own.
 class Root {
  public:
-  Root() { setenv("VALMERE_ROOT", mkdtemp(name_), 1); }
-  ~Root() { std::filesystem::remove_all(name_); }
+  Root() { setenv("VALMERE_ROOT", folder_.Path(".").c_str(), 1); }
 
  private:
-  char name_[32] = "/tmp/valmere-bench-XXXXXX";
+  const valmere::bench::Folder folder_;
 };
 
 void Ask(std::uint32_t handle) {
@@ -45,12 +44,7 @@ void BM_InitToFirstReply(benchmark::State& state) {
 BENCHMARK(BM_InitToFirstReply)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
 
 double ResidentBytes() {
-  long pages = 0;
-  if (std::FILE* file = std::fopen("/proc/self/statm", "r")) {
-    if (std::fscanf(file, "%*d %ld", &pages) != 1) pages = 0;
-    std::fclose(file);
-  }
-  return static_cast<double>(pages) * 4096;
+  return static_cast<double>(valmere::bench::ProcessFigure(getpid(), "status", "VmRSS:")) * 1024;
 }
 
 void BM_MemoryOfAHandle(benchmark::State& state) {

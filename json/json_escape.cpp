@@ -82,7 +82,6 @@ char* PutEscaped(char byte, char* to) {
 
 std::size_t EscapedSize(std::string_view text) {
   std::size_t size = text.size();
-  if (!NeedsEscape(text)) return size;
   for (const char byte : text)
     if (NeedsEscape(static_cast<unsigned char>(byte))) size += EscapeLetter(byte) != 0 ? 1 : 5;
   return size;

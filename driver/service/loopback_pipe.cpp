@@ -7,7 +7,7 @@
 // (2) Every chunk in the list has a byte to read: one that has been read to its end is taken out at
 //     once (Drain), and a new one is filled in the call that adds it (Append). So the buffer is
 //     empty exactly when chunks_ is, and then last_ is null.
-// (3) Bytes are added behind last_ and taken from chunks_: they are read in the order of the writes.
+// (3) Bytes are added behind last_ and taken from chunks_: they are read in the order of writing.
 // (4) A write adds all of its bytes or, where memory runs out, none (Append).
 // (5) kData is up exactly while a byte is queued: the write that finds the buffer empty raises it,
 //     the read that empties it takes it down, both under the lock.
@@ -73,7 +73,7 @@ PipeBuffer::PipeBuffer() : signal_(EventFlags::AutoClear::kNo) {}
 
 PipeBuffer::~PipeBuffer() = default;
 
-PipeBuffer::ChunkList::~ChunkList() {
+void PipeBuffer::ChunkList::Release() {
   while (first)
     first = std::move(first->next);
 }
@@ -183,11 +183,6 @@ EventFlags::PendingWake PipeBuffer::CloseDeferringWake() {
   const ScopedLock hold(lock_);
   closed_ = true;
   return signal_.Raise(kClosed);
-}
-
-bool PipeBuffer::IsOpen() const {
-  const ScopedLock hold(lock_);
-  return !closed_;
 }
 
 PipeEndpoint::PipeEndpoint(std::shared_ptr<PipeBuffer> write_target,

@@ -1,6 +1,7 @@
 // An in-memory duplex pipe: what an open driver handle has in place of a socket.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 
@@ -28,7 +29,7 @@ class PipeBuffer : public Connection {
   void Close() override;
   // As Close; waiting readers are woken when the result is destroyed.
   EventFlags::PendingWake CloseDeferringWake();
-  bool IsOpen() const override;
+  bool IsOpen() const override { return !closed_.load(); }
 
  private:
   struct Chunk;
@@ -38,7 +39,10 @@ class PipeBuffer : public Connection {
   using ChunkHandle = std::unique_ptr<Chunk, ChunkDeleter>;
   // Releases chunks one by one: a long queue must not be released by recursion.
   struct ChunkList {
-    ~ChunkList();
+    ~ChunkList() {
+      if (first) Release();
+    }
+    void Release();
     ChunkHandle first;
   };
 
@@ -50,8 +54,8 @@ class PipeBuffer : public Connection {
   ChunkHandle ChunkFor(std::size_t count) REQUIRES(lock_);
   void PopChunk(ChunkList& spent) REQUIRES(lock_);
 
-  mutable Lock lock_;
-  bool closed_ GUARDED_BY(lock_) = false;
+  Lock lock_;
+  std::atomic<bool> closed_{false};  // set under lock_; whether it is open is asked without
   ChunkList chunks_ GUARDED_BY(lock_);
   Chunk* last_ GUARDED_BY(lock_) = nullptr;
   // A drained chunk of ordinary size, kept for the next write.

@@ -38,7 +38,13 @@ bool JsonMessage::ReadText(Connection& connection) {
   if (!ReadField(connection, identifier, sizeof identifier)) return false;
   if (!ReadField(connection, length_field, sizeof length_field)) return false;
   const std::uint32_t length = DecodeLength(length_field);
-  if (length < 1 || length > kMaximumMessageBytes) return false;
+  if (length < 1 || length > kMaximumMessageBytes) {
+    connection.ExplainEnd(
+        "a frame of " + std::to_string(length) +
+        (length < 1 ? " bytes"
+                    : " bytes, over the limit of " + std::to_string(kMaximumMessageBytes)));
+    return false;
+  }
   buffer_.reserve(length + kParserBytes);
   buffer_.resize(length);
   return ReadField(connection, buffer_.data(), length);
@@ -47,10 +53,15 @@ bool JsonMessage::ReadText(Connection& connection) {
 bool JsonMessage::Read(Connection& connection, const std::atomic<bool>* stopped) {
   bool read = false;
   if (ReadText(connection)) {
-    JsonValue value = Parse(ParseStop(stopped, LetNextParse));
+    const std::size_t length = buffer_.size();
+    const ParseStop stop(stopped, LetNextParse);
+    JsonValue value = Parse(stop);
     if (value.kind() == JsonKind::kObject) {
       object_.ReplaceMembers(value.TakeMembers());
       read = true;
+    } else if (!stop.asked()) {
+      connection.ExplainEnd("a text of " + std::to_string(length) +
+                            " bytes that can't be read as a JSON object");
     }
   }
   if (buffer_.capacity() > kKeptBufferBytes) std::string().swap(buffer_);

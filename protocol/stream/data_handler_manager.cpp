@@ -162,6 +162,8 @@ int DataHandlerManager::Server::Handle(const std::shared_ptr<PeekableStream>& st
   DataHandlerFactory* factory = nullptr;
   while (factory == nullptr) {
     if (!stream->Peek(kPeekBytes)) {
+      if (!stream->Peeked().empty() && !stream->client()->ended())
+        stream->ExplainEnd("what it sent is of no format that is known");
       if (log_) log_->Log(kUnknownFormat);
       return 0;
     }

@@ -38,6 +38,8 @@ class PeekableStream : public Connection {
   // or with as many as it takes where what was written by one call may arrive in several.
   int Read(void* buffer, int length) override;
   int Write(const void* buffer, int length) override { return client_->Write(buffer, length); }
+  void ExplainEnd(std::string_view cause) override { client_->ExplainEnd(cause); }
+  ClientAccount* account() override { return client_->account(); }
   // Nothing is read any more, not even what the client queued before: a long queue must not hold up
   // the service that ends the stream.
   void Close() override {

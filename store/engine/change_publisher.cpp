@@ -156,8 +156,8 @@ void ChangePublisher::AppendNew(const std::shared_ptr<Property>& property) {
 
 // A property that had no listener when it was announced may have changed before a client subscribed
 // to it. The client reads the new value then, so the old one must not be the last that is published
-// to it. A reply is written under the subscriber list's lock, or has the client's write lock from
-// under it: none can come in between.
+// to it. A reply has the client's write lock from under the subscriber list's, and the property was
+// observed before: none with another value can come in between.
 void ChangePublisher::AppendOvertaken() {
   for (const auto& [property, announced] : announced_unobserved_) {
     if (IsStopped()) return;
@@ -234,7 +234,10 @@ bool ChangePublisher::DeliverTo(Subscriber& subscriber) {
 SharedFrame ChangePublisher::FrameFor(Subscriber& subscriber) {
   if (subscriber.keys.empty()) return entries_.WholeFrame();
   const auto is_unwanted = [&] { return IsStopped() || !subscriber.connection->IsOpen(); };
-  return entries_.FrameFor(subscriber.keys, is_unwanted);
+  Subscriber::Keys gone;
+  SharedFrame frame = entries_.FrameFor(subscriber.keys, gone, is_unwanted);
+  Subscriber::ReleaseKeys(*subscriber.connection, gone);
+  return frame;
 }
 
 }  // namespace valmere

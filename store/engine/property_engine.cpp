@@ -18,6 +18,7 @@
 #include "store/engine/reply_memory.h"
 #include "store/engine/set_requests.h"
 #include "store/engine/subscriber_list.h"
+#include "store/property/component_property.h"
 #include "store/property/general_group.h"
 #include "store/property/property_key.h"
 #include "store/property/string_property.h"
@@ -45,15 +46,23 @@ std::string ClientText(const ClientConnection& client) {
   return "Client " + std::to_string(client.instance_number());
 }
 
-// The keys of a subscription, as far as the session lasts.
-Subscriber::Keys KeysOf(const PropertyMessage& message, const ClientConnection& sender) {
+// Keys that are charged to a client and not yet its subscription's.
+struct NewKeys {
+  explicit NewKeys(ClientConnection& of) : client(of) {}
+  ~NewKeys() { Subscriber::ReleaseKeys(client, keys); }
+  NewKeys(const NewKeys&) = delete;
+  NewKeys& operator=(const NewKeys&) = delete;
+
+  void Add(const PropertyAddress& address) {
+    const auto [key, added] =
+        keys.insert(PropertyKey(address.component, address.group_guid, address.guid).Text());
+    ClientAccount* const account = added ? client.account() : nullptr;
+    if (account != nullptr) account->Charge(Subscriber::BytesOf(*key));
+  }
+
+  ClientConnection& client;
   Subscriber::Keys keys;
-  message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
-    keys.insert(PropertyKey(address.component, address.group_guid, address.guid).Text());
-    return !sender.ended();
-  });
-  return keys;
-}
+};
 
 }  // namespace
 
@@ -100,49 +109,80 @@ void PropertyEngine::PublishPass() {
 bool PropertyEngine::HandleMessage(const PropertyMessage& message,
                                    const std::shared_ptr<ClientConnection>& sender,
                                    ReplyBuffer& reply) {
-  if (message.Has(keys::kSetRequests) && !HandleSetRequests(*catalog_, message, *sender, log_)) {
-    LogEnd(*sender, "sent sets of more than 32 MiB to pass on");
-    return false;
-  }
+  if (message.Has(keys::kSetRequests) && !HandleSetRequests(*catalog_, message, *sender, log_))
+    return ExplainEnd(*sender, "sent sets of more than 32 MiB to pass on");
   Reply answer = Reply::kNone;
   if (message.Has(keys::kGetRequests) || message.Has(keys::kGetAll))
     answer = BuildReply(*catalog_, message, *sender, *reply_memory_, reply);
-  if (answer == Reply::kTooLong) {
-    LogEnd(*sender, "asked for a reply of more than 64 MiB");
+  if (answer == Reply::kTooLong)
+    return ExplainEnd(*sender, "asked for a reply of more than 64 MiB");
+  if ((message.Has(keys::kSubscribeRequests) || message.Has(keys::kSubscribeAll)) &&
+      !Subscribe(message, sender))
     return false;
-  }
-  if (message.Has(keys::kSubscribeRequests) || message.Has(keys::kSubscribeAll))
-    Subscribe(message, sender);
-  message.ForEachPublication([&](const PropertyResponseRecord& entry) {
-    if (!sender->ended()) presence_.Apply(entry, sender);
-    return !sender->ended();
-  });
+  if (!TakePublications(message, sender)) return false;
   if (message.Has(keys::kDisconnect)) {
     Unsubscribe(*sender);
     return false;
   }
   if (answer == Reply::kNone) return true;
-  if (reply.size() > kKeptReplyBytes) return SendLarge(*sender, reply);
+  if (reply.size() > kKeptReplyBytes) return SendReply(*sender, reply_memory_->Share(reply));
   const bool sent = SendReply(*sender, reply);
   if (reply.capacity() > kKeptReplyBytes)
     reply_memory_->GiveBack(std::exchange(reply, ReplyBuffer()));
   return sent;
 }
 
-void PropertyEngine::LogEnd(const ClientConnection& client, std::string_view cause) const {
+bool PropertyEngine::ExplainEnd(ClientConnection& client, const std::string& cause) const {
+  client.ExplainEnd("it " + cause);
   LogIn(DebugZone::kError, log_,
-        [&] { return ClientText(client) + " " + std::string(cause) + ": its session ends"; });
+        [&] { return ClientText(client) + " " + cause + ": its session ends"; });
+  return false;
 }
 
-void PropertyEngine::Subscribe(const PropertyMessage& message,
+// A driver session's client has no account and no bound. Values over the properties of others are
+// no client's own, so that what is left of them is nobody's either; the client that adds to them
+// ends when they are too much.
+bool PropertyEngine::IsWithinBounds(ClientConnection& client, bool over_others) const {
+  const ClientAccount* const account = client.account();
+  if (account == nullptr) return true;
+  if (account->IsOverdrawn()) {
+    return ExplainEnd(client,
+                      "has more than " + std::to_string(account->most()) + " bytes kept for it");
+  }
+  if (!over_others || ComponentProperty::ForeignBytes() <= account->most()) return true;
+  return ExplainEnd(client,
+                    "published over a property of another client, and there are more than " +
+                        std::to_string(account->most()) + " bytes of such values");
+}
+
+// After each entry, so that one message can't go far beyond what is allowed.
+bool PropertyEngine::TakePublications(const PropertyMessage& message,
+                                      const std::shared_ptr<ClientConnection>& sender) {
+  bool within = true;
+  message.ForEachPublication([&](const PropertyResponseRecord& entry) {
+    if (sender->ended()) return false;
+    within = IsWithinBounds(*sender, presence_.Apply(entry, sender));
+    return within;
+  });
+  return within && IsWithinBounds(*sender, false);
+}
+
+bool PropertyEngine::Subscribe(const PropertyMessage& message,
                                const std::shared_ptr<ClientConnection>& sender) {
-  Subscriber::Keys keys = KeysOf(message, *sender);
+  NewKeys added(*sender);
+  bool within = true;
+  message.ForEachSubscribeRequest([&](const PropertyAddress& address) {
+    added.Add(address);
+    within = IsWithinBounds(*sender, false);
+    return within && !sender->ended();
+  });
+  if (!within) return false;
   bool to_all = false;
   do {
-    if (sender->ended()) return;
+    if (sender->ended()) return true;
     const ScopedLock hold(subscribers_->lock);
-    to_all = subscribers_->Add(sender, keys).keys.empty();
-  } while (!keys.empty());
+    to_all = subscribers_->Add(sender, added.keys).keys.empty();
+  } while (!added.keys.empty());
   // A property that comes from here on finds the subscription; these are the ones that came before.
   if (to_all) {
     observation_->ObserveAll(sender->ended_flag());
@@ -157,6 +197,7 @@ void PropertyEngine::Subscribe(const PropertyMessage& message,
            (to_all ? std::string("all properties")
                    : std::to_string(message.Count(keys::kSubscribeRequests)) + " more");
   });
+  return true;
 }
 
 void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
@@ -169,22 +210,12 @@ void PropertyEngine::Unsubscribe(const ClientConnection& client) noexcept {
   LogIn(DebugZone::kInfo, log_, [&] { return ClientText(client) + " is no subscriber any more"; });
 }
 
-// A reply and a notification to the same client must not mix on its stream, so a reply is written
-// under the same locks. The client is woken when they are free.
-bool PropertyEngine::SendReply(ClientConnection& sender, const ReplyBuffer& reply) {
-  EventFlags::PendingWake wake;
-  const ScopedLock hold(subscribers_->lock);
-  Subscriber* const subscriber = subscribers_->Find(sender);
-  if (subscriber == nullptr) return WriteWhole(sender, reply, wake);
-  const ScopedLock hold_own(subscriber->write_lock);
-  return WriteWhole(sender, reply, wake);
-}
-
-// For the list's lock others would wait. The client's own is enough for the order of what the
-// client gets, as long as it is taken under the list's: a period's end that comes later waits for
-// it. A client that is no subscriber can become one only on this thread.
-bool PropertyEngine::SendLarge(ClientConnection& sender, ReplyBuffer& reply) {
-  const SharedFrame frame = reply_memory_->Share(reply);
+// A reply and a notification to the same client must not mix on its stream. The client's own lock is
+// enough for that, as long as it is taken under the list's: a period's end that comes later waits
+// for it. For the list's lock others would wait, and a write may take a system call. A client that
+// is no subscriber can become one only on this thread. The client is woken when the locks are free.
+template <class Frame>
+bool PropertyEngine::SendReply(ClientConnection& sender, const Frame& frame) {
   std::shared_ptr<Subscriber> subscriber;  // the publisher may drop it from the list meanwhile
   EventFlags::PendingWake wake;
   subscribers_->lock.Enter();

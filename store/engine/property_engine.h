@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "persist/settings/persistence.h"
@@ -74,11 +75,16 @@ class PropertyEngine : public PropertySink {
   PropertyEngine(std::shared_ptr<LogSink> log, std::shared_ptr<StringProperty> own_component,
                  std::shared_ptr<UIntProperty> period);
 
-  void Subscribe(const PropertyMessage& message, const std::shared_ptr<ClientConnection>& sender);
+  // The functions that return a bool give false when the session is over.
+  bool Subscribe(const PropertyMessage& message, const std::shared_ptr<ClientConnection>& sender);
+  bool TakePublications(const PropertyMessage& message,
+                        const std::shared_ptr<ClientConnection>& sender);
+  bool IsWithinBounds(ClientConnection& client, bool over_others) const;
   void Unsubscribe(const ClientConnection& client) noexcept;
-  bool SendReply(ClientConnection& sender, const ReplyBuffer& reply);
-  bool SendLarge(ClientConnection& sender, ReplyBuffer& reply);
-  void LogEnd(const ClientConnection& client, std::string_view cause) const;
+  template <class Frame>
+  bool SendReply(ClientConnection& sender, const Frame& frame) EXCLUDES(subscribers_->lock);
+  // Tells why the service ends the session; `cause` goes on from the client's name. Always false.
+  bool ExplainEnd(ClientConnection& client, const std::string& cause) const;
 
   const std::shared_ptr<LogSink> log_;
   const std::shared_ptr<PropertyCatalog> catalog_;

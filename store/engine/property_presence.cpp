@@ -51,17 +51,19 @@ bool PropertyPresence::AddOwn(const std::shared_ptr<Property>& property) {
   return true;
 }
 
-void PropertyPresence::Apply(const PropertyResponseRecord& entry,
+bool PropertyPresence::Apply(const PropertyResponseRecord& entry,
                              const std::shared_ptr<ClientConnection>& sender) {
-  if (entry.status == kStatusNotFound) return;
+  if (entry.status == kStatusNotFound) return false;
   const PropertyAddress address{entry.component, entry.group_guid, entry.guid};
   const bool available = entry.status == kStatusSuccessful;
   const bool gone = entry.status == kStatusNoLongerAvailable;
   if (const auto found = catalog_->FindReported(address, available, sender)) {
     LogReported(*found, entry.value);
-    found->SetValue(entry.value);
+    const bool foreign = found->TakeValue(entry.value, *sender);
     if (gone) Withdraw(address);
-  } else if (gone) {
+    return foreign;
+  }
+  if (gone) {
     // It was not registered, but a client may have subscribed to it.
     pending_->announcements.AddVanished(MakePublished(entry, nullptr));
   } else if (available) {
@@ -69,6 +71,7 @@ void PropertyPresence::Apply(const PropertyResponseRecord& entry,
     const auto published = MakePublished(entry, sender);
     if (catalog_->AddPublished(published)) Appeared(published);
   }
+  return false;
 }
 
 void PropertyPresence::LogReported(const Property& property, std::string_view value) const {

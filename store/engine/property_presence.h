@@ -35,8 +35,9 @@ class PropertyPresence {
   void AnnounceFromNow() { announcing_.store(true); }
   // One of the service's own. False when there is one of its key.
   bool AddOwn(const std::shared_ptr<Property>& property) EXCLUDES(presence_lock_);
-  // An entry in which a component reports a property of its own.
-  void Apply(const PropertyResponseRecord& entry, const std::shared_ptr<ClientConnection>& sender)
+  // An entry in which a component reports a property of its own. True when it has put its value on
+  // the property of another client.
+  bool Apply(const PropertyResponseRecord& entry, const std::shared_ptr<ClientConnection>& sender)
       EXCLUDES(presence_lock_);
   // Takes away all that the client owned and that has no heir, as long as the session is not ended
   // by the service.

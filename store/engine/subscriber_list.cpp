@@ -8,6 +8,13 @@
 
 namespace valmere {
 
+void Subscriber::ReleaseKeys(ClientConnection& client, const Keys& gone) {
+  ClientAccount* const account = client.account();
+  if (account == nullptr) return;
+  for (const std::string& key : gone)
+    account->Release(BytesOf(key));
+}
+
 Subscriber* SubscriberList::Find(const ClientConnection& client) {
   const auto place = by_client_.find(&client);
   return place != by_client_.end() ? place->second : nullptr;
@@ -35,8 +42,11 @@ Subscriber& SubscriberList::Add(const std::shared_ptr<ClientConnection>& client,
   Subscriber* const subscriber = Find(*client);
   if (subscriber == nullptr) return Register(client, keys);
   if (subscriber->keys.empty()) subscriber->keys.swap(keys);
-  for (std::size_t left = kStep; left != 0 && !keys.empty(); --left)
-    subscriber->keys.insert(keys.extract(keys.begin()));
+  for (std::size_t left = kStep; left != 0 && !keys.empty(); --left) {
+    const auto added = subscriber->keys.insert(keys.extract(keys.begin()));
+    ClientAccount* const account = added.inserted ? nullptr : client->account();
+    if (account != nullptr) account->Release(Subscriber::BytesOf(added.node.value()));
+  }
   return *subscriber;
 }
 

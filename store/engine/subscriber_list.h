@@ -6,6 +6,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -16,7 +17,8 @@
 namespace valmere {
 
 // Purpose: one client's subscription: the keys (component ":" group GUID ":" GUID) that it named.
-// With no key at all it is one to every property.
+// With no key at all it is one to every property. The bytes of the keys are charged to the client's
+// account, before they are given to the subscriber and until they go.
 // Owner: the SubscriberList; a thread that writes to the client without the list's lock shares it.
 // Threads: under the list's lock; write_lock keeps replies and notifications of this client apart.
 // It is taken under the list's, but may be held for longer.
@@ -24,6 +26,13 @@ struct Subscriber : std::enable_shared_from_this<Subscriber> {
   using Keys = std::set<std::string, std::less<>>;
 
   explicit Subscriber(std::shared_ptr<ClientConnection> client) : connection(std::move(client)) {}
+  ~Subscriber() { ReleaseKeys(*connection, keys); }
+  Subscriber(const Subscriber&) = delete;
+  Subscriber& operator=(const Subscriber&) = delete;
+
+  // What a key takes, about.
+  static std::size_t BytesOf(std::string_view key) { return 96 + key.size(); }
+  static void ReleaseKeys(ClientConnection& client, const Keys& gone);
 
   const std::shared_ptr<ClientConnection> connection;
   Keys keys;

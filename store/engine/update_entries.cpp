@@ -60,8 +60,7 @@ SharedFrame UpdateEntries::WholeFrame() {
   return whole_.frame();
 }
 
-SharedFrame UpdateEntries::FrameFor(Keys& keys, const IsUnwanted& is_unwanted) {
-  Keys gone;
+SharedFrame UpdateEntries::FrameFor(Keys& keys, Keys& gone, const IsUnwanted& is_unwanted) {
   SharedFrame frame;
   try {
     if (Pick(keys, gone, is_unwanted)) {

@@ -46,10 +46,10 @@ class UpdateEntries {
   // The frame with every entry. While a frame is held, nothing is appended before the next Clear.
   SharedFrame WholeFrame();
   // The one with the entries whose keys are in `keys`, in order; the same frame as the last call's
-  // if it has the same entries. A key whose property is no longer available is taken out of `keys`.
-  // Null when there is no such entry, and with all of `keys` left as they were also once
-  // `is_unwanted`, which is asked now and then. std::bad_alloc leaves `keys` as they were.
-  SharedFrame FrameFor(Keys& keys, const IsUnwanted& is_unwanted);
+  // if it has the same entries. A key whose property is no longer available moves to `gone`, which
+  // is empty before. Null when there is no such entry, and with all of `keys` left as they were also
+  // once `is_unwanted`, which is asked now and then. std::bad_alloc leaves `keys` as they were.
+  SharedFrame FrameFor(Keys& keys, Keys& gone, const IsUnwanted& is_unwanted);
 
  private:
   struct Entry {

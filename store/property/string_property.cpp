@@ -48,7 +48,7 @@ std::string StringProperty::GetValue() const {
 void StringProperty::StoreText(std::string_view value) {
   SharedText text(value);
   const ScopedLock hold(value_lock());
-  text_.Store(std::move(text));
+  PutText(std::move(text));
 }
 
 }  // namespace valmere

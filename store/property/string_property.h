@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "store/property/property.h"
 #include "store/property/text_snapshot.h"
@@ -40,9 +41,14 @@ class StringProperty : public Property {
   // else than a text's lock is taken under it.
   Lock& value_lock() const { return StoreLock(&text_); }
 
- private:
-  void StoreText(std::string_view value);
+  virtual void StoreText(std::string_view value) EXCLUDES(value_lock());
+  void PutText(SharedText text) REQUIRES(value_lock()) { text_.Store(std::move(text)); }
 
+  // Of a component's property: another client than its owner has published the value. It stands here
+  // because it takes no room here.
+  bool value_is_foreign_ GUARDED_BY(value_lock()) = false;
+
+ private:
   // Stored under the value lock, loaded with or without it.
   TextSnapshot text_;
 };

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <deque>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -74,6 +76,8 @@ class ScriptedConnection final : public Connection {
     const platform::ScopedLock hold(lock_);
     return waits_;
   }
+  // Before it is used: gives it an account of so many bytes.
+  void SetMostMemory(std::size_t bytes) { account_.emplace(bytes); }
 
   int Read(void* buffer, int length) override {
     {
@@ -130,6 +134,17 @@ class ScriptedConnection final : public Connection {
     return !closed_;
   }
 
+  ClientAccount* account() override { return account_ ? &*account_ : nullptr; }
+  void ExplainEnd(std::string_view cause) override {
+    const platform::ScopedLock hold(lock_);
+    causes_.emplace_back(cause);
+  }
+
+  // Why the service ends it, in order.
+  std::vector<std::string> causes() const {
+    const platform::ScopedLock hold(lock_);
+    return causes_;
+  }
   // The length that each read asked for, in order.
   std::vector<int> reads() const {
     const platform::ScopedLock hold(lock_);
@@ -171,6 +186,8 @@ class ScriptedConnection final : public Connection {
   int waits_ GUARDED_BY(lock_) = 0;
   bool keeps_frames_ GUARDED_BY(lock_) = false;
   std::vector<SharedFrame> frames_ GUARDED_BY(lock_);
+  std::vector<std::string> causes_ GUARDED_BY(lock_);
+  std::optional<ClientAccount> account_;
 };
 
 }  // namespace valmere::test

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
@@ -119,6 +120,34 @@ TEST(JsonMessageRead, RefusesALengthOfZeroWithoutAnotherRead) {
   PropertyMessage message;
   EXPECT_FALSE(message.Read(connection));
   EXPECT_EQ((Lengths{16, 4}), connection.reads());
+}
+
+TEST(JsonMessageRead, ExplainsWhatWasWrongWithAFrame) {
+  const auto causes = [](std::vector<std::string> pieces) {
+    ScriptedConnection connection(std::move(pieces));
+    PropertyMessage message;
+    while (message.Read(connection)) {
+    }
+    return connection.causes();
+  };
+  using Causes = std::vector<std::string>;
+  EXPECT_EQ(Causes{"a frame of 0 bytes"}, causes({IdentifierBytes(), LengthBytes(0)}));
+  EXPECT_EQ(Causes{"a frame of 4194305 bytes, over the limit of 4194304"},
+            causes({IdentifierBytes(), LengthBytes(4'194'305)}));
+  for (const char* text : {"{1}", "[1]", "'\\u'"})
+    EXPECT_EQ(Causes{"a text of " + std::to_string(std::string(text).size()) +
+                     " bytes that can't be read as a JSON object"},
+              causes({FrameOf("{}"), FrameOf(text)}));
+  EXPECT_EQ(Causes{}, causes({FrameOf("{}")})) << "it ends";
+  EXPECT_EQ(Causes{}, causes({IdentifierBytes(), LengthBytes(3), "{"})) << "in the middle";
+}
+
+TEST(JsonMessageRead, DoesNotExplainAnEndThatItWasToldOf) {
+  ScriptedConnection connection({FrameOf("{}")});
+  PropertyMessage message;
+  const std::atomic<bool> stopped{true};
+  EXPECT_FALSE(message.Read(connection, &stopped));
+  EXPECT_TRUE(connection.causes().empty());
 }
 
 TEST(JsonMessageRead, TakesALengthOfOne) {

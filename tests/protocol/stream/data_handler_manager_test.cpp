@@ -135,6 +135,15 @@ TEST_F(DataHandlerManagerTest, LogsAStreamThatNoHandlerRecognisesOnceWhenItEnds)
   EXPECT_EQ(Connection::kGone, connection->Read(nullptr, 0)) << "the stream was read to its end";
 }
 
+TEST_F(DataHandlerManagerTest, ExplainsTheEndOfAStreamOfAnUnknownFormat) {
+  Register([](std::string_view) { return 0xffffu; }, 1);
+  Handle({"x"});
+  EXPECT_EQ((std::vector<std::string>{"what it sent is of no format that is known"}),
+            connection->causes());
+  Handle({});
+  EXPECT_TRUE(connection->causes().empty()) << "it sent nothing";
+}
+
 TEST_F(DataHandlerManagerTest, LogsNothingWhenItHasNoLog) {
   DataHandlerManager silent(ServiceContext{engine}, nullptr, tasks, kTestPriority);
   EXPECT_EQ(0, silent.Handle(std::make_shared<PeekableStream>(

@@ -136,6 +136,17 @@ TEST_F(JsonMessageHandlerTest, LeavesNothingOfAClientThatVanishes) {
   EXPECT_EQ((Frames{FrameOf(kNotFoundAnswer)}), Serve({FrameOf(kGetPublished)}));
 }
 
+TEST_F(JsonMessageHandlerTest, LeavesNothingOfAClientThatPublishesTooMuch) {
+  connection = std::make_shared<ScriptedConnection>(
+      std::vector<std::string>{FrameOf(kPublish), FrameOf(kGetOwn), FrameOf(kGetOwn)});
+  connection->SetMostMemory(100);
+  EXPECT_TRUE(ServeConnection().empty());
+  EXPECT_EQ((std::vector<std::string>{"it has more than 100 bytes kept for it"}),
+            connection->causes());
+  EXPECT_EQ(0u, connection->account()->used());
+  EXPECT_EQ((Frames{FrameOf(kNotFoundAnswer)}), Serve({FrameOf(kGetPublished)}));
+}
+
 TEST_F(JsonMessageHandlerTest, LeavesNothingOfAClientThatDisconnects) {
   Serve({FrameOf(kPublish), FrameOf(R"({"SubscribeAllCurrentAndNewProperties": true})"),
          FrameOf(R"({"Disconnect": true})")});

@@ -169,6 +169,15 @@ TEST_F(PeekableStreamTest, GivesNothingOnceItIsClosed) {
   EXPECT_EQ((Lengths{4}), connection->reads());
 }
 
+TEST_F(PeekableStreamTest, ExplainsItsEndToTheConnectionWhoseAccountItHas) {
+  auto scripted = std::make_shared<ScriptedConnection>();
+  scripted->SetMostMemory(1);
+  PeekableStream peekable(std::make_shared<ClientConnection>(scripted));
+  peekable.ExplainEnd("cause");
+  EXPECT_EQ((std::vector<std::string>{"cause"}), scripted->causes());
+  EXPECT_EQ(scripted->account(), peekable.account());
+}
+
 TEST_F(PeekableStreamTest, WritesAndClosesTheConnection) {
   Script({});
   EXPECT_EQ(2, stream->Write("ab", 2));

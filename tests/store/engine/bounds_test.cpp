@@ -43,6 +43,7 @@ TEST_F(Bounds, EndTheSessionOfAReplyThatWouldBeTooLong) {
   EXPECT_EQ("Client " + std::to_string(client.connection->instance_number()) +
                 " asked for a reply of more than 64 MiB: its session ends",
             lines[0]);
+  EXPECT_EQ((Texts{"it asked for a reply of more than 64 MiB"}), client.stream->causes());
 }
 
 TEST_F(Bounds, LetAReplyOfNearlyTheMostThrough) {
@@ -65,6 +66,7 @@ TEST_F(Bounds, EndTheSessionOfSetsThatWouldBeTooLongToPassOn) {
   EXPECT_EQ("Client " + std::to_string(client.connection->instance_number()) +
                 " sent sets of more than 32 MiB to pass on: its session ends",
             lines[0]);
+  EXPECT_EQ((Texts{"it sent sets of more than 32 MiB to pass on"}), client.stream->causes());
 }
 
 TEST_F(Bounds, PassOnWhatGrowsSixfoldByItsEscapes) {

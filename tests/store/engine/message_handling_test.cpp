@@ -236,7 +236,7 @@ TEST_F(MessageHandling, WritesTheReplyWithoutTheParserLock) {
   EXPECT_TRUE(lock_was_free);
 }
 
-TEST_F(MessageHandling, LetsNoClientSubscribeWhileItWritesTheReply) {
+TEST_F(MessageHandling, LetsOthersSubscribeWhileItWritesTheReply) {
   std::unique_ptr<TestThread> subscribing;
   platform::Semaphore subscribed;
   bool subscribed_within_write = false;
@@ -246,10 +246,10 @@ TEST_F(MessageHandling, LetsNoClientSubscribeWhileItWritesTheReply) {
       subscribed.Release();
     });
     subscribed_within_write =
-        subscribed.WaitUntil(platform::MonotonicNow() + 20 * platform::kTicksPerMillisecond);
+        subscribed.WaitUntil(platform::MonotonicNow() + 10'000 * platform::kTicksPerMillisecond);
   }));
   EXPECT_TRUE(Send(probed, kGetAllText));
-  EXPECT_FALSE(subscribed_within_write);
+  EXPECT_TRUE(subscribed_within_write);
   subscribing->Join();
   EXPECT_EQ(2, client.connection.use_count());
 }

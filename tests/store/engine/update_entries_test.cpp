@@ -28,7 +28,8 @@ PropertyResponseRecord Record(std::string_view guid, std::string_view value = "V
 
 // The frame for these keys; empty when there is none.
 std::string FrameFor(UpdateEntries& entries, UpdateEntries::Keys& keys) {
-  const SharedFrame frame = entries.FrameFor(keys, IsWanted);
+  UpdateEntries::Keys gone;
+  const SharedFrame frame = entries.FrameFor(keys, gone, IsWanted);
   return frame ? *frame : std::string();
 }
 
@@ -117,20 +118,22 @@ TEST(UpdateEntries, ForgetsWhatWasCleared) {
 }
 
 TEST(UpdateEntries, GivesTheSameFrameForTheSameEntries) {
+  UpdateEntries::Keys gone;
   UpdateEntries entries(kWanted);
   for (const char* guid : {"1", "2", "3"})
     entries.Append(Record(guid));
   UpdateEntries::Keys some{"C:G:1", "C:G:3"}, with_more{"C:G:1", "C:G:3", "C:G:4"};
   UpdateEntries::Keys others{"C:G:2"}, all{"C:G:1", "C:G:2", "C:G:3"};
-  const SharedFrame frame = entries.FrameFor(some, IsWanted);
-  EXPECT_EQ(frame, entries.FrameFor(with_more, IsWanted));
-  EXPECT_EQ(FrameOf(Responses({{.guid = "2"}})), *entries.FrameFor(others, IsWanted));
+  const SharedFrame frame = entries.FrameFor(some, gone, IsWanted);
+  EXPECT_EQ(frame, entries.FrameFor(with_more, gone, IsWanted));
+  EXPECT_EQ(FrameOf(Responses({{.guid = "2"}})), *entries.FrameFor(others, gone, IsWanted));
   EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = "3"}})), *frame) << "it is held still";
-  EXPECT_EQ(entries.WholeFrame(), entries.FrameFor(all, IsWanted));
+  EXPECT_EQ(entries.WholeFrame(), entries.FrameFor(all, gone, IsWanted));
   EXPECT_EQ(entries.WholeFrame(), entries.WholeFrame());
 }
 
 TEST(UpdateEntries, UseTheMemoryOfFramesThatWereLetGo) {
+  UpdateEntries::Keys gone;
   UpdateEntries entries(kWanted);
   UpdateEntries::Keys keys{"C:G:1"};
   const auto fill = [&] {
@@ -140,24 +143,25 @@ TEST(UpdateEntries, UseTheMemoryOfFramesThatWereLetGo) {
   };
   fill();
   const char* const whole = entries.WholeFrame()->data();
-  const char* const picked = entries.FrameFor(keys, IsWanted)->data();
+  const char* const picked = entries.FrameFor(keys, gone, IsWanted)->data();
   fill();
   EXPECT_EQ(whole, entries.WholeFrame()->data());
-  EXPECT_EQ(picked, entries.FrameFor(keys, IsWanted)->data());
+  EXPECT_EQ(picked, entries.FrameFor(keys, gone, IsWanted)->data());
 }
 
 TEST(UpdateEntries, LeaveFramesThatAreHeldAlone) {
+  UpdateEntries::Keys gone;
   UpdateEntries entries(kWanted);
   UpdateEntries::Keys keys{"C:G:1"};
   entries.Append(Record("1"));
   entries.Append(Record("2"));
   const SharedFrame whole = entries.WholeFrame();
-  const SharedFrame picked = entries.FrameFor(keys, IsWanted);
+  const SharedFrame picked = entries.FrameFor(keys, gone, IsWanted);
   entries.Clear();
   entries.Append(Record("1", "W"));
   entries.Append(Record("2", "W"));
   EXPECT_NE(whole->data(), entries.WholeFrame()->data());
-  EXPECT_NE(picked->data(), entries.FrameFor(keys, IsWanted)->data());
+  EXPECT_NE(picked->data(), entries.FrameFor(keys, gone, IsWanted)->data());
   EXPECT_EQ(FrameOf(Responses({{.guid = "1"}, {.guid = "2"}})), *whole);
   EXPECT_EQ(FrameOf(Responses({{.guid = "1"}})), *picked);
 }
@@ -191,7 +195,8 @@ TEST(UpdateEntries, LeaveTheKeysAsTheyAreWhenThereIsNoMemoryForTheirText) {
   entries.Append(Record("2", value));
   UpdateEntries::Keys keys{"C:G:1", "C:G:2"};
   entries.Append(Record("3"));  // so that it isn't the whole frame
-  FailEachAllocation([&] { entries.FrameFor(keys, IsWanted); },
+  UpdateEntries::Keys gone;
+  FailEachAllocation([&] { entries.FrameFor(keys, gone, IsWanted); },
                      [&] { EXPECT_EQ(2u, keys.size()); });
   EXPECT_EQ(UpdateEntries::Keys{"C:G:2"}, keys);
 }
@@ -244,7 +249,8 @@ TEST(UpdateEntries, LeaveOffForASubscriberThatHasGone) {
     entries.Append(Record("2"));
   UpdateEntries::Keys keys{"C:G:1", "C:G:2"};
   int asked = 0;
-  EXPECT_EQ(nullptr, entries.FrameFor(keys, [&] { return ++asked == 2; }));
+  UpdateEntries::Keys gone;
+  EXPECT_EQ(nullptr, entries.FrameFor(keys, gone, [&] { return ++asked == 2; }));
   EXPECT_EQ(2, asked);
   EXPECT_EQ((UpdateEntries::Keys{"C:G:1", "C:G:2"}), keys);
 }
@@ -257,7 +263,8 @@ TEST(UpdateEntries, LeaveOffWhenThePublisherStops) {
   EXPECT_FALSE(entries.Append(Record("1")));
   EXPECT_EQ(1u, entries.size());
   UpdateEntries::Keys keys{"C:G:1"};
-  EXPECT_EQ(nullptr, entries.FrameFor(keys, IsWanted));
+  UpdateEntries::Keys gone;
+  EXPECT_EQ(nullptr, entries.FrameFor(keys, gone, IsWanted));
   EXPECT_EQ((UpdateEntries::Keys{"C:G:1"}), keys);
 }
 

@@ -11,11 +11,7 @@
 
 namespace valmere::test {
 
-inline std::shared_ptr<ClientConnection> MakeConnection() {
-  return std::make_shared<ClientConnection>(nullptr);
-}
-
-// The same, which calls a function when it is destroyed.
+// One that calls a function when it is destroyed.
 inline std::shared_ptr<ClientConnection> MakeConnectionThatTells(std::function<void()> on_gone) {
   class Stream final : public Connection {
    public:
@@ -30,6 +26,10 @@ inline std::shared_ptr<ClientConnection> MakeConnectionThatTells(std::function<v
     const std::function<void()> on_gone_;
   };
   return std::make_shared<ClientConnection>(std::make_shared<Stream>(std::move(on_gone)));
+}
+
+inline std::shared_ptr<ClientConnection> MakeConnection() {
+  return MakeConnectionThatTells([] {});
 }
 
 inline std::shared_ptr<ComponentProperty> MakeOfComponent(
