@@ -33,8 +33,7 @@ bool AwaitOutput(int output) {
 }  // namespace
 
 Service::Service(const std::string& folder, const std::vector<std::string>& options)
-    : folder_(folder), command_{VALMERED,   "--root", root(),      "--init-root",
-                                "--socket", socket(), "--library", VALMERE_LIBRARY} {
+    : folder_(folder), command_{VALMERED, "--root", root(), "--init-root", "--socket", socket()} {
   command_.insert(command_.end(), options.begin(), options.end());
 }
 
