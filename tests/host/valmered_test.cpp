@@ -194,7 +194,9 @@ TEST_F(ValmeredTest, FreesThePlaceOfAClientThatLeavesAfterGarbage) {
                ThreadsOf(valmered_->process()) == threads;
       },
       [] {});
-  Stop(SIGTERM);
+  valmered_->Signal(SIGTERM);
+  ExpectCleanEnd();
+  EXPECT_THAT(valmered_->errors(), HasSubstr("closed: what it sent is of no format that is known"));
 }
 
 TEST_F(ValmeredTest, SpendsNoThreadOnAClientThatHasSentNothing) {
