@@ -74,6 +74,7 @@ class ClientStream final : public Connection, public std::enable_shared_from_thi
   bool IsUnframedForTooLong();
   bool AwaitAnswersTaken();
   void Advance(const void* bytes, int count);
+  void GiveUpSending();
   void CloseFor(std::string_view cause);
   const Limits& limits() const { return clients_->limits(); }
 
