@@ -6,15 +6,12 @@
 #include "bench/messages.h"
 
 namespace valmere::bench {
+
 std::vector<std::string> ValmeredCommand(const Folder& folder) {
   // Where the service keeps its settings, as every device has it.
   std::filesystem::create_directories(folder.Path("root/Store"));
-  return {VALMERED,
-          "--root",
-          folder.Path("root"),
-          "--socket",
-          folder.Path("socket"),
-          "--max-clients-per-process",
+  const std::string socket = folder.Path("socket");
+  return {VALMERED, "--root", folder.Path("root"), "--socket", socket, "--max-clients-per-process",
           "2048"};
 }
 

@@ -32,8 +32,7 @@ void ThrowOnUvError(int result) {
 }  // namespace
 
 Server::Server(Driver& driver, const Limits& limits, PropertyLoader::BeforeLoad before_load)
-    : driver_(driver),
-      limits_(limits),
+    : limits_(limits),
       loader_(std::in_place, driver, std::move(before_load)),
       clients_(std::make_shared<Clients>(limits,
                                          Clients::Events{[this] { uv_async_send(&all_gone_); },

@@ -52,7 +52,6 @@ class Server {
   void IgnoreSignals();
   void EndLoop();
 
-  Driver& driver_;
   const Limits& limits_;
   uv_loop_t loop_{};
   uv_signal_t terminate_{};

@@ -46,11 +46,10 @@ ClientListener::ClientListener(std::vector<int> sockets, std::function<void()> s
                                std::shared_ptr<Clients> clients, UnreadWatch& watch)
     : clients_(std::move(clients)),
       watch_(watch),
-      poll_(MakeEpoll(kAcceptPurpose)),
       wake_(MakeWakeEvent(kAcceptPurpose)),
+      poll_(MakeEpoll(wake_.get(), kAcceptPurpose)),
       stop_listening_(std::move(stop_listening)),
       sockets_(std::move(sockets)) {
-  AddToEpoll(poll_.get(), wake_.get(), EPOLLIN);
   ResumeAccepting();
 }
 
@@ -153,10 +152,11 @@ void ClientListener::PauseAccepting() {
   paused_until_ = Clock::now() + kAcceptPause;
 }
 
+// Takes memory of the kernel's, which may be what was lacking.
 void ClientListener::ResumeAccepting() {
   paused_until_.reset();
   for (const int socket : sockets_)
-    AddToEpoll(poll_.get(), socket, EPOLLIN);
+    if (!AddToEpoll(poll_.get(), socket, EPOLLIN)) return PauseAccepting();
 }
 
 // For the next wait, in milliseconds; -1 is for ever.

@@ -61,8 +61,8 @@ class ClientListener final : public Listener {
 
   const std::shared_ptr<Clients> clients_;
   UnreadWatch& watch_;
-  const platform::Descriptor poll_;
   const platform::Descriptor wake_;
+  const platform::Descriptor poll_;
   const std::function<void()> stop_listening_;
   std::atomic<bool> finishing_{false};
   std::atomic<bool> closed_{false};

@@ -39,12 +39,22 @@ ClientStream::ClientStream(platform::Descriptor socket, Peer peer, Clients::Plac
 
 ClientStream::~ClientStream() {
   clients_->Strike(*this);
+  DropUnread();
+}
+
+// A TCP socket that is closed with unread bytes drops what the client has not been sent yet. A client
+// that goes on sending is not listened to for ever.
+void ClientStream::DropUnread() {
+  constexpr int kMostReads = 4096;
+  for (int i = 0; i < kMostReads; ++i)
+    if (recv(socket_.get(), buffer_.data(), buffer_.size(), MSG_DONTWAIT) < 1) return;
 }
 
 int ClientStream::Read(void* buffer, int length) {
   if (length < 1) return 0;
   reader_.store(std::this_thread::get_id(), std::memory_order_relaxed);
-  if (position_.at_start() && !AwaitAnswersTaken()) return kGone;
+  if (position_.at_start()) AwaitAnswersTaken();
+  if (closed_) return kGone;
   if (buffered_begin_ == buffered_end_) {
     const auto wanted = static_cast<std::size_t>(length);
     const bool direct = wanted >= buffer_.size();
@@ -109,8 +119,8 @@ bool ClientStream::IsUnframedForTooLong() {
 }
 
 // The reader sends its own answers, so a long one needs no other thread.
-bool ClientStream::AwaitAnswersTaken() {
-  if (!outbox_.has_answer()) return true;
+void ClientStream::AwaitAnswersTaken() {
+  if (!outbox_.has_answer()) return;
   Patience patience(limits().unread);
   while (outbox_.has_answer() && !closed_) {
     const bool ready = patience.Spend(
@@ -118,7 +128,6 @@ bool ClientStream::AwaitAnswersTaken() {
     if (ready) SendWaiting();
     if (!ready && patience.over()) CloseOverdue();
   }
-  return !closed_;
 }
 
 bool ClientStream::IsReader() const {
@@ -143,7 +152,17 @@ int ClientStream::WriteForOther(const SharedFrame& frame, EventFlags::PendingWak
   return Send({*frame, &frame}, Outbox::Kind::kForOther);
 }
 
+// Without memory to keep the rest of a frame, or to say why the client is closed, it is closed.
 int ClientStream::Send(const Outbox::Frame& frame, Outbox::Kind kind) {
+  try {
+    return SendOrClose(frame, kind);
+  } catch (const std::exception&) {
+    Abandon();
+    throw;
+  }
+}
+
+int ClientStream::SendOrClose(const Outbox::Frame& frame, Outbox::Kind kind) {
   const int length = static_cast<int>(frame.bytes.size());
   if (closed_) return kGone;
   if (gone_) return length;

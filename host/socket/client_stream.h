@@ -30,7 +30,7 @@ namespace valmere::host {
 // Owner: the service; while something waits for the client, the watch too.
 // Threads: as Connection; the thread that reads is the one that answers.
 // Errors: as Connection. What is written to a client that has gone is dropped, and what it sent
-// before still counts.
+// before still counts. A write that throws std::bad_alloc has closed the stream.
 class ClientStream final : public Connection, public std::enable_shared_from_this<ClientStream> {
  public:
   // `watch` must outlive the stream's last write.
@@ -66,14 +66,16 @@ class ClientStream final : public Connection, public std::enable_shared_from_thi
 
  private:
   int Send(const Outbox::Frame& frame, Outbox::Kind kind);
+  int SendOrClose(const Outbox::Frame& frame, Outbox::Kind kind);
   bool IsReader() const;
   Outbox::Kind KindOfWrite() const;
   int TakeBuffered(void* buffer, int length);
   int Receive(void* buffer, std::size_t length);
   bool AwaitBytes();
   bool IsUnframedForTooLong();
-  bool AwaitAnswersTaken();
+  void AwaitAnswersTaken();
   void Advance(const void* bytes, int count);
+  void DropUnread();
   void GiveUpSending();
   void CloseFor(std::string_view cause);
   const Limits& limits() const { return clients_->limits(); }

@@ -16,12 +16,15 @@ platform::Descriptor Made(int descriptor, const std::string& purpose) {
 
 }  // namespace
 
-platform::Descriptor MakeEpoll(const std::string& purpose) {
-  return Made(epoll_create1(EPOLL_CLOEXEC), purpose);
-}
-
 platform::Descriptor MakeWakeEvent(const std::string& purpose) {
   return Made(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), purpose);
+}
+
+platform::Descriptor MakeEpoll(int wake_event, const std::string& purpose) {
+  platform::Descriptor epoll = Made(epoll_create1(EPOLL_CLOEXEC), purpose);
+  if (!AddToEpoll(epoll.get(), wake_event, EPOLLIN))
+    throw std::system_error(errno, std::generic_category(), purpose);
+  return epoll;
 }
 
 bool AddToEpoll(int epoll, int descriptor, std::uint32_t events) noexcept {

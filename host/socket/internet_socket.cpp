@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
@@ -39,13 +41,22 @@ Place Split(const std::string& where) {
 
 using Addresses = std::unique_ptr<addrinfo, void (*)(addrinfo*)>;
 
+// The system's own reading of a port takes the rest of a number that is too large.
+bool IsPort(const std::string& text) {
+  std::uint16_t port = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, port);
+  return error == std::errc() && rest == end;
+}
+
 Addresses Resolve(const std::string& where) {
   const Place place = Split(where);
   addrinfo wanted{};
   wanted.ai_socktype = SOCK_STREAM;
   wanted.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
   addrinfo* found = nullptr;
-  if (getaddrinfo(place.host.c_str(), place.port.c_str(), &wanted, &found) != 0)
+  if (!IsPort(place.port) ||
+      getaddrinfo(place.host.c_str(), place.port.c_str(), &wanted, &found) != 0)
     throw ListenFailure(where, "it is no ADDRESS:PORT in numbers");
   return {found, freeaddrinfo};
 }

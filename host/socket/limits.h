@@ -17,7 +17,7 @@ struct Limits {
   std::size_t unread_bytes = std::size_t{32} << 20;
   std::chrono::milliseconds unread{30'000};  // age of the oldest byte that waits for a client
   // Bytes that the service keeps for a client: what it has published, what it has subscribed to,
-  // what waits for it but answers.
+  // news that wait for it.
   std::size_t client_memory = std::size_t{64} << 20;
   // From the signal that ends valmered on, for what has been accepted: its answers, its lines in
   // the property file. 0 drops it.

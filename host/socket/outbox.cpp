@@ -5,7 +5,7 @@
 // (1) Every frame in the list has a byte that was not sent; frames leave in the order in which they
 //     came, and none is sent past one that waits.
 // (2) waiting_count_ is the length of the list, answers_ the answers in it.
-// (3) unread_ is the sum of what is left of all but answers, and is charged to the account.
+// (3) news_ and of_others_ are the sums of what is left of either; news_ is charged to the account.
 // (4) Once abandoned the list is empty and stays so.
 #include "host/socket/outbox.h"
 
@@ -68,12 +68,13 @@ bool Outbox::SendNow(std::string_view bytes, std::size_t& sent) const {
 Outbox::Sent Outbox::Judge(std::size_t bytes, Kind kind) const {
   if (kind == Kind::kForOther && !HasRoom()) return Sent::kNoRoom;
   if (kind != Kind::kNews) return Sent::kWaits;
-  const bool fits = unread_ + bytes <= most_unread_ && account_.used() + bytes <= account_.most();
+  const bool fits = news_ + bytes <= most_unread_ && account_.used() + bytes <= account_.most();
   return fits ? Sent::kWaits : Sent::kTooMuch;
 }
 
 bool Outbox::HasRoom() const {
-  return unread_ < std::min(most_unread_, kRoomForOthers);
+  const std::size_t unread = news_ + of_others_;
+  return unread == 0 || unread < std::min(most_unread_, kRoomForOthers);
 }
 
 void Outbox::Keep(const Frame& frame, std::size_t sent, Kind kind, std::chrono::milliseconds now) {
@@ -83,12 +84,15 @@ void Outbox::Keep(const Frame& frame, std::size_t sent, Kind kind, std::chrono::
     waiting_.push_back(
         {std::make_shared<const std::string>(frame.bytes.substr(sent)), 0, kind, now});
   waiting_count_.store(waiting_.size());
+  const std::size_t left = waiting_.back().left();
   if (kind == Kind::kAnswer) {
     answers_.fetch_add(1);
-    return;
+  } else if (kind == Kind::kForOther) {
+    of_others_ += left;
+  } else {
+    news_ += left;
+    account_.Charge(left);
   }
-  unread_ += waiting_.back().left();
-  account_.Charge(waiting_.back().left());
 }
 
 // One system call for many small frames, and no more than a part of a long one. The kernel goes on
@@ -131,8 +135,12 @@ void Outbox::MarkSent(std::size_t bytes) {
 void Outbox::Discount(const Waiting& waiting, std::size_t bytes) {
   if (waiting.kind == Kind::kAnswer) return;
   const bool had_room = HasRoom();
-  unread_ -= bytes;
-  account_.Release(bytes);
+  if (waiting.kind == Kind::kForOther) {
+    of_others_ -= bytes;
+  } else {
+    news_ -= bytes;
+    account_.Release(bytes);
+  }
   if (!had_room && HasRoom()) room_.notify_all();
 }
 
@@ -141,8 +149,8 @@ void Outbox::Abandon() {
   const client::MutexLock hold(lock_);
   abandoned_ = true;
   dropped.swap(waiting_);
-  account_.Release(unread_);
-  unread_ = 0;
+  account_.Release(news_);
+  news_ = of_others_ = 0;
   waiting_count_.store(0);
   answers_.store(0);
   room_.notify_all();

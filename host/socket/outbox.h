@@ -20,7 +20,7 @@ namespace valmere::host {
 // while nothing waits; what the socket does not take is kept in order until Flush gets it out.
 // Owner: the client's stream. The socket and the account must outlive it.
 // Threads: any.
-// Errors: std::bad_alloc from Send, after which the stream is broken.
+// Errors: std::bad_alloc from Send. A part of the frame may have been sent, so nothing may follow.
 class Outbox {
  public:
   enum class Kind {
@@ -42,7 +42,8 @@ class Outbox {
   };
 
   // `socket` is sent to without waiting, whether it blocks or not. At most `most_unread` bytes of
-  // news wait, and no more than the account has left.
+  // news wait, and no more than the account has left; what others send counts for neither, so that
+  // they can't have the client closed.
   Outbox(int socket, std::size_t most_unread, ClientAccount& account);
   ~Outbox();
   Outbox(const Outbox&) = delete;
@@ -90,7 +91,8 @@ class Outbox {
   mutable client::Mutex lock_;  // also held to send: the bytes of one frame stay together
   bool abandoned_ GUARDED_BY(lock_) = false;
   std::list<Waiting> waiting_ GUARDED_BY(lock_);  // takes no memory while nothing waits
-  std::size_t unread_ GUARDED_BY(lock_) = 0;      // bytes that wait, but those of answers
+  std::size_t news_ GUARDED_BY(lock_) = 0;        // bytes of them that wait
+  std::size_t of_others_ GUARDED_BY(lock_) = 0;   // the same
   std::condition_variable room_;
   std::atomic<std::size_t> waiting_count_{0};  // changed under the lock
   std::atomic<std::size_t> answers_{0};        // the same

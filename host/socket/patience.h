@@ -20,7 +20,8 @@ class Patience {
   // Calls `wait` with the milliseconds that it may take, and counts them; its result.
   template <class Wait>
   auto Spend(Wait wait) {
-    const Clock::duration most = std::min<Clock::duration>(left_, kStep);
+    // A wait that came to something may have taken more than was left.
+    const auto most = std::clamp<Clock::duration>(left_, Clock::duration::zero(), kStep);
     const Clock::time_point before = Clock::now();
     const auto result =
         wait(static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(most).count()));

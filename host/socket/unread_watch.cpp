@@ -24,8 +24,8 @@ constexpr char kWatchPurpose[] = "cannot watch what clients leave unread";
 
 UnreadWatch::UnreadWatch(milliseconds limit)
     : tick_(std::clamp<milliseconds>(limit / 8, milliseconds(5), milliseconds(500))),
-      poll_(MakeEpoll(kWatchPurpose)),
       wake_(MakeWakeEvent(kWatchPurpose)),
+      poll_(MakeEpoll(wake_.get(), kWatchPurpose)),
       thread_([this] { Run(); }) {}
 
 UnreadWatch::~UnreadWatch() {
@@ -61,14 +61,15 @@ bool UnreadWatch::Watch(const Stream& stream) {
 }
 
 void UnreadWatch::Run() {
-  AddToEpoll(poll_.get(), wake_.get(), EPOLLIN);
   std::array<epoll_event, 64> events;
+  auto counted = std::chrono::steady_clock::now();
   while (!ending_.load()) {
     const bool idle = Idle();
-    const auto before = std::chrono::steady_clock::now();
     const int count = epoll_wait(poll_.get(), events.data(), static_cast<int>(events.size()),
                                  idle ? -1 : static_cast<int>(tick_.count()));
-    if (!idle) CountTime(std::chrono::steady_clock::now() - before);
+    const auto now = std::chrono::steady_clock::now();
+    if (!idle) CountTime(now - counted);
+    counted = now;
     for (int i = 0; i < count; ++i) {
       const int descriptor = events[static_cast<std::size_t>(i)].data.fd;
       eventfd_t wakes = 0;
@@ -90,9 +91,10 @@ bool UnreadWatch::Idle() const {
   return waiting_.empty();
 }
 
-// A stop of the whole program does not count.
-void UnreadWatch::CountTime(std::chrono::steady_clock::duration waited) {
-  exact_time_ += std::min<std::chrono::steady_clock::duration>(waited, 2 * tick_);
+// A stop of the whole program does not count. The time that clients took that read does: otherwise
+// they would hold up the clock for one that does not.
+void UnreadWatch::CountTime(std::chrono::steady_clock::duration passed) {
+  exact_time_ += std::min<std::chrono::steady_clock::duration>(passed, 2 * tick_);
   time_.store(std::chrono::duration_cast<milliseconds>(exact_time_).count(),
               std::memory_order_relaxed);
 }

@@ -42,14 +42,14 @@ class UnreadWatch {
   bool Watch(const Stream& stream) EXCLUDES(lock_);
   void Run();
   bool Idle() const EXCLUDES(lock_);
-  void CountTime(std::chrono::steady_clock::duration waited);
+  void CountTime(std::chrono::steady_clock::duration passed);
   void Serve(int descriptor) EXCLUDES(lock_);
   void Forget(const Stream& stream) EXCLUDES(lock_);
   void CheckAges() EXCLUDES(lock_);
 
   const std::chrono::milliseconds tick_;
-  const platform::Descriptor poll_;
   const platform::Descriptor wake_;
+  const platform::Descriptor poll_;
   std::atomic<std::chrono::milliseconds::rep> time_{0};
   std::atomic<bool> ending_{false};
   // The thread's own.

@@ -44,10 +44,10 @@ class Accounts : public EngineTest {
   }
   void ExpectEnded(const Client& ended, std::string_view cause) {
     EXPECT_EQ((std::vector<std::string>{"it " + std::string(cause)}), ended.stream->causes());
-    EXPECT_EQ((std::vector<std::string>{
-                  "Client " + std::to_string(ended.connection->instance_number()) + " " +
-                  std::string(cause) + ": its session ends"}),
-              log->TakeLines());
+    EXPECT_EQ(
+        (std::vector<std::string>{"Client " + std::to_string(ended.connection->instance_number()) +
+                                  " " + std::string(cause) + ": its session ends"}),
+        log->TakeLines());
   }
 
   static constexpr std::string_view kTooMuch = "has more than 10000 bytes kept for it";

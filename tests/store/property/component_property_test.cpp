@@ -2,13 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "net/client_connection.h"
 #include "tests/store/engine/start_gate.h"
 #include "tests/store/property/change_counter.h"
 #include "tests/store/property/published_property.h"
+#include "tests/support/scripted_connection.h"
 #include "tests/support/test_thread.h"
 
 namespace valmere::test {
@@ -58,6 +61,41 @@ TEST(ComponentProperty, IsCountedWhileItLives) {
   const std::uint32_t before = LiveProperties::Live();
   const auto published = MakePublished(nullptr);
   EXPECT_EQ(LiveProperties::Live(), before + 1);
+}
+
+TEST(ComponentProperty, IsChargedExactlyThoughItsOwnerAndValueChangeAtOnce) {
+  constexpr int kChanges = 2'000;
+  const std::size_t foreign = ComponentProperty::ForeignBytes();
+  std::vector<std::shared_ptr<ScriptedConnection>> streams;
+  std::vector<std::shared_ptr<ClientConnection>> clients;
+  for (int i = 0; i < 2; ++i) {
+    streams.push_back(std::make_shared<ScriptedConnection>());
+    streams.back()->SetMostMemory(1);
+    clients.push_back(std::make_shared<ClientConnection>(streams.back()));
+  }
+  const auto published = MakePublished(clients[0]);
+  {
+    StartGate gate(3);
+    std::vector<TestThread> threads;
+    for (const auto& client : clients) {
+      threads.emplace_back([&] {
+        gate.Pass();
+        for (int i = 0; i < kChanges; ++i)
+          published->TakeValue(std::string(static_cast<std::size_t>(i % 100), 'x'), *client);
+      });
+    }
+    threads.emplace_back([&] {
+      gate.Pass();
+      for (std::size_t i = 0; i < kChanges; ++i)
+        published->set_connection(clients[i % 2]);
+    });
+  }
+  published->set_connection(clients[1]);
+  EXPECT_EQ(0u, streams[0]->account()->used());
+  EXPECT_LT(ComponentProperty::kBytesBesideTexts, streams[1]->account()->used());
+  published->set_connection(nullptr);
+  EXPECT_EQ(0u, streams[1]->account()->used());
+  EXPECT_EQ(foreign, ComponentProperty::ForeignBytes());
 }
 
 TEST(ComponentProperty, ChangesItsConnectionWhileOthersReadIt) {
