@@ -173,7 +173,7 @@ int ClientStream::SendOrClose(const Outbox::Frame& frame, Outbox::Kind kind) {
       if (kind != Outbox::Kind::kAnswer) watch_.Add(shared_from_this());
       break;
     case Outbox::Sent::kGone:
-      gone_ = true;
+      GiveUpSending();
       break;
     case Outbox::Sent::kNoRoom:
       return kNoRoom;
@@ -186,6 +186,13 @@ int ClientStream::SendOrClose(const Outbox::Frame& frame, Outbox::Kind kind) {
   return length;
 }
 
+// A client that is there all the same, because only the kernel's memory was short, is shown the end:
+// it would wait for an answer that does not come.
+void ClientStream::GiveUpSending() {
+  gone_ = true;
+  shutdown(socket_.get(), SHUT_WR);
+}
+
 bool ClientStream::AwaitRoom(platform::Ticks deadline) {
   constexpr platform::Ticks kTicksPerMillisecond = platform::kTicksPerMillisecond;
   const platform::Ticks left = std::max<platform::Ticks>(deadline - platform::MonotonicNow(), 0);
@@ -195,7 +202,7 @@ bool ClientStream::AwaitRoom(platform::Ticks deadline) {
 
 bool ClientStream::SendWaiting() {
   if (!outbox_.Flush()) {
-    gone_ = true;
+    GiveUpSending();
     outbox_.Abandon();
   }
   if (HasWaiting()) return true;

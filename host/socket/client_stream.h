@@ -76,6 +76,7 @@ class ClientStream final : public Connection, public std::enable_shared_from_thi
   void AwaitAnswersTaken();
   void Advance(const void* bytes, int count);
   void DropUnread();
+  void GiveUpSending();
   void CloseFor(std::string_view cause);
   const Limits& limits() const { return clients_->limits(); }
 

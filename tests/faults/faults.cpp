@@ -67,7 +67,7 @@ bool OnWorker() {
 std::string TestNameOf(Fault fault) {
   static constexpr std::array<const char*, 10> kNames = {
       "Memory", "Thread", "KernelObject", "Open",   "Look",
-      "Read",   "Write",  "TornWrite",    "Socket", "Loop"};
+      "Read",   "Write",  "TornWrite",    "Socket", "Poll"};
   return kNames.at(static_cast<std::size_t>(fault));
 }
 

@@ -20,7 +20,7 @@ enum class Fault {
   kWrite,         // writing one, or bringing it to the disk
   kTornWrite,     // the same; half of the write that fails has reached the file
   kSocket,        // accepting a peer, receiving, sending
-  kLoop,          // what the event loop's library is asked for
+  kPoll,          // waiting for one more descriptor
 };
 // As part of a test's name: "TornWrite".
 std::string TestNameOf(Fault fault);

@@ -1,4 +1,5 @@
 // Sockets; see faults.cpp.
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 
@@ -33,6 +34,12 @@ ssize_t __real_sendmsg(int, const msghdr*, int);
 ssize_t __wrap_sendmsg(int socket, const msghdr* message, int flags) {
   if (Refused(Fault::kSocket)) return Refuse(ENOBUFS);
   return __real_sendmsg(socket, message, flags);
+}
+
+int __real_epoll_ctl(int, int, int, epoll_event*);
+int __wrap_epoll_ctl(int poll, int operation, int file, epoll_event* event) {
+  if (operation == EPOLL_CTL_ADD && Refused(Fault::kPoll)) return Refuse(ENOMEM);
+  return __real_epoll_ctl(poll, operation, file, event);
 }
 
 }  // extern "C"
