@@ -84,7 +84,7 @@ void AddLimits(CLI::App& app, ParsedLimits& parsed) {
       ->capture_default_str();
   app.add_option("--max-client-memory", parsed.client_memory,
                  "Bytes that are kept for a client: what it has published and subscribed to, and "
-                 "what waits for it but answers")
+                 "changes that wait for it")
       ->type_name("BYTES")
       ->transform(CLI::AsSizeValue(false))
       ->check(CLI::Range(std::uint64_t{1}, kMostUnreadBytes).description(""))

@@ -7,7 +7,7 @@
 namespace valmere {
 
 // Purpose: counts the bytes that the service keeps for one client: what it has published, what it
-// has subscribed to, what waits for it.
+// has subscribed to, news that wait for it.
 // Owner: the client's connection.
 // Threads: any.
 // Errors: none; the account itself refuses nothing, its users look at it.

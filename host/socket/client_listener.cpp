@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <exception>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "host/socket/client_stream.h"
@@ -98,7 +99,8 @@ std::shared_ptr<Connection> ClientListener::Handle(int descriptor) {
 std::shared_ptr<Connection> ClientListener::AcceptFrom(int listening) {
   platform::Descriptor socket(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
   if (!socket.valid()) {
-    if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) PauseAccepting();
+    // A client that went before it was accepted leaves nothing behind.
+    if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) PauseAccepting(errno);
     return nullptr;
   }
   Peer peer = PeerOf(socket.get());
@@ -142,11 +144,16 @@ void ClientListener::StopAccepting() {
   stop_listening_();
 }
 
-// The client stays in the queue, so the socket stays readable: without a pause this would never
-// rest.
-void ClientListener::PauseAccepting() {
+// Mostly there are no descriptors or there is no memory. The client stays in the queue, so the socket
+// stays readable: without a pause this would never rest.
+void ClientListener::PauseAccepting(int error) {
+  const bool out = error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
   if (paused_.Count())
-    TryReport([] { return "out of descriptors or memory; clients have to wait"; });
+    TryReport([&] {
+      return (out ? std::string("out of descriptors or memory")
+                  : std::error_code(error, std::generic_category()).message()) +
+             "; clients have to wait";
+    });
   for (const int socket : sockets_)
     RemoveFromEpoll(poll_.get(), socket);
   paused_until_ = Clock::now() + kAcceptPause;
@@ -156,7 +163,7 @@ void ClientListener::PauseAccepting() {
 void ClientListener::ResumeAccepting() {
   paused_until_.reset();
   for (const int socket : sockets_)
-    if (!AddToEpoll(poll_.get(), socket, EPOLLIN)) return PauseAccepting();
+    if (!AddToEpoll(poll_.get(), socket, EPOLLIN)) return PauseAccepting(ENOMEM);
 }
 
 // For the next wait, in milliseconds; -1 is for ever.

@@ -55,7 +55,7 @@ class ClientListener final : public Listener {
   std::shared_ptr<Connection> StreamOf(Silent silent);
   std::shared_ptr<Connection> TakeLast();
   void StopAccepting();
-  void PauseAccepting();
+  void PauseAccepting(int error);
   void ResumeAccepting();
   int TimeLeft() const;
 

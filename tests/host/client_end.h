@@ -94,7 +94,8 @@ class ClientEnd {
 class ServedClients {
  public:
   explicit ServedClients(const host::Limits& limits = {})
-      : clients_(std::make_shared<host::Clients>(limits, [this] { ++all_gone_; })),
+      : clients_(std::make_shared<host::Clients>(
+            limits, host::Clients::Events{[this] { ++all_gone_; }, nullptr})),
         watch_(limits.unread) {}
   ~ServedClients() { clients_->Detach(); }
   ServedClients(const ServedClients&) = delete;

@@ -30,7 +30,7 @@ std::shared_ptr<Clients> ClientsWithLimits(std::size_t all, std::size_t of_proce
   Limits limits;
   limits.clients = all;
   limits.clients_per_process = of_process;
-  return std::make_shared<Clients>(limits, nullptr);
+  return std::make_shared<Clients>(limits, Clients::Events{});
 }
 
 TEST(Clients, TurnsAwayOneOverTheLimitUntilAPlaceIsFree) {
