@@ -3,216 +3,278 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <chrono>
-#include <cstring>
+#include <cstddef>
+#include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
-#include "tests/host/subprocess.h"
+#include "client/deadline.h"
+#include "net/client_account.h"
+#include "tests/host/client_end.h"
 
 namespace valmere::test {
 using namespace host;
 namespace {
 
+using std::chrono::milliseconds;
+using Kind = Outbox::Kind;
+using Sent = Outbox::Sent;
+
+constexpr std::size_t kMostNews = std::size_t{1} << 20;
+
 class OutboxTest : public ::testing::Test {
  protected:
-  ~OutboxTest() override {
-    CloseReader();
-    close(ends_[0]);
+  Sent Send(const std::string& text, Kind kind = Kind::kNews, milliseconds now = {}) {
+    return outbox_.Send({text, nullptr}, kind, now);
   }
-
-  static std::array<int, 2> MakePair() {
-    std::array<int, 2> ends{-1, -1};
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
-    return ends;
+  Sent Send(const SharedFrame& frame, Kind kind, milliseconds now = {}) {
+    return outbox_.Send({*frame, &frame}, kind, now);
   }
-  static FrameBuffer FrameOf(const std::string& text) {
-    FrameBuffer frame;
-    frame.MakeRoom(text.size(), 0);
-    frame.set_size(text.size());
-    std::memcpy(frame.data(), text.data(), text.size());
-    return frame;
-  }
-  Outbox::Sent Send(const std::string& text) {
-    FrameBuffer frame = FrameOf(text);
-    return outbox_.Send(frame);
-  }
-  // What is there to be read now, up to `limit` bytes.
-  std::string ReadSome(std::size_t limit = 1 << 20) const {
-    std::string bytes(limit, '\0');
-    const ssize_t count = recv(ends_[1], bytes.data(), bytes.size(), MSG_DONTWAIT);
-    bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-    return bytes;
-  }
+  // An answer that the socket does not take, and what the socket has of it.
+  void FillSocket() { ASSERT_EQ(Send(SharedOf(kFilling, 'f'), Kind::kAnswer), Sent::kWaits); }
   // Reads and flushes until nothing waits and nothing is left to be read.
   std::string ReadAll() {
     std::string all;
     std::string part;
     do {
       EXPECT_TRUE(outbox_.Flush());
-      part = ReadSome();
+      part = reader_.ReadThere();
       all += part;
     } while (!part.empty());
     return all;
   }
-  void CloseReader() {
-    if (ends_[1] >= 0) close(ends_[1]);
-    ends_[1] = -1;
-  }
 
-  static constexpr std::size_t kLimit = 1 << 20;
+  static constexpr std::size_t kFilling = std::size_t{4} << 20;
 
-  std::array<int, 2> ends_ = MakePair();
-  int backed_up_ = 0;
-  Outbox outbox_{ends_[0], kLimit, [this] { ++backed_up_; }};
+  SocketPair pair_ = MakeSocketPair();
+  ClientEnd reader_{std::move(pair_.client)};
+  ClientAccount account_{2 * kMostNews};
+  Outbox outbox_{pair_.service.get(), kMostNews, account_};
 };
 
-TEST_F(OutboxTest, SendsAtOnceWhileTheSocketTakesIt) {
-  EXPECT_EQ(Send("one"), Outbox::Sent::kTaken);
-  EXPECT_EQ(Send("two"), Outbox::Sent::kTaken);
-  EXPECT_EQ(ReadSome(), "onetwo");
-  EXPECT_EQ(backed_up_, 0);
+TEST_F(OutboxTest, SendsAtOnceWhatTheSocketTakes) {
+  EXPECT_EQ(Send("one"), Sent::kWhole);
+  EXPECT_EQ(Send("two", Kind::kAnswer), Sent::kWhole);
+  EXPECT_EQ(Send("three", Kind::kForOther), Sent::kWhole);
+  EXPECT_EQ(reader_.ReadThere(), "onetwothree");
+  EXPECT_TRUE(outbox_.empty());
   EXPECT_FALSE(outbox_.waiting_since());
+  EXPECT_EQ(account_.used(), 0U);
 }
 
-TEST_F(OutboxTest, LeavesTheMemoryOfASentFrameAlone) {
-  FrameBuffer frame = FrameOf("one");
-  const unsigned char* memory = frame.data();
-  EXPECT_EQ(outbox_.Send(frame), Outbox::Sent::kTaken);
-  EXPECT_EQ(frame.data(), memory);
+TEST_F(OutboxTest, KeepsTheOrderOfAllKinds) {
+  FillSocket();
+  EXPECT_EQ(Send("<news>"), Sent::kWaits);
+  EXPECT_EQ(Send("<answer>", Kind::kAnswer), Sent::kWaits);
+  EXPECT_EQ(Send("<other>", Kind::kForOther), Sent::kWaits);
+  EXPECT_EQ(ReadAll(), std::string(kFilling, 'f') + "<news><answer><other>");
+  EXPECT_TRUE(outbox_.empty());
+  EXPECT_FALSE(outbox_.has_answer());
+  EXPECT_EQ(Send("later"), Sent::kWhole);
 }
 
-TEST_F(OutboxTest, KeepsWhatTheSocketDoesNotTakeAndCallsOnce) {
-  const std::string large(kLimit, 'l');
-  const auto before = Outbox::Clock::now();
-  EXPECT_EQ(Send(large), Outbox::Sent::kTaken);
-  EXPECT_EQ(backed_up_, 1);
-  EXPECT_EQ(Send("small"), Outbox::Sent::kTaken);
-  EXPECT_EQ(backed_up_, 1);
-  ASSERT_TRUE(outbox_.waiting_since());
-  EXPECT_GE(*outbox_.waiting_since(), before);
-  EXPECT_TRUE(ReadAll() == large + "small");
-  EXPECT_FALSE(outbox_.waiting_since());
-}
-
-TEST_F(OutboxTest, FlushesNoMoreThanAPartOfALongFrameAtOnce) {
-  constexpr std::size_t kPart = 262144;
-  const int much = kPart;  // the kernel doubles it
-  setsockopt(ends_[0], SOL_SOCKET, SO_SNDBUF, &much, sizeof(much));
-  const std::string large(kLimit, 'l');
-  EXPECT_EQ(Send(large), Outbox::Sent::kTaken);
-  std::string all = ReadSome();
-  ASSERT_LT(all.size(), large.size() - kPart) << "too little is left";
-  EXPECT_TRUE(outbox_.Flush());
-  const std::string flushed = ReadSome();
-  EXPECT_GT(flushed.size(), 0U);
-  EXPECT_LE(flushed.size(), kPart);
-  EXPECT_EQ((all + flushed + ReadAll()).size(), large.size());
-}
-
-TEST_F(OutboxTest, CallsWheneverSomethingBeginsToWait) {
-  std::string wanted;
-  for (int i = 0; i < 500; ++i)
-    wanted += std::string(20'000, static_cast<char>('a' + i % 26));
-  std::atomic<bool> called{false};
-  std::atomic<bool> over{false};
-  Outbox outbox(ends_[0], kLimit, [&] { called = true; });
-  std::thread pump([&] {
-    for (std::size_t at = 0; at < wanted.size(); at += 20'000) {
-      const std::string text = wanted.substr(at, 20'000);
-      Outbox::Sent sent = Outbox::Sent::kTooMuch;
-      while (sent == Outbox::Sent::kTooMuch && !over) {
-        FrameBuffer frame = FrameOf(text);
-        sent = outbox.Send(frame);
-      }
-    }
-  });
-  const auto deadline = Outbox::Clock::now() + kPatience;
-  std::string all;
-  bool waiting = false;
-  while (all.size() < wanted.size() && Outbox::Clock::now() < deadline) {
-    waiting = called.exchange(false) || waiting;
-    if (waiting) {
-      outbox.Flush();
-      waiting = outbox.waiting_since().has_value();
-    }
-    all += ReadSome();
-  }
-  over = true;
-  pump.join();
-  EXPECT_TRUE(all == wanted) << "something waits that nobody was told of";
-}
-
-TEST_F(OutboxTest, KeepsTheOrderOfManySmallFrames) {
-  std::string wanted(kLimit, 'l');
-  Send(wanted);
+TEST_F(OutboxTest, GetsOutMoreFramesThanOneCallSends) {
+  FillSocket();
+  std::string expected(kFilling, 'f');
   for (int i = 0; i < 1000; ++i) {
-    const std::string text = "frame " + std::to_string(i) + ";";
-    EXPECT_EQ(Send(text), Outbox::Sent::kTaken);
-    wanted += text;
+    const std::string text = std::to_string(i) + ";";
+    ASSERT_EQ(Send(text), Sent::kWaits);
+    expected += text;
   }
-  EXPECT_TRUE(ReadAll() == wanted);
+  EXPECT_EQ(ReadAll(), expected);
 }
 
-TEST_F(OutboxTest, CallsAgainWhenItBacksUpAnew) {
-  Send(std::string(kLimit, 'l'));
+TEST_F(OutboxTest, SharesWhatWaitsAndCopiesNoneOfIt) {
+  const SharedFrame frame = SharedOf(2 * kFilling);
+  ASSERT_EQ(frame.use_count(), 1);
+  ASSERT_EQ(Send(frame, Kind::kAnswer), Sent::kWaits);
+  EXPECT_EQ(frame.use_count(), 2);
+  EXPECT_EQ(ReadAll().size(), frame->size());
+  EXPECT_EQ(frame.use_count(), 1);
+}
+
+TEST_F(OutboxTest, CopiesWhatIsLeftOfBytesThatTheCallerKeeps) {
+  std::string bytes(kFilling, 'c');
+  ASSERT_EQ(Send(bytes, Kind::kAnswer), Sent::kWaits);
+  bytes.assign(bytes.size(), '!');
+  EXPECT_EQ(ReadAll(), std::string(kFilling, 'c'));
+}
+
+TEST_F(OutboxTest, RefusesNewsBeyondItsLimitAndNoLess) {
+  FillSocket();
+  EXPECT_EQ(Send(SharedOf(kMostNews), Kind::kNews), Sent::kWaits);
+  EXPECT_EQ(Send("x"), Sent::kTooMuch);
+  EXPECT_EQ(Send("<answer>", Kind::kAnswer), Sent::kWaits);
+  EXPECT_EQ(ReadAll().size(), kFilling + kMostNews + std::string("<answer>").size());
+}
+
+TEST_F(OutboxTest, KeepsNewsOfAnyLengthWhereNothingWaits) {
+  ASSERT_EQ(Send(SharedOf(2 * kMostNews), Kind::kNews), Sent::kWaits);
+  EXPECT_EQ(Send("x"), Sent::kTooMuch);
+  EXPECT_EQ(ReadAll().size(), 2 * kMostNews);
+}
+
+TEST_F(OutboxTest, ChargesTheAccountWithNewsUntilTheyAreTaken) {
+  FillSocket();
+  EXPECT_EQ(account_.used(), 0U);
+  ASSERT_EQ(Send(SharedOf(1000), Kind::kNews), Sent::kWaits);
+  ASSERT_EQ(Send(SharedOf(500), Kind::kNews), Sent::kWaits);
+  EXPECT_EQ(account_.used(), 1500U);
+  ASSERT_EQ(Send(SharedOf(300), Kind::kForOther), Sent::kWaits);
+  ASSERT_EQ(Send(SharedOf(300), Kind::kAnswer), Sent::kWaits);
+  EXPECT_EQ(account_.used(), 1500U);
   ReadAll();
-  EXPECT_EQ(Send("small"), Outbox::Sent::kTaken);
-  EXPECT_EQ(ReadSome(), "small");
-  EXPECT_EQ(backed_up_, 1);
-  Send(std::string(kLimit, 'l'));
-  EXPECT_EQ(backed_up_, 2);
+  EXPECT_EQ(account_.used(), 0U);
+  FillSocket();
+  ASSERT_EQ(Send(SharedOf(1000), Kind::kNews), Sent::kWaits);
+  outbox_.Abandon();
+  EXPECT_EQ(account_.used(), 0U);
 }
 
-TEST_F(OutboxTest, TakesAnyFrameWhileNothingWaits) {
-  const std::string huge(3 * kLimit, 'h');
-  EXPECT_EQ(Send(huge), Outbox::Sent::kTaken);
-  EXPECT_EQ(Send("one more"), Outbox::Sent::kTooMuch);
-  EXPECT_TRUE(ReadAll() == huge);
+TEST_F(OutboxTest, RefusesNewsThatTheAccountHasNothingLeftFor) {
+  account_.Charge(account_.most() - 10);
+  FillSocket();
+  EXPECT_EQ(Send("12345678901"), Sent::kTooMuch);
+  EXPECT_EQ(Send("1234567890"), Sent::kWaits);
+  EXPECT_EQ(Send("answer", Kind::kAnswer), Sent::kWaits);
 }
 
-TEST_F(OutboxTest, RefusesTheFrameThatPassesTheLimit) {
-  while (backed_up_ == 0) {
-    ASSERT_EQ(Send(std::string(1000, 'x')), Outbox::Sent::kTaken);
+TEST_F(OutboxTest, HasNoRoomForOthersOnceTheirsAreMuch) {
+  FillSocket();
+  EXPECT_EQ(Send(SharedOf(3 * kMostNews), Kind::kForOther), Sent::kWaits);
+  EXPECT_EQ(Send("<other>", Kind::kForOther), Sent::kNoRoom);
+  EXPECT_EQ(Send("<answer>", Kind::kAnswer), Sent::kWaits);
+  EXPECT_EQ(ReadAll().size(), kFilling + 3 * kMostNews + std::string("<answer>").size());
+  EXPECT_EQ(Send("<other>", Kind::kForOther), Sent::kWhole);
+}
+
+TEST_F(OutboxTest, HasNoRoomForOthersOnceNewsAreMuch) {
+  FillSocket();
+  ASSERT_EQ(Send(SharedOf(kMostNews), Kind::kNews), Sent::kWaits);
+  EXPECT_EQ(Send("<other>", Kind::kForOther), Sent::kNoRoom);
+}
+
+// Otherwise any client could have another one closed.
+TEST_F(OutboxTest, KeepsNewsHoweverMuchOthersHaveSent) {
+  FillSocket();
+  ASSERT_EQ(Send(SharedOf(3 * kMostNews), Kind::kForOther), Sent::kWaits);
+  EXPECT_EQ(Send(SharedOf(kMostNews), Kind::kNews), Sent::kWaits);
+  EXPECT_EQ(Send("x"), Sent::kTooMuch);
+}
+
+TEST_F(OutboxTest, AwaitsRoomUntilWhatWaitsIsTaken) {
+  FillSocket();
+  ASSERT_EQ(Send(SharedOf(2 * kMostNews), Kind::kForOther), Sent::kWaits);
+  EXPECT_FALSE(outbox_.AwaitRoom(client::Deadline::After(milliseconds(1))));
+  std::atomic<bool> has_room{false};
+  std::thread waiting([&] { has_room = outbox_.AwaitRoom(client::Deadline::After(kPatience)); });
+  EXPECT_EQ(ReadAll().size(), kFilling + 2 * kMostNews);
+  waiting.join();
+  EXPECT_TRUE(has_room);
+}
+
+TEST_F(OutboxTest, WakesAWaitForRoomWhenItIsAbandoned) {
+  FillSocket();
+  ASSERT_EQ(Send(SharedOf(2 * kMostNews), Kind::kForOther), Sent::kWaits);
+  std::atomic<bool> has_room{false};
+  std::thread waiting([&] { has_room = outbox_.AwaitRoom(client::Deadline::After(kPatience)); });
+  outbox_.Abandon();
+  waiting.join();
+  EXPECT_TRUE(has_room);
+}
+
+TEST_F(OutboxTest, HasRoomForOthersWhereNoNewsMayWait) {
+  Outbox outbox(pair_.service.get(), 0, account_);
+  const SharedFrame answer = SharedOf(kFilling);
+  ASSERT_EQ(outbox.Send({*answer, &answer}, Kind::kAnswer, {}), Sent::kWaits);
+  EXPECT_TRUE(outbox.AwaitRoom(client::Deadline::After(milliseconds(0))));
+  EXPECT_EQ(outbox.Send({"<other>", nullptr}, Kind::kForOther, {}), Sent::kWaits);
+  EXPECT_EQ(outbox.Send({"<other>", nullptr}, Kind::kForOther, {}), Sent::kNoRoom);
+  EXPECT_EQ(outbox.Send({"<news>", nullptr}, Kind::kNews, {}), Sent::kTooMuch);
+}
+
+TEST_F(OutboxTest, TellsTheAgeOfTheOldest) {
+  ASSERT_EQ(Send(SharedOf(kFilling), Kind::kAnswer, milliseconds(10)), Sent::kWaits);
+  ASSERT_EQ(Send("<news>", Kind::kNews, milliseconds(20)), Sent::kWaits);
+  EXPECT_EQ(outbox_.waiting_since(), milliseconds(10));
+  reader_.ReadThere();
+  EXPECT_TRUE(outbox_.Flush());
+  EXPECT_EQ(outbox_.waiting_since(), milliseconds(10)) << "a part of the oldest still waits";
+  while (outbox_.has_answer()) {
+    reader_.ReadThere();
+    EXPECT_TRUE(outbox_.Flush());
   }
-  // Something of one frame waits, and nothing else.
-  for (std::size_t i = 0; i < kLimit / 1000 - 1; ++i) {
-    ASSERT_EQ(Send(std::string(1000, 'x')), Outbox::Sent::kTaken);
+  if (!outbox_.empty()) {
+    EXPECT_EQ(outbox_.waiting_since(), milliseconds(20));
   }
-  int taken = 0;
-  while (taken < 10 && Send(std::string(1000, 'x')) == Outbox::Sent::kTaken) {
-    ++taken;
-  }
-  EXPECT_LE(taken, 2);
 }
 
-TEST_F(OutboxTest, TellsWhenTheOldestWasGivenAfterOlderOnesHaveGone) {
-  EXPECT_EQ(Send(std::string(kLimit / 2, 'l')), Outbox::Sent::kTaken);
-  const auto first = outbox_.waiting_since();
-  EXPECT_EQ(Send(std::string(kLimit / 2, 'm')), Outbox::Sent::kTaken);
-  EXPECT_EQ(outbox_.waiting_since(), first);
-  std::size_t read = 0;
-  while (outbox_.waiting_since() == first) {
-    read += ReadSome().size();
-    ASSERT_TRUE(outbox_.Flush());
-  }
-  EXPECT_LE(read, kLimit);
-  EXPECT_TRUE(outbox_.waiting_since() > first);
+TEST_F(OutboxTest, KnowsOfAnswersThatWait) {
+  EXPECT_FALSE(outbox_.has_answer());
+  ASSERT_EQ(Send(SharedOf(kFilling), Kind::kNews), Sent::kWaits);
+  EXPECT_FALSE(outbox_.has_answer());
+  ASSERT_EQ(Send("<answer>", Kind::kAnswer), Sent::kWaits);
+  EXPECT_TRUE(outbox_.has_answer());
+  ReadAll();
+  EXPECT_FALSE(outbox_.has_answer());
 }
 
-TEST_F(OutboxTest, SaysWhenTheClientIsGone) {
-  CloseReader();
-  EXPECT_EQ(Send("one"), Outbox::Sent::kClientGone);
+TEST_F(OutboxTest, FindsOutThatTheReaderHasGone) {
+  reader_.Close();
+  EXPECT_EQ(Send("one"), Sent::kGone);
+  EXPECT_TRUE(outbox_.empty());
+  EXPECT_TRUE(outbox_.Flush()) << "nothing waits, so nothing is tried";
 }
 
-TEST_F(OutboxTest, SaysWhenTheClientGoesWhileSomethingWaits) {
-  Send(std::string(kLimit, 'l'));
-  CloseReader();
+TEST_F(OutboxTest, FindsOutWhileSomethingWaitsThatTheReaderHasGone) {
+  FillSocket();
+  reader_.Close();
   EXPECT_FALSE(outbox_.Flush());
+}
+
+TEST_F(OutboxTest, TakesNothingOnceAbandoned) {
+  const SharedFrame frame = SharedOf(kFilling);
+  ASSERT_EQ(Send(frame, Kind::kAnswer), Sent::kWaits);
+  outbox_.Abandon();
+  EXPECT_EQ(frame.use_count(), 1);
+  EXPECT_TRUE(outbox_.empty());
+  EXPECT_FALSE(outbox_.has_answer());
+  EXPECT_EQ(Send("x", Kind::kAnswer), Sent::kGone);
+  EXPECT_FALSE(outbox_.Flush());
+  EXPECT_TRUE(outbox_.AwaitRoom(client::Deadline::After(milliseconds(0))));
+}
+
+TEST_F(OutboxTest, KeepsEachFrameInOnePieceForManySenders) {
+  constexpr int kFrames = 200;
+  constexpr std::size_t kBytes = 3000;
+  std::atomic<int> running{3};
+  const auto send = [&](char letter) {
+    for (int i = 0; i < kFrames; ++i) {
+      Send("<" + std::string(kBytes, letter) + ">", Kind::kAnswer);
+    }
+    --running;
+  };
+  std::thread a(send, 'a');
+  std::thread b(send, 'b');
+  std::thread c(send, 'c');
+  std::string all;
+  while (running > 0) {
+    outbox_.Flush();
+    all += reader_.ReadThere();
+  }
+  for (std::thread* sender : {&a, &b, &c}) {
+    sender->join();
+  }
+  all += ReadAll();
+  ASSERT_EQ(all.size(), 3 * kFrames * (kBytes + 2));
+  for (std::size_t at = 0; at < all.size(); at += kBytes + 2) {
+    const char letter = all[at + 1];
+    ASSERT_EQ(all.substr(at, kBytes + 2), "<" + std::string(kBytes, letter) + ">");
+  }
 }
 
 }  // namespace

@@ -190,6 +190,9 @@ TEST_F(ValmeredTest, FreesThePlaceOfAClientThatLeavesAfterGarbage) {
   }
   RepeatUntil([&] { return DescriptorsOf(valmered_->process()) == descriptors; }, [] {});
   RawClient(socket_).Exchange("still there?");
+  valmered_->Signal(SIGTERM);
+  ExpectCleanEnd();
+  EXPECT_THAT(valmered_->errors(), HasSubstr("closed: what it sent is of no format that is known"));
 }
 
 TEST_F(ValmeredTest, SpendsNoThreadOnAClientThatHasSentNothing) {
