@@ -28,8 +28,7 @@ enum ExitCode : int {
 };
 
 // Reads the command line. Nothing when the program has to end with `exit_code` at once: after
-// "--help" or "--version", or on a usage error, which has been reported. Throws std::runtime_error
-// when no driver library is found.
+// "--help" or "--version", or on a usage error, which has been reported.
 std::optional<Options> ReadOptions(int argc, const char* const* argv, int& exit_code);
 
 }  // namespace valmere::host

@@ -64,12 +64,14 @@ class Peer {
 
 class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
  protected:
-  // What a first life leaves for good, such as the loop's own descriptors and what the C library
-  // knows of the time of day once a line is logged, is no leak.
+  // What a first life leaves for good, such as the loop's own descriptors and what a first line of
+  // the log and of the property file takes, is no leak.
   HostFaults() {
     limits_.drain = {};
     device_.MakeFolder("root/Store");
     Start();
+    Peer(path_).Send(FrameOf(SetText(kPeriod, "750")));
+    EXPECT_TRUE(Eventually([&] { return device_.Has(kFile); }));
     EXPECT_TRUE(Peer(path_).Ask(FrameOf(SetText({kOwnComponent.component, "no:such"}, "1")) +
                                     FrameOf(GetText(kOwnComponent)),
                                 OwnComponentText()));

@@ -53,7 +53,8 @@ TEST_F(ValmeredTest, EndsOnASignalThatComesWhileTheServiceStarts) {
   write("ValmerePropertiesOverride.ini", line + "750\n");
   valmered_ = std::make_unique<Subprocess>(Command());
   RepeatUntil([&] { return Catches(valmered_->process(), SIGTERM); }, [] {});
-  Stop(SIGTERM);
+  valmered_->Signal(SIGTERM);
+  ExpectCleanEnd();
   EXPECT_EQ(valmered_->output(), "");
 }
 
@@ -182,18 +183,13 @@ TEST_F(ValmeredTest, FreesThePlaceOfAClientThatNeverSentAnything) {
 TEST_F(ValmeredTest, FreesThePlaceOfAClientThatLeavesAfterGarbage) {
   Start();
   const std::size_t descriptors = DescriptorsOf(valmered_->process());
-  const std::size_t threads = ThreadsOf(valmered_->process());
   {
     const RawClient client(socket_);
     client.Send("short");
-    RepeatUntil([&] { return ThreadsOf(valmered_->process()) > threads; }, [] {});
+    RepeatUntil([&] { return DescriptorsOf(valmered_->process()) > descriptors; }, [] {});
   }
-  RepeatUntil(
-      [&] {
-        return DescriptorsOf(valmered_->process()) == descriptors &&
-               ThreadsOf(valmered_->process()) == threads;
-      },
-      [] {});
+  RepeatUntil([&] { return DescriptorsOf(valmered_->process()) == descriptors; }, [] {});
+  RawClient(socket_).Exchange("still there?");
   valmered_->Signal(SIGTERM);
   ExpectCleanEnd();
   EXPECT_THAT(valmered_->errors(), HasSubstr("closed: what it sent is of no format that is known"));
@@ -209,7 +205,7 @@ TEST_F(ValmeredTest, SpendsNoThreadOnAClientThatHasSentNothing) {
   const RawClient second(socket_);
   RepeatUntil([&] { return DescriptorsOf(valmered_->process()) == descriptors + 2; }, [] {});
   speaking.Exchange("b");
-  EXPECT_EQ(ThreadsOf(valmered_->process()), threads);
+  EXPECT_LE(ThreadsOf(valmered_->process()), threads);
 }
 
 TEST_F(ValmeredTest, ServesTwoHundredClientsAtOnce) {
