@@ -120,11 +120,16 @@ class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
     std::raise(SIGTERM);
     thread_.reset();
   }
-  void StopCleanly() {
+  // Nothing may be left but so many blocks.
+  void StopCleanly(std::int64_t most_blocks = 0) {
     Stop();
     // A thread that has been counted out may not have given back all that it held.
-    Eventually([&] { return Remains::Now() == before_; });
-    EXPECT_EQ(Remains::Now(), before_);
+    const auto is_clean = [&] {
+      const Remains now = Remains::Now();
+      return now.blocks <= before_.blocks + most_blocks && now.descriptors == before_.descriptors &&
+             now.alive == before_.alive;
+    };
+    EXPECT_TRUE(Eventually(is_clean)) << Remains::Now() << ", before: " << before_;
   }
 
   template <class Act>
@@ -195,7 +200,8 @@ TEST_P(HostFaults, CostAtMostALoadOfThePropertyFile) {
     std::raise(SIGHUP);
     return HasPeriod("1000");
   }));
-  StopCleanly();
+  // The process's list of leases on property files grows where a load and a line meet.
+  StopCleanly(1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, HostFaults,
