@@ -87,4 +87,7 @@ std::int64_t SystemBlocks();
 // millisecond, and the wait of an unload is over at once.
 std::uint64_t PublishingWaits();
 
+// How many calls of the system wait to receive from a socket.
+int WaitingReceives();
+
 }  // namespace valmere::test

@@ -3,11 +3,21 @@
 #include <sys/socket.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <cerrno>
 
 #include "tests/faults/faults.h"
 
 namespace valmere::test {
+namespace {
+
+std::atomic<int> g_waiting_receives{0};
+
+}  // namespace
+
+int WaitingReceives() {
+  return g_waiting_receives;
+}
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
@@ -21,7 +31,11 @@ int __wrap_accept4(int listener, sockaddr* address, socklen_t* size, int flags) 
 ssize_t __real_recv(int, void*, size_t, int);
 ssize_t __wrap_recv(int socket, void* buffer, size_t size, int flags) {
   if (Refused(Fault::kSocket)) return Refuse(ECONNRESET);
-  return __real_recv(socket, buffer, size, flags);
+  const int waiting = OnWorker() && (flags & MSG_DONTWAIT) == 0 ? 1 : 0;
+  g_waiting_receives += waiting;
+  const ssize_t count = __real_recv(socket, buffer, size, flags);
+  g_waiting_receives -= waiting;
+  return count;
 }
 
 ssize_t __real_send(int, const void*, size_t, int);
