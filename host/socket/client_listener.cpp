@@ -20,7 +20,7 @@
 namespace valmere::host {
 namespace {
 
-constexpr char kAcceptPurpose[] = "cannot wait for clients";
+constexpr char kAcceptPurpose[] = "can't wait for clients";
 constexpr std::chrono::milliseconds kAcceptPause{100};
 
 // A frame leaves in one send and its answer is waited for, so a short segment must not be held back.

@@ -18,7 +18,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr char kWatchPurpose[] = "cannot watch what clients leave unread";
+constexpr char kWatchPurpose[] = "can't watch what clients leave unread";
 
 }  // namespace
 

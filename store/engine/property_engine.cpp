@@ -140,8 +140,8 @@ bool PropertyEngine::ExplainEnd(ClientConnection& client, const std::string& cau
 }
 
 // A driver session's client has no account and no bound. Values over the properties of others are
-// no client's own, so that what is left of them is nobody's either; the client that adds to them
-// ends when they are too much.
+// on no client's account, and stay when it goes; the client that adds to them ends when they are
+// too much.
 bool PropertyEngine::IsWithinBounds(ClientConnection& client, bool over_others) const {
   const ClientAccount* const account = client.account();
   if (account == nullptr) return true;
