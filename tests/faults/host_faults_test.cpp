@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <memory>
 #include <optional>
@@ -104,16 +105,20 @@ class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
   void Start() {
     unlink(path_.c_str());
     const int listening = ListenOn(path_, 16, SOCK_NONBLOCK);
+    serving_ = false;
     thread_.emplace([this, listening] {
       const InSystem in_system;
       host::Driver driver;
       host::Server server(driver, limits_);
       driver.Init();
       server.Start({listening}, [] {});
+      serving_ = true;
       server.Run();
       driver.Deinit();
       close(listening);
     });
+    // A client may be answered while the start is not over yet.
+    EXPECT_TRUE(Eventually([this] { return serving_.load(); }));
     EXPECT_TRUE(Answers());
   }
   void Stop() {
@@ -148,6 +153,7 @@ class HostFaults : public ::testing::TestWithParam<std::tuple<Fault, Extent>> {
   const std::string path_ = device_.At("socket");
   host::Limits limits_;
   Remains before_{};
+  std::atomic<bool> serving_{false};
   std::optional<TestThread> thread_;
 };
 
