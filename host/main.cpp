@@ -133,9 +133,11 @@ void OpenStandardStreams() {
 // them for a core. A few are enough: little is allocated on the road of a request. Both thresholds
 // would grow by themselves with the blocks that are freed, and what an arena keeps with them.
 void KeepLittleMemory() {
+  // NOLINTBEGIN(concurrency-mt-unsafe): one thread yet
   mallopt(M_ARENA_MAX, 4);
   mallopt(M_MMAP_THRESHOLD, 1 << 20);
   mallopt(M_TRIM_THRESHOLD, 256 << 10);
+  // NOLINTEND(concurrency-mt-unsafe)
 }
 
 // A pipe without a reader and a file that may not grow show as failed writes; there is nothing to

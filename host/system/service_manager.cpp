@@ -28,8 +28,8 @@ Function* FromLibrary(Function& /*declaration*/, const char* name) {
 }
 
 void Notify(const std::string& notice) {
-  if (std::getenv("NOTIFY_SOCKET") == nullptr)
-    return;  // NOLINT(concurrency-mt-unsafe): not changed
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the environment does not change
+  if (std::getenv("NOTIFY_SOCKET") == nullptr) return;
   if (auto* const notify = FromLibrary(sd_notify, "sd_notify")) notify(0, notice.c_str());
 }
 

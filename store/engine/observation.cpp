@@ -12,7 +12,7 @@ namespace valmere {
 std::shared_ptr<Observation> Observation::Make(std::shared_ptr<const PropertyCatalog> catalog,
                                                std::shared_ptr<SubscriberList> subscribers,
                                                std::shared_ptr<PendingUpdates> pending) {
-  const std::shared_ptr<Observation> made(
+  std::shared_ptr<Observation> made(
       new Observation(std::move(catalog), std::move(subscribers), std::move(pending)));
   made->listener_ = std::make_shared<const PropertyListener>(
       [self = std::weak_ptr(made)](const std::shared_ptr<Property>& changed) {

@@ -82,7 +82,7 @@ class PropertyEngine : public PropertySink {
   bool IsWithinBounds(ClientConnection& client, bool over_others) const;
   void Unsubscribe(const ClientConnection& client) noexcept;
   template <class Frame>
-  bool SendReply(ClientConnection& sender, const Frame& frame) EXCLUDES(subscribers_->lock);
+  bool SendReply(ClientConnection& sender, const Frame& frame);
   // Tells why the service ends the session; `cause` goes on from the client's name. Always false.
   bool ExplainEnd(ClientConnection& client, const std::string& cause) const;
 
