@@ -23,22 +23,23 @@ void* FromLibrary(const char* name) {
 }
 
 template <class Function>
-Function* FromLibrary(Function& /*declaration*/, const char* name) {
+Function* FunctionFromLibrary(const char* name) {
   return reinterpret_cast<Function*>(FromLibrary(name));
 }
 
 void Notify(const std::string& notice) {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): the environment does not change
   if (std::getenv("NOTIFY_SOCKET") == nullptr) return;
-  if (auto* const notify = FromLibrary(sd_notify, "sd_notify")) notify(0, notice.c_str());
+  if (auto* const notify = FunctionFromLibrary<decltype(sd_notify)>("sd_notify"))
+    notify(0, notice.c_str());
 }
 
 }  // namespace
 
 std::optional<int> InheritedSocket() {
   if (std::getenv("LISTEN_FDS") == nullptr) return std::nullopt;  // NOLINT(concurrency-mt-unsafe)
-  auto* const listen_fds = FromLibrary(sd_listen_fds, "sd_listen_fds");
-  auto* const is_socket = FromLibrary(sd_is_socket_unix, "sd_is_socket_unix");
+  auto* const listen_fds = FunctionFromLibrary<decltype(sd_listen_fds)>("sd_listen_fds");
+  auto* const is_socket = FunctionFromLibrary<decltype(sd_is_socket_unix)>("sd_is_socket_unix");
   if (listen_fds == nullptr || is_socket == nullptr)
     throw std::runtime_error("the passed sockets can't be taken: libsystemd.so.0 can't be loaded");
   const int count = listen_fds(1);
