@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -35,7 +36,7 @@ int ConnectedToPort(std::uint16_t port) {
 }
 
 Address NewAddress() {
-  static int count = 0;
+  static std::atomic<int> count = 0;
   const std::string number = std::to_string(++count);
   return {"Component " + number, "Group " + number + ":Property " + number};
 }

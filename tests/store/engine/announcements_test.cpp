@@ -138,14 +138,16 @@ TEST(Announcements, AreDroppedAndCountedBeyondTheMost) {
 // A client that publishes and withdraws one property for as long as it can.
 TEST(Announcements, OfOnePropertyOverAndOverAreTakenInNoTime) {
   Announcements announcements;
+  const platform::Ticks start = platform::MonotonicNow();
   for (std::size_t i = 0; i < 20'000; ++i) {
     const auto property = Make("A");
     announcements.AddNew(property);
     announcements.AddVanished(property);
   }
-  const platform::Ticks start = platform::MonotonicNow();
+  const platform::Ticks made = platform::MonotonicNow();
   EXPECT_EQ(20'000u, announcements.Take(kRunning).added.size());
-  EXPECT_GT(500 * platform::kTicksPerMillisecond, platform::MonotonicNow() - start);
+  // What is busy with something else makes them slowly as well.
+  EXPECT_GT(500 * platform::kTicksPerMillisecond + (made - start), platform::MonotonicNow() - made);
 }
 
 TEST(Announcements, AreNotTakenOnceItIsOver) {
