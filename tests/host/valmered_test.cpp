@@ -43,6 +43,9 @@ TEST_F(ValmeredTest, EndsCleanlyOnSigint) {
 
 // The start waits for an override's value that can't get into the file, which has two lines for it.
 TEST_F(ValmeredTest, EndsOnASignalThatComesWhileTheServiceStarts) {
+#ifdef VALMERE_EMULATED
+  GTEST_SKIP() << "an emulator catches signals before its program does";
+#endif
   const std::string line = kPeriodAddress.guids + "|General:Property Publishing Period in ms=";
   const auto write = [this](const std::string& name, const std::string& body) {
     const unsigned crc = Crc16(body);
